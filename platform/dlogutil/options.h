@@ -1,0 +1,45 @@
+#ifndef TRELVO_PLATFORM_DLOGUTIL_OPTIONS_H
+#define TRELVO_PLATFORM_DLOGUTIL_OPTIONS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace dlogutil {
+
+// The level letters, the most talkative first. As a filter, S (silent) lets nothing through.
+inline constexpr std::string_view kLevels = "VDIWEFS";
+
+// Which tags are written from which level on. "*" stands for all tags that have no filter of their
+// own; without it they are silent.
+class TagFilters {
+public:
+    // Takes one word TAG:LEVEL, the level in either case; the last word for a tag counts. An empty
+    // tag is taken and matches nothing. Throws std::invalid_argument for any other word.
+    void Add(std::string_view word);
+
+    // `level` is one of kLevels.
+    [[nodiscard]] bool Passes(std::string_view tag, char level) const;
+
+    [[nodiscard]] bool IsEmpty() const { return minimum_.empty(); }
+
+private:
+    std::map<std::string, std::size_t, std::less<>> minimum_;  // positions in kLevels
+};
+
+struct Options {
+    std::uint64_t limit_bytes = std::uint64_t{1024} * 1024;  // size at which the file is rotated
+    int rotated_count = 1;
+    std::string file;  // empty for standard output
+    TagFilters filters;
+};
+
+// Reads the program's arguments. Throws std::invalid_argument with one line for the user.
+[[nodiscard]] Options ParseOptions(int argc, char** argv);
+
+}  // namespace dlogutil
+
+#endif

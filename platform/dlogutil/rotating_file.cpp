@@ -1,0 +1,172 @@
+#include "dlogutil/rotating_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+namespace dlogutil {
+namespace {
+
+constexpr unsigned kLockSeconds = 5;
+
+std::error_code LastError() {
+    return {errno, std::generic_category()};
+}
+
+// False when the lock is still taken after kLockSeconds.
+bool LockFolder(int folder) {
+    struct sigaction wake {};
+    struct sigaction before {};
+    wake.sa_handler = [](int) {};  // without SA_RESTART: the alarm ends the flock()
+    static_cast<void>(sigaction(SIGALRM, &wake, &before));
+    alarm(kLockSeconds);
+    const bool locked = flock(folder, LOCK_EX) == 0;
+    alarm(0);
+    static_cast<void>(sigaction(SIGALRM, &before, nullptr));
+    return locked;
+}
+
+}  // namespace
+
+RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count)
+    : name_(std::filesystem::path(path).filename()),
+      limit_bytes_(limit_bytes),
+      rotated_count_(rotated_count) {
+    if (name_.empty() || name_ == "." || name_ == "..") {
+        throw std::runtime_error(path + ": not a file name");
+    }
+    // Without a slash at its end, which would follow a link in spite of O_NOFOLLOW.
+    const std::string parent = std::filesystem::path(path).parent_path();
+    const std::string folder = parent.empty() ? "." : parent;
+    folder_path_ = folder + "/";
+    if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        port::ThrowErrno(folder);
+    }
+    folder_ = port::UniqueFd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat info {};
+    if (!folder_ || fstat(folder_.Get(), &info) != 0) {
+        port::ThrowErrno(folder);
+    }
+    if (info.st_uid != geteuid()) {
+        throw std::runtime_error(folder + ": belongs to another user");
+    }
+    if (!LockFolder(folder_.Get())) {
+        throw std::runtime_error(folder + ": another dlogutil writes there");
+    }
+    RemoveLeftOver(name_);
+    RemoveLeftOver(FreshName());
+    for (int number = 1; number <= rotated_count_; ++number) {
+        RemoveLeftOver(Rotated(number));
+    }
+    file_ = Create(name_);
+    if (!file_) {
+        port::ThrowErrno(path);
+    }
+}
+
+std::error_code RotatingFile::Append(std::string_view line) {
+    if (size_ >= limit_bytes_) {
+        if (const std::error_code error = Rotate()) {
+            return error;
+        }
+    }
+    const ssize_t written = write(file_.Get(), line.data(), line.size());
+    if (written == static_cast<ssize_t>(line.size())) {
+        size_ += line.size();
+        return {};
+    }
+    const std::error_code error =
+        written < 0 ? LastError() : std::make_error_code(std::errc::no_space_on_device);
+    if (ftruncate(file_.Get(), static_cast<off_t>(size_)) != 0) {
+        port::ThrowErrno(folder_path_ + name_);
+    }
+    return error;
+}
+
+std::string RotatingFile::Rotated(int number) const {
+    return name_ + "." + std::to_string(number);
+}
+
+std::string RotatingFile::FreshName() const {
+    return name_ + ".new";
+}
+
+void RotatingFile::RemoveLeftOver(const std::string& name) const {
+    struct stat info {};
+    if (fstatat(folder_.Get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT) {
+            return;
+        }
+        port::ThrowErrno(folder_path_ + name);
+    }
+    if (!S_ISREG(info.st_mode) || info.st_uid != geteuid() || info.st_nlink != 1) {
+        throw std::runtime_error(folder_path_ + name + ": not a plain file of this user's own");
+    }
+    if (unlinkat(folder_.Get(), name.c_str(), 0) != 0) {
+        port::ThrowErrno(folder_path_ + name);
+    }
+}
+
+port::UniqueFd RotatingFile::Create(const std::string& name) const {
+    // O_EXCL: a file that somebody put there in the meantime is not written to.
+    return port::UniqueFd(openat(folder_.Get(), name.c_str(),
+                                 O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                 S_IRUSR | S_IWUSR));
+}
+
+// Can be called again after an error, wherever it stopped. The new file takes the old one's place
+// by an exchange of their names: a reader that finds no current file gives up the pass and its
+// count.
+std::error_code RotatingFile::Rotate() {
+    // Is only there after an error.
+    if (unlinkat(folder_.Get(), FreshName().c_str(), 0) != 0 && errno != ENOENT) {
+        return LastError();
+    }
+    port::UniqueFd fresh = Create(FreshName());
+    if (!fresh) {
+        return LastError();
+    }
+    const auto rename = [this](const std::string& from, const std::string& to) {
+        // The reader removes rotated files when it has read them.
+        return renameat(folder_.Get(), from.c_str(), folder_.Get(), to.c_str()) == 0 ||
+               errno == ENOENT;
+    };
+    for (int number = rotated_count_; number > 1; --number) {
+        if (!rename(Rotated(number - 1), Rotated(number))) {
+            return LastError();
+        }
+    }
+    const auto exchange = [this] {
+        return renameat2(folder_.Get(), FreshName().c_str(), folder_.Get(), name_.c_str(),
+                         RENAME_EXCHANGE) == 0;
+    };
+    bool exchanged = false;
+    if (rotated_count_ > 0) {
+        exchanged = exchange();
+        // Both are no reason to stop: somebody removed the file, or names cannot be exchanged here.
+        if (!exchanged && errno != ENOENT && errno != EINVAL) {
+            return LastError();
+        }
+        if (!rename(exchanged ? FreshName() : name_, Rotated(1))) {
+            const std::error_code error = LastError();
+            static_cast<void>(exchanged && exchange());
+            return error;
+        }
+    }
+    if (!exchanged && !rename(FreshName(), name_)) {
+        return LastError();
+    }
+    file_ = std::move(fresh);
+    size_ = 0;
+    return {};
+}
+
+}  // namespace dlogutil

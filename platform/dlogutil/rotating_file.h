@@ -1,0 +1,50 @@
+#ifndef TRELVO_PLATFORM_DLOGUTIL_ROTATING_FILE_H
+#define TRELVO_PLATFORM_DLOGUTIL_ROTATING_FILE_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "handles.h"
+
+namespace dlogutil {
+
+// A text file of bounded size that is renamed to FILE.1 when it is full, FILE.1 to FILE.2 and so
+// on. Whatever happens, readers never see half a line that is not being written at that moment.
+//
+// Owns the folder's lock: one writer for a folder, in all processes. Everything happens relative to
+// the opened folder and never follows a symbolic link: others may write where that folder lies.
+class RotatingFile {
+public:
+    // Makes the folder (mode 0700) when it is absent, and removes the files that an earlier writer
+    // left. A full file has `limit_bytes` or one line more. `rotated_count` files are kept.
+    //
+    // Throws std::runtime_error, which names the file or folder, when the folder is a link or
+    // another user's, when one of the names is taken by anything but a plain file of this user, or
+    // when another writer holds the folder for more than 5 seconds.
+    RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count);
+
+    // Writes a whole line, which brings its line feed. An error leaves the files as they were, so
+    // the line can be tried again. Throws std::system_error when half a line cannot be taken back.
+    [[nodiscard]] std::error_code Append(std::string_view line);
+
+private:
+    [[nodiscard]] std::string Rotated(int number) const;
+    [[nodiscard]] std::string FreshName() const;
+    void RemoveLeftOver(const std::string& name) const;
+    [[nodiscard]] port::UniqueFd Create(const std::string& name) const;
+    [[nodiscard]] std::error_code Rotate();
+
+    std::string folder_path_;
+    std::string name_;
+    std::uint64_t limit_bytes_;
+    int rotated_count_;
+    port::UniqueFd folder_;
+    port::UniqueFd file_;
+    std::uint64_t size_ = 0;
+};
+
+}  // namespace dlogutil
+
+#endif

@@ -1,0 +1,17 @@
+/* The device's key/value store, as far as the service uses it. */
+#ifndef TRELVO_PLATFORM_VCONF_H
+#define TRELVO_PLATFORM_VCONF_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Both return 0 on success and -1 on failure; a failed read leaves `*value` as it was. */
+int vconf_get_int(const char* key, int* value);
+int vconf_set_int(const char* key, int value);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

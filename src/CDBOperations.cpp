@@ -1,0 +1,201 @@
+#include "CDBOperations.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "CTRXMLParser.h"
+#include "CUtility.h"
+#include "Log.h"
+
+namespace {
+
+constexpr const char* kServerFolder = "/opt/usr/share/Trelvo/Server";
+constexpr const char* kDefaultFolder = "/opt/usr/share/Trelvo/Default";
+constexpr const char* kPolicyFile = "policy_version.xml";
+
+std::string PolicyPath(const std::string& folder) {
+    return folder + "/" + kPolicyFile;
+}
+
+struct CloseFile {
+    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
+};
+
+// A folder opens like a file, but has no content to read.
+bool IsFolder(FILE* file) {
+    struct stat status {};
+    return fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+struct FinalizeStatement {
+    void operator()(sqlite3_stmt* statement) const {
+        // Repeats the error of the last step, which has ended the loop already.
+        static_cast<void>(sqlite3_finalize(statement));
+    }
+};
+
+// The bytes of a column, with any zero bytes in them. False for NULL.
+bool GetText(sqlite3_stmt* statement, int column, std::string& text) {
+    const unsigned char* const bytes = sqlite3_column_text(statement, column);
+    if (bytes == nullptr) {
+        return false;
+    }
+    text.assign(reinterpret_cast<const char*>(bytes),
+                static_cast<size_t>(sqlite3_column_bytes(statement, column)));
+    return true;
+}
+
+}  // namespace
+
+CDBOperations* CDBOperations::m_pInstance = nullptr;
+
+CDBOperations* CDBOperations::Instance() {
+    static std::once_flag created;
+    std::call_once(created, [] { m_pInstance = new CDBOperations(); });
+    return m_pInstance;
+}
+
+void CDBOperations::CreateHashMap() {
+    const bool isServer = CUtility::Instance()->GetPolicyMode() != 0;
+    std::string folder = isServer ? kServerFolder : kDefaultFolder;
+    std::string xmlText;
+    bool isRead = ReadRawXML(PolicyPath(folder).c_str(), xmlText);
+    if (!isRead && !isServer) {
+        TR_LOGE("XML Read Error for Default Policy - continue without hash map");
+        return;
+    }
+    if (!isRead) {
+        TR_LOGE("XML Read Error for Server Policy - continue with default Policy");
+        folder = kDefaultFolder;
+        isRead = ReadRawXML(PolicyPath(folder).c_str(), xmlText);
+    }
+    if (!isRead) {
+        TR_LOGE("XML Read Error for Default Policy too - continue without hash map");
+        return;
+    }
+
+    const TR::TRXMLParser parser;
+    TR::TR_LogTagDataMap policy;
+    if (!parser.Parse(xmlText, policy)) {
+        TR_LOGE("Policy Parsing failed!!!!");
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_VersionMutex);
+        m_PolicyVersion = policy.m_PolicyVersion;
+    }
+    for (const auto& [logTag, database] : policy.m_DatabaseList) {
+        TR_LOGI("DLOG_TAG_NAME = %s, DLOG_DB_NAME = %s", logTag.c_str(), database.c_str());
+        const std::string path = folder + "/" + database;
+        TR_LOGI("DB FILE PATH = %s", path.c_str());
+        if (!m_OpenDB(path.c_str())) {
+            TR_LOGE("DB FILE PATH = %s open failed", path.c_str());
+            continue;
+        }
+        // A database that gives nothing or does not close costs its own tag only.
+        static_cast<void>(m_GetAllHuffmanCode("HuffmanCode", logTag));
+        static_cast<void>(m_CloseDB());
+    }
+}
+
+std::string CDBOperations::GetPolicyVersion() {
+    const std::lock_guard<std::mutex> lock(m_VersionMutex);
+    return m_PolicyVersion;
+}
+
+bool CDBOperations::ReadRawXML(const char* path, std::string& out) {
+    TR_LOGI("ReadRawXML FUNCTION --");
+    const std::unique_ptr<FILE, CloseFile> file(std::fopen(path, "rt"));
+    if (file == nullptr || IsFolder(file.get()) || std::fseek(file.get(), 0, SEEK_END) != 0) {
+        TR_LOGE("Unable to open XML file %s", path);
+        return false;
+    }
+    const auto expected = static_cast<size_t>(std::ftell(file.get()));
+    out.resize(expected);
+    std::rewind(file.get());
+    const size_t count = std::fread(out.data(), 1, expected, file.get());
+    if (count != expected) {
+        TR_LOGE("Read size %zu expected size %zu", count, expected);
+        return false;
+    }
+    return true;
+}
+
+// Failures are logged at info on purpose, here and in m_CloseDB: CreateHashMap reports what
+// matters of them as an error.
+bool CDBOperations::m_OpenDB(const char* path) {
+    if (sqlite3_open(path, &m_Database) != SQLITE_OK) {
+        TR_LOGI("Can't open database: %s", sqlite3_errmsg(m_Database));
+        // SQLite gives a handle even when opening failed.
+        static_cast<void>(sqlite3_close(m_Database));
+        m_Database = nullptr;
+        return false;
+    }
+    TR_LOGI("Opened database successfully");
+    return true;
+}
+
+bool CDBOperations::m_CloseDB() {
+    if (sqlite3_close(m_Database) != SQLITE_OK) {
+        TR_LOGI("Can't close database: %s", sqlite3_errmsg(m_Database));
+        return false;
+    }
+    m_Database = nullptr;
+    TR_LOGI("Closed database successfully");
+    return true;
+}
+
+bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTag) {
+    char sql[1024];
+    static_cast<void>(
+        std::snprintf(sql, sizeof sql, "select log, huffmancode from %s", tableName.c_str()));
+    sqlite3_stmt* prepared = nullptr;
+    if (sqlite3_prepare_v2(m_Database, sql, -1, &prepared, nullptr) != SQLITE_OK) {
+        TR_LOGE("Failed to get Huffman codes: %s", sqlite3_errmsg(m_Database));
+        return false;
+    }
+    std::unique_ptr<sqlite3_stmt, FinalizeStatement> statement(prepared);
+    TR_LOGI("Execute SQL statement");
+
+    CUtility* const utility = CUtility::Instance();
+    CodeTable table;
+    std::string message;
+    std::string codeText;
+    while (sqlite3_step(statement.get()) == SQLITE_ROW) {
+        if (!GetText(statement.get(), 0, message) || !GetText(statement.get(), 1, codeText)) {
+            continue;
+        }
+        std::vector<unsigned char> code;
+        try {
+            // A code that is not padded is logged there and stored with no bytes.
+            static_cast<void>(utility->m_GetHcodeByteArray(codeText, code));
+        } catch (const std::invalid_argument&) {
+            TR_LOGE("Skipped code that is not made of 0 and 1: %s", codeText.c_str());
+            continue;
+        }
+        std::vector<unsigned char> stored;
+        utility->m_GetBytePackedInt(static_cast<int>(code.size()), code, stored);
+        table[message] = std::move(stored);
+    }
+    if (!table.empty()) {
+        m_CodeTables[logTag] = std::move(table);
+        TR_LOGI("HMap created for logtag [%s]", logTag.c_str());
+    }
+    statement.reset();
+    TR_LOGI("Read database successfully");
+    return true;
+}
+
+const std::vector<unsigned char>* CDBOperations::FindCode(const std::string& logTag,
+                                                          const std::string& message) const {
+    const auto table = m_CodeTables.find(logTag);
+    if (table == m_CodeTables.end()) {
+        return nullptr;
+    }
+    const auto code = table->second.find(message);
+    return code == table->second.end() ? nullptr : &code->second;
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+// The code tables: for each log tag of the policy, message text to the code that stands for it.
+//
+// Filled once by CreateHashMap on the compressor thread, before the first line is encoded, and
+// only read afterwards, so the tables carry no lock. The policy version does: the dump writer may
+// ask for it while it is being set. Either thread may be the first to call Instance().
+class CDBOperations {
+public:
+    static CDBOperations* Instance();
+
+    // Reads the policy file of the policy mode's folder and loads every database it names.
+    // Failures are logged; whatever could be loaded stays.
+    void CreateHashMap();
+
+    std::string GetPolicyVersion();
+
+    // Reads a whole file; false when it cannot be opened or read to its end.
+    bool ReadRawXML(const char* path, std::string& out);
+
+    // Open and close the one database handle that m_GetAllHuffmanCode reads from. Opening creates
+    // an empty file when there is none, as SQLite does.
+    bool m_OpenDB(const char* path);
+    bool m_CloseDB();
+    // Loads the table as `logTag`'s code table, replacing an earlier one unless nothing was found.
+    bool m_GetAllHuffmanCode(std::string tableName, std::string logTag);
+
+    // What a record holds instead of `message`: LEB128 length and code bytes. Null when the tag
+    // has no table or the table lacks this very text; otherwise valid for the life of the process.
+    [[nodiscard]] const std::vector<unsigned char>* FindCode(const std::string& logTag,
+                                                             const std::string& message) const;
+
+private:
+    using CodeTable = std::map<std::string, std::vector<unsigned char>>;
+
+    CDBOperations() = default;
+
+    static CDBOperations* m_pInstance;
+
+    std::map<std::string, CodeTable> m_CodeTables;  // by log tag
+    sqlite3* m_Database = nullptr;                  // open only while a table is being loaded
+    std::string m_PolicyVersion;                    // guarded by m_VersionMutex
+    std::mutex m_VersionMutex;
+};

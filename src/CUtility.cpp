@@ -1,0 +1,303 @@
+#include "CUtility.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <string_view>
+
+#include "LineParser.h"
+#include "Log.h"
+#include "RecordPacking.h"
+
+namespace fs = boost::filesystem;
+
+CUtility* CUtility::m_pInstance = nullptr;
+
+CUtility* CUtility::Instance() {
+    if (m_pInstance == nullptr) {
+        m_pInstance = new CUtility();
+    }
+    return m_pInstance;
+}
+
+std::string CUtility::m_Strip(const std::string& line) {
+    return std::string(line::TrimBlanks(line));
+}
+
+bool CUtility::m_IsDlogLine(std::string line) {
+    return line::IsLogLine(line);
+}
+
+bool CUtility::m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid,
+                                      int& tid, std::string& message, std::string line) {
+    line.erase(0, line.size() - line::TrimLeadingSpace(line).size());
+
+    const int time = line::Time(line);
+    int64_t delta = 0;
+    if (m_LastLogTime != 0) {
+        // Saturated times at both ends of the range are further apart than an int holds.
+        delta = static_cast<int64_t>(time) - m_LastLogTime;
+    }
+    timeDelta = static_cast<int>(std::clamp<int64_t>(delta, std::numeric_limits<int>::min(),
+                                                     std::numeric_limits<int>::max()));
+    if (timeDelta < 0) {
+        TR_LOGD("Not dlog data, actualTimestamp:%d, m_LastLogTime:%d", time, m_LastLogTime);
+        return false;
+    }
+    // Taken over before the rest is read: a line that is found broken further on still moves it.
+    m_LastLogTime = time;
+
+    level = line::Level(line);
+    tag = line::Tag(line);
+    pid = line::Pid(line);
+    tid = line::Tid(line);
+    message = line::Message(line);
+    return true;
+}
+
+std::string CUtility::m_GetLogLevel(std::string line) {
+    const size_t start = line.find(' ') + 1;
+    std::string level(line::Slice(line, start, line.find('/', start) - start));
+    TR_LOGI("log level: %s", level.c_str());
+    return level;
+}
+
+int CUtility::m_GetPID(std::string line) {
+    const std::string header(line::Before(line, "):"));
+    const size_t start = header.find("(P ") + 3;
+    const int pid =
+        std::stoi(std::string(line::Slice(header, start, header.find(',', start) - start)));
+    TR_LOGI("PID: %d", pid);
+    return pid;
+}
+
+int CUtility::m_GetTID(std::string line) {
+    const std::string header(line::Before(line, "):"));
+    const int tid = std::stoi(std::string(line::Slice(header, header.find(", T ") + 4)));
+    TR_LOGI("TID: %d", tid);
+    return tid;
+}
+
+std::string CUtility::m_GetLogTag(std::string line) {
+    const std::string_view head = line::Before(line, "(P");
+    std::string tag(head.substr(head.find('/') + 1));
+    TR_LOGI("Log Tag: %s", tag.c_str());
+    return tag;
+}
+
+long CUtility::m_GetTimeDelta(long startTime, std::string line) {
+    TR_LOGI("startime: %ld", startTime);
+    const std::string text(line::Before(line, " "));
+    TR_LOGI("tmp:%s", text.c_str());
+    const long time = line::Saturate<long>(std::stod(text) * 1000.0);
+    // Wide enough for the difference of any two longs.
+    const long delta = line::Saturate<long>(static_cast<long double>(time) - startTime);
+    TR_LOGI("TimeDelta: %ld", delta);
+    return delta;
+}
+
+std::string CUtility::m_GetLogLine(std::string line) {
+    // The prefix is the beginning of the line, so what is found is always the whole line: callers
+    // get the line back, not the message.
+    const std::string prefix(line::Before(line, " > "));
+    std::string found(line::Slice(line, line.find(prefix + " > ")));
+    TR_LOGI("log line: %s", found.c_str());
+    return found;
+}
+
+int CUtility::m_GetBytePackedIntWithHeader(int value, std::vector<unsigned char>& out,
+                                           bool withHeader) {
+    const size_t start = out.size();
+    packing::AppendLeb128(value, out);
+    if (withHeader) {
+        const auto count = static_cast<unsigned char>(out.size() - start);
+        out.insert(out.begin() + static_cast<std::ptrdiff_t>(start), count);
+    }
+    return 0;
+}
+
+int CUtility::m_GetBytePackedInt(int value, std::vector<unsigned char>& data,
+                                 std::vector<unsigned char>& out) {
+    packing::AppendLeb128(value, out);
+    out.insert(out.end(), data.begin(), data.end());
+    return 0;
+}
+
+bool CUtility::m_GetHcodeByteArray(std::string hcode, std::vector<unsigned char>& out) {
+    if (hcode.size() % 8 != 0) {
+        TR_LOGI("hcode not padded properly: %s", hcode.c_str());
+        return false;
+    }
+    packing::AppendCodeText(hcode, out);
+    return true;
+}
+
+void CUtility::m_GetBitPacked(char level, std::string tag, int pid, int tid,
+                              std::vector<unsigned char>& out) {
+    packing::AppendHeader(level, m_GetTidIndex(tag, pid, tid), out);
+}
+
+int CUtility::m_GetTidIndex(const std::string& tag, int pid, int tid) {
+    const std::string key = tag + "," + std::to_string(pid);
+    const auto [entry, isNewKey] = m_LogTagPidTidMap.try_emplace(key);
+    const auto [index, isNewTid] = entry->second.try_emplace(tid, m_LastTidIndex + 1);
+    if (isNewTid) {
+        ++m_LastTidIndex;
+        if (isNewKey) {
+            TR_LOGD("%s not found in m_LogTagPidTidMap.. Inserting..Tid:%d, Index:%d", key.c_str(),
+                    tid, m_LastTidIndex);
+        } else {
+            TR_LOGD("Tid %d not found in m_LogTagPidTidMap [%s].. Inserting..Index:%d", tid,
+                    key.c_str(), m_LastTidIndex);
+        }
+    }
+    return index->second;
+}
+
+void CUtility::m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset) {
+    std::vector<unsigned char> entries;
+    std::vector<unsigned char> pairs;
+    for (const auto& [key, indexes] : m_LogTagPidTidMap) {
+        const int keyLength = static_cast<int>(key.size());
+        TR_LOGD("logTagPidTidLen: %d", keyLength);
+        packing::AppendLeb128(keyLength, entries);
+        entries.insert(entries.end(), key.begin(), key.end());
+
+        pairs.clear();
+        for (const auto& [tid, index] : indexes) {
+            packing::AppendLeb128(tid, pairs);
+            packing::AppendLeb128(index, pairs);
+        }
+        const int pairsLength = static_cast<int>(pairs.size());
+        TR_LOGD("tidIndexLen: %d", pairsLength);
+        packing::AppendLeb128(pairsLength, entries);
+        entries.insert(entries.end(), pairs.begin(), pairs.end());
+    }
+    TR_LOGI("mapData.size(): %zu", entries.size());
+    packing::AppendLeb128(static_cast<int>(entries.size()), out);
+    out.insert(out.end(), entries.begin(), entries.end());
+    packing::AppendLeb128(m_LastLogTime, out);
+
+    if (reset) {
+        m_LogTagPidTidMap.clear();
+        m_LastLogTime = 0;
+        m_LastTidIndex = 0;
+    }
+}
+
+void CUtility::SetPolicyMode(int mode) {
+    TR_LOGI("%s called", __func__);
+    m_PolicyMode = mode;
+}
+
+int CUtility::GetPolicyMode() {
+    return m_PolicyMode;
+}
+
+void CUtility::setSelfInitate(bool pending) {
+    m_SelfInitiate = pending;
+}
+
+bool CUtility::isSelfInitiatePending() {
+    return m_SelfInitiate;
+}
+
+bool CUtility::setDumpPath(std::string path) {
+    TR_LOGI("%s called", __func__);
+    if (path.empty()) {
+        TR_LOGE("File Path Not Available Abort..Dumping");
+        return false;
+    }
+    m_DumpPath = std::move(path);
+    return true;
+}
+
+std::string CUtility::getDumpPath() {
+    TR_LOGI("%s called", __func__);
+    return m_DumpPath;
+}
+
+bool CUtility::CheckSymbolicLink(const char* path) {
+    struct stat status {};
+    if (lstat(path, &status) != 0) {
+        const int error = errno;
+        if (error == ENOENT) {
+            return true;
+        }
+        TR_LOGE("lstat error occured path:%s errno:%d", path, error);
+        return false;
+    }
+    if (S_ISLNK(status.st_mode)) {
+        TR_LOGE("symbolic link is detected: %s", path);
+        return false;
+    }
+    return true;
+}
+
+bool CUtility::GenerateUniqueName(const fs::path& folder, const fs::path& name, fs::path& result) {
+    boost::system::error_code error;
+    result = folder / name;
+    fs::file_status status = fs::status(result, error);
+    for (int counter = 1; fs::exists(status); ++counter) {
+        const std::string& text = name.string();
+        const size_t dot = text.rfind('.');
+        // substr refuses a name without a dot; the writer's own name has one.
+        result = folder / (text.substr(0, dot) + "_" + std::to_string(counter) + text.substr(dot));
+        status = fs::status(result, error);
+    }
+    if (status.type() != fs::file_not_found) {
+        TR_LOGE("Not expected boost error %d", error.value());
+        return false;
+    }
+    return true;
+}
+
+void CUtility::GetFoldersize(std::string folder, unsigned long long& size) {
+    size = 0;
+    try {
+        if (!fs::exists(folder)) {
+            TR_LOGE("Folder Path not exist");
+            return;
+        }
+        // Throws at the first entry without a size, such as a subfolder: `size` then covers the
+        // entries before it.
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+            size += fs::file_size(entry.path());
+        }
+    } catch (const fs::filesystem_error& failure) {
+        const std::string text =
+            "Get folder size failed with error code: " + failure.code().message();
+        TR_LOGE("%s", text.c_str());
+    } catch (...) {
+        TR_LOGE("unknown exception caught");
+    }
+}
+
+void CUtility::GetFileList(const std::string& folder, const std::string& /*extension*/,
+                           std::vector<std::string>& names) {
+    struct CloseFolder {
+        void operator()(DIR* dir) const { static_cast<void>(closedir(dir)); }
+    };
+    const std::unique_ptr<DIR, CloseFolder> dir(opendir(folder.c_str()));
+    if (dir == nullptr) {
+        std::puts("Could not open current directory");
+        return;
+    }
+    names.clear();
+    while (const dirent* entry = readdir(dir.get())) {
+        // Whatever extension is asked for, only databases are listed. Without a dot the whole name
+        // counts as the extension: npos + 1 is 0.
+        const std::string name = entry->d_name;
+        const size_t dot = name.rfind('.');
+        if (name.compare(dot + 1, std::string::npos, "db") == 0) {
+            names.push_back(name.substr(0, dot));
+        }
+    }
+}

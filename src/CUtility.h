@@ -1,0 +1,102 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <map>
+#include <string>
+#include <vector>
+
+// The process-wide helper: line analysis, the byte-level encodings, the tag/process/thread
+// dictionary, the dump request and the file-system helpers of the dump writer.
+//
+// Created on the main thread before any worker thread exists; never destroyed. It has no lock of
+// its own:
+//   line analysis, dictionary, last log time   the data provider's buffer mutex
+//   self-initiated flag, dump path             the trigger manager's dump mutex
+//   policy mode                                set on the main thread before the compressor starts
+class CUtility {
+public:
+    static CUtility* Instance();
+
+    // --- Line analysis ---------------------------------------------------------------------
+    // All positions are first occurrences, searched from the start of the line. Nothing is
+    // caught here: the conversions' exceptions and std::out_of_range reach the caller.
+
+    // The line without blanks and tabs at both ends; other white space stays.
+    std::string m_Strip(const std::string& line);
+
+    // True for a line with "):" and " > " and, before the first " > ", a blank ahead of a "/".
+    bool m_IsDlogLine(std::string line);
+
+    // Splits a line. `timeDelta` is in milliseconds since the line accepted before; 0 for the
+    // first line after a start or a reset. Returns false, with only `timeDelta` written, for a
+    // line older than the last accepted one.
+    bool m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid, int& tid,
+                                std::string& message, std::string line);
+
+    // Single fields by slightly different rules than m_GetLogLineComponents; each logs what it
+    // found. The service never calls them.
+    std::string m_GetLogLevel(std::string line);
+    int m_GetPID(std::string line);
+    int m_GetTID(std::string line);
+    std::string m_GetLogTag(std::string line);
+    // Milliseconds between `startTime` and the line's time; does not touch the last log time.
+    long m_GetTimeDelta(long startTime, std::string line);
+    std::string m_GetLogLine(std::string line);
+
+    // --- Encodings; each appends to `out` ----------------------------------------------------
+
+    // Signed LEB128, preceded by its length in bytes (one byte) when `withHeader`. Returns 0.
+    int m_GetBytePackedIntWithHeader(int value, std::vector<unsigned char>& out, bool withHeader);
+    // Signed LEB128 followed by the bytes of `data`. Returns 0.
+    int m_GetBytePackedInt(int value, std::vector<unsigned char>& data,
+                           std::vector<unsigned char>& out);
+    // The bytes of a text of the characters 0 and 1, eight to a byte. Returns false, with nothing
+    // appended, when the length is not a multiple of 8; throws std::invalid_argument at any other
+    // character, with the bytes before it appended.
+    bool m_GetHcodeByteArray(std::string hcode, std::vector<unsigned char>& out);
+    // The record header of a line: level code and dictionary index, which is created when new.
+    void m_GetBitPacked(char level, std::string tag, int pid, int tid,
+                        std::vector<unsigned char>& out);
+    // The serialised dictionary and the last log time; empties both when `reset`.
+    void m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset);
+
+    // --- Launch settings and dump request ----------------------------------------------------
+
+    void SetPolicyMode(int mode);
+    int GetPolicyMode();
+    void setSelfInitate(bool pending);
+    bool isSelfInitiatePending();
+    // Refuses an empty path and keeps the one before.
+    bool setDumpPath(std::string path);
+    std::string getDumpPath();
+
+    // --- Files and folders of the dump writer ------------------------------------------------
+
+    // True when `path` may be created or overwritten: it is absent or not a symbolic link.
+    bool CheckSymbolicLink(const char* path);
+    // Sets `result` to the first of name.ext, name_1.ext, name_2.ext, ... that `folder` lacks.
+    // Returns false when the folder cannot be examined; `result` then holds the last candidate.
+    // Throws std::out_of_range for a taken name without a dot.
+    bool GenerateUniqueName(const boost::filesystem::path& folder,
+                            const boost::filesystem::path& name, boost::filesystem::path& result);
+    // Sets `size` to the bytes of the folder's direct entries, up to the first that has no size.
+    void GetFoldersize(std::string folder, unsigned long long& size);
+    // Base names of the code databases (*.db) in a folder. The service never calls it.
+    void GetFileList(const std::string& folder, const std::string& extension,
+                     std::vector<std::string>& names);
+
+private:
+    CUtility() = default;
+
+    int m_GetTidIndex(const std::string& tag, int pid, int tid);
+
+    static CUtility* m_pInstance;
+
+    // "tag,pid" to (thread id to index). Indexes count from 1 in the order of first appearance.
+    std::map<std::string, std::map<int, int>> m_LogTagPidTidMap;
+    int m_LastLogTime = 0;   // milliseconds; 0 when no line was accepted since the last reset
+    int m_LastTidIndex = 0;  // the last index given; 0 when none
+    bool m_SelfInitiate = false;
+    std::string m_DumpPath;
+    int m_PolicyMode = 0;
+};

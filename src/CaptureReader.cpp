@@ -1,0 +1,121 @@
+#include "CaptureReader.h"
+
+#include <unistd.h>
+
+#include <boost/chrono/duration.hpp>
+#include <boost/thread/thread.hpp>
+#include <cstdio>
+#include <fstream>
+
+#include "Log.h"
+
+namespace capture {
+
+namespace {
+
+// A capture file and the name that messages give it.
+struct CaptureFile {
+    const char* path;
+    const char* name;
+};
+
+constexpr CaptureFile kCurrent{"/tmp/trelvo/RQB_Buffer", "TRELVO_BUFFER"};
+constexpr CaptureFile kRotated{"/tmp/trelvo/RQB_Buffer.1", "TRELVO_BUFFER.1"};
+constexpr CaptureFile kBootCurrent{"/tmp/trelvo/boot/RQB_Buffer", "TRELVO_BOOT_BUFFER"};
+constexpr CaptureFile kBootRotated{"/tmp/trelvo/boot/RQB_Buffer.1", "TRELVO_BOOT_BUFFER_1"};
+
+constexpr boost::chrono::milliseconds kRotationPause(100);
+constexpr boost::chrono::milliseconds kPassPause(1000);
+
+bool Exists(const CaptureFile& file) {
+    return access(file.path, F_OK) == 0;
+}
+
+std::ifstream Open(const CaptureFile& file) {
+    std::ifstream stream(file.path);
+    if (!stream.is_open()) {
+        throw std::string(file.name) + " could not be opened";
+    }
+    return stream;
+}
+
+void DrainBootFile(const CaptureFile& file, const LineSink& sink) {
+    if (!Exists(file)) {
+        TR_LOGI("%s could not be opened", file.name);
+        return;
+    }
+    std::ifstream stream = Open(file);
+    std::string line;
+    int count = 0;
+    while (std::getline(stream, line)) {
+        sink(line);
+        ++count;
+    }
+    TR_LOGI("Lines Read from %s: [%d]", file.path, count);
+    TR_LOGI("%s is finished", file.name);
+    stream.close();
+    static_cast<void>(std::remove(file.path));
+}
+
+void DrainRotated(int processed, const LineSink& sink) {
+    std::ifstream rotated = Open(kRotated);
+    std::string line;
+    int linesInFile = 0;
+    int handedOn = 0;
+    while (std::getline(rotated, line)) {
+        ++linesInFile;
+        // The count that the new current file has already moved in this pass: where that file has
+        // outgrown the old one's count, as many of the old one's lines are passed over.
+        if (linesInFile > processed) {
+            sink(line);
+            ++processed;
+            ++handedOn;
+        }
+    }
+    // Only the lines handed on, where the current file's message counts all that were read.
+    TR_LOGI("Lines Read from %s: [%d]", kRotated.path, handedOn);
+    rotated.close();
+    boost::this_thread::sleep_for(kRotationPause);
+    static_cast<void>(std::remove(kRotated.path));
+}
+
+}  // namespace
+
+void DrainBootFiles(const LineSink& sink) {
+    TR_LOGI("Start reading data from: %s", kBootCurrent.path);
+    // The older file comes first, since the parser refuses lines whose time runs backwards.
+    TR_LOGI("Going to Read TRELVO_BOOT_BUFFER_1 first");
+    DrainBootFile(kBootRotated, sink);
+    TR_LOGI("Going to Read TRELVO_BOOT_BUFFER");
+    DrainBootFile(kBootCurrent, sink);
+}
+
+void Follow(const LineSink& sink) {
+    TR_LOGI("Start reading data from: %s", kCurrent.path);
+    int processed = 0;
+    std::string line;
+    for (;;) {
+        std::ifstream current = Open(kCurrent);
+        int linesInPass = 0;
+        while (std::getline(current, line)) {
+            ++linesInPass;
+            if (linesInPass > processed) {
+                sink(line);
+                ++processed;
+            }
+        }
+        TR_LOGI("Lines Read from %s: [%d]", kCurrent.path, linesInPass);
+
+        // A drained file is deleted, so one that exists means a rotation since the last pass.
+        if (Exists(kRotated)) {
+            TR_LOGI("buffer to be switched to TRELVO_BUFFER.1");
+            current.close();
+            boost::this_thread::sleep_for(kRotationPause);
+            DrainRotated(processed, sink);
+            processed = 0;
+        }
+        boost::this_thread::sleep_for(kPassPause);
+    }
+}
+
+}  // namespace capture

@@ -1,0 +1,201 @@
+#include "Main.h"
+
+#include <algorithm>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CDataDump.h"
+#include "CDataProvider.h"
+#include "CLogCompressor.h"
+#include "CTREventManager.h"
+#include "CUtility.h"
+#include "Log.h"
+
+// True until the first launch request has arrived, successful or not.
+bool bFirstRun = true;
+// The tags of interest to this process; nothing fills or reads the set.
+std::set<std::string> m_logTags;
+
+namespace {
+
+constexpr const char* kCaptureFile = "/tmp/trelvo/RQB_Buffer";
+
+// One value of a launch request, released at the end of its scope.
+class ExtraData {
+public:
+    ExtraData(app_control_h appControl, const char* key) {
+        // A failure leaves the value null, which is how an absent key shows.
+        static_cast<void>(app_control_get_extra_data(appControl, key, &m_Value));
+    }
+    ~ExtraData() { std::free(m_Value); }
+    ExtraData(const ExtraData&) = delete;
+    ExtraData& operator=(const ExtraData&) = delete;
+
+    explicit operator bool() const { return m_Value != nullptr; }
+    [[nodiscard]] char* Get() const { return m_Value; }
+
+private:
+    char* m_Value = nullptr;
+};
+
+// Decimal digits after blanks and a sign, up to the first other character; saturates.
+int ToInt(const char* text) {
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(
+        std::clamp<long>(std::strtol(text, nullptr, 10), Limits::min(), Limits::max()));
+}
+
+// Adjacent separators give empty parts; an empty text gives one.
+std::vector<std::string> Split(const char* text) {
+    std::vector<std::string> parts;
+    const std::string whole = text;
+    boost::split(parts, whole, boost::is_any_of("/"));
+    return parts;
+}
+
+// One shell command line. The values stand in it as they were launched, unquoted: whoever may
+// launch the service decides what the shell makes of them.
+std::string CaptureCommand(const char* bufferKiB, const std::vector<std::string>& tags,
+                           const std::vector<std::string>& levels) {
+    std::string command =
+        std::string("dlogutil -r ") + bufferKiB + " -n 1 -f " + kCaptureFile + " -v kerneltime ";
+    if (levels.size() < tags.size()) {
+        TR_LOGE("LOGLEVEL has %zu levels for %zu tags, the last one serves the rest", levels.size(),
+                tags.size());
+    }
+    for (size_t i = 0; i < tags.size(); ++i) {
+        command += tags[i] + ":" + levels[std::min(i, levels.size() - 1)] + " ";
+    }
+    return command + "&";
+}
+
+void RegisterTimer(app_control_h appControl) {
+    const ExtraData seconds(appControl, "DLOGDUMPVALUE");
+    if (seconds) {
+        TR_LOGI("Registering dump with [%s]sec timer", seconds.Get());
+        CTREventManager::GetInstance()->RegisterDumpTimer(ToInt(seconds.Get()));
+    }
+}
+
+void RegisterTriggers(app_control_h appControl) {
+    const ExtraData modes(appControl, "DLOGDUMPMODE");
+    if (!modes) {
+        return;
+    }
+    TR_LOGI("Dump Mode Parameter from OZU [%s]", modes.Get());
+    char* state = nullptr;
+    for (const char* token = strtok_r(modes.Get(), "&", &state); token != nullptr;
+         token = strtok_r(nullptr, "&", &state)) {
+        const std::string_view mode = token;
+        if (mode == "poweroff") {
+            TR_LOGI("Registering dump on poweroff");
+            CTREventManager::GetInstance()->RegisterDumpOnPowerOff();
+        } else if (mode == "bufferfull") {
+            TR_LOGI("Registering dump on Full Buffer");
+            CDataProvider::Instance()->SetBufferFullPolicy(true);
+        } else if (mode == "timer") {
+            RegisterTimer(appControl);
+        }
+    }
+}
+
+void StartCapture(app_control_h appControl) {
+    const ExtraData tagList(appControl, "LOGTAG");
+    const ExtraData levelList(appControl, "LOGLEVEL");
+    const ExtraData bufferKiB(appControl, "RQBBUFFER");
+    const ExtraData policyMode(appControl, "POLICYMODE");
+    if (!tagList || !levelList || !bufferKiB || !policyMode) {
+        TR_LOGE("LOGTAG or LOGLEVEL or RQBBUFFER or POLICYMODE not provided in launch_app args");
+        ui_app_exit();
+        return;
+    }
+    const std::vector<std::string> tags = Split(tagList.Get());
+    TR_LOGI("LogTag vector size: %zu", tags.size());
+    const std::vector<std::string> levels = Split(levelList.Get());
+    TR_LOGI("LogLevel vector size: %zu", levels.size());
+
+    const std::string command = CaptureCommand(bufferKiB.Get(), tags, levels);
+    TR_LOGI("Dlog command: %s", command.c_str());
+    // The command ends in "&": the shell's own status says nothing about the capture.
+    if (std::system(command.c_str()) == -1) {
+        TR_LOGE("Unable to launch Dlog command: %s", command.c_str());
+        ui_app_exit();
+        return;
+    }
+    CUtility::Instance()->SetPolicyMode(ToInt(policyMode.Get()));
+    // Before the buffer size, which depends on the full-buffer policy.
+    RegisterTriggers(appControl);
+    // Sign-extended, so that a negative size is a huge one.
+    CDataProvider::Instance()->SetBufferSize(
+        static_cast<unsigned long long>(static_cast<long long>(ToInt(bufferKiB.Get()))));
+    CLogCompressor::Instance();
+}
+
+void RequestDump(app_control_h appControl) {
+    const ExtraData path(appControl, "DUMP");
+    if (!path) {
+        TR_LOGE("DUMP not provided in launch_app args");
+        return;
+    }
+    TR_LOGI("Trigger received to dump data on request at path [%s]", path.Get());
+    CTREventManager::GetInstance()->RequestDumpOnFile(path.Get());
+}
+
+}  // namespace
+
+bool app_create(void* /*user_data*/) {
+    TR_LOGI("app_create called");
+    // In this order: the dump mutex and condition exist before the writer thread, which the last
+    // one starts.
+    CTREventManager::GetInstance();
+    CUtility::Instance();
+    CDataProvider::Instance();
+    CDataDump::Instance();
+    return true;
+}
+
+void app_control(app_control_h app_control, void* /*user_data*/) {
+    TR_LOGI("app_control called");
+    if (!bFirstRun) {
+        RequestDump(app_control);
+        return;
+    }
+    // Before any check: a first launch that fails is not tried again as one.
+    bFirstRun = false;
+    StartCapture(app_control);
+}
+
+void app_terminate(void* /*user_data*/) {
+    TR_LOGI("terminate called");
+}
+
+void app_pause(void* /*user_data*/) {
+    TR_LOGI("pause called");
+}
+
+void app_resume(void* /*user_data*/) {
+    TR_LOGI("resume called");
+}
+
+int main(int argc, char** argv) {
+    TR_LOGI("Trelvo main Called..");
+    ui_app_lifecycle_callback_s callbacks{};
+    callbacks.create = app_create;
+    callbacks.terminate = app_terminate;
+    callbacks.pause = app_pause;
+    callbacks.resume = app_resume;
+    callbacks.app_control = app_control;
+    const int result = ui_app_main(argc, argv, &callbacks, nullptr);
+    TR_LOGI("value of ret is %d", result);
+    if (result != 0) {
+        TR_LOGI("app_main() is failed. err = %d", result);
+    }
+    return result;
+}

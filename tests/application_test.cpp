@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "CDataProvider.h"
+#include "CTREventManager.h"
+#include "CUtility.h"
+#include "Main.h"
+#include "support/platform_fake.h"
+
+int ServiceMain(int argc, char** argv);  // the service's main()
+
+namespace test_support {
+namespace {
+
+const std::string kLater = "I app_control called; E DUMP not provided in launch_app args";
+
+CTREventManager& Manager() {
+    return *CTREventManager::GetInstance();
+}
+
+// What a launch with these values of the four required keys does on the main thread.
+std::string Launch(const char* tags, const char* levels, const char* buffer, const char* mode) {
+    Platform().launch_arguments = {{"LOGTAG", tags}, {"LOGLEVEL", levels}, {"RQBBUFFER", buffer}};
+    if (mode != nullptr) {
+        Platform().launch_arguments["POLICYMODE"] = mode;
+    }
+    Platform().Take();
+    app_control(nullptr, nullptr);
+    return Platform().Take(true);
+}
+
+TEST(ApplicationTest, FirstLaunchConfiguresAndLaterOnesDump) {
+    InFreshProcess([] {
+        Platform().launch_arguments = {{"LOGTAG", "A//C"},
+                                       {"LOGLEVEL", "E/W/I/D"},
+                                       {"RQBBUFFER", "512k"},
+                                       {"POLICYMODE", "-99999999999999999999"},
+                                       {"DLOGDUMPMODE", "timer&&poweroff&Timer&bufferfull"},
+                                       {"DLOGDUMPVALUE", "2147483648"},
+                                       {"DUMP", "/tmp"}};
+        EXPECT_EQ(ServiceMain(0, nullptr), -5);
+        // The compressor thread finds no capture file and tries again every second.
+        EXPECT_TRUE(Platform().WaitFor("E exception: =[TRELVO_BUFFER could not be opened]", 2));
+        const std::string command =
+            "dlogutil -r 512k -n 1 -f /tmp/trelvo/RQB_Buffer -v kerneltime A:E :W C:I &";
+        EXPECT_EQ(
+            Platform().Take(true),
+            "I Trelvo main Called..; I app_create called; I m_pInstance Created; I CTREventManager "
+            "called; I Initialize called; I m_pInstance Created; I CDataDump created; I "
+            "app_control called; I LogTag vector size: 3; I LogLevel vector size: 4; I Dlog "
+            "command: " +
+                command + "; system " + command +
+                "; I SetPolicyMode called; I Dump Mode Parameter from OZU "
+                "[timer&&poweroff&Timer&bufferfull]; I Registering dump with [2147483648]sec "
+                "timer; I RegisterDumpTimer called; I Registering Timer with [2147483647]sec; I "
+                "Reset Dump Timer; I Registering dump on poweroff; I Registering dump on Full "
+                "Buffer; I SetBufferFullPolicy called; I SetBufferSize called; get "
+                "com.velmora/featureconf/robustness.ozu_mode; I robustness.ozu_mode [2]; I set "
+                "buffer Size :[524288]Bytes; I pause called; I resume called; I terminate called; "
+                "I value of ret is -5; I app_main() is failed. err = -5");
+        EXPECT_EQ(CUtility::Instance()->GetPolicyMode(), INT_MIN);
+        EXPECT_EQ(Platform().power_callback, CTREventManager::t_OnPoweroff);
+        EXPECT_EQ(Launch("A", "I", "1", "0"), kLater);
+        Platform().launch_arguments["DUMP"] = "/tmp";
+        app_control(nullptr, nullptr);
+        EXPECT_TRUE(
+            Platform().WaitFor("I Trigger received to dump data on request at path [/tmp]"));
+    });
+}
+
+TEST(ApplicationTest, FirstLaunchThatLacksSomething) {
+    InFreshProcess([] {
+        EXPECT_EQ(Launch("A", "I", "1", nullptr),
+                  "I app_control called; E LOGTAG or LOGLEVEL or RQBBUFFER or POLICYMODE not "
+                  "provided in launch_app args; ui_app_exit");
+        EXPECT_EQ(Launch("A", "I", "1", "0"), kLater) << "a first launch is not repeated";
+    });
+    InFreshProcess([] {
+        Platform().system_result = -1;
+        const std::string command =
+            "dlogutil -r 1 -n 1 -f /tmp/trelvo/RQB_Buffer -v kerneltime A:I &";
+        EXPECT_EQ(Launch("A", "I", "1", "0"),
+                  "I app_control called; I LogTag vector size: 1; I LogLevel vector size: 1; I "
+                  "Dlog command: " +
+                      command + "; system " + command +
+                      "; E Unable to launch Dlog command: " + command + "; ui_app_exit");
+    });
+    InFreshProcess([] {
+        const std::string done = Launch("A/B/C", "D", "-1", "0");
+        EXPECT_NE(done.find(" -v kerneltime A:D B:D C:D &; "), std::string::npos) << done;
+        EXPECT_EQ(CDataProvider::Instance()->GetBufferSize(), ~0ULL << 10);
+    });
+}
+
+TEST(TriggerTest, EveryTriggerRestartsAnEnabledTimer) {
+    const auto timer = [] { return g_main_context_find_source_by_user_data(nullptr, &Manager()); };
+    InFreshProcess([&timer] {
+        Manager().RegisterDumpTimer(0);
+        Manager().RequestDumpOnFile("/tmp");
+        EXPECT_EQ(timer(), nullptr);
+        Manager().RegisterDumpTimer(3600);
+        const std::function<void()> triggers[] = {
+            [] { Manager().RequestDumpOnFile("/tmp"); }, [] { Manager().RequestDumpOnFile(""); },
+            [] { Manager().RequestDumpOnFullBuffer(); }, [] { Manager().RegisterDumpTimer(1); },
+            [] { EXPECT_TRUE(g_main_context_iteration(nullptr, TRUE)); }};
+        for (const auto& trigger : triggers) {
+            ASSERT_NE(timer(), nullptr);
+            const unsigned before = g_source_get_id(timer());
+            Platform().Take();
+            trigger();
+            EXPECT_EQ(g_main_context_find_source_by_id(nullptr, before), nullptr);
+        }
+        EXPECT_NE(timer(), nullptr);
+        EXPECT_EQ(Platform().Take(),
+                  "I t_startTimerDump called; I SignalSelfInitiateDumpData called; I Reset Dump "
+                  "Timer; I UnRegisterDumpTimer called");
+    });
+}
+
+TEST(TriggerTest, OnlyTheWayIntoStandbyStartsADump) {
+    const std::tuple<uint64_t, uint64_t, bool> rows[] = {{0, 2, false},
+                                                         {0, 0x200000001, false},
+                                                         {0x200000000, 0x100000000, false},
+                                                         {0, 0x200000000, true}};
+    for (const auto& [previous, next, dumps] : rows) {
+        _device_power_state_info info{previous, next, 0};
+        Snapshot(true);
+        EXPECT_EQ(CTREventManager::t_OnPoweroff(&info, nullptr), 0);
+        EXPECT_EQ(CUtility::Instance()->isSelfInitiatePending(), dumps) << next;
+    }
+    Snapshot(true);
+}
+
+}  // namespace
+}  // namespace test_support

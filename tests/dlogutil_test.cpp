@@ -1,0 +1,291 @@
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "dlog.h"
+#include "dlogutil/journal_follower.h"
+#include "dlogutil/line_format.h"
+#include "dlogutil/options.h"
+#include "dlogutil/rotating_file.h"
+#include "support/journal.h"
+#include "support/process.h"
+
+namespace fs = std::filesystem;
+
+namespace dlogutil {
+namespace {
+
+using test_support::ReadFile;
+using test_support::WriteFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// The parts of `text` between blanks, or another separator.
+std::vector<std::string> Words(const std::string& text, char separator = ' ') {
+    std::vector<std::string> words;
+    std::istringstream stream(text);
+    for (std::string word; std::getline(stream, word, separator);) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+Options Parse(const std::string& arguments) {
+    std::vector<std::string> words = Words("dlogutil " + arguments);
+    std::vector<char*> argv(words.size() + 1);
+    std::transform(words.begin(), words.end(), argv.begin(),
+                   [](auto& word) { return word.data(); });
+    return ParseOptions(static_cast<int>(words.size()), argv.data());
+}
+
+TEST(Options, CaptureCommandIsReadAndWrongOnesAreRefused) {
+    const Options options = Parse("-r 512k -n 3 -f /tmp/f -v kerneltime A:D :W");
+    EXPECT_EQ(options.limit_bytes, 512U * 1024);
+    EXPECT_EQ(options.rotated_count, 3);
+    EXPECT_EQ(options.file, "/tmp/f");
+    for (const char* wrong : {"-r 0", "-r k", "-r -4", "-r", "-n 100", "-n 1x", "-n -1", "-v time",
+                              "-x", "A", "A:", "A:X", "A:WW", "A:W B"}) {
+        EXPECT_THROW((void)Parse(wrong), std::invalid_argument) << wrong;
+    }
+}
+
+TEST(Options, FiltersSelectByTagAndLevel) {
+    struct {
+        const char* filters;
+        const char* passing;  // of the levels of the tags A and B
+    } const rows[] = {
+        {"", "AV AD AI AW AE AF AS BV BD BI BW BE BF BS "},
+        {"A:w", "AW AE AF AS "},
+        {"*:F A:S", "BF BS "},
+        {"A:F B:V B:F A:E", "AE AF AS BF BS "},
+        {"A:B:V :V", ""},
+    };
+    for (const auto& row : rows) {
+        const TagFilters filters = Parse(row.filters).filters;
+        std::string passing;
+        for (const char* tag : {"A", "B"}) {
+            for (const char level : kLevels) {
+                passing += filters.Passes(tag, level) ? std::string(tag) + level + ' ' : "";
+            }
+        }
+        EXPECT_EQ(passing, row.passing) << row.filters;
+    }
+}
+
+// "NAME=value|NAME=value"
+Fields MakeFields(const std::string& text) {
+    Fields fields;
+    for (const std::string& field : Words(text, '|')) {
+        fields[field.substr(0, field.find('='))] = field.substr(field.find('=') + 1);
+    }
+    return fields;
+}
+
+TEST(LineFormat, EntriesBecomeLines) {
+    struct {
+        const char* fields;
+        const char* lines;
+    } const rows[] = {
+        {"MESSAGE=hi|PRIORITY=4|SYSLOG_IDENTIFIER=tag|_COMM=prog|_PID=10",
+         "12.005 W/tag     (P10, T10): prog: prog(0) > hi\n"},
+        {"MESSAGE=hi|_COMM=systemd|TID=11|SYSLOG_PID=9|CODE_FILE=../a/b.c|CODE_FUNC=f|CODE_LINE=52",
+         "12.005 I/systemd (P9, T11): b.c: f(52) > hi\n"},
+        {"MESSAGE=hi|CODE_FILE=src/|CODE_LINE=x", "12.005 I/unknown (P0, T0): ?: ?(0) > hi\n"},
+        {"MESSAGE=a.c: f(1) > one > 1\r\n \t\n\ntwo\n|DLOG_LEVEL=V|SYSLOG_IDENTIFIER=LONG_ENOUGH",
+         "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > one > 1\n"
+         "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > two\n"},
+        {"MESSAGE=no prefix\ntwo|DLOG_LEVEL=VV|_COMM=c",
+         "12.005 I/c       (P0, T0): no prefix\n12.005 I/c       (P0, T0): c: c(0) > two\n"},
+        {"_COMM=c", ""},
+    };
+    for (const auto& row : rows) {
+        std::string lines;
+        for (const std::string& line : FormatLines(MakeFields(row.fields), 12005999)) {
+            lines += line;
+        }
+        EXPECT_EQ(lines, row.lines) << row.fields;
+    }
+    std::string levels;
+    for (const char* priority : {"0", "1", "2", "3", "4", "5", "6", "7", "8", "", "-1"}) {
+        levels += LevelOf({{"PRIORITY", priority}});
+    }
+    EXPECT_EQ(levels, "FFFEWIIDIII");
+}
+
+// What a reader takes from a line that it splits at the first occurrence of each delimiter; empty
+// when a delimiter is not where the line format puts it.
+std::string Split(const std::string& line) {
+    const std::size_t process = line.find("(P");
+    const std::size_t thread = line.find(", T");
+    const std::size_t close = line.find("):");
+    const std::size_t arrow = line.find(" > ");
+    if (line.rfind("1.000 I/", 0) != 0 || line.find('/') != 7 || process < 16 ||
+        thread >= line.size() || line.find_first_not_of("0123456789", process + 2) != thread ||
+        thread <= process + 2 || line.find_first_not_of("0123456789", thread + 3) != close ||
+        close <= thread + 3 || arrow >= line.size() || arrow <= close + 1) {
+        return "";
+    }
+    std::stoi(line.substr(process + 2));  // must not throw
+    std::stoi(line.substr(thread + 3));
+    return line.substr(8, process - 8) + "|" + line.substr(arrow + 3);
+}
+
+TEST(LineFormat, HostileFieldsCannotMoveADelimiter) {
+    struct {
+        std::string fields;
+        std::string expected;  // padded tag and message
+    } const rows[] = {
+        {"SYSLOG_IDENTIFIER=x, Ty", "x_ Ty   |hi\n"},
+        {"SYSLOG_IDENTIFIER=(P(P1, T2): > > x", "_P_P1_ T2_: _ _ x|hi\n"},
+        {"SYSLOG_IDENTIFIER=a >", "a _     |hi\n"},  // the padding would complete it
+        {"SYSLOG_IDENTIFIER=> a)(,", "> a)(,  |hi\n"},
+        {std::string("SYSLOG_IDENTIFIER=a\n9.9 I/b\0\x7f", 29), "a_9.9 I/b__|hi\n"},
+        {"SYSLOG_IDENTIFIER=  |_COMM= c ", "c       |hi\n"},
+        {"SYSLOG_IDENTIFIER=" + std::string(9000, 't'), std::string(128, 't') + "|hi\n"},
+        {"_PID=2147483648|SYSLOG_PID=-1|TID=" + std::string(99, '0') + "1", "unknown |hi\n"},
+        {"SYSLOG_PID=1 |TID=1, T", "unknown |hi\n"},
+        {"CODE_FILE=> a > \n|CODE_FUNC=f > g >|CODE_LINE=1 > 2", "unknown |hi\n"},
+        {"_COMM=> a > b", "> a _ b |hi\n"},
+    };
+    for (const auto& row : rows) {
+        Fields fields = MakeFields(row.fields);
+        fields["MESSAGE"] = "hi\n2.0 F/evil(P1, T1): e > vil";
+        const auto lines = FormatLines(fields, 1000000);
+        ASSERT_EQ(lines.size(), 2U) << row.fields;
+        EXPECT_EQ(Split(lines[0]), row.expected) << lines[0];
+        EXPECT_THAT(Split(lines[1]), HasSubstr("|2.0 F/evil(P1, T1): e > vil\n")) << lines[1];
+    }
+    const auto lines = FormatLines(
+        {{"DLOG_LEVEL", "I"}, {"MESSAGE", std::string(60000, 'x') + " > y\nz"}}, 1000000);
+    EXPECT_EQ(Split(lines.at(1)), "unknown |z\n") << "a long prefix is not repeated";
+}
+
+class RotatingFileTest : public testing::Test {
+protected:
+    void SetUp() override { fs::remove_all(kFolder); }
+    void TearDown() override { fs::remove_all(kFolder); }
+
+    // The contents of the current file and of the rotated ones, newest first.
+    static std::vector<std::string> Files() {
+        std::vector<std::string> files;
+        for (std::string name = kFile; fs::exists(name);
+             name = kFile + "." + std::to_string(files.size())) {
+            files.push_back(ReadFile(name));
+        }
+        return files;
+    }
+
+    const fs::path kFolder = "/tmp/rotating";
+    static inline const std::string kFile = "/tmp/rotating/file";
+};
+
+TEST_F(RotatingFileTest, FullFilesAreRenamedAndTheOldestVanishes) {
+    {
+        RotatingFile file(kFile, 8, 2);
+        EXPECT_EQ(fs::status(kFolder).permissions(), fs::perms::owner_all);
+        for (const char* line :
+             {"1aa\n", "2aa\n", "3aaaaaaaa\n", "4aaa\n", "5aa\n", "6aaaaaaa\n"}) {
+            EXPECT_FALSE(file.Append(line));
+        }
+        EXPECT_THAT(Files(), ElementsAre("6aaaaaaa\n", "4aaa\n5aa\n", "3aaaaaaaa\n"));
+        fs::remove(kFile + ".1");  // a reader that has read it
+        EXPECT_FALSE(file.Append("7\n"));
+        EXPECT_THAT(Files(), ElementsAre("7\n", "6aaaaaaa\n", "3aaaaaaaa\n"));
+    }
+    (void)RotatingFile(kFile, 4, 2);
+    EXPECT_THAT(Files(), ElementsAre("")) << "left-overs";
+    RotatingFile file(kFile, 4, 0);
+    EXPECT_FALSE(file.Append("1234\n"));
+    EXPECT_FALSE(file.Append("5\n"));
+    EXPECT_THAT(Files(), ElementsAre("5\n")) << "none is kept";
+}
+
+TEST_F(RotatingFileTest, ForeignPlacesAreRefused) {
+    const auto open = [] { (void)RotatingFile(kFile, 4, 1); };
+    fs::create_directory_symlink("/tmp", kFolder);
+    EXPECT_THROW(open(), std::runtime_error) << "the folder is a link";
+    fs::remove(kFolder);
+    fs::create_directory(kFolder);
+    WriteFile("/tmp/target", "precious");
+    for (const std::string& name : {kFile, kFile + ".1"}) {
+        fs::create_symlink("/tmp/target", name);
+        EXPECT_THROW(open(), std::runtime_error) << "a link " << name;
+        fs::remove(name);
+        fs::create_hard_link("/tmp/target", name);
+        EXPECT_THROW(open(), std::runtime_error) << "a second name " << name;
+        fs::remove(name);
+    }
+    EXPECT_EQ(ReadFile("/tmp/target"), "precious");
+    RotatingFile writer(kFile, 4, 1);
+    EXPECT_THROW(open(), std::runtime_error) << "a second writer";
+    if (chown(kFolder.c_str(), 12345, 12345) == 0) {  // not in a user namespace
+        EXPECT_THROW(open(), std::runtime_error) << "another user's folder";
+    }
+}
+
+TEST_F(RotatingFileTest, HalfALineIsTakenBackAndCanBeTriedAgain) {
+    RotatingFile file(kFile, 1000, 1);
+    ASSERT_FALSE(file.Append("first\n"));
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit full{10, before.rlim_max};
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    const std::error_code error = file.Append("second\n");
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    signal(SIGXFSZ, handler);
+    EXPECT_TRUE(error);
+    EXPECT_THAT(Files(), ElementsAre("first\n"));
+    EXPECT_FALSE(file.Append("second\n"));
+    EXPECT_THAT(Files(), ElementsAre("first\nsecond\n"));
+}
+
+// The next line of entries under `tag`; empty when there is none at the limit.
+std::string NextLine(JournalFollower& follower, const std::string& tag) {
+    for (;;) {
+        while (const auto entry = follower.Next()) {
+            if (TagOf(entry->fields) == tag) {
+                const std::string line = FormatLines(entry->fields, entry->usec).at(0);
+                return line.substr(line.find(' ') + 1);
+            }
+        }
+        pollfd news[] = {{follower.JournalFd(), POLLIN, 0}, {follower.FoldersFd(), POLLIN, 0}};
+        if (poll(news, 2,
+                 static_cast<int>(std::chrono::milliseconds(test_support::kLimit).count())) <= 0) {
+            return "";
+        }
+        follower.Process();
+    }
+}
+
+TEST(JournalFollower, FollowsThroughALateStartARotationAndARestart) {
+    fs::remove_all("/run/log");
+    JournalFollower follower;
+    fs::create_directories("/run/log/journal");
+    const std::string ids =
+        "(P" + std::to_string(getpid()) + ", T" + std::to_string(gettid()) + "): ";
+    std::optional<test_support::Journal> journal(std::in_place);
+    EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_VERBOSE, "x, Ty", "a.c: f(%d) > %s", 1, "hi"), 14);
+    EXPECT_EQ(NextLine(follower, "x_ Ty"), "V/x_ Ty   " + ids + "a.c: f(1) > hi\n");
+    journal.reset();
+    fs::remove_all("/run/systemd/journal");  // a socket that nobody listens on
+    fs::remove_all("/run/log/journal");
+    fs::create_directories("/run/log/journal");
+    journal.emplace();
+    journal->Send({"SYSLOG_IDENTIFIER=later", "MESSAGE=a", "CODE_FILE=b.c", "CODE_FUNC=g"});
+    EXPECT_THAT(NextLine(follower, "later"), StartsWith("I/later   " + ids + "b.c: g("));
+}
+
+}  // namespace
+}  // namespace dlogutil

@@ -1,0 +1,295 @@
+#include "dump/dump_reader.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <random>
+#include <sstream>
+
+#include "escape/escape.h"
+#include "policy/code_tables.h"
+#include "policy/policy_file.h"
+#include "support/process.h"
+
+namespace {
+size_t largest_allocation = 0;
+}  // namespace
+
+// Replaced to see whether a claimed length is believed. Not inlined, where the compiler would take
+// them for a pair that does not match.
+[[gnu::noinline]] void* operator new(size_t size) {
+    largest_allocation = std::max(largest_allocation, size);
+    if (void* const memory = std::malloc(size); memory != nullptr) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t /*size*/) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+std::string Hex(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+// Gives few bytes at a time, so that every field crosses the end of a buffer somewhere.
+class Trickle : public ByteSource {
+public:
+    explicit Trickle(std::string bytes) : bytes_(std::move(bytes)) {}
+    size_t Read(char* data, size_t size) override {
+        const size_t count = bytes_.copy(data, std::min<size_t>(size, 3), position_);
+        position_ += count;
+        return count;
+    }
+    void Seek(uint64_t offset) override { position_ = offset; }
+
+private:
+    std::string bytes_;
+    size_t position_ = 0;
+};
+
+// "level tag pid tid +delta message;" for each whole record, then the fault.
+std::string Read(const std::string& bytes) {
+    std::string text;
+    try {
+        Trickle source(bytes);
+        DumpReader reader(source);
+        for (Record record; reader.Next(record);) {
+            text += record.level + " "s + std::string(record.origin.tag) + " " +
+                    std::to_string(record.origin.pid) + " " + std::to_string(record.origin.tid) +
+                    " +" + std::to_string(record.delta_ms) + " " + std::string(record.message) +
+                    ";";
+        }
+    } catch (const DumpError& error) {
+        text += "offset " + std::to_string(error.Offset()) + ": " + error.what();
+    }
+    return text;
+}
+
+const std::string kExample = "03 31 2E 30 0A 06 54 41 47 2C 31 30 02 0B 01 D4 E1 00 00 21 02 68 69";
+// Keys A,10 and B,10; TIDs 11 and 12, and 11.
+const std::string kThreeOrigins =
+    "00 12 04 41 2C 31 30 04 0B 01 0C 02 04 42 2C 31 30 02 0B 03 D4 E1 00";
+const std::string kOneOrigin = "00 08 04 41 2C 31 30 02 0B 01 05";  // records begin at offset 11
+
+TEST(ByteReader, Leb128AtTheEdgesOfEachLength) {
+    std::istringstream rows(
+        "0 00  63 3F  64 C000  127 FF00  128 8001  300 AC02  8191 FF3F  8192 80C000 "
+        "1048575 FFFF3F  1048576 8080C000  134217727 FFFFFF3F  134217728 808080C000 "
+        "2147483647 FFFFFFFF07  -1 7F  -64 40  -65 BF7F  -2147483648 8080808078  0 808000");
+    int32_t value = 0;
+    for (std::string hex; rows >> value >> hex;) {
+        const std::string bytes = Hex(hex);
+        ByteReader reader(bytes, 0);
+        EXPECT_EQ(reader.Leb128("value"), value) << hex;
+        EXPECT_TRUE(reader.AtEnd()) << hex;
+    }
+}
+
+TEST(DumpReader, RecordHeadersAtTheEdgesOfEachLength) {
+    std::istringstream rows(  // index as LEB128, header, level
+        "05 45 W  0F 8F F  10 9010 F  AC02 322C I  FF0F 1F7F D  8010 709000 E  FFFF0F 3FFF7F I "
+        "808010 30908000 I  80808010 3090808000 I  FFFFFFFF07 37FFFFFF7F I");
+    std::string header;
+    std::string level;
+    for (std::string index; rows >> index >> header >> level;) {
+        const std::string pair = Hex("0B" + index);
+        const std::string entry = Hex("03 54 2C 31") + static_cast<char>(pair.size()) + pair;
+        const std::string dump =
+            '\0' + (static_cast<char>(entry.size()) + entry) + Hex("00 00" + header + "01 78");
+        EXPECT_EQ(Read(dump), level + " T 1 11 +0 x;") << header;
+    }
+}
+
+TEST(DumpReader, GoldenDumps) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"00 00 00", ""},
+        {kExample, "I TAG 10 11 +0 hi;"},
+        {kThreeOrigins + "00 21 01 61  05 42 01 62  C0 00 03 00  00 81 01 64",
+         "I A 10 11 +0 a;W A 10 12 +5 b;D B 10 11 +64 ;F A 10 11 +0 d;"},
+        {"00 0B 07 61 2C 62 2C 2D 31 30 02 7F 01 7F 00 01 00", "D a,b -10 -1 +0 ;"},
+    };
+    for (const auto& [hex, text] : rows) {
+        EXPECT_EQ(Read(Hex(hex)), text) << hex;
+    }
+}
+
+TEST(DumpReader, DamageIsToldWithOffsetAndCause) {
+    const std::string first = "D A 10 11 +0 a;";
+    const std::string one = kOneOrigin + "00 01 01 61";  // the next record begins at offset 15
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"", "offset 0: policy version is cut off"},
+        {"FF FF FF FF 07 31", "offset 0: policy version of 2147483647 bytes but only 1 are left"},
+        {"7F", "offset 0: policy version is negative (-1)"},
+        {"00 80 80 80 80 80 00", "offset 1: dictionary is an integer of more than 5 bytes"},
+        {"00 80 80 80 80 08", "offset 1: dictionary does not fit in 32 bits"},
+        {"00 20 04 41", "offset 1: dictionary of 32 bytes but only 2 are left"},
+        {"00 02 04 41 00", "offset 2: dictionary key of 4 bytes but only 1 are left"},
+        {"00 03 02 41 31 00 00", "offset 2: dictionary key has no comma before its PID"},
+        {"00 05 03 41 2C 78 00 00", "offset 2: dictionary key has a PID that is no 32-bit number"},
+        {"00 05 03 41 2C 31 09 00", "offset 6: pair list of 9 bytes but only 0 are left"},
+        {"00 06 03 41 2C 31 01 0B 00", "offset 8: dictionary index is cut off"},
+        {"00 07 03 41 2C 31 02 0B 00 00", "offset 7: dictionary index is 0"},
+        {"00 09 03 41 2C 31 04 0B 01 0C 01 00", "offset 9: dictionary index 1 comes twice"},
+        {"00 0E 03 41 2C 31 02 0B 01 03 41 2C 31 02 0C 02 00",
+         "offset 9: dictionary key comes twice"},
+        {"00 00 D4 E1", "offset 2: last log time is cut off"},
+        {one + "05", first + "offset 16: record header is cut off"},
+        {one + "7F 01 00", first + "offset 15: time delta is negative (-1)"},
+        {one + "00 A1 00", first + "offset 16: record header has the unknown level code 5"},
+        {one + "00 02 00",
+         first + "offset 16: record header has index 2, which the dictionary lacks"},
+        {one + "00 10 80 80 80 80 01 00",
+         first + "offset 16: record header is longer than 5 bytes"},
+        {one + "00 01 AC 02 61", first + "offset 17: message of 300 bytes but only 1 are left"},
+    };
+    for (const auto& [hex, text] : rows) {
+        const std::string bytes = Hex(hex);
+        largest_allocation = 0;
+        EXPECT_EQ(Read(bytes), text) << hex;
+        EXPECT_LT(largest_allocation, 1024U * 1024) << hex;
+    }
+}
+
+TEST(DumpReader, SurvivesRandomDamage) {
+    const std::string golden = Hex(kThreeOrigins + "00 21 01 61  05 42 01 62  C0 00 03 01 63");
+    std::mt19937 random(1);
+    const auto below = [&random](size_t limit) { return random() % limit; };
+    largest_allocation = 0;
+    for (int round = 0; round < 20000; ++round) {
+        std::string bytes = golden;
+        for (size_t change = 0; change <= below(3); ++change) {
+            // Puts none, one or two bytes in place of none, one or two.
+            std::string added(below(3), static_cast<char>(below(256)));
+            bytes.replace(below(bytes.size() + 1), below(3), added);
+        }
+        static_cast<void>(Read(bytes));
+    }
+    EXPECT_LT(largest_allocation, 1024U * 1024);
+}
+
+TEST(Escape, WhatCouldDriveATerminal) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"plain grün 日本 \U0001F600", "plain grün 日本 \U0001F600"},
+        {"\x1B[2J\t\r\n\x7F"s + '\0', R"(\x1B[2J\x09\x0D\x0A\x7F\x00)"},
+        {"C:\\x1B", R"(C:\\x1B)"},
+        {"\xC2\x9B"s + "31m", R"(\xC2\x9B31m)"},
+        {"\u202Eabc\u2066\u061C\u200F\u2028", R"(\u{202E}abc\u{2066}\u{061C}\u{200F}\u{2028})"},
+        {"stray \x80 \xFF", R"(stray \x80 \xFF)"},
+        {"cut \xE2\x82", R"(cut \xE2\x82)"},
+        {"overlong \xC0\x80 \xE0\x80\xAF", R"(overlong \xC0\x80 \xE0\x80\xAF)"},
+        {"surrogate \xED\xA0\x80", R"(surrogate \xED\xA0\x80)"},
+        {"too large \xF4\x90\x80\x80", R"(too large \xF4\x90\x80\x80)"},
+    };
+    for (const auto& [text, escaped] : rows) {
+        EXPECT_EQ(Escape(text), escaped);
+    }
+}
+
+// A folder for one test, with a policy of one table for TAG in codes.db.
+class Policy : public testing::Test {
+protected:
+    Policy() {
+        char name[] = "/tmp/trelvo-policy-XXXXXX";
+        folder_ = mkdtemp(name);
+        WriteXml("<x><policy version='1.0'/><DB LogTag='TAG' NAME='codes.db'/>");
+        sqlite3* database = nullptr;
+        EXPECT_EQ(sqlite3_open((folder_ / "codes.db").c_str(), &database), SQLITE_OK);
+        const char* const rows =
+            "create table HuffmanCode(log text, huffmancode text); insert into HuffmanCode values"
+            "('hello world','0110100001101001'), ('again','00000001'), ('again','00000010'),"
+            "('twin','11110000'), ('twin 2','11110000'), (null,'00000100'), ('none',null),"
+            "('bad','0000002x'), ('odd','0101')";
+        EXPECT_EQ(sqlite3_exec(database, rows, nullptr, nullptr, nullptr), SQLITE_OK);
+        EXPECT_EQ(sqlite3_close(database), SQLITE_OK);
+    }
+    ~Policy() override { fs::remove_all(folder_); }
+
+    void WriteXml(const std::string& xml) const {
+        test_support::WriteFile(folder_ / "policy_version.xml", xml);
+    }
+
+    fs::path folder_;
+};
+
+TEST_F(Policy, TablesTurnCodesIntoMessages) {
+    const CodeTables tables(folder_);
+    EXPECT_EQ(tables.Version(), "1.0");
+    EXPECT_TRUE(tables.Faults().empty());
+    EXPECT_EQ(tables.Message("TAG", "hi"), "hello world");
+    EXPECT_EQ(tables.Message("TAG", "\x02"), "again");
+    EXPECT_EQ(tables.Message("TAG", ""), "odd");
+    EXPECT_FALSE(tables.Message("OTHER", "hi"));
+    for (const char* code : {"\x01", "\x04", "\xF0", "hello world"}) {
+        EXPECT_FALSE(tables.Message("TAG", code)) << Escape(code);
+    }
+}
+
+TEST_F(Policy, FaultsNameTheFile) {
+    WriteXml("<x><db logtag='A' name='absent.db'/><db logtag='TAG' name='codes.db'/></x>");
+    const CodeTables tables(folder_);
+    ASSERT_EQ(tables.Faults().size(), 1U);
+    EXPECT_NE(tables.Faults()[0].find("absent.db: unable to open"), std::string::npos);
+    EXPECT_FALSE(fs::exists(folder_ / "absent.db"));
+    EXPECT_EQ(tables.Message("TAG", "hi"), "hello world");
+
+    WriteXml("<x></y>");
+    EXPECT_THROW(CodeTables(folder_.string()), PolicyError);
+}
+
+TEST_F(Policy, TheProgramSaysWhatItDidAndWhatItCouldNot) {
+    const fs::path bin = TRELVO_BIN_DIR;
+    test_support::WriteFile(folder_ / "whole", Hex(kExample + "05 21 02 6F 1B"));
+    test_support::WriteFile(folder_ / "cut", Hex(kExample + "05 21 09 6F"));
+    fs::create_directory(folder_ / "old");
+    test_support::WriteFile(folder_ / "old/policy_version.xml", "<policy version='0.9'/>");
+
+    const std::string newest = "12.500 I/TAG(P 10, T 11): hi\n";
+    const std::string lines = "12.495 I/TAG(P 10, T 11): hi\n12.500 I/TAG(P 10, T 11): o\\x1B\n";
+    const std::vector<std::array<std::string, 4>> rows{
+        // what follows the name, status, out, err
+        {"decode whole", "0", lines, ""},
+        {"decode -", "0", lines, ""},
+        {"decode - < whole", "0", lines, ""},
+        {"decode cut whole", "3", newest + lines,
+         "cut: offset 25: message of 9 bytes but only 1 are left; the times shown are the latest "
+         "possible"},
+        {"decode no whole", "3", lines, "no: No such file or directory"},
+        {"decode whole > /dev/full", "5", "", "standard output: No space left on device"},
+        {"decode --policy . cut 2> /dev/null", "3", "12.500 I/TAG(P 10, T 11): hello world\n", ""},
+        {"decode --policy old whole", "4", "",
+         "whole: needs the code tables of policy version '1.0', not those of '0.9'"},
+        {"decode --policy no whole", "4", "", "no/policy_version.xml: No such file or directory"},
+        {"decode", "2", "", "FILE is required"},
+        {"decod whole", "2", "", "unknown command or option 'decod'"},
+        {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
+    };
+    const std::string command = "cd " + folder_.string() + "; cat whole | " + bin.string();
+    for (const auto& [arguments, status, out, err] : rows) {
+        const auto result =
+            test_support::RunProgram({"sh", "-c", command + "/trelvoctl " + arguments});
+        EXPECT_EQ(std::to_string(result.status), status) << arguments;
+        EXPECT_EQ(result.out, out) << arguments;
+        EXPECT_EQ(result.err, err.empty() ? err : "trelvoctl: " + err + "\n") << arguments;
+    }
+}
+
+}  // namespace

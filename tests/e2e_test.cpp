@@ -1,0 +1,357 @@
+// The real programs end to end: journal, capture, service, dump, trelvoctl.
+
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/fake_logind.h"
+#include "support/journal.h"
+#include "support/process.h"
+
+namespace test_support {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Lines = std::vector<std::string>;
+
+const std::string kBin = TRELVO_BIN_DIR "/";
+const std::string kServiceTag = "LOG_COMPRESSOR";
+const fs::path kCollectingFolder = "/opt/usr/share/svc-rk/dump";
+const fs::path kPolicyFolder = "/opt/usr/share/Trelvo/Server";
+const fs::path kUploadKey = "/run/trelvo/vconf/memory/trelvo/dlog_dump";
+const fs::path kCapture = "/tmp/trelvo/RQB_Buffer";
+
+void Log(const std::string& tag, const std::string& text, int priority = 6) {
+    Journal::Send(
+        {"MESSAGE=" + text, "SYSLOG_IDENTIFIER=" + tag, "PRIORITY=" + std::to_string(priority)});
+}
+
+// How the decoder prints a line of this process, without the time.
+std::string Printed(const std::string& level_and_tag, const std::string& text) {
+    const std::string pid = std::to_string(getpid());
+    return level_and_tag + "(P " + pid + ", T " + pid + "): " + text;
+}
+
+double Uptime() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec);
+}
+
+// The capture of this namespace, or 0.
+pid_t CapturePid() {
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::error_code gone;
+        if (ReadFile(entry.path() / "comm") == "dlogutil\n" &&
+            fs::read_symlink(entry.path() / "ns/mnt", gone) ==
+                fs::read_symlink("/proc/self/ns/mnt")) {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return 0;
+}
+
+// A machine with a journal and with what the installation lays.
+class EndToEnd : public testing::Test {
+protected:
+    EndToEnd() {
+        for (const fs::path& folder :
+             {kCollectingFolder, kPolicyFolder, kUploadKey.parent_path(), fs::path("/tmp/dumps")}) {
+            fs::remove_all(folder);
+            fs::create_directories(folder);
+        }
+        fs::permissions("/run/trelvo", fs::perms::owner_all);
+        WriteFile(kUploadKey, "0\n");
+    }
+
+    // Returns when the log of the service says `message`.
+    void StartService(std::vector<std::string> arguments, const std::string& message) {
+        LogFollower log(kServiceTag);
+        arguments.insert(arguments.begin(), kBin + "trelvo");
+        service_.emplace(arguments);
+        ASSERT_NE(log.WaitFor(message), "");
+    }
+
+    // Starts and launches it.
+    void StartCapture(const std::string& tags, const std::string& levels,
+                      const std::string& buffer_kib, const std::string& dump_mode = "") {
+        StartService({"LOGTAG=" + tags, "LOGLEVEL=" + levels, "RQBBUFFER=" + buffer_kib,
+                      "POLICYMODE=0", "DLOGDUMPMODE=" + dump_mode, "DLOGDUMPVALUE=1"},
+                     "set buffer Size");
+    }
+
+    // Waits until the service has read the line that ends in `text`, and all before it.
+    static void AwaitRead(const std::string& text) {
+        const auto is_captured = [&text] {
+            return ReadFile(kCapture).find(text + "\n") != std::string::npos &&
+                   !fs::exists(kCapture.string() + ".1");
+        };
+        ASSERT_TRUE(WaitForChange("/tmp", [] { return fs::exists(kCapture.parent_path()); }));
+        ASSERT_TRUE(WaitForChange(kCapture.parent_path(), is_captured)) << text;
+        LogFollower log(kServiceTag);
+        // The first pass that ends now may have begun before the line was there.
+        for (int pass = 0; pass < 2; ++pass) {
+            ASSERT_NE(log.WaitFor("Lines Read from " + kCapture.string() + ": ["), "") << text;
+        }
+    }
+
+    // Waits for the next dump that is complete and returns its path; empty at the limit.
+    static fs::path AwaitDump(LogFollower& log, std::chrono::seconds limit = kLimit) {
+        const std::string message = log.WaitFor("Dump to File[", limit);
+        const auto begin = message.rfind('[') + 1;
+        return message.substr(begin, message.rfind(']') - begin);
+    }
+
+    static fs::path RequestDump(const std::string& folder = "/tmp/dumps") {
+        LogFollower log(kServiceTag);
+        fs::path dump;
+        // A request that comes before the writer waits for the first time is lost.
+        for (int attempt = 0; attempt < 3 && dump.empty(); ++attempt) {
+            EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "DUMP=" + folder}).status, 0);
+            dump = AwaitDump(log, std::chrono::seconds(10));
+        }
+        return dump;
+    }
+
+    // The lines of a dump without their times, which must not run backwards.
+    static Lines Decode(const fs::path& dump, const std::string& policy_folder = {}) {
+        std::vector<std::string> command = {kBin + "trelvoctl", "decode", dump};
+        if (!policy_folder.empty()) {
+            command.insert(command.end(), {"--policy", policy_folder});
+        }
+        const auto decoded = RunProgram(command);
+        EXPECT_EQ(decoded.status, 0);
+        EXPECT_EQ(decoded.err, "");
+        Lines lines;
+        std::istringstream text(decoded.out);
+        double last = 0;
+        double time = 0;
+        for (std::string line; text >> time && std::getline(text.ignore(), line); last = time) {
+            EXPECT_GE(time, last);
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    Journal journal_;
+    std::optional<Process> service_;
+};
+
+TEST_F(EndToEnd, LoggedLinesComeBackInOrder) {
+    const double begin = Uptime();
+    Log("ALPHA", "before the service");
+    StartCapture("ALPHA/BETA", "V/W", "64");
+    Log("ALPHA", "caf\u00e9 \\ (P 1, T 2): a > b");
+    Log("ALPHA", "low", 7);
+    Log("BETA", "below its level");
+    Log("GAMMA", "not asked for", 0);
+    Journal::Send({"MESSAGE=from a thread", "SYSLOG_IDENTIFIER=BETA", "PRIORITY=4", "TID=7",
+                   "CODE_FILE=/src/beta.cpp", "CODE_FUNC=run", "CODE_LINE=52"});
+    Log("BETA", "up\n\tdown", 2);
+    // Its socket is another one than that of the lines around it, which does not keep their order.
+    LogFollower alpha("ALPHA");
+    Process logger({"logger", "--socket", "/run/systemd/journal/dev-log", "-t", "ALPHA", "-p",
+                    "user.err", "from logger"});
+    ASSERT_EQ(logger.Wait(), 0);
+    ASSERT_NE(alpha.WaitFor("from logger"), "");
+    Log("ALPHA", "last");
+    AwaitRead("last");
+
+    const fs::path dump = RequestDump();
+    const std::string pid = std::to_string(getpid());
+    const std::string logger_pid = std::to_string(logger.Pid());
+    EXPECT_THAT(Decode(dump),
+                ElementsAre(Printed("I/ALPHA", "before the service"),
+                            Printed("I/ALPHA", "caf\u00e9 \\\\ (P 1, T 2): a > b"),
+                            Printed("D/ALPHA", "low"), "W/BETA(P " + pid + ", T 7): from a thread",
+                            Printed("F/BETA", "up"), Printed("F/BETA", "\\x09down"),
+                            "E/ALPHA(P " + logger_pid + ", T " + logger_pid + "): from logger",
+                            Printed("I/ALPHA", "last")));
+    // Times are seconds since the machine started.
+    const double time = std::stod(RunProgram({kBin + "trelvoctl", "decode", dump}).out);
+    EXPECT_GE(time, begin - 1);
+    EXPECT_LE(time, Uptime() + 1);
+}
+
+TEST_F(EndToEnd, MessagesOfThePolicyAreStoredAsCodes) {
+    WriteFile(kPolicyFolder / "policy_version.xml",
+              "<policy version='2.5'><db logtag='CODED' name='coded.db'/></policy>");
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open((kPolicyFolder / "coded.db").c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database,
+                           "create table HuffmanCode(log text, huffmancode text);"
+                           "insert into HuffmanCode values('a known text', '0000011111110000')",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(database);
+
+    StartService({}, "CDataDump created");
+    EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "LOGTAG=CODED/PLAIN", "LOGLEVEL=V/V",
+                          "RQBBUFFER=64", "POLICYMODE=1"})
+                  .status,
+              0);
+    Log("CODED", "a known text");
+    Log("CODED", "a known text.");
+    Log("PLAIN", "a known text");
+    AwaitRead("a known text");
+    const fs::path dump = RequestDump();
+    EXPECT_THAT(Decode(dump, kPolicyFolder),
+                ElementsAre(Printed("I/CODED", "a known text"), Printed("I/CODED", "a known text."),
+                            Printed("I/PLAIN", "a known text")));
+    EXPECT_THAT(Decode(dump), Contains(Printed("I/CODED", "\\x07\\xF0")));
+    EXPECT_EQ(ReadFile(dump).substr(0, 4),
+              "\x03"
+              "2.5");
+}
+
+TEST_F(EndToEnd, WhatAnEarlierCaptureLeftIsNotRead) {
+    // Taken for new, its times would make the service refuse all lines of this boot.
+    fs::create_directory(kCapture.parent_path());
+    WriteFile(kCapture, "99999999.000 I/OLD     (P 1, T 1): a: b(1) > of another boot\n");
+    StartCapture("NEW/OLD", "V/V", "64");
+    Log("NEW", "of this boot");
+    AwaitRead("of this boot");
+    EXPECT_THAT(Decode(RequestDump()), ElementsAre(Printed("I/NEW", "of this boot")));
+}
+
+TEST_F(EndToEnd, RotationLosesAndRepeatsNothing) {
+    StartCapture("ROTATED", "V", "4");
+    Lines expected;
+    // Fewer lines at once than a capture file holds: two rotations within a pass lose lines.
+    for (int batch = 0; batch < 4; ++batch) {
+        std::string text;
+        for (int line = 0; line < 20; ++line) {
+            text = std::to_string(expected.size()) + std::string(80, '.');
+            Log("ROTATED", text);
+            expected.push_back(Printed("I/ROTATED", text));
+        }
+        AwaitRead(text);
+    }
+    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
+    EXPECT_LT(fs::file_size(kCapture), 5000);
+}
+
+TEST_F(EndToEnd, RequestedDumpsKeepAndTheOneBeforePowerOffConsumes) {
+    FakeLogind logind;
+    StartCapture("KEPT", "V", "64", "poweroff");
+    ASSERT_TRUE(logind.WaitForInhibitor());
+    Log("KEPT", "a line");
+    AwaitRead("a line");
+
+    // On another file system than the temporary file.
+    fs::create_directory("/run/dumps");
+    ASSERT_EQ(mount("tmpfs", "/run/dumps", "tmpfs", 0, nullptr), 0);
+    const fs::path first = RequestDump("/run/dumps");
+    const fs::path second = RequestDump("/run/dumps");
+    EXPECT_EQ(first, "/run/dumps/trelvo.dump");
+    EXPECT_EQ(second, "/run/dumps/trelvo_1.dump");
+    EXPECT_EQ(ReadFile(first), ReadFile(second));
+
+    logind.Emit("PrepareForShutdown", true);
+    ASSERT_TRUE(logind.WaitForRelease());
+    EXPECT_THAT(Decode(kCollectingFolder / "trelvo.dump"),
+                ElementsAre(Printed("I/KEPT", "a line")));
+    EXPECT_THAT(Decode(RequestDump()), IsEmpty());
+}
+
+TEST_F(EndToEnd, TimerDumpsWaitForAPendingUpload) {
+    WriteFile(kUploadKey, "1\n");
+    StartCapture("TIMED", "V", "64", "timer");
+    LogFollower log(kServiceTag);
+    ASSERT_NE(log.WaitFor("Dump uploading pending from RK"), "");
+    EXPECT_EQ(RequestDump(), "/tmp/dumps/trelvo.dump");
+    EXPECT_TRUE(fs::is_empty(kCollectingFolder));
+
+    WriteFile(kUploadKey, "0\n");
+    Log("TIMED", "after the upload");
+    Lines lines;
+    for (int dumps = 0; dumps < 10 && lines.empty(); ++dumps) {
+        const fs::path dump = AwaitDump(log);
+        lines = dump.parent_path() == kCollectingFolder ? Decode(dump) : Lines();
+    }
+    EXPECT_THAT(lines, ElementsAre(Printed("I/TIMED", "after the upload")));
+}
+
+TEST_F(EndToEnd, AFullBufferIsDumpedAndCaptureGoesOn) {
+    StartCapture("FULL", "V", "1", "bufferfull");
+    for (const std::string& text : {std::string(2000, 'a'), std::string(2000, 'b')}) {
+        LogFollower log(kServiceTag);
+        Log("FULL", text);
+        EXPECT_THAT(Decode(AwaitDump(log)), ElementsAre(Printed("I/FULL", text)));
+    }
+}
+
+TEST_F(EndToEnd, HostileEntriesDoNotStopTheRecorder) {
+    EXPECT_EQ(
+        RunProgram({"logger", "--socket", "/run/systemd/journal/dev-log", "-t", "x, Ty", "hi"})
+            .status,
+        0);
+    StartCapture("*/" + kServiceTag, "V/S", "1024");
+    const std::vector<std::vector<std::string>> entries = {
+        {"SYSLOG_IDENTIFIER=x, Ty"},
+        {"SYSLOG_IDENTIFIER=x (P y", "TID=abc"},
+        {"SYSLOG_IDENTIFIER=x):", "TID=99999999999"},
+        {"SYSLOG_IDENTIFIER=x > y", "TID=-5"},
+        {"SYSLOG_IDENTIFIER=x\n1.0 I/y(P z, T z): a > b"},
+        {"SYSLOG_IDENTIFIER="},
+        {"CODE_FILE=(P , T ): > ", "CODE_FUNC= > \n", "CODE_LINE=x > ", "TID="},
+    };
+    for (size_t number = 0; number < entries.size(); ++number) {
+        std::vector<std::string> fields = entries[number];
+        fields.push_back("MESSAGE=hostile " + std::to_string(number));
+        Journal::Send(fields);
+    }
+    // These are not lost by accident: they claim to bring a prefix of their own.
+    Journal::Send({"DLOG_LEVEL=(P", "SYSLOG_IDENTIFIER=(", "MESSAGE=no prefix"});
+    Journal::Send({"DLOG_LEVEL=I", "SYSLOG_IDENTIFIER=x", "MESSAGE=no prefix\n1 I/x(P , T ): > "});
+    Journal::Send({"SYSLOG_IDENTIFIER=x", "MESSAGE=" + std::string(1 << 20, ' ') + "(P"});
+    Log("GOOD", "still recorded");
+    AwaitRead("still recorded");
+
+    const Lines lines = Decode(RequestDump());
+    EXPECT_THAT(lines, Contains(Printed("I/GOOD", "still recorded")));
+    EXPECT_THAT(lines, Contains(HasSubstr("x, Ty: hi")));
+    for (size_t number = 0; number < entries.size(); ++number) {
+        EXPECT_THAT(lines, Contains(HasSubstr("): hostile " + std::to_string(number))));
+    }
+}
+
+TEST_F(EndToEnd, OneServiceWithOneCaptureThatEndsWithIt) {
+    // After the first one's death its socket is there for the second to take over.
+    for (const int signal : {SIGKILL, SIGTERM}) {
+        StartCapture("ONE", "V", "64");
+        Log("ONE", "captured");
+        AwaitRead("captured");
+        const auto other = RunProgram(
+            {kBin + "trelvo", "LOGTAG=ONE", "LOGLEVEL=V", "RQBBUFFER=64", "POLICYMODE=0"});
+        EXPECT_NE(other.status, 0);
+        EXPECT_THAT(other.err, HasSubstr("already running"));
+        EXPECT_THAT(Decode(RequestDump()), Contains(Printed("I/ONE", "captured")));
+
+        const pid_t capture = CapturePid();
+        ASSERT_GT(capture, 0);
+        service_->Signal(signal);
+        EXPECT_EQ(service_->Wait(), signal == SIGKILL ? 128 + SIGKILL : 0);
+        EXPECT_TRUE(WaitForEnd(capture));
+        const auto launch = RunProgram({kBin + "trelvoctl", "launch", "DUMP=/tmp/dumps"});
+        EXPECT_EQ(launch.status, 1);
+        EXPECT_EQ(std::count(launch.err.begin(), launch.err.end(), '\n'), 1) << launch.err;
+    }
+}
+
+}  // namespace
+}  // namespace test_support

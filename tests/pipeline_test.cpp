@@ -1,0 +1,211 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <boost/thread/exceptions.hpp>
+#include <filesystem>
+#include <future>
+#include <regex>
+
+#include "CDataProvider.h"
+#include "support/platform_fake.h"
+#include "support/process.h"
+
+namespace fs = std::filesystem;
+
+namespace test_support {
+namespace {
+
+const std::string kCurrent = "/tmp/trelvo/RQB_Buffer";
+const std::string kRotated = kCurrent + ".1";
+const std::string kStart = "I Start reading data from: " + kCurrent + "; ";
+const std::string kRead = "I Lines Read from " + kCurrent + ": ";
+const std::string kSwitch = "I buffer to be switched to TRELVO_BUFFER.1";
+const std::string kWaits = "I conditional wait timeout on Full Buffer";
+
+// A line whose message is "[name]" and as many x as make its record `size` bytes long.
+std::string Line(const std::string& name, size_t size = 0) {
+    const size_t padding = size < name.size() + 5 ? 0 : size - name.size() - 5;
+    return "1.0 I/T(P 1, T 2): f > [" + name + "]" + std::string(padding, 'x');
+}
+
+// Writes the lines prefix1, prefix2, ..., the last one without its line feed.
+void WriteLines(const std::string& path, const std::string& prefix, int count) {
+    std::string text;
+    for (int i = 1; i <= count; ++i) {
+        text += (i == 1 ? "" : "\n") + Line(prefix + std::to_string(i));
+    }
+    WriteFile(path, text);
+}
+
+class PipelineTest : public testing::Test {
+protected:
+    void SetUp() override {
+        fs::remove_all("/tmp/trelvo");
+        fs::create_directories("/tmp/trelvo/boot");
+        Snapshot(true);
+        SetLimit(0, 2, false, 1024);
+    }
+
+    unsigned long long SetLimit(int result, int mode, bool dump_on_full, unsigned long long size) {
+        Platform().feature_result = result;
+        Platform().feature_value = mode;
+        Platform().Take();
+        provider_.SetBufferFullPolicy(dump_on_full);
+        provider_.SetBufferSize(size);
+        return provider_.GetBufferSize();
+    }
+
+    void Feed(std::string line) { provider_.m_GetDataDDP(line); }
+
+    // The names in the buffer, oldest first.
+    static std::string Names() {
+        const Bytes image = Snapshot(false);
+        const std::string text(image.begin(), image.end());
+        const std::regex name("\\[\\w+\\]");
+        std::string names;
+        for (std::sregex_iterator at(text.begin(), text.end(), name), end; at != end; ++at) {
+            names += at->str();
+        }
+        return names;
+    }
+
+    // What the run-time reader logs. A step runs when it has read the current file, before it looks
+    // for a rotated one, and when it has found one. With no step left, the current file is removed,
+    // which ends the reader at its next pass.
+    std::string Follow(const std::vector<std::function<void()>>& steps) {
+        size_t next = 0;
+        Platform().Take();
+        Platform().on_event = [&](const std::string& event) {
+            if (event.find(kRead) == 0 || event == kSwitch) {
+                next < steps.size() ? steps[next]() : static_cast<void>(fs::remove(kCurrent));
+                ++next;
+            }
+        };
+        provider_.m_GetDataBuffer();
+        Platform().on_event = nullptr;
+        return Platform().Take();
+    }
+
+    CDataProvider& provider_ = *CDataProvider::Instance();
+};
+
+TEST_F(PipelineTest, RefusedLinesLeaveNoRecord) {
+    Feed(" " + Line("kept") + "\t");
+    Platform().Take();
+    for (const char* line :
+         {" \t ", "1.0 I/T(P 1, T 2): no prefix", "1.0 I/T(P 1, T 2) f > [x]",
+          "1.0 IT(P 1, T 2): f > [/]", "I/T(P 1, T 2): f > [x]", "0.5 I/T(P 1, T 2): f > [x]"}) {
+        Feed(line);
+    }
+    const std::string no_line = "D Not dlog line..continue; ";
+    EXPECT_EQ(Platform().Take(), "I Unable to Strip:  \t ; " + no_line + no_line + no_line +
+                                     no_line +
+                                     "D Not dlog data, actualTimestamp:500, m_LastLogTime:1000");
+    EXPECT_EQ(Names(), "[kept]");
+}
+
+TEST_F(PipelineTest, BufferSizeFollowsTheFeatureModeAndThePolicy) {
+    EXPECT_EQ(SetLimit(0, 2, false, 2048), 2097152U);
+    EXPECT_EQ(SetLimit(0, 1, false, 2048), 10485760U);
+    EXPECT_EQ(SetLimit(0, 1, true, 2048), 2097152U);
+    EXPECT_EQ(SetLimit(-1, 2, false, 2048), 10485760U);
+    EXPECT_TRUE(Platform().WaitFor(
+        "E Error Reading PQS Key [com.velmora/featureconf/robustness.ozu_mode]"));
+}
+
+TEST_F(PipelineTest, LimitDropsTheOldestTenth) {
+    const std::tuple<const char*, int, size_t, size_t, const char*> rows[] = {
+        {"a byte below the limit", 20, 51, 54, "[r1]"},
+        {"the limit", 20, 51, 55, "[r3]"},
+        {"nine records over it", 9, 400, 400, "[r1]"},
+        {"ten records", 10, 400, 400, "[r2]"},
+        {"a later line still over it", 12, 400, 400, "[r4]"}};
+    SetLimit(0, 2, false, 1);
+    for (const auto& [name, count, size, last_size, oldest] : rows) {
+        Snapshot(true);
+        for (int i = 1; i <= count; ++i) {
+            Feed(Line("r" + std::to_string(i), i == count ? last_size : size));
+        }
+        EXPECT_EQ(Names().substr(0, 4), oldest) << name;
+    }
+}
+
+TEST_F(PipelineTest, FullBufferWaitsUntilADumpHasConsumedIt) {
+    SetLimit(0, 1, true, 0);
+    Platform().Take();
+    std::thread feeder([this] { Feed(Line("full")); });
+    EXPECT_TRUE(Platform().WaitFor(kWaits));
+    const std::string log =
+        "D T,1 not found in m_LogTagPidTidMap.. Inserting..Tid:2, Index:1; I Requested Buffer Size "
+        "Reached; I Request Dump Buffer Size Reached; I RequestDumpOnFullBuffer called; I "
+        "SignalSelfInitiateDumpData called; " +
+        kWaits;
+    EXPECT_EQ(Platform().Take().substr(0, log.size()), log);
+    EXPECT_EQ(Names(), "[full]");
+    EXPECT_TRUE(Platform().WaitFor(kWaits, 2)) << "a kept buffer ends the wait";
+    Snapshot(true);
+    feeder.join();
+    SetLimit(0, 2, false, 1024);
+    Feed(Line("next"));
+    EXPECT_EQ(Names(), "[next]");
+}
+
+TEST_F(PipelineTest, ExceptionEndsTheReaderAndLeavesTheBufferLocked) {
+    InFreshProcess([this] {
+        WriteFile(kCurrent, "1.0 I/T(P x, T 2): f > broken\n" + Line("after"));
+        EXPECT_EQ(Follow({}), kStart + "E unknown exception caught; I Finished");
+        const auto next = std::async(std::launch::async, [this] { Feed(" "); });
+        EXPECT_EQ(next.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+        _exit(HasFailure() ? 1 : 0);  // the blocked thread has no end
+    });
+}
+
+TEST_F(PipelineTest, FollowsTheCurrentFileAndDrainsTheRotatedOne) {
+    WriteLines(kCurrent, "a", 5);
+    const std::string log =
+        Follow({[] { WriteLines(kCurrent, "a", 8); }, [] { WriteLines(kCurrent, "b", 3); },
+                [] { WriteLines(kRotated, "a", 12); }, [] {}});
+    EXPECT_EQ(Names(), "[a1][a2][a3][a4][a5][a6][a7][a8][a9][a10][a11][a12][b1][b2][b3]");
+    EXPECT_EQ(log.substr(log.find(kRead)),
+              kRead + "[5]; " + kRead + "[8]; " + kRead + "[3]; " + kSwitch +
+                  "; I Lines Read from " + kRotated + ": [4]; " + kRead +
+                  "[3]; E exception: =[TRELVO_BUFFER could not be opened]; I Finished");
+    EXPECT_FALSE(fs::exists(kRotated));
+}
+
+TEST_F(PipelineTest, NewFileThatOutgrewTheCountLosesAndRepeatsLines) {
+    WriteLines(kCurrent, "a", 2);
+    Follow({[] { WriteLines(kCurrent, "b", 4); }, [] { WriteLines(kRotated, "a", 6); }, [] {}});
+    EXPECT_EQ(Names(), "[a1][a2][b3][b4][a5][a6][b1][b2][b3][b4]");
+}
+
+TEST_F(PipelineTest, ReaderEndsWithAMessageForEachFailure) {
+    WriteFile(kCurrent, "");
+    EXPECT_EQ(Follow({[] { throw boost::thread_interrupted(); }}),
+              kStart + kRead + "[0]; E thread interrupted; I Finished");
+    EXPECT_EQ(Follow({[] { throw std::ios_base::failure("stream"); }}),
+              kStart + kRead + "[0]; E Error Opening File; I Finished");
+    EXPECT_EQ(Follow({[] { WriteFile(kRotated, ""); }, [] { fs::remove(kRotated); }}),
+              kStart + kRead + "[0]; " + kSwitch +
+                  "; E exception: =[TRELVO_BUFFER.1 could not be opened]; I Finished");
+}
+
+TEST_F(PipelineTest, BootFilesAreDrainedOldestFirst) {
+    const std::string current = "/tmp/trelvo/boot/RQB_Buffer";
+    WriteLines(current, "new", 2);
+    WriteLines(current + ".1", "old", 3);
+    provider_.m_GetBootDataBuffer();
+    EXPECT_EQ(Names(), "[old1][old2][old3][new1][new2]");
+    WriteFile(current + ".1", "");
+    Platform().Take();
+    provider_.m_GetBootDataBuffer();
+    EXPECT_EQ(Platform().Take(),
+              "I Start reading data from: " + current +
+                  "; I Going to Read TRELVO_BOOT_BUFFER_1 first; I Lines Read from " + current +
+                  ".1: [0]; I TRELVO_BOOT_BUFFER_1 is finished; I Going to Read "
+                  "TRELVO_BOOT_BUFFER; I TRELVO_BOOT_BUFFER could not be opened; I Finished");
+    EXPECT_FALSE(fs::exists(current + ".1"));
+}
+
+}  // namespace
+}  // namespace test_support

@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+
+#include "CDBOperations.h"
+#include "CDataProvider.h"
+#include "CTRXMLParser.h"
+#include "CUtility.h"
+#include "support/platform_fake.h"
+#include "support/process.h"
+
+namespace fs = std::filesystem;
+
+namespace test_support {
+namespace {
+
+TEST(PolicyParserTest, TakesWhatItFindsInDocumentOrder) {
+    // Expected: version, then tag=database for each entry.
+    const std::tuple<const char*, const char*, bool, const char*> rows[] = {
+        {"case-blind", "<R><Policy VERSION='V'/><DB LogTag='X' NAME='DB'/></R>", true, "V X=DB"},
+        {"twice", "<r><db logtag='X' name='a'><db logtag='X' name='b'/></db></r>", true,
+         " X=a X=b"},
+        {"cut off", "<r><policy version='2'/><db logtag='X' name='a'/>", true, "2 X=a"},
+        {"two names", "<db logtag='X' NAME='a.db' name='b.db'/>", true, " X=b.db"},
+        {"no attributes", "<r><policy version='1'/><policy/><db/></r>", true, " ="},
+        {"nothing", "", true, ""},
+        {"broken", "<r>\n<db logtag='X' name='a'/></s>", false, " X=a"}};
+    for (const auto& [name, xml, accepted, expected] : rows) {
+        TR::TR_LogTagDataMap result;
+        Platform().Take();
+        EXPECT_EQ(TR::TRXMLParser().Parse(xml, result), accepted) << name;
+        std::string found = result.m_PolicyVersion;
+        for (const auto& [tag, database] : result.m_DatabaseList) {
+            found.append(" ").append(tag).append("=").append(database);
+        }
+        EXPECT_EQ(found, expected) << name;
+    }
+    EXPECT_EQ(Platform().Take(),
+              "I <r>\n<db logtag='X' name='a'/></s>; I DB_LOGTAG [X], DB_NAME [a]; E Error while "
+              "parsing xml: mismatched tag, line: 2, col: 27; E Parsing failed.");
+}
+
+TEST(PolicyParserTest, AttributesConvertLeniently) {
+    TR::TRXMLParser::TRAttributes attributes;
+    attributes.Insert("Off", "FALSE");
+    attributes.Insert("HUGE", "99999999999999999999999");
+    attributes.Insert("cut", "1.5x");
+    bool flag = true;
+    unsigned int number = 7;
+    unsigned long long wide = 7;
+    double real = 7;
+    EXPECT_TRUE(attributes.GetValue("off", flag) && !flag);
+    EXPECT_TRUE(attributes.GetValue("off", number) && number == 7);
+    EXPECT_TRUE(attributes.GetValue("huge", wide) && wide == 4294967295U);
+    EXPECT_TRUE(!attributes.GetValue("cut", real) && real == 7);
+}
+
+const std::string kServer = "/opt/usr/share/Trelvo/Server";
+const std::string kDefault = "/opt/usr/share/Trelvo/Default";
+
+void MakeDatabase(const std::string& name, const std::string& rows) {
+    sqlite3* database = nullptr;
+    EXPECT_EQ(sqlite3_open((kDefault + "/" + name).c_str(), &database), SQLITE_OK);
+    const std::string sql =
+        "create table HuffmanCode (id integer, log text, huffmancode text);"
+        "insert into HuffmanCode (log, huffmancode) values " +
+        rows;
+    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_EQ(sqlite3_close(database), SQLITE_OK);
+}
+
+// Writes a policy file; none for "", a folder of that name for "/".
+void WritePolicy(const std::string& folder, const std::string& content) {
+    fs::remove_all(folder);
+    fs::create_directories(folder + (content == "/" ? "/policy_version.xml" : ""));
+    if (content.size() > 1) {
+        WriteFile(folder + "/policy_version.xml", content);
+    }
+}
+
+// What loading the tables logs.
+std::string Load(int mode) {
+    CUtility::Instance()->SetPolicyMode(mode);
+    Platform().Take();
+    CDBOperations::Instance()->CreateHashMap();
+    return Platform().Take();
+}
+
+std::string Image(std::string line) {
+    Snapshot(true);
+    CDataProvider::Instance()->m_GetDataDDP(line);
+    return Hex(Snapshot(true));
+}
+
+TEST(CodeTableTest, LoadsEveryGoodRowOfEveryGoodDatabase) {
+    WritePolicy(
+        kDefault,
+        "<r><policy version='1.0'/><db logtag='A' name='a'/><db logtag='A'/>"
+        "<db logtag='A' name='none'/><db logtag='B' name='b'/><db logtag='B' name='c'/></r>");
+    MakeDatabase("a",
+                 "('hi', '10110000'), ('hi', '0100000111111111'), ('odd', '0101'),"
+                 "(null, '11111111'), ('null', null), ('bad', '0000000x'), ('last', '00000001')");
+    MakeDatabase("b", "('hi', '00000010')");
+    MakeDatabase("c", "('ho', '00000011')");
+    const std::string log = Load(0);
+    const std::string path = "; I DB FILE PATH = " + kDefault + "/";
+    const std::string expected =
+        "I DLOG_TAG_NAME = A, DLOG_DB_NAME = a" + path +
+        "a; I Opened database successfully; I Execute SQL statement; I hcode not padded properly: "
+        "0101; E Skipped code that is not made of 0 and 1: 0000000x; I HMap created for logtag "
+        "[A]; I Read database successfully; I Closed database successfully; I DLOG_TAG_NAME = A, "
+        "DLOG_DB_NAME = " +
+        path +
+        "; I Can't open database: unable to open database file; E DB FILE PATH = " + kDefault +
+        "/ open failed; I DLOG_TAG_NAME = A, DLOG_DB_NAME = none" + path +
+        "none; I Opened database successfully; E Failed to get Huffman codes: no such table: "
+        "HuffmanCode; I Closed database successfully; ";
+    EXPECT_EQ(log.substr(log.find("I DLOG"), expected.size()), expected);
+
+    const std::tuple<const char*, const char*, const char*> codes[] = {
+        {"A", "hi", "02 41 FF"}, {"A", "odd", "00"},   {"A", "null", "none"},
+        {"A", "", "none"},       {"A", "bad", "none"}, {"A", "hi ", "none"},
+        {"A", "last", "01 01"},  {"B", "hi", "none"},  {"B", "ho", "01 03"}};
+    for (const auto& [tag, message, code] : codes) {
+        const Bytes* const found = CDBOperations::Instance()->FindCode(tag, message);
+        EXPECT_EQ(found == nullptr ? "none" : Hex(*found), code) << tag << " " << message;
+    }
+    EXPECT_EQ(Image("12.5 I/TAG(P 10, T 11): f: g(1) > hi"),
+              "03 31 2E 30 0A 06 54 41 47 2C 31 30 02 0B 01 D4 E1 00 00 21 02 68 69");
+    EXPECT_EQ(Image("12.5 I/A(P 10, T 11): f: g(1) > hi"),
+              "03 31 2E 30 08 04 41 2C 31 30 02 0B 01 D4 E1 00 00 21 02 41 FF");
+    EXPECT_EQ(Hex(Snapshot(false)), "03 31 2E 30 00 00");
+}
+
+TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {
+    const std::string read = "I ReadRawXML FUNCTION --; ";
+    const std::string no_server =
+        read + "E Unable to open XML file " + kServer +
+        "/policy_version.xml; E XML Read Error for Server Policy - continue with default Policy; ";
+    const std::string no_default = read + "E Unable to open XML file " + kDefault +
+                                   "/policy_version.xml; E XML Read Error for Default Policy ";
+    const std::tuple<int, std::string, std::string, std::string> rows[] = {
+        {-1, "<policy/>", "<x/>", read + "I <policy/>; I POLICY_VERSION []"},
+        {1, "", "<policy/>", no_server + read + "I <policy/>; I POLICY_VERSION []"},
+        {1, "/", "/", no_server + no_default + "too - continue without hash map"},
+        {0, "<x/>", "", no_default + "- continue without hash map"}};
+    for (const auto& [mode, server, fallback, expected] : rows) {
+        WritePolicy(kServer, server);
+        WritePolicy(kDefault, fallback);
+        EXPECT_EQ(Load(mode), expected);
+    }
+    WritePolicy(kDefault, "<policy version='" + std::string(64, 'v') + "'/>");
+    Load(0);
+    WritePolicy(kDefault, "<policy version='broken'/><x/>");
+    const std::string log = Load(0);
+    EXPECT_EQ(log.substr(log.rfind("; ")), "; E Policy Parsing failed!!!!");
+    EXPECT_EQ(Hex(Snapshot(true)).substr(0, 12), "C0 00 76 76 ") << "the version is kept";
+    WritePolicy(kDefault, "  ");
+    Load(0);
+    EXPECT_EQ(CDBOperations::Instance()->GetPolicyVersion(), "");
+}
+
+}  // namespace
+}  // namespace test_support

@@ -1,0 +1,247 @@
+#include <app.h>
+#include <device/power-internal.h>
+#include <dlog.h>
+#include <gio/gio.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <system_info.h>
+#include <unistd.h>
+#include <vconf.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "handles.h"
+#include "support/fake_logind.h"
+#include "support/process.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using port::Handle;
+using test_support::WriteFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const fs::path kSocket = "/run/trelvo/launch.sock";
+
+// A service whose app_control hands the value of KEY to `on_launch`.
+class Service {
+public:
+    explicit Service(std::vector<std::string> words,
+                     std::function<void(std::string)> on_launch = {})
+        : words_(std::move(words)), on_launch_(std::move(on_launch)) {}
+
+    int Run() {
+        std::vector<char*> argv = {const_cast<char*>("service")};
+        for (std::string& word : words_) {
+            argv.push_back(word.data());
+        }
+        ui_app_lifecycle_callback_s callbacks = {OnCreate, OnTerminate, nullptr, nullptr, OnLaunch};
+        return ui_app_main(static_cast<int>(argv.size()), argv.data(), &callbacks, this);
+    }
+
+    // Runs it on a thread of its own; returns when it takes launch requests.
+    [[nodiscard]] std::future<int> Start() {
+        auto result = std::async(std::launch::async, [this] { return Run(); });
+        created_.get_future().wait();
+        return result;
+    }
+
+private:
+    static bool OnCreate(void* self) {
+        static_cast<Service*>(self)->created_.set_value();
+        return true;
+    }
+    static void OnTerminate(void* /*self*/) {}
+    static void OnLaunch(app_control_h request, void* self) {
+        char* value = nullptr;
+        EXPECT_EQ(app_control_get_extra_data(request, "absent", &value),
+                  APP_CONTROL_ERROR_KEY_NOT_FOUND);
+        EXPECT_EQ(value, nullptr);
+        EXPECT_EQ(app_control_get_extra_data(request, "KEY", &value), APP_CONTROL_ERROR_NONE);
+        static_cast<Service*>(self)->on_launch_(Handle<char, std::free>(value).get());
+    }
+
+    std::vector<std::string> words_;
+    std::function<void(std::string)> on_launch_;
+    std::promise<void> created_;
+};
+
+// Sends one request; returns the text of the error reply, empty for success.
+std::string Launch(const std::map<std::string, std::string>& arguments) {
+    const Handle<GDBusConnection, g_object_unref> connection(g_dbus_connection_new_for_address_sync(
+        ("unix:path=" + kSocket.string()).c_str(), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
+        nullptr, nullptr, nullptr));
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
+    for (const auto& [key, value] : arguments) {
+        g_variant_builder_add(&builder, "{ss}", key.c_str(), value.c_str());
+    }
+    g_autoptr(GError) error = nullptr;
+    const Handle<GVariant, g_variant_unref> reply(g_dbus_connection_call_sync(
+        connection.get(), nullptr, "/trelvo/Launch", "trelvo.Launch", "Launch",
+        g_variant_new("(a{ss})", &builder), G_VARIANT_TYPE_UNIT, G_DBUS_CALL_FLAGS_NONE, -1,
+        nullptr, &error));
+    return error != nullptr ? error->message : "";
+}
+
+TEST(App, CommandLineComesFirstThenTheSocketAndTheLastReplyIsSent) {
+    std::vector<std::string> launches;
+    Service service({"OTHER=", "KEY=a=b"}, [&](const std::string& value) {
+        launches.push_back(value);
+        if (value == "last") {
+            ui_app_exit();
+        }
+    });
+    auto result = service.Start();
+    EXPECT_EQ(Launch({{"KEY", "second"}}), "");
+    EXPECT_EQ(Launch({{"KEY", "last"}}), "");
+    EXPECT_EQ(result.get(), APP_ERROR_NONE);
+    EXPECT_THAT(launches, ElementsAre("a=b", "second", "last"));
+    EXPECT_FALSE(fs::exists(kSocket));
+}
+
+TEST(App, RequestsOverALimitAreRefused) {
+    int launches = 0;
+    Service service({}, [&](const std::string&) { ++launches; });
+    auto result = service.Start();
+    std::map<std::string, std::string> many;
+    for (int i = 0; i < 65; ++i) {
+        many[std::to_string(i)] = "";
+    }
+    EXPECT_THAT(Launch(many), HasSubstr("64 keys"));
+    EXPECT_THAT(Launch({{"KEY", std::string(65536, 'x')}}), HasSubstr("65536 bytes"));
+    EXPECT_THAT(Launch({{"", "x"}}), HasSubstr("empty"));
+    EXPECT_EQ(Launch({{"KEY", std::string(65533, 'x')}}), "");
+    kill(getpid(), SIGTERM);
+    EXPECT_EQ(result.get(), APP_ERROR_NONE);
+    EXPECT_EQ(launches, 1);
+}
+
+TEST(App, UnusableCommandLinesAndFoldersAreNamed) {
+    const auto run = [](std::vector<std::string> words) {
+        testing::internal::CaptureStderr();
+        const int result = Service(std::move(words)).Run();
+        return std::to_string(result) + " " + testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ(run({"A=1", "word"}), "-22 trelvo: 'word' is not KEY=VALUE\n");
+    EXPECT_EQ(run({"=1"}), "-22 trelvo: '=1' is not KEY=VALUE\n");
+    const fs::path folder = kSocket.parent_path();
+    fs::remove_all(folder);
+    fs::create_directory_symlink("/tmp", folder);
+    EXPECT_THAT(run({}), StartsWith("-5 trelvo: /run/trelvo: "));
+    fs::remove(folder);
+    fs::create_directory(folder);
+    fs::permissions(folder, fs::perms::owner_all | fs::perms::others_exec);
+    EXPECT_THAT(run({}), StartsWith("-5 trelvo: /run/trelvo: "));
+    fs::remove(folder);
+}
+
+TEST(Vconf, ValuesAreTextThatAnOperatorMayWrite) {
+    constexpr const char* kKey = "memory/trelvo/test";
+    const fs::path file = "/run/trelvo/vconf/memory/trelvo/test";
+    fs::remove_all("/run/trelvo/vconf");
+    int value = 7;
+    EXPECT_EQ(vconf_get_int(kKey, &value), -1);
+    for (const int number : {1, INT_MIN, INT_MAX}) {
+        EXPECT_EQ(vconf_set_int(kKey, number), 0);
+        EXPECT_EQ(vconf_get_int(kKey, &value), 0);
+        EXPECT_EQ(value, number);
+        EXPECT_EQ(test_support::ReadFile(file), std::to_string(number) + "\n");
+    }
+    WriteFile(file, " 0 \r\n\n");
+    EXPECT_EQ(vconf_get_int(kKey, &value), 0);
+    EXPECT_EQ(value, 0);
+    value = 7;
+    for (const char* text : {"", " \n", "1 2", "x", "1x", "2147483648", "0x10", "1.5"}) {
+        WriteFile(file, text);
+        EXPECT_EQ(vconf_get_int(kKey, &value), -1) << text;
+    }
+    for (const char* key : {"", "/a", "a/", "a//b", "../a", "a/..", "a/../b", "a/./b"}) {
+        EXPECT_EQ(vconf_set_int(key, 1), -1) << key;
+        EXPECT_EQ(vconf_get_int(key, &value), -1) << key;
+    }
+    EXPECT_EQ(value, 7) << "untouched by failures";
+    fs::remove(file);
+    fs::create_directory(file);
+    EXPECT_EQ(vconf_set_int(kKey, 1), -1) << "the place is taken";
+    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1)
+        << "nothing is left of a failed write";
+}
+
+TEST(SystemInfo, OnlyWholeNumbersUnderTheKeyCount) {
+    constexpr const char* kFile = "/etc/trelvo/system-info.ini";
+    fs::remove(kFile);
+    int value = 7;
+    EXPECT_NE(system_info_get_custom_int("a/b.c", &value), SYSTEM_INFO_ERROR_NONE);
+    WriteFile(kFile, "[custom]\na/b.c=-5\ntext=1x\nlarge=4294967296\n[other]\nelse=1\n");
+    for (const char* key : {"absent", "text", "large", "else", ""}) {
+        EXPECT_NE(system_info_get_custom_int(key, &value), SYSTEM_INFO_ERROR_NONE) << key;
+    }
+    EXPECT_EQ(value, 7) << "untouched by failures";
+    EXPECT_EQ(system_info_get_custom_int("a/b.c", &value), SYSTEM_INFO_ERROR_NONE);
+    EXPECT_EQ(value, -5);
+    fs::remove(kFile);
+}
+
+TEST(Dlog, WithoutAJournalMessagesGoToStandardError) {
+    const std::string text(5000, 'x');
+    testing::internal::CaptureStderr();
+    errno = EEXIST;
+    EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_WARN, "tag", "%s", text.c_str()), 5000);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "W/tag(P" + std::to_string(getpid()) + ", T" +
+                                                          std::to_string(gettid()) + "): " + text +
+                                                          "\n");
+}
+
+TEST(Power, ShutdownAndSleepAreHeardAndDelayed) {
+    using Clock = std::chrono::steady_clock;
+    std::promise<Clock::time_point> heard;
+    const auto callback = [](_device_power_state_info* info, void* promise) {
+        EXPECT_EQ(info->prev_state, DEVICE_POWER_STATE_NORMAL);
+        EXPECT_EQ(info->next_state, DEVICE_POWER_STATE_STANDBY);
+        static_cast<decltype(heard)*>(promise)->set_value(Clock::now());
+        return 0;
+    };
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
+    EXPECT_LT(device_power_subscribe_state_changed_event(callback, &heard), 0) << "no bus";
+    test_support::FakeLogind logind;
+    Service service({"KEY=start"}, [&](const std::string& value) {
+        if (value == "start") {
+            EXPECT_EQ(device_power_subscribe_state_changed_event(callback, &heard), 0);
+            EXPECT_LT(device_power_subscribe_state_changed_event(callback, &heard), 0) << "twice";
+            return;
+        }
+        EXPECT_EQ(device_power_unsubscribe_state_changed_event(callback), 0);
+        EXPECT_LT(device_power_unsubscribe_state_changed_event(callback), 0);
+        ui_app_exit();
+    });
+    auto result = service.Start();
+    for (const char* signal : {"PrepareForShutdown", "PrepareForSleep"}) {
+        heard = {};
+        ASSERT_TRUE(logind.WaitForInhibitor()) << "at first, and when the shutdown is called off";
+        logind.Emit(signal, true);
+        EXPECT_TRUE(logind.WaitForRelease());
+        EXPECT_GT(Clock::now() - heard.get_future().get(), std::chrono::seconds(1))
+            << "no time for the dump";
+        logind.Emit(signal, false);
+    }
+    ASSERT_TRUE(logind.WaitForInhibitor());
+    EXPECT_EQ(Launch({{"KEY", "stop"}}), "");
+    EXPECT_TRUE(logind.WaitForRelease());
+    EXPECT_EQ(result.get(), APP_ERROR_NONE);
+}
+
+}  // namespace

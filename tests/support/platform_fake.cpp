@@ -1,0 +1,220 @@
+#include "support/platform_fake.h"
+
+#include <dlfcn.h>
+#include <dlog.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <system_info.h>
+#include <unistd.h>
+#include <vconf.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "CDataProvider.h"
+#include "CTREventManager.h"
+#include "CUtility.h"
+#include "support/process.h"
+
+namespace test_support {
+
+PlatformFake& Platform() {
+    static auto* const fake = new PlatformFake();
+    return *fake;
+}
+
+void PlatformFake::Record(const std::string& event) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events_.emplace_back(std::this_thread::get_id(), event);
+    }
+    changed_.notify_all();
+    if (on_event) {
+        on_event(event);
+    }
+}
+
+std::string PlatformFake::Take(bool of_this_thread_only) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::string events;
+    for (const auto& [thread, event] : events_) {
+        if (!of_this_thread_only || thread == std::this_thread::get_id()) {
+            events += (events.empty() ? "" : "; ") + event;
+        }
+    }
+    events_.clear();
+    return events;
+}
+
+bool PlatformFake::WaitFor(const std::string& event, long count) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, kLimit, [&] {
+        return std::count_if(events_.begin(), events_.end(),
+                             [&](const auto& entry) { return entry.second == event; }) >= count;
+    });
+}
+
+std::string Hex(const Bytes& bytes) {
+    std::string text;
+    char digits[4];
+    for (const unsigned char byte : bytes) {
+        static_cast<void>(std::snprintf(digits, sizeof digits, "%02X ", byte));
+        text += digits;
+    }
+    return text.substr(0, text.size() - (text.empty() ? 0 : 1));
+}
+
+Bytes Snapshot(bool consume) {
+    Bytes image;
+    GMutex* const mutex = CTREventManager::GetInstance()->GetMutex();
+    g_mutex_lock(mutex);
+    CUtility::Instance()->setSelfInitate(consume);
+    CDataProvider::Instance()->m_GetCompressedData(image);
+    CUtility::Instance()->setSelfInitate(false);
+    g_mutex_unlock(mutex);
+    return image;
+}
+
+void InFreshProcess(const std::function<void()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        EXPECT_NO_THROW(body());
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_TRUE(waitpid(child, &status, 0) == child && status == 0);
+}
+
+namespace {
+
+// The event of one log message.
+std::string Event(int priority, const char* tag, const char* format, va_list args) {
+    constexpr std::string_view kFields = "%s: %s(%d) > [%s:%d] ";
+    if (std::string_view(format).substr(0, kFields.size()) == kFields) {
+        const std::string_view file = va_arg(args, const char*);
+        const std::string_view function = va_arg(args, const char*);
+        const int line = va_arg(args, int);
+        char text[4096];
+        if (va_arg(args, const char*) == function && va_arg(args, int) == line &&
+            file.find('/') == std::string_view::npos && function != "operator()" &&
+            std::strcmp(tag, "LOG_COMPRESSOR") == 0 &&
+            std::vsnprintf(text, sizeof text, format + kFields.size(), args) >= 0) {
+            return std::string(1, "??VDIWEFS"[priority]) + " " + text;
+        }
+    }
+    return std::string("MALFORMED ") + format;
+}
+
+}  // namespace
+}  // namespace test_support
+
+using test_support::Platform;
+
+// The thread sanitizer does not see GLib's own locks; it is told of the one that matters here.
+#ifdef __SANITIZE_THREAD__
+#include <sanitizer/tsan_interface.h>
+#define TSAN_ACQUIRE(lock) __tsan_acquire(lock)
+#define TSAN_RELEASE(lock) __tsan_release(lock)
+#else
+#define TSAN_ACQUIRE(lock) static_cast<void>(lock)
+#define TSAN_RELEASE(lock) static_cast<void>(lock)
+#endif
+
+// What the test program hides under a function of the same name.
+template <typename Function>
+Function* Real(Function* /*hides*/, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+extern "C" {
+
+int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    Platform().Record(test_support::Event(prio, tag, fmt, args));
+    va_end(args);
+    return 0;
+}
+
+int vconf_get_int(const char* key, int* value) {
+    Platform().Record(std::string("get ") + key);
+    *value = Platform().vconf_value;
+    return Platform().vconf_get_result;
+}
+
+int vconf_set_int(const char* key, int value) {
+    Platform().Record(std::string("set ") + key + "=" + std::to_string(value));
+    return Platform().vconf_set_result;
+}
+
+int system_info_get_custom_int(const char* key, int* value) {
+    Platform().Record(std::string("get ") + key);
+    *value = Platform().feature_result == 0 ? Platform().feature_value : *value;
+    return Platform().feature_result;
+}
+
+int device_power_subscribe_state_changed_event(device_power_state_changed_cb callback, void*) {
+    Platform().power_callback = callback;
+    return 0;
+}
+
+int device_power_unsubscribe_state_changed_event(device_power_state_changed_cb) {
+    return device_power_subscribe_state_changed_event(nullptr, nullptr);
+}
+
+// Calls every callback once, in the order of a life, and fails.
+int ui_app_main(int, char**, ui_app_lifecycle_callback_s* callback, void* data) {
+    const int result = callback->create(data) ? -5 : 0;
+    callback->app_control(nullptr, data);
+    callback->pause(data);
+    callback->resume(data);
+    callback->terminate(data);
+    return result;
+}
+
+void ui_app_exit(void) {
+    Platform().Record("ui_app_exit");
+}
+
+int app_control_get_extra_data(app_control_h, const char* key, char** value) {
+    const auto found = Platform().launch_arguments.find(key);
+    if (found == Platform().launch_arguments.end()) {
+        return APP_CONTROL_ERROR_KEY_NOT_FOUND;
+    }
+    *value = strdup(found->second.c_str());
+    return APP_CONTROL_ERROR_NONE;
+}
+
+// The C library's and GLib's own functions, which the test program takes over.
+
+int system(const char* command) {
+    Platform().Record(std::string("system ") + command);
+    return Platform().system_result;
+}
+
+void g_cond_wait(GCond* condition, GMutex* mutex) {
+    static const auto wait = Real(g_cond_wait, "g_cond_wait");
+    Platform().Record("writer waits");
+    TSAN_RELEASE(mutex);
+    wait(condition, mutex);
+    TSAN_ACQUIRE(mutex);
+}
+
+#ifdef __SANITIZE_THREAD__
+void g_mutex_lock(GMutex* mutex) {
+    static const auto lock = Real(g_mutex_lock, "g_mutex_lock");
+    lock(mutex);
+    TSAN_ACQUIRE(mutex);
+}
+
+void g_mutex_unlock(GMutex* mutex) {
+    static const auto unlock = Real(g_mutex_unlock, "g_mutex_unlock");
+    TSAN_RELEASE(mutex);
+    unlock(mutex);
+}
+#endif
+
+}  // extern "C"

@@ -1,0 +1,12 @@
+#include <gmock/gmock.h>
+
+#include "support/private_namespace.h"
+
+int main(int argc, char** argv) {
+    testing::InitGoogleMock(&argc, argv);
+    // Listing the tests touches nothing and also happens where a build has no namespaces.
+    if (!GTEST_FLAG_GET(list_tests)) {
+        test_support::EnterPrivateNamespace();
+    }
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dump/byte_source.h"
+
+// Bytes that no dump can hold at this place. what() is the cause, in words without any bytes of
+// the dump; the offset is that of the first byte of the field that could not be read.
+class DumpError : public std::runtime_error {
+public:
+    DumpError(uint64_t offset, const std::string& cause)
+        : std::runtime_error(cause), offset_(offset) {}
+
+    [[nodiscard]] uint64_t Offset() const { return offset_; }
+
+private:
+    uint64_t offset_;
+};
+
+// Reads the fields of a dump one after another, and keeps count of the offset. Every `field` is
+// the field's name in the cause of the DumpError that a fault is thrown as.
+//
+// Memory follows the bytes that are there, never the lengths that they claim.
+class ByteReader {
+public:
+    // Reads on until the source ends; the source must outlive the reader.
+    explicit ByteReader(ByteSource& source);
+    // Reads bytes that the caller keeps, and that stand at this offset of the dump.
+    ByteReader(std::string_view bytes, uint64_t offset) : offset_(offset), rest_(bytes) {}
+
+    [[nodiscard]] uint64_t Offset() const { return offset_; }
+    [[nodiscard]] bool AtEnd() { return rest_.empty() && !Refill(); }
+    // For readers of a source only; to an offset that was read already.
+    void Seek(uint64_t offset);
+
+    // `start` is the offset of the field that the byte belongs to.
+    [[nodiscard]] uint8_t Byte(uint64_t start, const char* field);
+    // Signed LEB128 of at most 5 bytes, within 32 bits; need not be the shortest form.
+    [[nodiscard]] int32_t Leb128(const char* field);
+    // The same, refusing negative values.
+    [[nodiscard]] int32_t Unsigned(const char* field);
+    // A length and that many bytes, which replace those in `bytes`.
+    void Counted(const char* field, std::string& bytes);
+
+private:
+    [[nodiscard]] bool Refill();
+
+    ByteSource* source_ = nullptr;
+    std::vector<char> buffer_;
+    uint64_t offset_ = 0;    // of the first byte of rest_
+    std::string_view rest_;  // read from the source, not yet taken
+};

@@ -1,0 +1,97 @@
+#include "dump/dictionary.h"
+
+#include <algorithm>
+#include <charconv>
+#include <tuple>
+#include <utility>
+
+#include "dump/byte_reader.h"
+
+namespace {
+
+// The key must be all of "tag,pid"; a tag may hold commas itself.
+std::pair<size_t, int32_t> SplitKey(const std::string& key, uint64_t offset) {
+    const size_t comma = key.rfind(',');
+    if (comma == std::string::npos) {
+        throw DumpError(offset, "dictionary key has no comma before its PID");
+    }
+    int32_t pid = 0;
+    const char* const end = key.data() + key.size();
+    const auto [stop, error] = std::from_chars(key.data() + comma + 1, end, pid);
+    if (error != std::errc{} || stop != end) {
+        throw DumpError(offset, "dictionary key has a PID that is no 32-bit number");
+    }
+    return {comma, pid};
+}
+
+}  // namespace
+
+Dictionary::Dictionary(std::string entries, uint64_t offset) : entries_(std::move(entries)) {
+    ReadEntries(offset);
+    RefuseRepetition(offset);
+}
+
+void Dictionary::ReadEntries(uint64_t offset) {
+    ByteReader reader(entries_, offset);
+    std::string key;
+    std::string pairs;
+    while (!reader.AtEnd()) {
+        const uint64_t key_offset = reader.Offset();
+        reader.Counted("dictionary key", key);
+        const auto [tag_length, pid] = SplitKey(key, key_offset);
+        keys_.push_back({static_cast<uint32_t>(key_offset - offset),
+                         static_cast<uint32_t>(reader.Offset() - offset - key.size()),
+                         static_cast<uint32_t>(tag_length), pid});
+
+        reader.Counted("pair list", pairs);
+        ByteReader pair_reader(pairs, reader.Offset() - pairs.size());
+        while (!pair_reader.AtEnd()) {
+            const uint64_t pair_offset = pair_reader.Offset();
+            const int32_t tid = pair_reader.Leb128("TID");
+            const int32_t index = pair_reader.Unsigned("dictionary index");
+            if (index == 0) {
+                throw DumpError(pair_offset, "dictionary index is 0");
+            }
+            threads_.push_back({static_cast<uint32_t>(index), tid,
+                                static_cast<uint32_t>(keys_.size() - 1),
+                                static_cast<uint32_t>(pair_offset - offset)});
+        }
+    }
+}
+
+void Dictionary::RefuseRepetition(uint64_t offset) {
+    std::sort(threads_.begin(), threads_.end(), [](const Thread& a, const Thread& b) {
+        return std::tie(a.index, a.pair) < std::tie(b.index, b.pair);
+    });
+    const auto thread =
+        std::adjacent_find(threads_.begin(), threads_.end(),
+                           [](const Thread& a, const Thread& b) { return a.index == b.index; });
+    if (thread != threads_.end()) {
+        throw DumpError(offset + std::next(thread)->pair,
+                        "dictionary index " + std::to_string(thread->index) + " comes twice");
+    }
+
+    std::vector<Key> keys = keys_;
+    const auto text = [this](const Key& key) { return std::make_tuple(Tag(key), key.pid); };
+    std::sort(keys.begin(), keys.end(), [&text](const Key& a, const Key& b) {
+        return std::tuple_cat(text(a), std::tie(a.entry)) <
+               std::tuple_cat(text(b), std::tie(b.entry));
+    });
+    const auto key =
+        std::adjacent_find(keys.begin(), keys.end(),
+                           [&text](const Key& a, const Key& b) { return text(a) == text(b); });
+    if (key != keys.end()) {
+        throw DumpError(offset + std::next(key)->entry, "dictionary key comes twice");
+    }
+}
+
+std::optional<Origin> Dictionary::Find(uint32_t index) const {
+    const auto thread =
+        std::lower_bound(threads_.begin(), threads_.end(), index,
+                         [](const Thread& entry, uint32_t wanted) { return entry.index < wanted; });
+    if (thread == threads_.end() || thread->index != index) {
+        return std::nullopt;
+    }
+    const Key& key = keys_[thread->key];
+    return Origin{Tag(key), key.pid, thread->tid};
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Who wrote a record. The tag lives as long as the dictionary that it came from.
+struct Origin {
+    std::string_view tag;
+    int32_t pid = 0;
+    int32_t tid = 0;
+};
+
+// What the indexes in the records of one dump stand for.
+class Dictionary {
+public:
+    // Takes the entries as they stand in the dump, at this offset. Throws DumpError when they are
+    // damaged, or when a key or an index comes twice.
+    Dictionary(std::string entries, uint64_t offset);
+
+    [[nodiscard]] std::optional<Origin> Find(uint32_t index) const;
+
+private:
+    // Positions instead of views: entries_ may move together with the dictionary.
+    struct Key {
+        uint32_t entry = 0;  // position of the entry in entries_
+        uint32_t tag = 0;    // position of the tag in entries_
+        uint32_t tag_length = 0;
+        int32_t pid = 0;
+    };
+    struct Thread {
+        uint32_t index = 0;
+        int32_t tid = 0;
+        uint32_t key = 0;   // place in keys_
+        uint32_t pair = 0;  // position of the pair in entries_
+    };
+
+    void ReadEntries(uint64_t offset);
+    void RefuseRepetition(uint64_t offset);
+    [[nodiscard]] std::string_view Tag(const Key& key) const {
+        return std::string_view(entries_).substr(key.tag, key.tag_length);
+    }
+
+    std::string entries_;
+    std::vector<Key> keys_;        // in the order of the entries
+    std::vector<Thread> threads_;  // ordered by index
+};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "dump/byte_reader.h"
+#include "dump/dictionary.h"
+
+// One log line as the dump holds it. The views live until the reader's next call.
+struct Record {
+    uint64_t offset = 0;   // of its first byte
+    int32_t delta_ms = 0;  // since the record before
+    char level = 0;        // I, W, E, F; D stands for every level that the dump does not tell apart
+    Origin origin;
+    std::string_view message;  // a code of the tag's table, or text: the dump does not say which
+};
+
+// What a pass over all records finds out.
+struct Extent {
+    uint64_t records = 0;  // whole ones
+    int64_t span_ms = 0;   // from the first to the last of them
+    std::optional<DumpError> damage;
+};
+
+// Reads one dump from its start to its end, a record at a time (docs/dump-format.md). Holds the
+// dictionary and one message, whatever the number of records.
+class DumpReader {
+public:
+    // Reads all that stands before the records; the source must outlive the reader. Throws
+    // DumpError when that is damaged, std::system_error when the source cannot be read.
+    explicit DumpReader(ByteSource& source);
+
+    [[nodiscard]] const std::string& PolicyVersion() const { return policy_version_; }
+    // Milliseconds; the time of the newest record of a whole dump.
+    [[nodiscard]] int32_t LastLogTime() const { return last_log_time_; }
+
+    // False where the dump ends, as it should, between two records. Throws as the constructor.
+    [[nodiscard]] bool Next(Record& record);
+    // Reads the records up to the end or the first damage, then starts again at the first.
+    [[nodiscard]] Extent Measure();
+
+private:
+    [[nodiscard]] std::string ReadPolicyVersion();
+    [[nodiscard]] Dictionary ReadDictionary();
+    void ReadHeader(Record& record);
+
+    // In the order in which they are read.
+    ByteReader bytes_;
+    std::string policy_version_;
+    Dictionary dictionary_;
+    int32_t last_log_time_;
+    uint64_t records_offset_;
+    std::string message_;
+};

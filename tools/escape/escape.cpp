@@ -1,0 +1,91 @@
+#include "escape/escape.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace {
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+struct Character {
+    uint32_t code = 0;
+    size_t size = 0;  // 0: the text does not start with a character in UTF-8
+};
+
+Character FirstCharacter(std::string_view text) {
+    const auto first = static_cast<uint8_t>(text.front());
+    if (first < 0x80) {
+        return {first, 1};
+    }
+    // Continuation bytes and F8 upwards start no character.
+    const size_t size = first < 0xC0   ? 0
+                        : first < 0xE0 ? 2
+                        : first < 0xF0 ? 3
+                        : first < 0xF8 ? 4
+                                       : 0;
+    if (size == 0 || text.size() < size) {
+        return {};
+    }
+    uint32_t code = first & (0x7FU >> size);
+    for (const char next : text.substr(1, size - 1)) {
+        const auto byte = static_cast<uint8_t>(next);
+        if ((byte & 0xC0) != 0x80) {
+            return {};
+        }
+        code = code << 6 | (byte & 0x3FU);
+    }
+    // A character has one form, the shortest; halves of surrogate pairs are no characters.
+    const uint32_t smallest = size == 2 ? 0x80 : size == 3 ? 0x800 : 0x10000;
+    if (code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
+        return {};
+    }
+    return {code, size};
+}
+
+bool IsControl(uint32_t code) {
+    return code < 0x20 || (code >= 0x7F && code <= 0x9F);
+}
+
+bool ReordersText(uint32_t code) {
+    return code == 0x061C || code == 0x200E || code == 0x200F ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
+void AppendByte(std::string& out, char byte) {
+    const auto value = static_cast<uint8_t>(byte);
+    out += "\\x";
+    out += kHexDigits[value >> 4];
+    out += kHexDigits[value & 0x0F];
+}
+
+void AppendCodePoint(std::string& out, uint32_t code) {
+    out += "\\u{";
+    for (int shift = 12; shift >= 0; shift -= 4) {  // none of them is above FFFF
+        out += kHexDigits[code >> shift & 0x0F];
+    }
+    out += '}';
+}
+
+}  // namespace
+
+std::string Escape(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        const std::string_view bytes = text.substr(0, character.size == 0 ? 1 : character.size);
+        if (character.size == 0 || IsControl(character.code)) {
+            for (const char byte : bytes) {
+                AppendByte(out, byte);
+            }
+        } else if (ReordersText(character.code)) {
+            AppendCodePoint(out, character.code);
+        } else if (character.code == '\\') {
+            out += "\\\\";
+        } else {
+            out += bytes;
+        }
+        text.remove_prefix(bytes.size());
+    }
+    return out;
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+// A launch request that was not handled. what() is one line that names the socket.
+class LaunchError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Where this user's service listens. Throws LaunchError when the environment does not say.
+[[nodiscard]] std::string LaunchSocket();
+
+// Hands launch arguments, all of them in UTF-8, to the service at the socket and returns when it
+// has handled them. Throws LaunchError, at the latest after the time-out.
+void SendLaunch(const std::string& socket, const std::map<std::string, std::string>& arguments,
+                std::chrono::seconds timeout);

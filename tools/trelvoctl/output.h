@@ -1,0 +1,20 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+// Standard output did not take what was written. what() is the cause.
+class OutputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Data for standard output. Throws OutputError.
+void Print(std::string_view data);
+// Hands over what is still buffered; the last chance to learn that a disk is full.
+void FlushOutput();
+
+// One line for standard error, "trelvoctl: " before it, after all that was printed so far. The
+// message is escaped: it may quote file names and the service's own words.
+void Complain(std::string_view message);
