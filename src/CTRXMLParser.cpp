@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -67,9 +68,11 @@ bool TRXMLParser::TRAttributes::GetValue(const std::string& name, unsigned long 
     if (value == nullptr) {
         return false;
     }
-    // The device's unsigned long has 32 bits; a wider one gives the same values.
-    out = std::min<unsigned long>(std::strtoul(value->c_str(), nullptr, 10),
-                                  std::numeric_limits<uint32_t>::max());
+    // What strtoul gives where unsigned long has 32 bits, as on the device: a negative number
+    // wraps, and one that is too large, of either sign, is the largest.
+    constexpr long long kMost = std::numeric_limits<uint32_t>::max();
+    const long long number = std::strtoll(value->c_str(), nullptr, 10);
+    out = static_cast<uint32_t>(number < -kMost || number > kMost ? kMost : number);
     return true;
 }
 

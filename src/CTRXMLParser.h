@@ -35,7 +35,7 @@ public:
         bool GetValue(const std::string& name, std::string& out) const;
         bool GetValue(const std::string& name, bool& out) const;
         bool GetValue(const std::string& name, unsigned int& out) const;
-        // At most 4294967295, which stands for everything above.
+        // 32 bits wide: at most 4294967295, which stands for everything above.
         bool GetValue(const std::string& name, unsigned long long& out) const;
         bool GetValue(const std::string& name, double& out) const;
 

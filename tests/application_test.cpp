@@ -100,21 +100,28 @@ TEST(TriggerTest, EveryTriggerRestartsAnEnabledTimer) {
         Manager().RequestDumpOnFile("/tmp");
         EXPECT_EQ(timer(), nullptr);
         Manager().RegisterDumpTimer(3600);
-        const std::function<void()> triggers[] = {
-            [] { Manager().RequestDumpOnFile("/tmp"); }, [] { Manager().RequestDumpOnFile(""); },
-            [] { Manager().RequestDumpOnFullBuffer(); }, [] { Manager().RegisterDumpTimer(1); },
-            [] { EXPECT_TRUE(g_main_context_iteration(nullptr, TRUE)); }};
-        for (const auto& trigger : triggers) {
+        const std::string signalled = "; I Reset Dump Timer; I UnRegisterDumpTimer called; signal";
+        const std::pair<std::function<void()>, std::string> rows[] = {
+            {[] { Manager().RequestDumpOnFile(""); },
+             "I RequestDumpOnFile called; I SignalDumpData called; I Reset Dump Timer; I "
+             "UnRegisterDumpTimer called; I setDumpPath called; E File Path Not Available "
+             "Abort..Dumping"},
+            {[] { Manager().RequestDumpOnFullBuffer(); },
+             "I RequestDumpOnFullBuffer called; I SignalSelfInitiateDumpData called" + signalled},
+            {[] { Manager().RegisterDumpTimer(1); },
+             "I RegisterDumpTimer called; I Registering Timer with [1]sec; I Reset Dump Timer; I "
+             "UnRegisterDumpTimer called"},
+            {[] { g_main_context_iteration(nullptr, TRUE); },
+             "I t_startTimerDump called; I SignalSelfInitiateDumpData called" + signalled}};
+        for (const auto& [trigger, expected] : rows) {
             ASSERT_NE(timer(), nullptr);
             const unsigned before = g_source_get_id(timer());
             Platform().Take();
             trigger();
+            EXPECT_EQ(Platform().Take(), expected);
             EXPECT_EQ(g_main_context_find_source_by_id(nullptr, before), nullptr);
         }
         EXPECT_NE(timer(), nullptr);
-        EXPECT_EQ(Platform().Take(),
-                  "I t_startTimerDump called; I SignalSelfInitiateDumpData called; I Reset Dump "
-                  "Timer; I UnRegisterDumpTimer called");
     });
 }
 

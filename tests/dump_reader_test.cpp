@@ -1,7 +1,6 @@
 #include "dump/dump_reader.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <array>
@@ -211,15 +210,11 @@ protected:
         char name[] = "/tmp/trelvo-policy-XXXXXX";
         folder_ = mkdtemp(name);
         WriteXml("<x><policy version='1.0'/><DB LogTag='TAG' NAME='codes.db'/>");
-        sqlite3* database = nullptr;
-        EXPECT_EQ(sqlite3_open((folder_ / "codes.db").c_str(), &database), SQLITE_OK);
-        const char* const rows =
-            "create table HuffmanCode(log text, huffmancode text); insert into HuffmanCode values"
+        test_support::MakeCodeTable(
+            folder_ / "codes.db",
             "('hello world','0110100001101001'), ('again','00000001'), ('again','00000010'),"
             "('twin','11110000'), ('twin 2','11110000'), (null,'00000100'), ('none',null),"
-            "('bad','0000002x'), ('odd','0101')";
-        EXPECT_EQ(sqlite3_exec(database, rows, nullptr, nullptr, nullptr), SQLITE_OK);
-        EXPECT_EQ(sqlite3_close(database), SQLITE_OK);
+            "('bad','0000002x'), ('odd','0101')");
     }
     ~Policy() override { fs::remove_all(folder_); }
 

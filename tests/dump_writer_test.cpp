@@ -58,11 +58,7 @@ std::string Dump(const std::function<void(CTREventManager&)>& trigger) {
 }
 
 std::string DumpTo(const std::string& folder) {
-    // The empty path must wake nothing.
-    return Dump([&](CTREventManager& manager) {
-        manager.RequestDumpOnFile("");
-        manager.RequestDumpOnFile(folder);
-    });
+    return Dump([&](CTREventManager& manager) { manager.RequestDumpOnFile(folder); });
 }
 
 std::string DumpBySelf() {

@@ -1,7 +1,6 @@
 // The real programs end to end: journal, capture, service, dump, trelvoctl.
 
 #include <gmock/gmock.h>
-#include <sqlite3.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -190,14 +189,7 @@ TEST_F(EndToEnd, LoggedLinesComeBackInOrder) {
 TEST_F(EndToEnd, MessagesOfThePolicyAreStoredAsCodes) {
     WriteFile(kPolicyFolder / "policy_version.xml",
               "<policy version='2.5'><db logtag='CODED' name='coded.db'/></policy>");
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open((kPolicyFolder / "coded.db").c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database,
-                           "create table HuffmanCode(log text, huffmancode text);"
-                           "insert into HuffmanCode values('a known text', '0000011111110000')",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(database);
+    MakeCodeTable(kPolicyFolder / "coded.db", "('a known text', '0000011111110000')");
 
     StartService({}, "CDataDump created");
     EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "LOGTAG=CODED/PLAIN", "LOGLEVEL=V/V",

@@ -138,7 +138,7 @@ TEST_F(PipelineTest, FullBufferWaitsUntilADumpHasConsumedIt) {
     const std::string log =
         "D T,1 not found in m_LogTagPidTidMap.. Inserting..Tid:2, Index:1; I Requested Buffer Size "
         "Reached; I Request Dump Buffer Size Reached; I RequestDumpOnFullBuffer called; I "
-        "SignalSelfInitiateDumpData called; " +
+        "SignalSelfInitiateDumpData called; signal; " +
         kWaits;
     EXPECT_EQ(Platform().Take().substr(0, log.size()), log);
     EXPECT_EQ(Names(), "[full]");

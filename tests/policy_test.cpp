@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <filesystem>
 
@@ -44,31 +43,25 @@ TEST(PolicyParserTest, TakesWhatItFindsInDocumentOrder) {
 TEST(PolicyParserTest, AttributesConvertLeniently) {
     TR::TRXMLParser::TRAttributes attributes;
     attributes.Insert("Off", "FALSE");
-    attributes.Insert("HUGE", "99999999999999999999999");
     attributes.Insert("cut", "1.5x");
+    attributes.Insert("empty", "");
     bool flag = true;
     unsigned int number = 7;
-    unsigned long long wide = 7;
     double real = 7;
     EXPECT_TRUE(attributes.GetValue("off", flag) && !flag);
     EXPECT_TRUE(attributes.GetValue("off", number) && number == 7);
-    EXPECT_TRUE(attributes.GetValue("huge", wide) && wide == 4294967295U);
     EXPECT_TRUE(!attributes.GetValue("cut", real) && real == 7);
+    EXPECT_TRUE(attributes.GetValue("empty", real) && real == 0);
+    for (const auto& [text, expected] :
+         {std::pair("99999999999999999999999", 4294967295U), {"-2", 4294967294U}, {"7x", 7U}}) {
+        unsigned long long wide = 0;
+        attributes.Insert("wide", text);
+        EXPECT_TRUE(attributes.GetValue("wide", wide) && wide == expected) << text;
+    }
 }
 
 const std::string kServer = "/opt/usr/share/Trelvo/Server";
 const std::string kDefault = "/opt/usr/share/Trelvo/Default";
-
-void MakeDatabase(const std::string& name, const std::string& rows) {
-    sqlite3* database = nullptr;
-    EXPECT_EQ(sqlite3_open((kDefault + "/" + name).c_str(), &database), SQLITE_OK);
-    const std::string sql =
-        "create table HuffmanCode (id integer, log text, huffmancode text);"
-        "insert into HuffmanCode (log, huffmancode) values " +
-        rows;
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    EXPECT_EQ(sqlite3_close(database), SQLITE_OK);
-}
 
 // Writes a policy file; none for "", a folder of that name for "/".
 void WritePolicy(const std::string& folder, const std::string& content) {
@@ -98,11 +91,11 @@ TEST(CodeTableTest, LoadsEveryGoodRowOfEveryGoodDatabase) {
         kDefault,
         "<r><policy version='1.0'/><db logtag='A' name='a'/><db logtag='A'/>"
         "<db logtag='A' name='none'/><db logtag='B' name='b'/><db logtag='B' name='c'/></r>");
-    MakeDatabase("a",
-                 "('hi', '10110000'), ('hi', '0100000111111111'), ('odd', '0101'),"
-                 "(null, '11111111'), ('null', null), ('bad', '0000000x'), ('last', '00000001')");
-    MakeDatabase("b", "('hi', '00000010')");
-    MakeDatabase("c", "('ho', '00000011')");
+    MakeCodeTable(kDefault + "/a",
+                  "('hi', '10110000'), ('hi', '0100000111111111'), ('odd', '0101'),"
+                  "(null, '11111111'), ('null', null), ('bad', '0000000x'), ('last', '00000001')");
+    MakeCodeTable(kDefault + "/b", "('hi', '00000010')");
+    MakeCodeTable(kDefault + "/c", "('ho', '00000011')");
     const std::string log = Load(0);
     const std::string path = "; I DB FILE PATH = " + kDefault + "/";
     const std::string expected =

@@ -12,7 +12,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
+#include <regex>
 
 #include "CDataProvider.h"
 #include "CTREventManager.h"
@@ -90,22 +90,15 @@ void InFreshProcess(const std::function<void()>& body) {
 
 namespace {
 
-// The event of one log message.
-std::string Event(int priority, const char* tag, const char* format, va_list args) {
-    constexpr std::string_view kFields = "%s: %s(%d) > [%s:%d] ";
-    if (std::string_view(format).substr(0, kFields.size()) == kFields) {
-        const std::string_view file = va_arg(args, const char*);
-        const std::string_view function = va_arg(args, const char*);
-        const int line = va_arg(args, int);
-        char text[4096];
-        if (va_arg(args, const char*) == function && va_arg(args, int) == line &&
-            file.find('/') == std::string_view::npos && function != "operator()" &&
-            std::strcmp(tag, "LOG_COMPRESSOR") == 0 &&
-            std::vsnprintf(text, sizeof text, format + kFields.size(), args) >= 0) {
-            return std::string(1, "??VDIWEFS"[priority]) + " " + text;
-        }
+// The event of one log message, without the fields in front of its text.
+std::string Event(int priority, const std::string& tag, const std::string& message) {
+    static const std::regex kFields(R"(([^/: ]+): ([~\w]+)\((\d+)\) > \[\2:\3\] )");
+    std::smatch fields;
+    if (tag == "LOG_COMPRESSOR" &&
+        std::regex_search(message, fields, kFields, std::regex_constants::match_continuous)) {
+        return std::string(1, "??VDIWEFS"[priority]) + " " + fields.suffix().str();
     }
-    return std::string("MALFORMED ") + format;
+    return "MALFORMED " + message;
 }
 
 }  // namespace
@@ -132,11 +125,13 @@ Function* Real(Function* /*hides*/, const char* name) {
 extern "C" {
 
 int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
+    char message[4096];
     va_list args;
     va_start(args, fmt);
-    Platform().Record(test_support::Event(prio, tag, fmt, args));
+    const int length = std::vsnprintf(message, sizeof message, fmt, args);
     va_end(args);
-    return 0;
+    Platform().Record(test_support::Event(prio, tag, message));
+    return length;
 }
 
 int vconf_get_int(const char* key, int* value) {
@@ -201,6 +196,12 @@ void g_cond_wait(GCond* condition, GMutex* mutex) {
     TSAN_RELEASE(mutex);
     wait(condition, mutex);
     TSAN_ACQUIRE(mutex);
+}
+
+void g_cond_signal(GCond* condition) {
+    static const auto signal = Real(g_cond_signal, "g_cond_signal");
+    Platform().Record("signal");
+    signal(condition);
 }
 
 #ifdef __SANITIZE_THREAD__

@@ -21,6 +21,7 @@ using Bytes = std::vector<unsigned char>;
 //   "I text"             a log message and its priority; "MALFORMED ..." when the fields in front
 //                        of the text are not "file: function(line) > [function:line] "
 //   "set <key>=<value>"  also "get <key>", "system <command>", "ui_app_exit"
+//   "signal"             a GLib condition is signalled
 //   "writer waits"       a thread is about to wait for a GLib condition and still holds its mutex
 //
 // The public members are set while no thread of the service uses them.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sqlite3.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -146,6 +147,19 @@ bool WaitForChange(const fs::path& folder, const std::function<bool()>& holds) {
 std::string ReadFile(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void MakeCodeTable(const fs::path& path, const std::string& rows) {
+    sqlite3* database = nullptr;
+    const std::string sql =
+        "create table HuffmanCode (id integer, log text, huffmancode text);"
+        "insert into HuffmanCode (log, huffmancode) values " +
+        rows;
+    if (sqlite3_open(path.c_str(), &database) != SQLITE_OK ||
+        sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK ||
+        sqlite3_close(database) != SQLITE_OK) {
+        throw std::runtime_error(path.string() + ": " + sqlite3_errmsg(database));
+    }
 }
 
 void WriteFile(const fs::path& path, const std::string& text) {

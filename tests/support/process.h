@@ -59,5 +59,7 @@ Output RunProgram(const std::vector<std::string>& argv);
 // The whole file; empty when it cannot be read.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& text);
+// Makes a code database with these rows, in the words of SQL: "('text', 'code'), ...".
+void MakeCodeTable(const std::filesystem::path& path, const std::string& rows);
 
 }  // namespace test_support
