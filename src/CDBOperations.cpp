@@ -38,15 +38,9 @@ struct FinalizeStatement {
     }
 };
 
-// The bytes of a column, with any zero bytes in them. False for NULL.
-bool GetText(sqlite3_stmt* statement, int column, std::string& text) {
-    const unsigned char* const bytes = sqlite3_column_text(statement, column);
-    if (bytes == nullptr) {
-        return false;
-    }
-    text.assign(reinterpret_cast<const char*>(bytes),
-                static_cast<size_t>(sqlite3_column_bytes(statement, column)));
-    return true;
+// Up to the first zero byte. Null for NULL.
+const char* ColumnText(sqlite3_stmt* row, int column) {
+    return reinterpret_cast<const char*>(sqlite3_column_text(row, column));
 }
 
 }  // namespace
@@ -163,10 +157,10 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
 
     CUtility* const utility = CUtility::Instance();
     CodeTable table;
-    std::string message;
-    std::string codeText;
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
-        if (!GetText(statement.get(), 0, message) || !GetText(statement.get(), 1, codeText)) {
+        const char* const message = ColumnText(statement.get(), 0);
+        const char* const codeText = ColumnText(statement.get(), 1);
+        if (message == nullptr || codeText == nullptr) {
             continue;
         }
         std::vector<unsigned char> code;
@@ -174,7 +168,7 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
             // A code that is not padded is logged there and stored with no bytes.
             static_cast<void>(utility->m_GetHcodeByteArray(codeText, code));
         } catch (const std::invalid_argument&) {
-            TR_LOGE("Skipped code that is not made of 0 and 1: %s", codeText.c_str());
+            TR_LOGE("Skipped code that is not made of 0 and 1: %s", codeText);
             continue;
         }
         std::vector<unsigned char> stored;
