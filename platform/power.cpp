@@ -16,9 +16,9 @@ constexpr const char* kName = "org.freedesktop.login1";
 constexpr const char* kObject = "/org/freedesktop/login1";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
 
-// The callback only asks another thread for a dump; this is what that thread gets to write it, well
-// below the 5 seconds that logind allows by default.
-constexpr guint kGraceMilliseconds = 2000;
+// The callback only asks another thread for a dump and cannot say when it is written, so that
+// thread gets most of the 5 seconds that logind allows by default.
+constexpr guint kGraceMilliseconds = 4000;
 
 // Hears from logind that the machine goes down or to sleep, and delays that until a dump is
 // written.

@@ -239,7 +239,8 @@ TEST_F(Policy, TablesTurnCodesIntoMessages) {
 }
 
 TEST_F(Policy, FaultsNameTheFile) {
-    WriteXml("<x><db logtag='A' name='absent.db'/><db logtag='TAG' name='codes.db'/></x>");
+    WriteXml("<x><!--" + std::string(50000, 'x') +
+             "--><db logtag='A' name='absent.db'/><db logtag='TAG' name='codes.db'/></x>");
     const CodeTables tables(folder_);
     ASSERT_EQ(tables.Faults().size(), 1U);
     EXPECT_NE(tables.Faults()[0].find("absent.db: unable to open"), std::string::npos);

@@ -51,17 +51,9 @@ double Uptime() {
     return static_cast<double>(now.tv_sec);
 }
 
-// The capture of this namespace, or 0.
-pid_t CapturePid() {
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        std::error_code gone;
-        if (ReadFile(entry.path() / "comm") == "dlogutil\n" &&
-            fs::read_symlink(entry.path() / "ns/mnt", gone) ==
-                fs::read_symlink("/proc/self/ns/mnt")) {
-            return std::stoi(entry.path().filename());
-        }
-    }
-    return 0;
+// Whether no capture holds its folder, or none any more after so many seconds.
+bool IsCaptureGone(const std::string& seconds) {
+    return RunProgram({"flock", "--timeout", seconds, kCapture.parent_path(), "true"}).status == 0;
 }
 
 // A machine with a journal and with what the installation lays.
@@ -334,11 +326,10 @@ TEST_F(EndToEnd, OneServiceWithOneCaptureThatEndsWithIt) {
         EXPECT_THAT(other.err, HasSubstr("already running"));
         EXPECT_THAT(Decode(RequestDump()), Contains(Printed("I/ONE", "captured")));
 
-        const pid_t capture = CapturePid();
-        ASSERT_GT(capture, 0);
+        EXPECT_FALSE(IsCaptureGone("0"));
         service_->Signal(signal);
         EXPECT_EQ(service_->Wait(), signal == SIGKILL ? 128 + SIGKILL : 0);
-        EXPECT_TRUE(WaitForEnd(capture));
+        EXPECT_TRUE(IsCaptureGone("10"));
         const auto launch = RunProgram({kBin + "trelvoctl", "launch", "DUMP=/tmp/dumps"});
         EXPECT_EQ(launch.status, 1);
         EXPECT_EQ(std::count(launch.err.begin(), launch.err.end(), '\n'), 1) << launch.err;

@@ -179,6 +179,17 @@ TEST_F(PipelineTest, NewFileThatOutgrewTheCountLosesAndRepeatsLines) {
     EXPECT_EQ(Names(), "[a1][a2][b3][b4][a5][a6][b1][b2][b3][b4]");
 }
 
+TEST_F(PipelineTest, SecondRotationBetweenPassesLosesTheReplacedFile) {
+    WriteLines(kCurrent, "a", 2);
+    const auto rotate_twice = [] {
+        WriteLines(kRotated, "a", 4);
+        WriteLines(kRotated, "b", 3);
+        WriteLines(kCurrent, "c", 1);
+    };
+    Follow({rotate_twice, [] {}});
+    EXPECT_EQ(Names(), "[a1][a2][b3][c1]");
+}
+
 TEST_F(PipelineTest, ReaderEndsWithAMessageForEachFailure) {
     WriteFile(kCurrent, "");
     EXPECT_EQ(Follow({[] { throw boost::thread_interrupted(); }}),

@@ -56,7 +56,7 @@ RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, i
         port::ThrowErrno(folder);
     }
     if (info.st_uid != geteuid()) {
-        throw std::runtime_error(folder + ": belongs to another user");
+        throw std::runtime_error(folder + ": belongs to another user, who must remove it");
     }
     if (!LockFolder(folder_.Get())) {
         throw std::runtime_error(folder + ": another dlogutil writes there");

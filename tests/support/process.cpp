@@ -40,6 +40,17 @@ bool PollUntil(int fd, Clock::time_point deadline) {
     return ready > 0;
 }
 
+// False at the limit.
+bool WaitForEnd(pid_t pid) {
+    // By number: the C library's header declares the call without its C linkage.
+    const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (fd < 0) {
+        return errno == ESRCH;
+    }
+    const std::unique_ptr<const int, Close> process(&fd);
+    return PollUntil(fd, Clock::now() + kLimit);
+}
+
 // In the child: lets the stream `target` lead to `path`.
 void Redirect(int target, const fs::path& path) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -113,16 +124,6 @@ Output RunProgram(const std::vector<std::string>& argv) {
 
 bool WaitForInput(int fd) {
     return PollUntil(fd, Clock::now() + kLimit);
-}
-
-bool WaitForEnd(pid_t pid) {
-    // By number: the C library's header declares the call without its C linkage.
-    const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-    if (fd < 0) {
-        return errno == ESRCH;
-    }
-    const std::unique_ptr<const int, Close> process(&fd);
-    return WaitForInput(fd);
 }
 
 bool WaitForChange(const fs::path& folder, const std::function<bool()>& holds) {

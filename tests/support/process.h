@@ -48,8 +48,6 @@ Output RunProgram(const std::vector<std::string>& argv);
 
 // Waits until `fd` can be read or is at its end. False at the limit.
 [[nodiscard]] bool WaitForInput(int fd);
-// Waits for the end of any process, a child or not. False at the limit.
-[[nodiscard]] bool WaitForEnd(pid_t pid);
 
 // Asks `holds` now and after every change in `folder`, which must exist, until it is true.
 // False at the limit.

@@ -103,8 +103,8 @@ std::string LaunchSocket() {
         return "/run/trelvo/launch.sock";
     }
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
-    if (folder == nullptr || *folder == '\0') {
-        throw LaunchError("no service can be found: XDG_RUNTIME_DIR is not set");
+    if (folder == nullptr || *folder != '/') {
+        throw LaunchError("no service can be found: XDG_RUNTIME_DIR does not name a folder");
     }
     return std::string(folder) + "/trelvo/launch.sock";
 }

@@ -36,9 +36,25 @@ void OnElement(void* user_data, const XML_Char* name, const XML_Char** pairs) {
     }
 }
 
+// Throws PolicyError.
+std::string ReadWhole(const std::string& path) {
+    try {
+        FileSource source(path);
+        std::string text;
+        std::array<char, 16384> buffer{};
+        while (const size_t count = source.Read(buffer.data(), buffer.size())) {
+            text.append(buffer.data(), count);
+        }
+        return text;
+    } catch (const std::system_error& error) {
+        throw PolicyError(path + ": " + error.what());
+    }
+}
+
 }  // namespace
 
 PolicyFile ReadPolicyFile(const std::string& path) {
+    const std::string text = ReadWhole(path);
     const std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)> parser(
         XML_ParserCreate(nullptr), XML_ParserFree);
     if (!parser) {
@@ -48,20 +64,13 @@ PolicyFile ReadPolicyFile(const std::string& path) {
     XML_SetUserData(parser.get(), &policy);
     XML_SetElementHandler(parser.get(), OnElement, nullptr);
 
-    try {
-        FileSource source(path);
-        std::array<char, 16384> buffer{};
-        while (const size_t count = source.Read(buffer.data(), buffer.size())) {
-            // Never told that the text is over: see the contract above.
-            if (XML_Parse(parser.get(), buffer.data(), static_cast<int>(count), XML_FALSE) !=
-                XML_STATUS_OK) {
-                throw PolicyError(path + ": line " +
-                                  std::to_string(XML_GetCurrentLineNumber(parser.get())) + ": " +
-                                  XML_ErrorString(XML_GetErrorCode(parser.get())));
-            }
-        }
-    } catch (const std::system_error& error) {
-        throw PolicyError(path + ": " + error.what());
+    // Never told that the text is over, so that a cut one gives what is whole. In one call: after
+    // an incomplete token Expat puts off what comes next, here for ever.
+    if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_FALSE) !=
+        XML_STATUS_OK) {
+        throw PolicyError(path + ": line " +
+                          std::to_string(XML_GetCurrentLineNumber(parser.get())) + ": " +
+                          XML_ErrorString(XML_GetErrorCode(parser.get())));
     }
     return policy;
 }
