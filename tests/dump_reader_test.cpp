@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
@@ -249,43 +248,6 @@ TEST_F(Policy, FaultsNameTheFile) {
 
     WriteXml("<x></y>");
     EXPECT_THROW(CodeTables(folder_.string()), PolicyError);
-}
-
-TEST_F(Policy, TheProgramSaysWhatItDidAndWhatItCouldNot) {
-    const fs::path bin = TRELVO_BIN_DIR;
-    test_support::WriteFile(folder_ / "whole", Hex(kExample + "05 21 02 6F 1B"));
-    test_support::WriteFile(folder_ / "cut", Hex(kExample + "05 21 09 6F"));
-    fs::create_directory(folder_ / "old");
-    test_support::WriteFile(folder_ / "old/policy_version.xml", "<policy version='0.9'/>");
-
-    const std::string newest = "12.500 I/TAG(P 10, T 11): hi\n";
-    const std::string lines = "12.495 I/TAG(P 10, T 11): hi\n12.500 I/TAG(P 10, T 11): o\\x1B\n";
-    const std::vector<std::array<std::string, 4>> rows{
-        // what follows the name, status, out, err
-        {"decode whole", "0", lines, ""},
-        {"decode -", "0", lines, ""},
-        {"decode - < whole", "0", lines, ""},
-        {"decode cut whole", "3", newest + lines,
-         "cut: offset 25: message of 9 bytes but only 1 are left; the times shown are the latest "
-         "possible"},
-        {"decode no whole", "3", lines, "no: No such file or directory"},
-        {"decode whole > /dev/full", "5", "", "standard output: No space left on device"},
-        {"decode --policy . cut 2> /dev/null", "3", "12.500 I/TAG(P 10, T 11): hello world\n", ""},
-        {"decode --policy old whole", "4", "",
-         "whole: needs the code tables of policy version '1.0', not those of '0.9'"},
-        {"decode --policy no whole", "4", "", "no/policy_version.xml: No such file or directory"},
-        {"decode", "2", "", "FILE is required"},
-        {"decod whole", "2", "", "unknown command or option 'decod'"},
-        {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
-    };
-    const std::string command = "cd " + folder_.string() + "; cat whole | " + bin.string();
-    for (const auto& [arguments, status, out, err] : rows) {
-        const auto result =
-            test_support::RunProgram({"sh", "-c", command + "/trelvoctl " + arguments});
-        EXPECT_EQ(std::to_string(result.status), status) << arguments;
-        EXPECT_EQ(result.out, out) << arguments;
-        EXPECT_EQ(result.err, err.empty() ? err : "trelvoctl: " + err + "\n") << arguments;
-    }
 }
 
 }  // namespace

@@ -8,8 +8,10 @@
 #include <csignal>
 #include <filesystem>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/fake_logind.h"
@@ -125,9 +127,10 @@ protected:
         std::istringstream text(decoded.out);
         double last = 0;
         double time = 0;
+        const std::regex padding(R"(^(./.*?) *\(P +(-?\d+), T +(-?\d+)\): )");
         for (std::string line; text >> time && std::getline(text.ignore(), line); last = time) {
             EXPECT_GE(time, last);
-            lines.push_back(line);
+            lines.push_back(std::regex_replace(line, padding, "$1(P $2, T $3): "));
         }
         return lines;
     }
@@ -190,7 +193,7 @@ TEST_F(EndToEnd, MessagesOfThePolicyAreStoredAsCodes) {
     EXPECT_THAT(Decode(dump, kPolicyFolder),
                 ElementsAre(Printed("I/CODED", "a known text"), Printed("I/CODED", "a known text."),
                             Printed("I/PLAIN", "a known text")));
-    EXPECT_THAT(Decode(dump), Contains(Printed("I/CODED", "\\x07\\xF0")));
+    EXPECT_THAT(Decode(dump), Contains(Printed("I/CODED", "<code 07F0>")));
     EXPECT_EQ(ReadFile(dump).substr(0, 4),
               "\x03"
               "2.5");
@@ -244,6 +247,36 @@ TEST_F(EndToEnd, RequestedDumpsKeepAndTheOneBeforePowerOffConsumes) {
     EXPECT_THAT(Decode(kCollectingFolder / "trelvo.dump"),
                 ElementsAre(Printed("I/KEPT", "a line")));
     EXPECT_THAT(Decode(RequestDump()), IsEmpty());
+}
+
+TEST_F(EndToEnd, DumpWaitsForTheFileOrSaysWhyNoneComes) {
+    const auto dump = [](const std::string& folder, const std::string& seconds) {
+        return RunProgram({kBin + "trelvoctl", "dump", folder, "--timeout", seconds});
+    };
+    EXPECT_THAT(dump("/tmp/dumps", "1").err, HasSubstr("no service answers"));
+    StartCapture("DUMPED", "V", "64");
+    Log("DUMPED", std::string(8000, '.'));
+    AwaitRead(std::string(8000, '.'));
+
+    fs::create_directory_symlink("/tmp/dumps", "/tmp/link");
+    const auto first = dump("/tmp/link", "30");
+    EXPECT_EQ(first.err, "");
+    ASSERT_EQ(first.out, "/tmp/dumps/trelvo.dump\n");
+    EXPECT_THAT(Decode("/tmp/dumps/trelvo.dump"),
+                ElementsAre(Printed("I/DUMPED", std::string(8000, '.'))));
+
+    fs::create_directory("/run/full");
+    ASSERT_EQ(mount("tmpfs", "/run/full", "tmpfs", 0, "size=4k"), 0);
+    for (const auto& [folder, status, message] :
+         std::vector<std::tuple<std::string, int, std::string>>{
+             {"/run/full", 1, "left; the folder's file system is full\n"},
+             {kUploadKey, 2, "dump: " + kUploadKey.string() + ": Not a directory\n"},
+             {"/run/none", 2, "dump: /run/none: No such file or directory\n"}}) {
+        const auto result = dump(folder, "30");
+        EXPECT_EQ(result.status, status) << folder;
+        EXPECT_EQ(result.out, "") << folder;
+        EXPECT_THAT(result.err, HasSubstr(message)) << folder;
+    }
 }
 
 TEST_F(EndToEnd, TimerDumpsWaitForAPendingUpload) {

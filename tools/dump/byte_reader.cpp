@@ -68,7 +68,23 @@ int32_t ByteReader::Unsigned(const char* field) {
 
 void ByteReader::Counted(const char* field, std::string& bytes) {
     const uint64_t start = offset_;
+    Take(static_cast<size_t>(Unsigned(field)), start, field, bytes);
+}
+
+std::string_view ByteReader::CountedView(const char* field, std::string& spare) {
+    const uint64_t start = offset_;
     const auto length = static_cast<size_t>(Unsigned(field));
+    if (rest_.size() < length) {
+        Take(length, start, field, spare);
+        return spare;
+    }
+    const std::string_view bytes = rest_.substr(0, length);
+    rest_.remove_prefix(length);
+    offset_ += length;
+    return bytes;
+}
+
+void ByteReader::Take(size_t length, uint64_t start, const char* field, std::string& bytes) {
     bytes.clear();
     while (bytes.size() < length) {
         if (AtEnd()) {

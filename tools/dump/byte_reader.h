@@ -45,9 +45,14 @@ public:
     [[nodiscard]] int32_t Unsigned(const char* field);
     // A length and that many bytes, which replace those in `bytes`.
     void Counted(const char* field, std::string& bytes);
+    // The same without a copy where the bytes lie in one piece, else through `spare`. The view
+    // lives until the next call.
+    [[nodiscard]] std::string_view CountedView(const char* field, std::string& spare);
 
 private:
     [[nodiscard]] bool Refill();
+    // The `length` bytes of the field that began at `start`.
+    void Take(size_t length, uint64_t start, const char* field, std::string& bytes);
 
     ByteSource* source_ = nullptr;
     std::vector<char> buffer_;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -16,8 +17,9 @@ std::system_error LastError() {
 
 }  // namespace
 
-FileSource::FileSource(const std::string& path)
-    : fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+FileSource::FileSource(const std::string& path, Observer observer)
+    : observer_(std::move(observer)),
+      fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                       : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (fd_ < 0) {
         throw LastError();
@@ -26,6 +28,7 @@ FileSource::FileSource(const std::string& path)
     if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
         start_ = lseek(fd_, 0, SEEK_CUR);
         seekable_ = start_ >= 0;
+        write_time_ = status.st_mtim;
     }
 }
 
@@ -48,7 +51,7 @@ size_t FileSource::Read(char* data, size_t size) {
     if (count < 0) {
         throw LastError();
     }
-    if (!seekable_) {
+    if (!seekable_ && keep_) {
         kept_.append(data, static_cast<size_t>(count));
     }
     position_ += static_cast<uint64_t>(count);

@@ -2,6 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 
 // Where the bytes of a dump come from.
@@ -18,23 +22,43 @@ public:
 
     // Lets the next Read start at an offset that was read already.
     virtual void Seek(uint64_t offset) = 0;
+
+    // Promises that no further Seek comes, so that nothing more is kept for one.
+    virtual void ReadOnce() {}
+
+    // When the file was last written; nothing for what is no regular file.
+    [[nodiscard]] virtual std::optional<timespec> WriteTime() const { return std::nullopt; }
 };
 
 // A file, or standard input under the name "-". What cannot be sought in, such as a pipe, is kept
 // in memory as it is read; a regular file is not.
 class FileSource : public ByteSource {
 public:
+    // Told of bytes that were read, and how many.
+    using Observer = std::function<void(size_t)>;
+
     // Throws std::system_error when the file cannot be opened.
-    explicit FileSource(const std::string& path);
+    explicit FileSource(const std::string& path, Observer observer = {});
     ~FileSource() override;
 
     [[nodiscard]] size_t Read(char* data, size_t size) override;
     void Seek(uint64_t offset) override { position_ = offset; }
+    void ReadOnce() override { keep_ = false; }
+
+    [[nodiscard]] std::optional<timespec> WriteTime() const override { return write_time_; }
 
 private:
+    Observer observer_;
     int fd_;
     bool seekable_ = false;
+    bool keep_ = true;
     int64_t start_ = 0;      // where the file stood when it was handed over as standard input
     uint64_t position_ = 0;  // of the next Read
+    std::optional<timespec> write_time_;
     std::string kept_;
 };
+
+// A file, or standard input under the name "-", decompressed where it begins as a zstd frame does.
+// Throws std::system_error when it cannot be opened or read.
+[[nodiscard]] std::unique_ptr<ByteSource> OpenSource(const std::string& path,
+                                                     FileSource::Observer observer = {});

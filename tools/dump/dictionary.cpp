@@ -86,12 +86,17 @@ void Dictionary::RefuseRepetition(uint64_t offset) {
 }
 
 std::optional<Origin> Dictionary::Find(uint32_t index) const {
-    const auto thread =
-        std::lower_bound(threads_.begin(), threads_.end(), index,
-                         [](const Thread& entry, uint32_t wanted) { return entry.index < wanted; });
+    // The recorder numbers them 1, 2, 3, ...; others may leave numbers out.
+    auto thread = threads_.begin() +
+                  static_cast<std::ptrdiff_t>(std::min<size_t>(index - size_t{1}, threads_.size()));
+    if (thread == threads_.end() || thread->index != index) {
+        thread = std::lower_bound(
+            threads_.begin(), threads_.end(), index,
+            [](const Thread& entry, uint32_t wanted) { return entry.index < wanted; });
+    }
     if (thread == threads_.end() || thread->index != index) {
         return std::nullopt;
     }
     const Key& key = keys_[thread->key];
-    return Origin{Tag(key), key.pid, thread->tid};
+    return Origin{Tag(key), key.pid, thread->tid, static_cast<uint32_t>(thread - threads_.begin())};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@ struct Origin {
     std::string_view tag;
     int32_t pid = 0;
     int32_t tid = 0;
+    uint32_t place = 0;  // 0, 1, 2, ... in order of the indexes: another for each origin of a dump
 };
 
 // What the indexes in the records of one dump stand for.
@@ -21,6 +23,10 @@ public:
     Dictionary(std::string entries, uint64_t offset);
 
     [[nodiscard]] std::optional<Origin> Find(uint32_t index) const;
+    // What the entries take in the dump.
+    [[nodiscard]] size_t Bytes() const { return entries_.size(); }
+    // How many indexes there are.
+    [[nodiscard]] size_t Size() const { return threads_.size(); }
 
 private:
     // Positions instead of views: entries_ may move together with the dictionary.

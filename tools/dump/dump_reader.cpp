@@ -57,6 +57,7 @@ void DumpReader::ReadHeader(Record& record) {
                                    ", which the dictionary lacks");
     }
     record.level = kLevels[level];
+    record.index = static_cast<uint32_t>(index);
     record.origin = *origin;
 }
 
@@ -66,9 +67,11 @@ bool DumpReader::Next(Record& record) {
     }
     record.offset = bytes_.Offset();
     record.delta_ms = bytes_.Unsigned("time delta");
+    record.header_offset = bytes_.Offset();
     ReadHeader(record);
-    bytes_.Counted("message", message_);
-    record.message = message_;
+    record.length_offset = bytes_.Offset();
+    record.message = bytes_.CountedView("message", message_);
+    record.end_offset = bytes_.Offset();
     return true;
 }
 

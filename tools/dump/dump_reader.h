@@ -11,9 +11,13 @@
 
 // One log line as the dump holds it. The views live until the reader's next call.
 struct Record {
-    uint64_t offset = 0;   // of its first byte
-    int32_t delta_ms = 0;  // since the record before
-    char level = 0;        // I, W, E, F; D stands for every level that the dump does not tell apart
+    uint64_t offset = 0;         // of its first byte, the time delta's
+    uint64_t header_offset = 0;  // of the record header
+    uint64_t length_offset = 0;  // of the message's length
+    uint64_t end_offset = 0;     // of the byte after the message
+    int32_t delta_ms = 0;        // since the record before
+    char level = 0;      // I, W, E, F; D stands for every level that the dump does not tell apart
+    uint32_t index = 0;  // into the dictionary
     Origin origin;
     std::string_view message;  // a code of the tag's table, or text: the dump does not say which
 };
@@ -34,8 +38,11 @@ public:
     explicit DumpReader(ByteSource& source);
 
     [[nodiscard]] const std::string& PolicyVersion() const { return policy_version_; }
+    [[nodiscard]] const Dictionary& Origins() const { return dictionary_; }
     // Milliseconds; the time of the newest record of a whole dump.
     [[nodiscard]] int32_t LastLogTime() const { return last_log_time_; }
+    // Of the first record, or of the end where there is none.
+    [[nodiscard]] uint64_t RecordsOffset() const { return records_offset_; }
 
     // False where the dump ends, as it should, between two records. Throws as the constructor.
     [[nodiscard]] bool Next(Record& record);

@@ -46,6 +46,11 @@ bool IsControl(uint32_t code) {
     return code < 0x20 || (code >= 0x7F && code <= 0x9F);
 }
 
+// Printable ASCII, which is most of what is logged.
+bool IsPlain(char byte) {
+    return byte >= 0x20 && byte < 0x7F;
+}
+
 bool ReordersText(uint32_t code) {
     return code == 0x061C || code == 0x200E || code == 0x200F ||
            (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
@@ -66,12 +71,31 @@ void AppendCodePoint(std::string& out, uint32_t code) {
     out += '}';
 }
 
+template <typename Predicate>
+bool AllCharacters(std::string_view bytes, const Predicate& holds) {
+    while (!bytes.empty()) {
+        const Character character = FirstCharacter(bytes);
+        if (character.size == 0 || !holds(character.code)) {
+            return false;
+        }
+        bytes.remove_prefix(character.size);
+    }
+    return true;
+}
+
 }  // namespace
 
-std::string Escape(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
+void AppendEscaped(std::string_view text, std::string& out) {
     while (!text.empty()) {
+        size_t plain = 0;
+        while (plain < text.size() && IsPlain(text[plain]) && text[plain] != '\\') {
+            ++plain;
+        }
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return;
+        }
         const Character character = FirstCharacter(text);
         const std::string_view bytes = text.substr(0, character.size == 0 ? 1 : character.size);
         if (character.size == 0 || IsControl(character.code)) {
@@ -87,5 +111,30 @@ std::string Escape(std::string_view text) {
         }
         text.remove_prefix(bytes.size());
     }
+}
+
+std::string Escape(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    AppendEscaped(text, out);
     return out;
+}
+
+bool IsUtf8(std::string_view bytes) {
+    return AllCharacters(bytes, [](uint32_t /*code*/) { return true; });
+}
+
+bool IsText(std::string_view bytes) {
+    return AllCharacters(bytes, [](uint32_t code) { return !IsControl(code) || code == '\t'; });
+}
+
+std::string Hex(std::string_view bytes) {
+    std::string digits;
+    digits.reserve(2 * bytes.size());
+    for (const char byte : bytes) {
+        const auto value = static_cast<uint8_t>(byte);
+        digits += kHexDigits[value >> 4];
+        digits += kHexDigits[value & 0x0F];
+    }
+    return digits;
 }

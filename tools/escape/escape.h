@@ -9,3 +9,12 @@
 //   \xNN    control characters (C0, DEL, C1) and what is not UTF-8, byte by byte
 //   \u{N}   characters that turn the direction of writing, line and paragraph separators
 [[nodiscard]] std::string Escape(std::string_view text);
+void AppendEscaped(std::string_view text, std::string& out);
+
+[[nodiscard]] bool IsUtf8(std::string_view bytes);
+
+// Text as people log it: UTF-8 without control characters other than tabs. The empty one is text.
+[[nodiscard]] bool IsText(std::string_view bytes);
+
+// The bytes as hexadecimal digits, two each.
+[[nodiscard]] std::string Hex(std::string_view bytes);

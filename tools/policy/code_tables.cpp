@@ -11,11 +11,11 @@ namespace {
 
 // From a text of 0 and 1, whole bytes of it. Nothing for a text that no code can come from.
 std::optional<std::string> CodeBytes(std::string_view bits) {
+    if (bits.size() % 8 != 0) {
+        return std::string();  // the service stores such a code without any bytes, unread
+    }
     if (bits.find_first_not_of("01") != std::string_view::npos) {
         return std::nullopt;
-    }
-    if (bits.size() % 8 != 0) {
-        return std::string();  // the service stores such a code without any bytes
     }
     std::string bytes(bits.size() / 8, '\0');
     for (size_t i = 0; i < bits.size(); ++i) {

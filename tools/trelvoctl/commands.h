@@ -10,4 +10,8 @@ using Action = std::function<ExitCode()>;
 
 // Each adds one subcommand, which sets `action`; both must outlive the parsing and the action.
 void AddDecode(CLI::App& app, Action& action);
+void AddDump(CLI::App& app, Action& action);
 void AddLaunch(CLI::App& app, Action& action);
+void AddTrain(CLI::App& app, Action& action);
+void AddManual(CLI::App& app, Action& action);
+void AddStat(CLI::App& app, Action& action);

@@ -4,6 +4,7 @@
 enum class ExitCode {
     kSuccess = 0,
     kNoService = 1,   // the service did not do what was asked
+    kNoMatch = 1,     // no line matched --grep
     kUsage = 2,       // the command line was refused, nothing was done
     kDamage = 3,      // input is missing or damaged; all that could be read was printed
     kCodeTables = 4,  // code tables are missing, or of another policy version than the dump
@@ -13,7 +14,7 @@ enum class ExitCode {
 inline constexpr const char* kExitCodesHelp =
     "Exit codes:\n"
     "  0  all right\n"
-    "  1  no service answers, or it refused\n"
+    "  1  the service did not do what was asked; no line matched --grep\n"
     "  2  wrong usage\n"
     "  3  input is missing or damaged; all that could be read was printed\n"
     "  4  code tables are missing, or of another policy version than the dump\n"

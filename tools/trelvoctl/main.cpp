@@ -1,11 +1,15 @@
+#include <unistd.h>
+
 #include <csignal>
-#include <cstdlib>
+#include <cstdio>
 #include <exception>
 
 #include "trelvoctl/commands.h"
 #include "trelvoctl/output.h"
 
 namespace {
+
+constexpr size_t kOutputBuffer = size_t{64} * 1024;
 
 ExitCode Run(int argc, char** argv) {
     CLI::App app("Reads the dumps of the trelvo flight recorder and talks to its service.",
@@ -15,7 +19,11 @@ ExitCode Run(int argc, char** argv) {
     app.footer(kExitCodesHelp);
     Action action;
     AddDecode(app, action);
+    AddStat(app, action);
+    AddDump(app, action);
     AddLaunch(app, action);
+    AddTrain(app, action);
+    AddManual(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -44,6 +52,8 @@ int main(int argc, char** argv) {
         // A reader that has seen enough, such as head, ends the program without a word, even where
         // the caller ignores the signal.
         static_cast<void>(std::signal(SIGPIPE, SIG_DFL));
+        static_cast<void>(std::setvbuf(
+            stdout, nullptr, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF, kOutputBuffer));
         result = Run(argc, argv);
         FlushOutput();
     } catch (const OutputError& error) {

@@ -1,0 +1,230 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <numeric>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "CUtility.h"
+#include "capture/capture_line.h"
+#include "escape/escape.h"
+#include "policy/code_tables.h"
+#include "support/platform_fake.h"
+#include "support/process.h"
+#include "train/trainer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using namespace test_support;
+using ::testing::HasSubstr;
+constexpr const char* kProgram = TRELVO_BIN_DIR "/trelvoctl";
+
+// Gives the line to the tool and to a service that has seen none before.
+void ExpectTheSame(const std::string& line) {
+    CUtility& service = *CUtility::Instance();
+    const std::string stripped = service.m_Strip(line);
+    int delta = 0;
+    CaptureLine found;
+    std::string tag;
+    std::string message;
+    bool recorded = false;
+    try {
+        recorded = !stripped.empty() && service.m_IsDlogLine(stripped) &&
+                   service.m_GetLogLineComponents(delta, found.level, tag, found.pid, found.tid,
+                                                  message, stripped);
+    } catch (const std::exception&) {  // not recorded either
+    }
+    Bytes time;  // an empty dictionary, then the last log time
+    service.m_DumpLogTagPidTidMap(time, true);
+    const auto parsed = ParseCaptureLine(line);
+    ASSERT_EQ(parsed.has_value(), recorded) << line;
+    if (parsed) {
+        Bytes parsed_time{0};
+        service.m_GetBytePackedIntWithHeader(parsed->time_ms, parsed_time, false);
+        EXPECT_EQ(std::tie(parsed_time, parsed->level, parsed->tag),
+                  std::tie(time, found.level, tag));
+        EXPECT_EQ(std::tie(parsed->message, parsed->pid, parsed->tid),
+                  std::tie(message, found.pid, found.tid));
+    }
+}
+
+TEST(CaptureLine, IsSplitAsTheServiceSplitsIt) {
+    std::istringstream rows(
+        "1234.567 I/MY_TAG  (P 1234, T 1240): main.c: run(52) > started > again \t\n"
+        "\t 0.1 D/ (P\t-1, T +2): >  > x\n1e3 I/T(P 1, T 2): a > b\n0x1p4 W/T(P 1, T 2): > b\n"
+        "inf E/T(P 1, T 2): a > b\nnan F/T(P 1, T 2): a > b\n1e-45 I/T(P 1, T 2): > b\n"
+        "1 2/T: x): > y\n5.5 I/T(P 2147483648, T 2): > b\n5 I/T(P +-1, T 2): > b\n"
+        "12.0005 V/a/b,c(P(P 7x, T 8): > b");
+    std::vector<std::string> lines;
+    for (std::string row; std::getline(rows, row);) {
+        lines.push_back(row);  // NOLINT(performance-inefficient-vector-operation)
+    }
+    std::mt19937 random(7);
+    const std::string pieces = "0159.-+x/() PT,:>ei\t\r\v";
+    const auto pick = [&random](size_t size) { return random() % size; };
+    for (int round = 0; round < 4000; ++round) {
+        std::string line = lines[pick(lines.size())];
+        for (size_t change = round < 20 ? 0 : 1 + pick(4); change > 0; --change) {
+            const size_t place = pick(line.size());
+            pick(2) == 0 ? line.erase(place, 1 + pick(3))
+                         : line.insert(place, 1, pieces[pick(pieces.size())]);
+            line += line.empty() ? " " : "";
+        }
+        ExpectTheSame(line);
+    }
+}
+
+uint64_t TotalCost(const std::vector<CountedText>& texts, const std::vector<uint8_t>& sizes) {
+    return std::inner_product(texts.begin(), texts.end(), sizes.begin(), uint64_t{0}, std::plus<>(),
+                              [](const CountedText& text, uint8_t size) {
+                                  return text.count *
+                                         MessageCost(size == 0 ? text.text.size() : size);
+                              });
+}
+
+TEST(CodeAssignment, IsAsGoodAsTheBestOfAllAssignments) {
+    std::mt19937 random(1);
+    const std::string letters(70, 'x');
+    for (int round = 0; round < 600; ++round) {
+        const CodeSupply supply{random() % 3, random() % 3};
+        std::vector<CountedText> texts(1 + random() % 7);
+        for (CountedText& text : texts) {
+            const size_t sizes[] = {0, 1, 2, 2, 2, 3, 3, 4, 5, 70};
+            text = {std::string_view(letters).substr(0, sizes[random() % 10]), 1 + random() % 9};
+        }
+        uint64_t best = UINT64_MAX;
+        std::vector<uint8_t> sizes(texts.size(), 0);
+        const std::function<void(size_t, CodeSupply)> try_all = [&](size_t i, CodeSupply left) {
+            if (i == texts.size()) {
+                best = std::min(best, TotalCost(texts, sizes));
+                return;
+            }
+            for (const uint8_t size : std::vector<uint8_t>{0, 1, 2, 3}) {
+                const CodeSupply rest{left.one_byte - (size == 1), left.two_bytes - (size == 2)};
+                sizes[i] = size;
+                if (rest.one_byte <= left.one_byte && rest.two_bytes <= left.two_bytes) {
+                    try_all(i + 1, rest);
+                }
+            }
+        };
+        try_all(0, supply);
+        const std::vector<uint8_t> given = AssignSizes(texts, supply);
+        ASSERT_LE(std::count(given.begin(), given.end(), 1) + 0U, supply.one_byte);
+        ASSERT_LE(std::count(given.begin(), given.end(), 2) + 0U, supply.two_bytes);
+        ASSERT_EQ(TotalCost(texts, given), best) << "round " << round;
+    }
+}
+
+TEST(CodeAssignment, CodesAreDistinctNeverTextAndNeverTaken) {
+    std::vector<std::string> names(64000);
+    size_t number = 0;
+    std::vector<CountedText> texts{{"ab", 1000000}, {"x", 1000000}, {"", 1000000}};
+    for (std::string& name : names) {
+        name = "text " + std::to_string(number++);
+        texts.push_back({name, 100000 - number});
+    }
+    const std::vector<CodedText> coded = AssignCodes(texts, {"\x01", "\x80\x80"}, 63000);
+    std::set<std::string> codes;
+    size_t one_byte = 0;
+    for (const CodedText& entry : coded) {
+        EXPECT_FALSE(IsText(entry.code)) << Hex(Bytes(entry.code.begin(), entry.code.end()));
+        codes.insert(entry.code);
+        one_byte += entry.code.size() == 1 ? 1 : 0;
+    }
+    EXPECT_EQ(codes.size(), 63000U);
+    EXPECT_EQ(codes.count("\x01") + codes.count("\x80\x80"), 0U);
+    EXPECT_EQ(one_byte, 159U);  // 31 controls without the TAB, DEL and the upper half; one taken
+    EXPECT_TRUE(coded.front().text == "ab" && coded.front().code.size() == 1);
+}
+
+TEST(MessageCounts, StayWithinTheirBoundAndKeepTheFrequent) {
+    MessageCounts counts(20000);
+    counts.Add("T", "zero\0byte"s, 9000);  // seen often, but no table can hold it
+    for (int i = 0; i < 5000; ++i) {
+        counts.Add("T", "frequent", 1);
+        counts.Add("T", "rare " + std::to_string(i), 1);
+        ASSERT_LE(counts.Memory(), 20000U);
+    }
+    EXPECT_EQ(counts.Tags().at("T").at("frequent"), 5000U);
+    EXPECT_GT(counts.Dropped(), 4000U);
+    EXPECT_EQ(counts.HighestDropped(), 1U);
+    EXPECT_EQ(Train(counts, {}).saved_bytes, 5000 * (9 - 2));
+}
+
+class TrainProgram : public ::testing::Test {
+protected:
+    const std::string folder_ = "/tmp/train/";
+    const std::string target_ = folder_ + "policy";
+    TrainProgram() { fs::remove_all(folder_), fs::create_directories(folder_); }
+    std::string Write(const std::string& name, const std::string& text) const {
+        WriteFile(folder_ + name, text);
+        return folder_ + name;
+    }
+    Output Train(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(),
+                         {kProgram, "train", "-o", target_, "--policy-version", "a<&\"b"});
+        return RunProgram(arguments);
+    }
+    std::map<std::string, std::string> Files() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::directory_iterator(target_)) {
+            files[entry.path().filename()] = ReadFile(entry.path());
+        }
+        return files;
+    }
+};
+
+TEST_F(TrainProgram, TablesLoadAsTheyWereTrainedWhateverTheOrderOfInputs) {
+    const std::string line = "1.000 I/A/&\"<'(P 1, T 2): f: g(1) > ";
+    const std::string capture = Write("capture", line + "hello \xFF\n" + line + "hello \xFF\n" +
+                                                     line + "once only\nno line\n" + line + "ab");
+    const std::string counts = Write("counts", "B\ta\tb\t3\nT\x01G\tlong text\t9\n");
+    Output result = Train({capture, counts, "--evaluate", capture});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr("tag 'T\\x01G' cannot stand"));
+    EXPECT_THAT(result.out,
+                HasSubstr("bytes a line 43.25 as text, 9.25 without tables, 6.25 with"));
+    const auto files = Files();
+    const CodeTables tables(target_);
+    EXPECT_EQ(tables.Version(), "a<&\"b");
+    EXPECT_EQ(tables.Message("A/&\"<'", "\0"s), "hello \xFF");
+    EXPECT_EQ(tables.Message("B", "\0"s), "a\tb");
+
+    result = Train({counts, capture});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("exists and is kept"));
+    EXPECT_EQ(Train({counts, capture, "--force"}).status, 0);
+    EXPECT_EQ(Files(), files);
+    Write("policy/notes", "kept");
+    EXPECT_EQ(Train({counts, "--force"}).status, 2);
+    EXPECT_EQ(Files().size(), 4U);
+}
+
+TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
+    // Version "1": two records of tag T, a code and a text that comes twice; then a cut one.
+    const std::string dump = Write("dump",
+                                   "\x01\x31\x07\x03T,1\x02\x02\x01\0\0\x21\x01\x80"s
+                                   "\0\x21\x05hello\0\x21\x05hello\0\x21"s);
+    const std::vector<std::tuple<std::vector<std::string>, int, std::string, bool>> rows{
+        {{folder_ + "missing", dump}, 3, "missing: No such file", false},
+        {{folder_}, 3, "holds no dumps", false},
+        {{Write("prose", "no log at all\n")}, 3, "none of 1 lines is capture text", false},
+        {{Write("counts", "T\tsome text\t3\nT\tx\ty\n")}, 3, "line 2: is not", true},
+        {{dump}, 4, "1 messages may be codes of policy version '1'", true},
+        {{dump}, 4, "offset 33: message is cut off", true}};
+    for (const auto& [inputs, status, message, written] : rows) {
+        const Output result = Train(inputs);
+        EXPECT_EQ(result.status, status) << message << result.err;
+        EXPECT_THAT(result.err, HasSubstr(message));
+        EXPECT_EQ(fs::exists(target_), written) << message;
+        fs::remove_all(target_);
+    }
+}
+
+}  // namespace

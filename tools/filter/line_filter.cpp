@@ -1,0 +1,143 @@
+#define PCRE2_CODE_UNIT_WIDTH 8
+#include "filter/line_filter.h"
+
+#include <pcre2.h>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <new>
+
+namespace {
+
+// By rank. A dump tells no levels below I apart and calls them all D.
+constexpr std::string_view kLevels = "VDIWEFS";
+constexpr int kSilent = 6;
+constexpr int kDebug = 1;
+
+int Rank(char level) {
+    if (level >= 'a' && level <= 'z') {
+        level = static_cast<char>(level - 'a' + 'A');
+    }
+    return static_cast<int>(kLevels.find(level));
+}
+
+int64_t UnitMs(std::string_view unit, const std::string& text) {
+    if (unit.empty() || unit == "s") {
+        return 1000;
+    }
+    if (unit == "m") {
+        return int64_t{60} * 1000;
+    }
+    if (unit == "h") {
+        return int64_t{3600} * 1000;
+    }
+    if (unit == "d") {
+        return int64_t{24} * 3600 * 1000;
+    }
+    throw FilterError("'" + text + "' is no time: expected SECONDS, or -30s, -5m, -2h, -1d");
+}
+
+}  // namespace
+
+void Pattern::FreeCode::operator()(pcre2_real_code_8* code) const {
+    pcre2_code_free(code);
+}
+
+void Pattern::FreeMatch::operator()(pcre2_real_match_data_8* match) const {
+    pcre2_match_data_free(match);
+}
+
+Pattern::Pattern(const std::string& expression) {
+    int error = 0;
+    size_t offset = 0;
+    code_.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(expression.data()), expression.size(),
+                              PCRE2_UTF | PCRE2_MATCH_INVALID_UTF, &error, &offset, nullptr));
+    if (!code_) {
+        std::array<unsigned char, 256> message{};
+        static_cast<void>(pcre2_get_error_message(error, message.data(), message.size()));
+        throw FilterError("'" + expression + "' at " + std::to_string(offset) + ": " +
+                          reinterpret_cast<const char*>(message.data()));
+    }
+    // Without the compiler the interpreter matches, only more slowly.
+    static_cast<void>(pcre2_jit_compile(code_.get(), PCRE2_JIT_COMPLETE));
+    match_.reset(pcre2_match_data_create(1, nullptr));
+    if (!match_) {
+        throw std::bad_alloc();
+    }
+}
+
+bool Pattern::IsIn(std::string_view text) const {
+    const int result = pcre2_match(code_.get(), reinterpret_cast<PCRE2_SPTR>(text.data()),
+                                   text.size(), 0, 0, match_.get(), nullptr);
+    if (result < 0 && result != PCRE2_ERROR_NOMATCH) {
+        std::array<unsigned char, 256> message{};
+        static_cast<void>(pcre2_get_error_message(result, message.data(), message.size()));
+        throw FilterError(std::string("the pattern gives up on a line: ") +
+                          reinterpret_cast<const char*>(message.data()));
+    }
+    return result >= 0;
+}
+
+TimePoint ParseTimePoint(const std::string& text) {
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+    constexpr double kMost = 1e12;
+    const std::string_view unit(stop, static_cast<size_t>(end - stop));
+    const int64_t unit_ms = UnitMs(error == std::errc() ? unit : "?", text);
+    if (!(std::abs(number) < kMost)) {
+        UnitMs("?", text);
+    }
+    return {std::llround(number * static_cast<double>(unit_ms)), text.front() == '-'};
+}
+
+bool LineFilter::IsTagLevel(std::string_view word) {
+    return word.size() >= 2 && word[word.size() - 2] == ':' &&
+           Rank(word.back()) != static_cast<int>(std::string_view::npos);
+}
+
+void LineFilter::AddTagLevel(std::string_view word) {
+    lowest_[std::string(word.substr(0, word.size() - 2))] = Rank(word.back());
+}
+
+void LineFilter::SetSpan(std::optional<TimePoint> since, std::optional<TimePoint> until) {
+    since_ = since;
+    until_ = until;
+}
+
+void LineFilter::SetEnd(size_t boot, int64_t ms) {
+    end_boot_ = boot;
+    end_ms_ = ms;
+}
+
+bool LineFilter::PassesTags(const Line& line) const {
+    auto lowest = lowest_.find(line.origin.tag);
+    if (lowest == lowest_.end()) {
+        lowest = lowest_.find("*");
+    }
+    if (lowest == lowest_.end() || lowest->second == kSilent) {
+        return false;
+    }
+    return lowest->second <= kDebug || Rank(line.level) >= lowest->second;
+}
+
+bool LineFilter::IsBefore(const Line& line, size_t boot, const TimePoint& time) const {
+    if (!time.from_end) {
+        return line.time_ms < time.ms;
+    }
+    return boot < end_boot_ || (boot == end_boot_ && line.time_ms < end_ms_ + time.ms);
+}
+
+bool LineFilter::Passes(const Line& line, size_t boot) const {
+    if (since_ && IsBefore(line, boot, *since_)) {
+        return false;
+    }
+    if (until_ && !IsBefore(line, boot, {until_->ms + 1, until_->from_end})) {
+        return false;
+    }
+    return (lowest_.empty() || PassesTags(line)) &&
+           (pids_.empty() || pids_.count(line.origin.pid) > 0) &&
+           (tids_.empty() || tids_.count(line.origin.tid) > 0) &&
+           (!pattern_ || pattern_->IsIn(line.message));
+}

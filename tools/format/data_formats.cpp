@@ -1,0 +1,106 @@
+// The formats for programs.
+
+#include <nlohmann/json.hpp>
+
+#include "escape/escape.h"
+#include "format/clock.h"
+#include "format/line_format.h"
+
+namespace {
+
+constexpr const char* kIsoDateAndTime = "%Y-%m-%dT%H:%M:%S";
+
+using Json = nlohmann::ordered_json;
+
+std::string MessageText(const Line& line) {
+    return line.kind == Line::Message::kCode ? "<code " + Hex(line.message) + '>'
+                                             : std::string(line.message);
+}
+
+class JsonFormat : public LineFormat {
+public:
+    explicit JsonFormat(TimeStyle style) : style_(style), clock_(style.utc) {}
+
+    void Append(const Line& line, const LineContext& context, std::string& out) override {
+        Json object;
+        object["time_ms"] = line.time_ms;
+        if (style_.wall) {
+            std::string time;
+            clock_.Append(*context.boot_time_ms + line.time_ms, kIsoDateAndTime, true, time);
+            object["time"] = time;
+        }
+        object["level"] = std::string(1, line.level);
+        object["tag"] = line.origin.tag;
+        object["pid"] = line.origin.pid;
+        object["tid"] = line.origin.tid;
+        object["message"] = MessageText(line);
+        object["coded"] = line.kind != Line::Message::kText;
+        object["file"] = context.file;
+        // What is no UTF-8 is replaced in the message, so its bytes are given beside it.
+        if (line.kind == Line::Message::kCode || !IsUtf8(line.message)) {
+            object["bytes"] = Hex(line.message);
+        }
+        out += object.dump(-1, ' ', false, Json::error_handler_t::replace);
+        out += '\n';
+    }
+
+private:
+    TimeStyle style_;
+    Clock clock_;
+};
+
+// Quoted where a comma, a quote or a line end would be taken for the format's own.
+void AppendCsvField(std::string_view text, std::string& out) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+        out += text;
+        return;
+    }
+    out += '"';
+    for (const char c : text) {
+        out += c;
+        if (c == '"') {
+            out += c;
+        }
+    }
+    out += '"';
+}
+
+class CsvFormat : public LineFormat {
+public:
+    explicit CsvFormat(TimeStyle style) : style_(style), clock_(style.utc) {}
+
+    void AppendHead(std::string& out) const override {
+        out += style_.wall ? "time_ms,time,level,tag,pid,tid,message,coded,file\n"
+                           : "time_ms,level,tag,pid,tid,message,coded,file\n";
+    }
+
+    void Append(const Line& line, const LineContext& context, std::string& out) override {
+        out += std::to_string(line.time_ms) + ',';
+        if (style_.wall) {
+            clock_.Append(*context.boot_time_ms + line.time_ms, kIsoDateAndTime, true, out);
+            out += ',';
+        }
+        out += line.level;
+        out += ',';
+        AppendCsvField(line.origin.tag, out);
+        out += ',' + std::to_string(line.origin.pid) + ',' + std::to_string(line.origin.tid) + ',';
+        AppendCsvField(MessageText(line), out);
+        out += line.kind != Line::Message::kText ? ",true," : ",false,";
+        AppendCsvField(context.file, out);
+        out += '\n';
+    }
+
+private:
+    TimeStyle style_;
+    Clock clock_;
+};
+
+}  // namespace
+
+std::unique_ptr<LineFormat> MakeJsonFormat(TimeStyle style) {
+    return std::make_unique<JsonFormat>(style);
+}
+
+std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style) {
+    return std::make_unique<CsvFormat>(style);
+}

@@ -1,0 +1,75 @@
+#include "timeline/survey.h"
+
+#include <functional>
+#include <string_view>
+
+namespace {
+
+uint64_t Mix(uint64_t hash, uint64_t value) {
+    constexpr uint64_t kOddConstant = 0x9E3779B97F4A7C15;  // 2^64 divided by the golden ratio
+    return (hash ^ value) * kOddConstant ^ (hash >> 29);
+}
+
+uint64_t Hash(const Record& record) {
+    const std::hash<std::string_view> of_text;
+    uint64_t hash = Mix(of_text(record.message), of_text(record.origin.tag));
+    hash = Mix(hash, static_cast<uint32_t>(record.delta_ms));
+    hash = Mix(hash, record.index);
+    hash = Mix(hash, static_cast<uint32_t>(record.origin.pid));
+    hash = Mix(hash, static_cast<uint32_t>(record.origin.tid));
+    return Mix(hash, static_cast<unsigned char>(record.level));
+}
+
+}  // namespace
+
+Survey TakeSurvey(ByteSource& source, bool with_prints) {
+    DumpReader reader(source);
+    Survey survey;
+    survey.version = reader.PolicyVersion();
+    survey.last_log_time = reader.LastLogTime();
+    try {
+        for (Record record; reader.Next(record); ++survey.records) {
+            if (survey.records == 0) {
+                survey.first_delta_ms = record.delta_ms;
+                survey.fresh = record.delta_ms == 0 && record.index == 1;
+            } else {
+                survey.span_ms += record.delta_ms;
+            }
+            if (with_prints) {
+                survey.prints.push_back({Hash(record), survey.span_ms});
+            }
+        }
+    } catch (const DumpError& error) {
+        survey.damage = error;
+    }
+    return survey;
+}
+
+// The search of Knuth, Morris and Pratt for the later dump's records in those of the earlier one:
+// what has matched when the earlier one ends is the overlap. Linear, whatever the dumps hold.
+Overlap FindOverlap(const Survey& earlier, const Survey& later) {
+    const std::vector<Survey::Print>& pattern = later.prints;
+    if (pattern.empty()) {
+        return {};
+    }
+    // For each beginning of the pattern, the longest shorter one that it ends with.
+    std::vector<uint32_t> shorter(pattern.size(), 0);
+    const auto extend = [&pattern, &shorter](uint32_t matched, uint64_t hash) {
+        while (matched > 0 && (matched == pattern.size() || pattern[matched].hash != hash)) {
+            matched = shorter[matched - 1];
+        }
+        return pattern[matched].hash == hash ? matched + 1 : matched;
+    };
+    for (size_t i = 1; i < pattern.size(); ++i) {
+        shorter[i] = extend(shorter[i - 1], pattern[i].hash);
+    }
+
+    uint32_t matched = 0;
+    for (const Survey::Print& print : earlier.prints) {
+        matched = extend(matched, print.hash);
+        if (matched == pattern.size() && later.damage) {
+            return {matched, print.ms};
+        }
+    }
+    return {matched, earlier.span_ms};
+}

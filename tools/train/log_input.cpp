@@ -1,0 +1,213 @@
+#include "train/log_input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <memory>
+#include <system_error>
+#include <vector>
+
+#include "capture/capture_line.h"
+#include "dump/byte_source.h"
+#include "dump/dump_reader.h"
+#include "escape/escape.h"
+#include "policy/code_tables.h"
+
+namespace {
+
+using Sink = std::function<void(const LogLine&)>;
+
+constexpr size_t kProbeSize = size_t{64} * 1024;
+constexpr size_t kLongestLine = size_t{16} * 1024 * 1024;
+
+// Lines without their line feeds; one that is longer than kLongestLine comes in pieces.
+class LineReader {
+public:
+    explicit LineReader(ByteSource& source) : source_(source), buffer_(4 * kProbeSize) {}
+
+    // The view lives until the next call.
+    [[nodiscard]] bool Next(std::string_view& line) {
+        size_t searched = 0;
+        for (;;) {
+            const std::string_view rest(buffer_.data() + begin_, end_ - begin_);
+            const size_t feed = rest.find('\n', searched);
+            if (feed != std::string_view::npos) {
+                line = rest.substr(0, feed);
+                begin_ += feed + 1;
+                return true;
+            }
+            searched = rest.size();
+            if (rest.size() >= kLongestLine || !Fill()) {
+                line = {buffer_.data() + begin_, end_ - begin_};
+                begin_ = end_;
+                return !line.empty();
+            }
+        }
+    }
+
+private:
+    [[nodiscard]] bool Fill() {
+        std::copy(buffer_.begin() + static_cast<ptrdiff_t>(begin_),
+                  buffer_.begin() + static_cast<ptrdiff_t>(end_), buffer_.begin());
+        end_ -= begin_;
+        begin_ = 0;
+        if (end_ == buffer_.size()) {
+            buffer_.resize(2 * buffer_.size());
+        }
+        const size_t count = source_.Read(buffer_.data() + end_, buffer_.size() - end_);
+        end_ += count;
+        return count != 0;
+    }
+
+    ByteSource& source_;
+    std::vector<char> buffer_;
+    size_t begin_ = 0;  // of what was not handed out yet
+    size_t end_ = 0;
+};
+
+bool ReadCount(std::string_view text, LogLine& line) {
+    if (!text.empty() && text.back() == '\r') {
+        text.remove_suffix(1);
+    }
+    const size_t first = text.find('\t');
+    const size_t last = text.rfind('\t');
+    if (first == last) {
+        return false;
+    }
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + last + 1, end, line.count);
+    if (error != std::errc{} || stop != end) {
+        return false;
+    }
+    line.tag = text.substr(0, first);
+    line.message = text.substr(first + 1, last - first - 1);
+    return true;
+}
+
+InputFormat Recognise(std::string_view start) {
+    if (start.empty()) {
+        return InputFormat::kCapture;
+    }
+    const auto first_byte = static_cast<uint8_t>(start.front());
+    const bool control =
+        first_byte < 0x20 && first_byte != '\t' && first_byte != '\r' && first_byte != '\n';
+    if (control || start.find('\0') != std::string_view::npos) {
+        return InputFormat::kDump;
+    }
+    const std::string_view line = start.substr(0, start.find('\n'));
+    LogLine ignored;
+    return ReadCount(line, ignored) && !ParseCaptureLine(line) ? InputFormat::kCounts
+                                                               : InputFormat::kCapture;
+}
+
+// Leaves the source where it was.
+InputFormat Probe(ByteSource& source) {
+    std::vector<char> start(kProbeSize);
+    size_t size = 0;
+    while (size < start.size()) {
+        const size_t count = source.Read(start.data() + size, start.size() - size);
+        if (count == 0) {
+            break;
+        }
+        size += count;
+    }
+    source.Seek(0);
+    return Recognise({start.data(), size});
+}
+
+void ReadCapture(ByteSource& source, InputSummary& summary, const Sink& sink) {
+    LineReader lines(source);
+    int32_t last_time = 0;
+    for (std::string_view text; lines.Next(text);) {
+        const auto parsed = ParseCaptureLine(text);
+        if (!parsed) {
+            ++summary.passed_over;
+            continue;
+        }
+        const int64_t delta =
+            last_time == 0 ? 0 : static_cast<int64_t>(parsed->time_ms) - last_time;
+        if (delta >= 0) {
+            last_time = parsed->time_ms;
+        }
+        ++summary.lines;
+        sink({parsed->tag, parsed->pid, parsed->tid, parsed->message, delta, 1, text.size() + 1});
+    }
+}
+
+void ReadCounts(ByteSource& source, InputSummary& summary, const Sink& sink) {
+    LineReader lines(source);
+    uint64_t number = 0;
+    for (std::string_view text; lines.Next(text);) {
+        ++number;
+        LogLine line;
+        if (ReadCount(text, line)) {
+            ++summary.lines;
+            sink(line);
+            continue;
+        }
+        ++summary.passed_over;
+        if (!summary.damage) {
+            summary.damage = "line " + std::to_string(number) + ": is not TAG, message and count";
+        }
+    }
+}
+
+// SECONDS LEVEL/TAG(P PID, T TID): MESSAGE, all times taken to be as long as the last.
+uint64_t TextSize(const Record& record, std::string_view message, int32_t last_log_time) {
+    return std::to_string(last_log_time / 1000).size() + record.origin.tag.size() +
+           std::to_string(record.origin.pid).size() + std::to_string(record.origin.tid).size() +
+           message.size() + std::string_view(".000 I/(P , T ): \n").size();
+}
+
+void ReadDump(ByteSource& source, const CodeTables* tables, InputSummary& summary,
+              const Sink& sink) {
+    DumpReader reader(source);
+    summary.policy_version = reader.PolicyVersion();
+    if (tables != nullptr && tables->Version() != summary.policy_version) {
+        tables = nullptr;
+    }
+    const bool no_codes = summary.policy_version.empty();
+    for (Record record; reader.Next(record);) {
+        std::string_view message = record.message;
+        if (tables != nullptr) {
+            message = tables->Message(record.origin.tag, message).value_or(message);
+        } else if (!no_codes && !IsText(message)) {
+            ++summary.untranslated;
+            continue;
+        }
+        ++summary.lines;
+        sink({record.origin.tag, record.origin.pid, record.origin.tid, message, record.delta_ms, 1,
+              TextSize(record, message, reader.LastLogTime())});
+    }
+}
+
+}  // namespace
+
+InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTables* tables,
+                       const Sink& sink) {
+    const std::unique_ptr<ByteSource> source = OpenSource(path);
+    InputSummary summary;
+    summary.format = format;
+    try {
+        if (format == InputFormat::kAuto) {
+            summary.format = Probe(*source);
+        }
+        source->ReadOnce();
+        if (summary.format == InputFormat::kCapture) {
+            ReadCapture(*source, summary, sink);
+        } else if (summary.format == InputFormat::kCounts) {
+            ReadCounts(*source, summary, sink);
+        } else {
+            ReadDump(*source, tables, summary, sink);
+        }
+    } catch (const DumpError& error) {
+        summary.damage = "offset " + std::to_string(error.Offset()) + ": " + error.what();
+    } catch (const std::system_error& error) {
+        if (summary.lines == 0) {
+            throw;
+        }
+        summary.damage =
+            "stopped after " + std::to_string(summary.lines) + " lines: " + error.what();
+    }
+    return summary;
+}

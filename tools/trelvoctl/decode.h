@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "filter/line_filter.h"
+#include "format/clock.h"
+#include "format/line_format.h"
+#include "policy/policies.h"
+#include "timeline/timeline.h"
+#include "trelvoctl/exit_codes.h"
+#include "trelvoctl/folder_watch.h"
+#include "trelvoctl/line_sink.h"
+#include "trelvoctl/progress.h"
+
+struct DecodeOptions {
+    std::vector<std::string> words;  // TAG:LEVEL and inputs
+    std::optional<std::string> policy;
+    std::optional<std::string> policies;
+    bool force = false;
+    bool one_boot = false;
+    bool follow = false;
+    std::vector<int32_t> pids;
+    std::vector<int32_t> tids;
+    std::optional<std::string> since;
+    std::optional<std::string> until;
+    std::optional<std::string> grep;
+    std::optional<size_t> last;
+    bool reversed = false;
+    std::string format = "short";
+    std::string color = "auto";
+    std::optional<std::string> boot_time;
+    bool wall = false;
+    bool utc = false;
+};
+
+// Prints dumps as one log, in the order, the choice and the format that the options ask for.
+// Everything that cannot be read costs one line on standard error; the rest is printed.
+class Decoder {
+public:
+    // Throws FilterError when an option's value cannot be used.
+    explicit Decoder(DecodeOptions options);
+
+    [[nodiscard]] ExitCode Run();
+
+private:
+    // A dump whose head could be read.
+    struct Candidate {
+        std::string file;
+        std::string name;  // of the file, for people
+        std::string version;
+        int32_t last_log_time = 0;  // ms
+        int64_t written_ns = 0;     // since 1970
+    };
+
+    [[nodiscard]] std::unique_ptr<ByteSource> Open(const std::string& file);
+    // Runs a step and tells of what it throws, with the name; false when it threw.
+    template <typename Step>
+    bool Try(const std::string& name, const Step& step);
+    // Those of the files that are dumps, in the order in which they were written.
+    [[nodiscard]] std::vector<Candidate> InOrder(const std::vector<std::string>& files);
+    [[nodiscard]] bool IsKnown(const Candidate& candidate) const;
+    void Add(const Candidate& candidate);
+    // Why wall-clock times cannot be shown; empty when they can, or are not asked for.
+    [[nodiscard]] std::string WallFault() const;
+    void ShowFrom(size_t first_part);
+    void Show(const Line& line, Break before, const Part& part);
+    void TellFaults(const Part& part);
+
+    DecodeOptions options_;
+    std::unique_ptr<LineFormat> format_;
+    LineSink sink_;
+    LineFilter filter_;
+    std::vector<std::string> inputs_;
+    std::optional<int64_t> boot_time_ms_;  // as given, since 1970
+    std::optional<Policies> policies_;
+    std::optional<Progress> progress_;
+    std::shared_ptr<ByteSource> standard_input_;
+    std::optional<Timeline> timeline_;
+    std::map<std::string, int64_t> known_;  // when the files that were read had been written
+    std::string marker_;                    // to be shown before the next line
+    std::string text_;                      // of the line at hand
+    int64_t last_ms_ = 0;                   // time of the line before
+    uint64_t shown_ = 0;
+    ExitCode worst_ = ExitCode::kSuccess;
+};

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Whether a file of this name in a folder is taken for a dump: NAME.dump or NAME.dump.zst.
+[[nodiscard]] bool IsDumpName(std::string_view name);
+
+// Orders names as people number them: trelvo_2.dump comes before trelvo_10.dump.
+[[nodiscard]] bool NaturalLess(std::string_view a, std::string_view b);
+
+// The files that the words of a command line stand for: in the place of a folder all dumps that lie
+// in it, ordered by name. Throws std::system_error with the folder's name when it cannot be read.
+[[nodiscard]] std::vector<std::string> ExpandInputs(const std::vector<std::string>& words);
