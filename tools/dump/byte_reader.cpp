@@ -26,17 +26,11 @@ void ByteReader::Seek(uint64_t offset) {
     rest_ = {};
 }
 
-uint8_t ByteReader::Byte(uint64_t start, const char* field) {
-    if (AtEnd()) {
-        throw DumpError(start, std::string(field) + " is cut off");
-    }
-    const auto byte = static_cast<uint8_t>(rest_.front());
-    rest_.remove_prefix(1);
-    ++offset_;
-    return byte;
+void ByteReader::ThrowCutOff(uint64_t start, const char* field) {
+    throw DumpError(start, std::string(field) + " is cut off");
 }
 
-int32_t ByteReader::Leb128(const char* field) {
+int32_t ByteReader::LongLeb128(const char* field) {
     const uint64_t start = offset_;
     int64_t value = 0;
     for (int shift = 0; shift < kMostBits; shift += 7) {

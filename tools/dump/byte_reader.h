@@ -38,9 +38,26 @@ public:
     void Seek(uint64_t offset);
 
     // `start` is the offset of the field that the byte belongs to.
-    [[nodiscard]] uint8_t Byte(uint64_t start, const char* field);
+    [[nodiscard]] uint8_t Byte(uint64_t start, const char* field) {
+        if (AtEnd()) {
+            ThrowCutOff(start, field);
+        }
+        const auto byte = static_cast<uint8_t>(rest_.front());
+        rest_.remove_prefix(1);
+        ++offset_;
+        return byte;
+    }
     // Signed LEB128 of at most 5 bytes, within 32 bits; need not be the shortest form.
-    [[nodiscard]] int32_t Leb128(const char* field);
+    [[nodiscard]] int32_t Leb128(const char* field) {
+        // Most are of one byte and not negative.
+        if (!rest_.empty() && static_cast<uint8_t>(rest_.front()) < 0x40) {
+            const char value = rest_.front();
+            rest_.remove_prefix(1);
+            ++offset_;
+            return value;
+        }
+        return LongLeb128(field);
+    }
     // The same, refusing negative values.
     [[nodiscard]] int32_t Unsigned(const char* field);
     // A length and that many bytes, which replace those in `bytes`.
@@ -51,6 +68,8 @@ public:
 
 private:
     [[nodiscard]] bool Refill();
+    [[noreturn]] static void ThrowCutOff(uint64_t start, const char* field);
+    [[nodiscard]] int32_t LongLeb128(const char* field);
     // The `length` bytes of the field that began at `start`.
     void Take(size_t length, uint64_t start, const char* field, std::string& bytes);
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -46,9 +47,27 @@ bool IsControl(uint32_t code) {
     return code < 0x20 || (code >= 0x7F && code <= 0x9F);
 }
 
-// Printable ASCII, which is most of what is logged.
-bool IsPlain(char byte) {
-    return byte >= 0x20 && byte < 0x7F;
+// How many bytes at the front need no look at: printable ASCII without backslashes, which is most
+// of what is logged. Eight at a time, each in its own lane of a word.
+size_t PlainPrefix(std::string_view text) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    constexpr uint64_t kHighBits = 0x80 * kOnes;
+    size_t size = 0;
+    for (; size + sizeof(uint64_t) <= text.size(); size += sizeof(uint64_t)) {
+        uint64_t word = 0;
+        std::memcpy(&word, text.data() + size, sizeof word);
+        const uint64_t backslash = word ^ '\\' * kOnes;
+        // A lane's high bit is set: a byte of 80 upwards, 7F, below 20, or a backslash. A borrow
+        // can only come from a lane that is found itself.
+        if (((word | (word + kOnes) | (word - 0x20 * kOnes) | (backslash - kOnes)) & kHighBits) !=
+            0) {
+            break;
+        }
+    }
+    while (size < text.size() && text[size] >= 0x20 && text[size] < 0x7F && text[size] != '\\') {
+        ++size;
+    }
+    return size;
 }
 
 bool ReordersText(uint32_t code) {
@@ -87,10 +106,7 @@ bool AllCharacters(std::string_view bytes, const Predicate& holds) {
 
 void AppendEscaped(std::string_view text, std::string& out) {
     while (!text.empty()) {
-        size_t plain = 0;
-        while (plain < text.size() && IsPlain(text[plain]) && text[plain] != '\\') {
-            ++plain;
-        }
+        const size_t plain = PlainPrefix(text);
         out += text.substr(0, plain);
         text.remove_prefix(plain);
         if (text.empty()) {

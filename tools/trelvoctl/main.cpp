@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -8,8 +6,6 @@
 #include "trelvoctl/output.h"
 
 namespace {
-
-constexpr size_t kOutputBuffer = size_t{64} * 1024;
 
 ExitCode Run(int argc, char** argv) {
     CLI::App app("Reads the dumps of the trelvo flight recorder and talks to its service.",
@@ -52,8 +48,6 @@ int main(int argc, char** argv) {
         // A reader that has seen enough, such as head, ends the program without a word, even where
         // the caller ignores the signal.
         static_cast<void>(std::signal(SIGPIPE, SIG_DFL));
-        static_cast<void>(std::setvbuf(
-            stdout, nullptr, isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF, kOutputBuffer));
         result = Run(argc, argv);
         FlushOutput();
     } catch (const OutputError& error) {

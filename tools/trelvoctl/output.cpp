@@ -1,12 +1,28 @@
 #include "trelvoctl/output.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
+#include <string>
 #include <system_error>
 
 #include "escape/escape.h"
 
 namespace {
+
+constexpr size_t kBufferSize = size_t{64} * 1024;
+
+// What was printed and not yet written: larger pieces than those of stdio, and no lock.
+std::string& Buffer() {
+    static std::string buffer;
+    return buffer;
+}
+
+bool IsTerminal() {
+    static const bool is_terminal = isatty(STDOUT_FILENO) != 0;
+    return is_terminal;
+}
 
 [[noreturn]] void ThrowLastError() {
     throw OutputError("standard output: " + std::generic_category().message(errno));
@@ -15,15 +31,24 @@ namespace {
 }  // namespace
 
 void Print(std::string_view data) {
-    if (std::fwrite(data.data(), 1, data.size(), stdout) != data.size()) {
-        ThrowLastError();
+    std::string& buffer = Buffer();
+    buffer += data;
+    if (buffer.size() >= kBufferSize || IsTerminal()) {
+        FlushOutput();
     }
 }
 
 void FlushOutput() {
-    if (std::fflush(stdout) != 0) {
-        ThrowLastError();
+    std::string& buffer = Buffer();
+    for (std::string_view rest = buffer; !rest.empty();) {
+        const ssize_t count = write(STDOUT_FILENO, rest.data(), rest.size());
+        if (count < 0 && errno != EINTR) {
+            buffer.clear();  // a second attempt would print a part twice
+            ThrowLastError();
+        }
+        rest.remove_prefix(count < 0 ? 0 : static_cast<size_t>(count));
     }
+    buffer.clear();
 }
 
 void Complain(std::string_view message) {
