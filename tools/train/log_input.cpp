@@ -5,10 +5,10 @@
 #include <charconv>
 #include <memory>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "capture/capture_line.h"
-#include "dump/byte_source.h"
 #include "dump/dump_reader.h"
 #include "escape/escape.h"
 #include "policy/code_tables.h"
@@ -184,8 +184,8 @@ void ReadDump(ByteSource& source, const CodeTables* tables, InputSummary& summar
 }  // namespace
 
 InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTables* tables,
-                       const Sink& sink) {
-    const std::unique_ptr<ByteSource> source = OpenSource(path);
+                       const Sink& sink, FileSource::Observer observer) {
+    const std::unique_ptr<ByteSource> source = OpenSource(path, std::move(observer));
     InputSummary summary;
     summary.format = format;
     try {

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "dump/byte_source.h"
+
 class CodeTables;
 
 // One line of an input. The views live until the next line.
@@ -45,4 +47,5 @@ struct InputSummary {
 //
 // Throws std::system_error when nothing can be read.
 InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTables* tables,
-                       const std::function<void(const LogLine&)>& sink);
+                       const std::function<void(const LogLine&)>& sink,
+                       FileSource::Observer observer = {});

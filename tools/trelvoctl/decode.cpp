@@ -105,12 +105,6 @@ std::string MarkerText(Break before, int64_t from_ms, int64_t to_ms) {
     return {};
 }
 
-uint64_t FileSize(const std::string& path) {
-    std::error_code error;
-    const auto size = fs::file_size(path, error);
-    return error ? 0 : size;
-}
-
 }  // namespace
 
 Decoder::Decoder(DecodeOptions options)
@@ -170,11 +164,8 @@ ExitCode Decoder::Run() {
         return ExitCode::kDamage;
     }
 
-    uint64_t total = 0;
-    for (const std::string& file : files) {
-        total += 2 * FileSize(file);  // a survey, then the lines
-    }
-    progress_.emplace(total);
+    // A survey, then the lines.
+    progress_.emplace(2 * TotalSize(files), true);
     timeline_.emplace(options_.follow || files.size() > 1);
     for (const Candidate& candidate : InOrder(files)) {
         Add(candidate);

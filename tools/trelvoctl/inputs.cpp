@@ -80,3 +80,13 @@ std::vector<std::string> ExpandInputs(const std::vector<std::string>& words) {
     }
     return files;
 }
+
+uint64_t TotalSize(const std::vector<std::string>& files) {
+    uint64_t total = 0;
+    for (const std::string& file : files) {
+        std::error_code error;
+        const auto size = fs::file_size(file, error);
+        total += error ? 0 : size;
+    }
+    return total;
+}

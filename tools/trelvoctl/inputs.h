@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,3 +14,6 @@
 // The files that the words of a command line stand for: in the place of a folder all dumps that lie
 // in it, ordered by name. Throws std::system_error with the folder's name when it cannot be read.
 [[nodiscard]] std::vector<std::string> ExpandInputs(const std::vector<std::string>& words);
+
+// Bytes of all these files together, as far as they are files.
+[[nodiscard]] uint64_t TotalSize(const std::vector<std::string>& files);

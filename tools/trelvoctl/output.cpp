@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "escape/escape.h"
+#include "trelvoctl/progress.h"
 
 namespace {
 
@@ -53,6 +54,7 @@ void FlushOutput() {
 
 void Complain(std::string_view message) {
     FlushOutput();
+    Progress::Hide();
     const std::string line = "trelvoctl: " + Escape(message) + "\n";
     // There is nowhere left to report that standard error is gone.
     static_cast<void>(std::fputs(line.c_str(), stderr));

@@ -14,23 +14,30 @@ constexpr uint64_t kWidth = 40;
 
 }  // namespace
 
-Progress::Progress(uint64_t total)
-    : wanted_(total > 0 && isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0),
+bool Progress::shown_ = false;
+
+Progress::Progress(uint64_t total, bool prints)
+    : wanted_(total > 0 && isatty(STDERR_FILENO) != 0 && (!prints || isatty(STDOUT_FILENO) == 0)),
       total_(total),
-      next_(Clock::now() + kQuietTime) {}
+      next_(SteadyClock::now() + kQuietTime) {}
 
 Progress::~Progress() {
+    Hide();
+}
+
+void Progress::Hide() {
     if (shown_) {
         static_cast<void>(std::fputs("\r\x1B[K", stderr));
+        shown_ = false;
     }
 }
 
 void Progress::Advance(uint64_t amount) {
     done_ = std::min(total_, done_ + amount);
-    if (!wanted_ || Clock::now() < next_) {
+    if (!wanted_ || SteadyClock::now() < next_) {
         return;
     }
-    next_ = Clock::now() + kRedraw;
+    next_ = SteadyClock::now() + kRedraw;
     shown_ = true;
     const uint64_t filled = done_ * kWidth / total_;
     const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');

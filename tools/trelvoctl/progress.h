@@ -4,10 +4,12 @@
 #include <cstdint>
 
 // A bar on standard error for work that takes longer than a second; nothing unless that is a
-// terminal, and nothing where standard output goes to the same screen.
+// terminal. One at a time.
 class Progress {
 public:
-    explicit Progress(uint64_t total);
+    // `prints`: the work prints as it goes on, so that there is no bar where that is a terminal,
+    // too.
+    Progress(uint64_t total, bool prints);
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     // Takes the bar away.
@@ -15,12 +17,16 @@ public:
 
     void Advance(uint64_t amount);
 
+    // Takes away the bar of whatever is under way, until it is drawn again.
+    static void Hide();
+
 private:
-    using Clock = std::chrono::steady_clock;
+    using SteadyClock = std::chrono::steady_clock;
+
+    static bool shown_;
 
     bool wanted_;
-    bool shown_ = false;
     uint64_t total_;
     uint64_t done_ = 0;
-    Clock::time_point next_;  // when the bar is drawn again
+    SteadyClock::time_point next_;  // when the bar is drawn again
 };

@@ -22,6 +22,7 @@
 #include "trelvoctl/commands.h"
 #include "trelvoctl/inputs.h"
 #include "trelvoctl/output.h"
+#include "trelvoctl/progress.h"
 
 namespace {
 
@@ -265,7 +266,8 @@ void PrintJson(const DumpFile& dump, size_t top) {
 }
 
 // Nothing where the dump has no statistics; what is wrong with it is said, and raises `worst`.
-std::optional<DumpFile> ReadDump(const std::string& path, Policies& policies, ExitCode& worst) {
+std::optional<DumpFile> ReadDump(const std::string& path, Policies& policies, Progress& progress,
+                                 ExitCode& worst) {
     DumpFile dump;
     dump.name = path == "-" ? "standard input" : path;
     const auto complain = [&](const std::string& fault, ExitCode code) {
@@ -277,7 +279,7 @@ std::optional<DumpFile> ReadDump(const std::string& path, Policies& policies, Ex
                  ExitCode::kDamage);
     };
     try {
-        const auto source = OpenSource(path);
+        const auto source = OpenSource(path, [&progress](size_t size) { progress.Advance(size); });
         if (path != "-" && dynamic_cast<const ZstdSource*>(source.get()) != nullptr) {
             dump.compressed_bytes = std::filesystem::file_size(path);
         }
@@ -310,8 +312,10 @@ ExitCode Stat(const StatOptions& options) {
     std::vector<DumpFile> dumps;
     try {
         Policies policies(options.policy, options.policies, false);
-        for (const std::string& path : ExpandInputs(options.inputs)) {
-            auto dump = ReadDump(path, policies, worst);
+        const std::vector<std::string> files = ExpandInputs(options.inputs);
+        Progress progress(2 * TotalSize(files), options.output == "json");  // two passes
+        for (const std::string& path : files) {
+            auto dump = ReadDump(path, policies, progress, worst);
             if (!dump) {
                 continue;
             }

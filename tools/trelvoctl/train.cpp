@@ -14,6 +14,7 @@
 #include "trelvoctl/commands.h"
 #include "trelvoctl/inputs.h"
 #include "trelvoctl/output.h"
+#include "trelvoctl/progress.h"
 
 namespace {
 
@@ -87,11 +88,13 @@ ExitCode Report(const std::string& path, const InputSummary& summary, const Code
 
 // Nothing when the input gave no line and is not simply empty.
 std::optional<ExitCode> CountInput(const std::string& path, const TrainOptions& options,
-                                   const CodeTables* tables, MessageCounts& counts) {
+                                   const CodeTables* tables, MessageCounts& counts,
+                                   Progress& progress) {
     try {
         const InputSummary summary = ReadInput(
             path, FormatOf(options.format), tables,
-            [&counts](const LogLine& line) { counts.Add(line.tag, line.message, line.count); });
+            [&counts](const LogLine& line) { counts.Add(line.tag, line.message, line.count); },
+            [&progress](size_t size) { progress.Advance(size); });
         const ExitCode code = Report(path, summary, tables);
         return code == ExitCode::kDamage && summary.lines == 0 ? std::nullopt : std::optional(code);
     } catch (const std::system_error& error) {
@@ -193,8 +196,9 @@ std::optional<ExitCode> CountInputs(const TrainOptions& options, const CodeTable
         Complain(options.inputs.front() + ": holds no dumps");
         return std::nullopt;
     }
+    Progress progress(TotalSize(files), false);
     for (const std::string& path : files) {
-        const std::optional<ExitCode> code = CountInput(path, options, tables, counts);
+        const std::optional<ExitCode> code = CountInput(path, options, tables, counts, progress);
         all_read = all_read && code;
         worst = std::max(worst, code.value_or(ExitCode::kDamage));
     }
