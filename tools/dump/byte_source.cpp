@@ -54,6 +54,9 @@ size_t FileSource::Read(char* data, size_t size) {
     if (!seekable_ && keep_) {
         kept_.append(data, static_cast<size_t>(count));
     }
+    if (observer_) {
+        observer_(static_cast<size_t>(count));
+    }
     position_ += static_cast<uint64_t>(count);
     return static_cast<size_t>(count);
 }
