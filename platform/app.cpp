@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <glib-unix.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +15,7 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -125,8 +127,26 @@ void ClearCapture() {
     const dlogutil::RotatingFile cleared("/tmp/trelvo/RQB_Buffer", 1, 1);
 }
 
+// The service writes every dump to a fixed name in this folder first. In another user's folder that
+// user could make the name a link to any file.
+void PrepareDumpFolder() {
+    const char* const folder = "/tmp/Trelvo_Dump";
+    struct stat info {};
+    if ((mkdir(folder, S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) != 0 && errno != EEXIST) ||
+        lstat(folder, &info) != 0) {
+        port::ThrowErrno(folder);
+    }
+    if (!S_ISDIR(info.st_mode) || info.st_uid != geteuid() ||
+        (info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw std::runtime_error(std::string(folder) +
+                                 ": not a folder that only this user writes to; remove it");
+    }
+}
+
 int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& callback,
         void* user_data) {
+    // Whatever the launcher's umask: nobody else may write what this service has written.
+    umask(umask(0) | S_IWGRP | S_IWOTH);
     PutOwnFolderFirstOnPath();
     const std::string folder = port::RuntimeFolder();
     const std::string socket = folder + "/launch.sock";
@@ -141,6 +161,7 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
         port::ThrowErrno(socket);
     }
     ClearCapture();
+    PrepareDumpFolder();
     const Lifeline lifeline;
     const auto launch = [&](const port::LaunchArguments& arguments) {
         app_control_s request{arguments};

@@ -1,12 +1,19 @@
 // The real programs end to end: journal, capture, service, dump, trelvoctl.
 
 #include <gmock/gmock.h>
+#include <sqlite3.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <list>
+#include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -22,6 +29,7 @@ namespace test_support {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -212,10 +220,10 @@ TEST_F(EndToEnd, WhatAnEarlierCaptureLeftIsNotRead) {
 TEST_F(EndToEnd, RotationLosesAndRepeatsNothing) {
     StartCapture("ROTATED", "V", "4");
     Lines expected;
-    // Fewer lines at once than a capture file holds: two rotations within a pass lose lines.
-    for (int batch = 0; batch < 4; ++batch) {
+    // Several files at once, of which each has to wait for the service to read the one before.
+    for (int batch = 0; batch < 2; ++batch) {
         std::string text;
-        for (int line = 0; line < 20; ++line) {
+        for (int line = 0; line < 120; ++line) {
             text = std::to_string(expected.size()) + std::string(80, '.');
             Log("ROTATED", text);
             expected.push_back(Printed("I/ROTATED", text));
@@ -361,6 +369,143 @@ TEST_F(EndToEnd, OneServiceWithOneCaptureThatEndsWithIt) {
         EXPECT_EQ(launch.status, 1);
         EXPECT_EQ(std::count(launch.err.begin(), launch.err.end(), '\n'), 1) << launch.err;
     }
+}
+
+TEST_F(EndToEnd, ADumpThatCannotBeWrittenSaysSoAndTheNextOneIsWhole) {
+    StartCapture("FAULTY", "V", "64");
+    Log("FAULTY", std::string(9000, 'x'));
+    AwaitRead(std::string(9000, 'x'));
+    const fs::path target = "/run/target";
+    const fs::path temporary = "/tmp/Trelvo_Dump";
+    fs::create_directory(target);
+    const struct {
+        const char* fault;
+        std::function<void()> make;
+        std::string folder;
+        const char* message;
+    } rows[] = {
+        {"read-only", [&] { mount("tmpfs", target.c_str(), "tmpfs", MS_RDONLY, ""); }, target,
+         "Could not copy file: error code: Read-only"},
+        {"full", [&] { mount("tmpfs", target.c_str(), "tmpfs", 0, "size=4k"); }, target,
+         "Could not copy file: error code: No space left"},
+        {"a loop", [] { fs::create_symlink("/run/loop", "/run/loop"); }, "/run/loop",
+         "Could not copy file: error code: Too many levels"},
+        {"no temporary folder", [&] { fs::remove(temporary); }, "/tmp/dumps",
+         "Unable to open compressed file path"},
+    };
+    const Lines expected = {Printed("I/FAULTY", std::string(9000, 'x'))};
+    for (const auto& row : rows) {
+        EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected)) << "before " << row.fault;
+        row.make();
+        LogFollower log(kServiceTag);
+        EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "DUMP=" + row.folder}).status, 0);
+        EXPECT_NE(log.WaitFor(row.message), "") << row.fault;
+        (void)umount(target.c_str());
+        fs::create_directory(temporary);
+    }
+    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
+}
+
+TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
+    std::string policy = "<p><policy version='1'/>";
+    for (const char* name : {"missing", "folder", "cut", "other", "locked", "huge", "good"}) {
+        policy += std::string("<db logtag='") + name + "' name='" + name + "'/>";
+    }
+    for (const char* name : {"cut", "locked", "huge", "good"}) {
+        MakeCodeTable(kPolicyFolder / name, "('known', '0000011111110000')");
+    }
+    fs::create_directory(kPolicyFolder / "folder");
+    WriteFile(kPolicyFolder / "other", "not a database, and longer than the header of one is");
+    fs::resize_file(kPolicyFolder / "cut", 5000);
+    fs::resize_file(kPolicyFolder / "huge", 1 << 30);
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open((kPolicyFolder / "locked").c_str(), &database), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(database, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
+    std::string bomb = "<!DOCTYPE p [<!ENTITY a 'aaaaaaaaaa'>";
+    for (char name = 'b'; name <= 'z'; ++name) {
+        const std::string twice = "&" + std::string(1, static_cast<char>(name - 1)) + ";";
+        bomb += std::string("<!ENTITY ") + name + " '" + twice + twice + twice + twice + "'>";
+    }
+    for (const auto& [text, shown] : {std::pair(policy, "<code 07F0>"),
+                                      {bomb + "]><p><policy version='&z;'/></p>", "known"},
+                                      {policy + std::string(3000000, ' ') + "<", "<code 07F0>"}}) {
+        WriteFile(kPolicyFolder / "policy_version.xml", text);
+        StartService({"LOGTAG=cut/locked/huge/good", "LOGLEVEL=V", "RQBBUFFER=64", "POLICYMODE=1"},
+                     "Start reading data");
+        for (const char* tag : {"cut", "locked", "huge", "good"}) {
+            Log(tag, "known");
+        }
+        AwaitRead("known");
+        const Lines lines = Decode(RequestDump());
+        EXPECT_THAT(lines, Contains(Printed("I/locked", "known"))) << text.substr(0, 30);
+        EXPECT_THAT(lines, Contains(Printed("I/huge", shown))) << text.substr(0, 30);
+        EXPECT_THAT(lines, Contains(Printed("I/good", shown))) << text.substr(0, 30);
+        service_.reset();
+        ASSERT_TRUE(IsCaptureGone("10"));
+    }
+    sqlite3_close(database);
+}
+
+TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
+    const char* const moments[] = {"Trigger received", "Policy Version", "Dumping to File Started"};
+    Lines expected;
+    std::map<fs::path, std::string> complete;
+    for (const char* moment : moments) {
+        StartCapture("KILLED", "V", "64");
+        Log("KILLED", moment);
+        AwaitRead(moment);
+        expected.push_back(Printed("I/KILLED", moment));
+        const fs::path dump = RequestDump();
+        EXPECT_THAT(Decode(dump), ElementsAreArray(expected)) << moment;
+        complete[dump] = ReadFile(dump);
+        LogFollower log(kServiceTag);
+        EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "DUMP=/tmp/dumps"}).status, 0);
+        EXPECT_NE(log.WaitFor(moment), "");
+        service_.reset();
+        ASSERT_TRUE(IsCaptureGone("10"));
+    }
+    for (const auto& [dump, bytes] : complete) {
+        EXPECT_EQ(ReadFile(dump), bytes) << dump;
+    }
+    setenv("PID_FILE", "/tmp/pid", 1);
+    StartCapture("KILLED", "V & echo $! >$PID_FILE", "64");  // whoever may launch it has its shell
+    AwaitRead(moments[2]);
+    kill(std::stoi(ReadFile("/tmp/pid")), SIGKILL);
+    ASSERT_TRUE(IsCaptureGone("10"));
+    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected)) << "the capture is dead";
+    // The capture file is this test's now; the service reads it on.
+    std::ofstream(kCapture, std::ios::app | std::ios::binary)
+        << "2.5 I/OLD(P 1, T 2): a > backwards\n\r\n"
+        << std::string(3, '\0') << "\n2147483.5 I/NEW(P 1, T 2): a > b\0c\r\n"s
+        << "2147483.5 I/NEW(P 1, T 2): a > " << std::string(1 << 20, 'x') << "\nhalf";
+    AwaitRead(std::string(1000, 'x'));
+    expected.push_back("I/NEW(P 1, T 2): b\\x00c\\x0D");
+    expected.push_back("I/NEW(P 1, T 2): " + std::string(1 << 20, 'x'));
+    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
+}
+
+TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
+    umask(0);
+    fs::create_directory("/tmp/Trelvo_Dump");  // as another user might, with any mode
+    const auto refused = RunProgram({kBin + "trelvo"});
+    EXPECT_THAT(refused.err, HasSubstr("trelvo: /tmp/Trelvo_Dump: "));
+    fs::remove("/tmp/Trelvo_Dump");
+    StartCapture("MODES", "V", "64");
+    Log("MODES", "a line");
+    AwaitRead("a line");
+    std::list<Process> flood;
+    for (int i = 0; i < 40; ++i) {
+        flood.emplace_back(std::vector{kBin + "trelvoctl", "launch"s, "OTHER=x"s});
+    }
+    std::for_each(flood.begin(), flood.end(), [](Process& launch) { (void)launch.Wait(); });
+    EXPECT_THAT(Decode(RequestDump()), ElementsAre(Printed("I/MODES", "a line")));
+    const auto mode = [](const char* path) {
+        return static_cast<int>(fs::status(path).permissions());
+    };
+    EXPECT_EQ(mode("/run/trelvo") | mode("/tmp/trelvo"), 0700);
+    EXPECT_EQ(mode("/run/trelvo/lock") | mode("/tmp/trelvo/RQB_Buffer"), 0600);
+    EXPECT_EQ(mode("/tmp/Trelvo_Dump"), 0755);
+    EXPECT_EQ(mode("/tmp/dumps/trelvo.dump"), 0644);
 }
 
 }  // namespace

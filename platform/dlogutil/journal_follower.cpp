@@ -12,17 +12,6 @@
 #include <system_error>
 
 namespace dlogutil {
-namespace {
-
-// The libsystemd calls return a negative errno.
-int Check(int result, const char* what) {
-    if (result < 0) {
-        throw std::system_error(-result, std::generic_category(), what);
-    }
-    return result;
-}
-
-}  // namespace
 
 JournalFollower::JournalFollower() : folders_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (!folders_) {
@@ -33,6 +22,9 @@ JournalFollower::JournalFollower() : folders_(inotify_init1(IN_CLOEXEC | IN_NONB
 }
 
 std::optional<JournalEntry> JournalFollower::Next() {
+    if (!journal_) {
+        Open();
+    }
     sd_journal* const journal = journal_.get();
     while (Check(sd_journal_next(journal), "reading the journal") > 0) {
         if (std::exchange(at_cursor_, false) &&
@@ -66,12 +58,17 @@ std::optional<JournalEntry> JournalFollower::Next() {
 void JournalFollower::Process() {
     if (FoldersWereMade()) {
         WatchFolders();
+        Close();
+    }
+    if (!journal_) {
         Open();
     }
     // What has changed does not matter: Next() goes on from where it stood.
     Check(sd_journal_process(journal_.get()), "following the journal");
 }
 
+// Opens the journal behind the last entry given. Its file descriptor exists before the first entry
+// is read, so that no change goes unseen in between.
 void JournalFollower::Open() {
     sd_journal* journal = nullptr;
     Check(sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY), "opening the journal");
@@ -88,6 +85,19 @@ void JournalFollower::Open() {
           "opening the journal");
     at_cursor_ = !cursor_.empty();
     journal_fd_ = Check(sd_journal_get_fd(journal), "following the journal");
+}
+
+void JournalFollower::Close() {
+    journal_fd_ = -1;
+    journal_.reset();
+}
+
+int JournalFollower::Check(int result, const char* what) {
+    if (result < 0) {  // a negative errno
+        Close();
+        throw JournalError(-result, std::generic_category(), what);
+    }
+    return result;
 }
 
 // libsystemd only watches the folders that exist when a journal is opened.

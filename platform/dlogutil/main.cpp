@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <systemd/sd-journal.h>
@@ -16,6 +17,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -35,8 +37,13 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;  // as the journal's monotonic times
+
 constexpr int kRetryMilliseconds = 1000;
 constexpr int kEntriesAtOnce = 256;
+// For so long lines wait in the journal for the service to read a rotated file. Later than this a
+// recorder would show the past; lines are lost instead.
+constexpr std::chrono::milliseconds kMaxLag{10000};
 
 // A detached program's standard error is rarely seen, so what ends or stalls the capture is said in
 // the journal as well.
@@ -94,35 +101,66 @@ public:
             signals_ = HoldSignals();
             file_.emplace(options.file, options.limit_bytes, options.rotated_count);
         }
+        // Only a service removes what it has read.
+        if (file_ && lifeline_ >= 0) {
+            removals_ = port::UniqueFd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+            if (!removals_ ||
+                inotify_add_watch(removals_.Get(), file_->Folder().c_str(), IN_DELETE) < 0) {
+                port::ThrowErrno(file_->Folder());
+            }
+        }
         follower_.emplace();
     }
 
     // Returns when a signal or the lifeline says so.
     void Run() {
         for (;;) {
-            const bool more = Forward();
-            std::array<pollfd, 4> waits{{{signals_.Get(), POLLIN, 0},
+            const int timeout = Step();
+            std::array<pollfd, 5> waits{{{signals_.Get(), POLLIN, 0},
                                          {lifeline_, 0, 0},  // POLLHUP always counts
                                          {follower_->JournalFd(), POLLIN, 0},
-                                         {follower_->FoldersFd(), POLLIN, 0}}};
-            const int timeout = more ? 0 : (pending_.empty() ? -1 : kRetryMilliseconds);
+                                         {follower_->FoldersFd(), POLLIN, 0},
+                                         {removals_.Get(), POLLIN, 0}}};
             if (poll(waits.data(), waits.size(), timeout) < 0 && errno != EINTR) {
                 port::ThrowErrno("poll");
             }
             if (waits[0].revents != 0 || waits[1].revents != 0) {
                 return;
             }
-            if (waits[2].revents != 0 || waits[3].revents != 0) {
-                follower_->Process();
-            }
+            has_news_ = waits[2].revents != 0 || waits[3].revents != 0;
         }
     }
 
 private:
+    // Writes what there is. Returns for how many milliseconds to wait for more, -1 without limit.
+    int Step() {
+        try {
+            if (std::exchange(has_news_, false)) {
+                follower_->Process();
+            }
+            if (removals_) {
+                std::array<char, 4096> drained;
+                static_cast<void>(read(removals_.Get(), drained.data(), drained.size()));
+            }
+            const bool more = Forward();
+            journal_failed_ = false;
+            return more ? 0 : (pending_.empty() ? -1 : kRetryMilliseconds);
+        } catch (const dlogutil::JournalError& error) {
+            // The service does not watch its capture: better a late line than none any more.
+            if (!std::exchange(journal_failed_, true)) {
+                Report(std::string("will try again: ") + error.what());
+            }
+            return kRetryMilliseconds;
+        }
+    }
+
     // Writes the next entries. True when there may be more of them at once.
     bool Forward() {
         for (int i = 0; i < kEntriesAtOnce; ++i) {
             while (!pending_.empty()) {
+                if (WaitsForService()) {
+                    return false;
+                }
                 if (const std::error_code error = Write(pending_.front())) {
                     if (!std::exchange(stalled_, true)) {
                         Report("cannot write, will try again: " + error.message());
@@ -136,6 +174,7 @@ private:
             if (!entry) {
                 return false;
             }
+            logged_ = Clock::time_point(std::chrono::microseconds(entry->usec));
             if (filters_.Passes(dlogutil::TagOf(entry->fields), dlogutil::LevelOf(entry->fields))) {
                 for (std::string& line : dlogutil::FormatLines(entry->fields, entry->usec)) {
                     pending_.push_back(std::move(line));
@@ -143,6 +182,29 @@ private:
             }
         }
         return true;
+    }
+
+    // Whether the next line has to wait until the service has read the rotated file.
+    bool WaitsForService() {
+        if (!removals_) {
+            return false;
+        }
+        const auto waits = [this] {
+            return Clock::now() - logged_ < kMaxLag && file_->HasUnread();
+        };
+        if (waits()) {
+            return true;
+        }
+        const std::uint64_t before = file_->ReplacedUnread();
+        if (file_->RotateIfFull()) {
+            return false;  // the same error meets the line itself
+        }
+        if (file_->ReplacedUnread() == before) {
+            loses_ = loses_ && file_->HasUnread();
+        } else if (!std::exchange(loses_, true)) {
+            Report("the service reads too slowly, a rotated file was replaced: lines are lost");
+        }
+        return waits();
     }
 
     std::error_code Write(const std::string& line) {
@@ -162,7 +224,12 @@ private:
     std::optional<dlogutil::RotatingFile> file_;
     std::optional<dlogutil::JournalFollower> follower_;
     std::deque<std::string> pending_;
+    Clock::time_point logged_;  // when the journal took these lines
+    port::UniqueFd removals_;   // readable when a file of the folder was removed
+    bool loses_ = false;
     bool stalled_ = false;
+    bool has_news_ = false;  // Process() is to be called
+    bool journal_failed_ = false;
 };
 
 }  // namespace

@@ -72,11 +72,24 @@ RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, i
     }
 }
 
+bool RotatingFile::HasUnread() const {
+    return (size_ == 0 || size_ >= limit_bytes_) &&
+           faccessat(folder_.Get(), Rotated(1).c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+std::error_code RotatingFile::RotateIfFull() {
+    if (size_ < limit_bytes_) {
+        return {};
+    }
+    const bool replaces = HasUnread();
+    const std::error_code error = Rotate();
+    replaced_unread_ += replaces && !error ? 1 : 0;
+    return error;
+}
+
 std::error_code RotatingFile::Append(std::string_view line) {
-    if (size_ >= limit_bytes_) {
-        if (const std::error_code error = Rotate()) {
-            return error;
-        }
+    if (const std::error_code error = RotateIfFull()) {
+        return error;
     }
     const ssize_t written = write(file_.Get(), line.data(), line.size());
     if (written == static_cast<ssize_t>(line.size())) {

@@ -29,6 +29,17 @@ public:
     // the line can be tried again. Throws std::system_error when half a line cannot be taken back.
     [[nodiscard]] std::error_code Append(std::string_view line);
 
+    // Whether the next line would begin a file while FILE.1 is still there. A reader that counts
+    // lines and removes what it has read mistakes lines when it finds both, and loses those of a
+    // FILE.1 that is replaced.
+    [[nodiscard]] bool HasUnread() const;
+    // Rotates a full file before the line that is to begin the next. Errors are those of Append.
+    [[nodiscard]] std::error_code RotateIfFull();
+    // How many files were replaced that nobody had removed.
+    [[nodiscard]] std::uint64_t ReplacedUnread() const { return replaced_unread_; }
+    // The folder, for watching it.
+    [[nodiscard]] const std::string& Folder() const { return folder_path_; }
+
 private:
     [[nodiscard]] std::string Rotated(int number) const;
     [[nodiscard]] std::string FreshName() const;
@@ -43,6 +54,7 @@ private:
     port::UniqueFd folder_;
     port::UniqueFd file_;
     std::uint64_t size_ = 0;
+    std::uint64_t replaced_unread_ = 0;
 };
 
 }  // namespace dlogutil

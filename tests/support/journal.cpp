@@ -46,6 +46,11 @@ Journal::Journal() : process_(Prepare(), {}, "/run/journald.err") {
     }
 }
 
+void Journal::End(int signal) {
+    process_.Signal(signal);
+    (void)process_.Wait();
+}
+
 void Journal::Send(const std::vector<std::string>& fields) {
     std::vector<iovec> parts;
     parts.reserve(fields.size());

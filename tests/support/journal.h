@@ -16,6 +16,8 @@ public:
     // Starts it and returns when it listens.
     Journal();
 
+    // Ends it by a signal.
+    void End(int signal);
     // One entry of `fields`, each "NAME=value", through the native protocol.
     static void Send(const std::vector<std::string>& fields);
 

@@ -1,0 +1,108 @@
+// Journal entries, formatted by dlogutil, recorded by the service, decoded by trelvoctl: whoever
+// logs what, the recorder never stops, and what comes out is what was logged.
+//
+// Each line of the input is an entry: a letter for the time since the one before, then fields
+// "<number of the field in kFields, a letter><value>" that end at tabs.
+
+#include <algorithm>
+#include <cctype>
+#include <sstream>
+
+#include "CDataProvider.h"
+#include "dlogutil/line_format.h"
+#include "dump/dump_reader.h"
+#include "support/fuzz_support.h"
+
+namespace {
+
+class MemorySource : public ByteSource {
+public:
+    explicit MemorySource(const fuzz::Bytes& bytes) : bytes_(bytes.begin(), bytes.end()) {}
+
+    [[nodiscard]] std::size_t Read(char* data, std::size_t size) override {
+        const std::size_t count = bytes_.copy(data, size, position_);
+        position_ += count;
+        return count;
+    }
+    void Seek(std::uint64_t offset) override { position_ = offset; }
+
+private:
+    std::string bytes_;
+    std::size_t position_ = 0;
+};
+
+dlogutil::Fields ReadFields(const std::string& entry) {
+    dlogutil::Fields fields;
+    std::istringstream text(entry);
+    for (std::string field; std::getline(text, field, '\t');) {
+        if (!field.empty()) {
+            const auto number = static_cast<unsigned char>(field[0]) % dlogutil::kFields.size();
+            std::string value = field.substr(1);
+            std::replace(value.begin(), value.end(), '\x1e', '\n');
+            fields[dlogutil::kFields[number]] = value;
+        }
+    }
+    return fields;
+}
+
+// Without the line feed and the blanks before it, which the pipeline does not see.
+std::string Trimmed(std::string text) {
+    text.erase(text.find_last_not_of(" \t\n") + 1);
+    return text;
+}
+
+// What must come out of a line: "level/tag(P pid, T tid): message". Empty where the line has no
+// prefix and is not recorded.
+std::string Expected(const dlogutil::Fields& fields, const std::string& written) {
+    const std::string line = Trimmed(written);
+    const std::size_t arrow = line.find(" > ");
+    if (arrow == std::string::npos) {
+        return "";
+    }
+    const char level = dlogutil::LevelOf(fields);
+    const std::size_t process = line.find("(P") + 2;
+    const std::size_t thread = line.find(", T") + 3;
+    return std::string(1, std::string("IWEF").find(level) != std::string::npos ? level : 'D') +
+           "/" + dlogutil::TagOf(fields) + "(P " + std::to_string(std::stoi(line.substr(process))) +
+           ", T " + std::to_string(std::stoi(line.substr(thread))) + "): " + line.substr(arrow + 3);
+}
+
+std::string Shown(const Record& record) {
+    return std::string(1, record.level) + "/" + std::string(record.origin.tag) + "(P " +
+           std::to_string(record.origin.pid) + ", T " + std::to_string(record.origin.tid) +
+           "): " + std::string(record.message);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const bool prepared = (CDataProvider::Instance()->SetBufferSize(1 << 20), true);
+    static_cast<void>(prepared);
+    std::vector<std::string> expected;
+    std::istringstream text(std::string(data, data + size));
+    std::uint64_t usec = 1000000;
+    for (std::string entry; std::getline(text, entry);) {
+        usec += entry.empty() ? 0 : static_cast<std::uint64_t>(entry[0] & 31) * 1000;
+        const dlogutil::Fields fields =
+            ReadFields(entry.substr(std::min<std::size_t>(entry.size(), 1)));
+        for (std::string& line : dlogutil::FormatLines(fields, usec)) {
+            fuzz::Require(line.back() == '\n' && line.find('\n') == line.size() - 1, "two lines");
+            if (std::string shown = Expected(fields, line); !shown.empty()) {
+                expected.push_back(std::move(shown));
+            }
+            line.pop_back();
+            const std::string thrown = fuzz::Feed(line);
+            fuzz::Require(thrown.empty(), thrown + " at " + line);
+        }
+    }
+    const fuzz::Bytes dump = fuzz::Snapshot(true);
+    MemorySource source(dump);
+    DumpReader reader(source);
+    Record record;
+    for (const std::string& line : expected) {
+        fuzz::Require(reader.Next(record), "lacks " + line);
+        fuzz::Require(Shown(record) == line, Shown(record) + " instead of " + line);
+    }
+    fuzz::Require(!reader.Next(record), "more records than lines");
+    return 0;
+}

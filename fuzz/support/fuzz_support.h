@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace fuzz {
+
+using Bytes = std::vector<unsigned char>;
+
+// Ends the program, which the fuzzer takes for a fault, unless `holds`.
+void Require(bool holds, const std::string& what);
+
+// The dump image, taken as the dump writer takes it. With `consume` the next input starts afresh.
+Bytes Snapshot(bool consume);
+
+// Feeds a line to the service's pipeline. Returns "type: what()" of what it throws, "" otherwise.
+// The buffer mutex, which an exception leaves held, is free again afterwards.
+std::string Feed(std::string line);
+
+// Makes a member that is not public reachable, as Get(Tag{}):
+//
+//   struct Tag { friend auto Get(Tag); };
+//   template struct Reveal<Tag, &Class::member>;
+template <typename Tag, auto Member>
+struct Reveal {
+    friend auto Get(Tag /*tag*/) { return Member; }
+};
+
+}  // namespace fuzz

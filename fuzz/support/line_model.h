@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/fuzz_support.h"
+
+namespace fuzz {
+
+// What the pipeline does with captured lines, written down once more: slow, without shared code,
+// straight from the rules for lines and from docs/dump-format.md.
+class LineModel {
+public:
+    // `codes`: the bytes that stand for a message, by tag and message.
+    using Codes = std::map<std::pair<std::string, std::string>, Bytes>;
+    LineModel(std::string version, Codes codes, std::size_t limit_bytes)
+        : version_(std::move(version)), codes_(std::move(codes)), limit_bytes_(limit_bytes) {}
+
+    // Returns "type: what()" of what the line makes the pipeline throw, "" otherwise.
+    std::string Feed(const std::string& line);
+    // The image; nothing is forgotten.
+    [[nodiscard]] Bytes Dump() const;
+
+private:
+    void Encode(std::string line);
+
+    std::string version_;
+    Codes codes_;
+    std::size_t limit_bytes_;
+    std::deque<Bytes> records_;
+    std::map<std::string, std::map<int, int>> dictionary_;  // "tag,pid" to thread to index
+    int indexes_ = 0;
+    int last_time_ = 0;  // milliseconds
+};
+
+}  // namespace fuzz
