@@ -38,6 +38,10 @@ struct FinalizeStatement {
     }
 };
 
+uint64_t TextHash(std::string_view text) {
+    return std::hash<std::string_view>()(text);
+}
+
 // Up to the first zero byte. Null for NULL.
 const char* ColumnText(sqlite3_stmt* row, int column) {
     return reinterpret_cast<const char*>(sqlite3_column_text(row, column));
@@ -157,13 +161,15 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
 
     CUtility* const utility = CUtility::Instance();
     CodeTable table;
+    std::vector<unsigned char> code;
+    std::vector<unsigned char> stored;
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
         const char* const message = ColumnText(statement.get(), 0);
         const char* const codeText = ColumnText(statement.get(), 1);
         if (message == nullptr || codeText == nullptr) {
             continue;
         }
-        std::vector<unsigned char> code;
+        code.clear();
         try {
             // A code that is not padded is logged there and stored with no bytes.
             static_cast<void>(utility->m_GetHcodeByteArray(codeText, code));
@@ -171,11 +177,16 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
             TR_LOGE("Skipped code that is not made of 0 and 1: %s", codeText);
             continue;
         }
-        std::vector<unsigned char> stored;
+        stored.clear();
         utility->m_GetBytePackedInt(static_cast<int>(code.size()), code, stored);
-        table[message] = std::move(stored);
+        // Rows in the order of their texts need no search.
+        table.texts.insert_or_assign(table.texts.end(), message, stored);
     }
-    if (!table.empty()) {
+    if (!table.texts.empty()) {
+        table.index.Reserve(table.texts.size());
+        for (const Texts::value_type& entry : table.texts) {
+            table.index.Add(TextHash(entry.first), &entry);
+        }
         m_CodeTables[logTag] = std::move(table);
         TR_LOGI("HMap created for logtag [%s]", logTag.c_str());
     }
@@ -184,12 +195,13 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
     return true;
 }
 
-const std::vector<unsigned char>* CDBOperations::FindCode(const std::string& logTag,
-                                                          const std::string& message) const {
+const std::vector<unsigned char>* CDBOperations::FindCode(std::string_view logTag,
+                                                          std::string_view message) const {
     const auto table = m_CodeTables.find(logTag);
     if (table == m_CodeTables.end()) {
         return nullptr;
     }
-    const auto code = table->second.find(message);
-    return code == table->second.end() ? nullptr : &code->second;
+    const auto* const entry = table->second.index.Find(
+        TextHash(message), [&](const Texts::value_type* text) { return text->first == message; });
+    return entry == nullptr ? nullptr : &(*entry)->second;
 }

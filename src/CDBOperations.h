@@ -2,10 +2,14 @@
 
 #include <sqlite3.h>
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "HashIndex.h"
 
 // The code tables: for each log tag of the policy, message text to the code that stands for it.
 //
@@ -34,18 +38,22 @@ public:
 
     // What a record holds instead of `message`: LEB128 length and code bytes. Null when the tag
     // has no table or the table lacks this very text; otherwise valid for the life of the process.
-    [[nodiscard]] const std::vector<unsigned char>* FindCode(const std::string& logTag,
-                                                             const std::string& message) const;
+    [[nodiscard]] const std::vector<unsigned char>* FindCode(std::string_view logTag,
+                                                             std::string_view message) const;
 
 private:
-    using CodeTable = std::map<std::string, std::vector<unsigned char>>;
+    using Texts = std::map<std::string, std::vector<unsigned char>>;
+    struct CodeTable {
+        Texts texts;
+        HashIndex<const Texts::value_type*> index;  // of the same entries
+    };
 
     CDBOperations() = default;
 
     static CDBOperations* m_pInstance;
 
-    std::map<std::string, CodeTable> m_CodeTables;  // by log tag
-    sqlite3* m_Database = nullptr;                  // open only while a table is being loaded
-    std::string m_PolicyVersion;                    // guarded by m_VersionMutex
+    std::map<std::string, CodeTable, std::less<>> m_CodeTables;  // by log tag
+    sqlite3* m_Database = nullptr;  // open only while a table is being loaded
+    std::string m_PolicyVersion;    // guarded by m_VersionMutex
     std::mutex m_VersionMutex;
 };

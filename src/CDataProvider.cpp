@@ -7,12 +7,15 @@
 #include <fstream>
 #include <ios>
 #include <sstream>
+#include <string_view>
 
 #include "CDBOperations.h"
 #include "CTREventManager.h"
 #include "CUtility.h"
 #include "CaptureReader.h"
+#include "LineParser.h"
 #include "Log.h"
+#include "RecordPacking.h"
 
 namespace {
 
@@ -100,19 +103,19 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
     // Unlocked by hand, not by a guard: an exception leaves the mutex held on purpose, so that
     // recording stops at a line that was half encoded instead of going on past it.
     m_BufferMutex.lock();
-    CUtility* const utility = CUtility::Instance();
-    const std::string stripped = utility->m_Strip(line);
+    const std::string_view stripped = line::TrimBlanks(line);
     if (stripped.empty()) {
         TR_LOGI("Unable to Strip: %s", line.c_str());
         m_BufferMutex.unlock();
         return;
     }
-    if (!utility->m_IsDlogLine(stripped)) {
+    const line::LogLine fields(stripped);
+    if (!fields.IsRecognised()) {
         m_BufferMutex.unlock();
         TR_LOGD("Not dlog line..continue");
         return;
     }
-    if (!m_EncodeRecord(stripped)) {
+    if (!m_EncodeRecord(fields.WithoutLeadingSpace())) {
         m_BufferMutex.unlock();
         return;
     }
@@ -126,24 +129,26 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
     }
 }
 
-bool CDataProvider::m_EncodeRecord(const std::string& line) {
+bool CDataProvider::m_EncodeRecord(const line::LogLine& line) {
     CUtility* const utility = CUtility::Instance();
     int timeDelta = 0;
-    char level = '\0';
-    std::string tag;
-    int pid = 0;
-    int tid = 0;
-    std::string message;
     m_Record.clear();
-    if (!utility->m_GetLogLineComponents(timeDelta, level, tag, pid, tid, message, line)) {
+    if (!utility->m_AcceptTime(line.Time(), timeDelta)) {
         return false;
     }
-    utility->m_GetBytePackedIntWithHeader(timeDelta, m_Record, false);
-    utility->m_GetBitPacked(level, tag, pid, tid, m_Record);
+    // In the order in which a broken line is to be found out.
+    const char level = line.Level();
+    const std::string_view tag = line.Tag();
+    const int pid = line.Pid();
+    const int tid = line.Tid();
+    const std::string_view message = line.Message(m_JoinedMessage);
+
+    packing::AppendLeb128(timeDelta, m_Record);
+    packing::AppendHeader(level, utility->m_GetTidIndex(tag, pid, tid), m_Record);
     if (const auto* const code = CDBOperations::Instance()->FindCode(tag, message)) {
         m_Record.insert(m_Record.end(), code->begin(), code->end());
     } else {
-        utility->m_GetBytePackedIntWithHeader(static_cast<int>(message.size()), m_Record, false);
+        packing::AppendLeb128(static_cast<int>(message.size()), m_Record);
         m_Record.insert(m_Record.end(), message.begin(), message.end());
     }
     return true;
@@ -173,6 +178,9 @@ std::string CDataProvider::m_GetData(std::string path) {
 }
 
 void CDataProvider::m_GetCompressedData(std::vector<unsigned char>& out) {
+    // Freed only when the mutex is given back: that takes longer than the copying, and new lines
+    // need not wait for it.
+    std::list<std::vector<unsigned char>> consumed;
     const std::lock_guard<std::mutex> lock(m_BufferMutex);
     CUtility* const utility = CUtility::Instance();
     const bool consume = utility->isSelfInitiatePending();
@@ -183,15 +191,12 @@ void CDataProvider::m_GetCompressedData(std::vector<unsigned char>& out) {
     out.insert(out.end(), version.begin(), version.end());
 
     utility->m_DumpLogTagPidTidMap(out, consume);
-    for (std::vector<unsigned char>& record : m_Records) {
+    out.reserve(out.size() + m_ByteTotal);
+    for (const std::vector<unsigned char>& record : m_Records) {
         out.insert(out.end(), record.begin(), record.end());
-        if (consume) {
-            // Given back at once, so that the image does not come on top of the whole buffer.
-            std::vector<unsigned char>().swap(record);
-        }
     }
     if (consume) {
-        m_Records.clear();
+        consumed.swap(m_Records);
         m_ByteTotal = 0;
     }
 }

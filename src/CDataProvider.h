@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+namespace line {
+class LogLine;
+}
+
 // The compressed buffer and everything that fills it: the readers of the capture files, the
 // pipeline that turns a line into a record, the limit, and the snapshot that becomes a dump.
 //
@@ -54,13 +58,14 @@ private:
     CDataProvider() = default;
 
     // Fills m_Record; false for a line whose time runs backwards. REQUIRES: the buffer mutex.
-    bool m_EncodeRecord(const std::string& line);
+    bool m_EncodeRecord(const line::LogLine& line);
     // The dump-on-full wait: asks for a dump and polls until one has emptied the buffer.
     void m_WaitForEmptyBuffer();
 
     static CDataProvider* m_pInstance;
 
     std::vector<unsigned char> m_Record;  // the record being assembled; keeps its capacity
+    std::string m_JoinedMessage;          // a message that line feeds were taken out of
     std::list<std::vector<unsigned char>> m_Records;  // oldest first, each exactly its length
     std::mutex m_BufferMutex;
     std::mutex m_SettingsMutex;                  // taken by the two setters only

@@ -18,6 +18,15 @@
 
 namespace fs = boost::filesystem;
 
+namespace {
+
+uint64_t SourceHash(uint32_t tag, int pid, int tid) {
+    const uint64_t ids = uint64_t{static_cast<uint32_t>(pid)} << 32U | static_cast<uint32_t>(tid);
+    return ids ^ tag * 0xC2B2AE3D27D4EB4FU;
+}
+
+}  // namespace
+
 CUtility* CUtility::m_pInstance = nullptr;
 
 CUtility* CUtility::Instance() {
@@ -32,14 +41,25 @@ std::string CUtility::m_Strip(const std::string& line) {
 }
 
 bool CUtility::m_IsDlogLine(std::string line) {
-    return line::IsLogLine(line);
+    return line::LogLine(line).IsRecognised();
 }
 
 bool CUtility::m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid,
                                       int& tid, std::string& message, std::string line) {
-    line.erase(0, line.size() - line::TrimLeadingSpace(line).size());
+    const line::LogLine fields(line::TrimLeadingSpace(line));
+    if (!m_AcceptTime(fields.Time(), timeDelta)) {
+        return false;
+    }
+    level = fields.Level();
+    tag = fields.Tag();
+    pid = fields.Pid();
+    tid = fields.Tid();
+    std::string joined;
+    message = fields.Message(joined);
+    return true;
+}
 
-    const int time = line::Time(line);
+bool CUtility::m_AcceptTime(int time, int& timeDelta) {
     int64_t delta = 0;
     if (m_LastLogTime != 0) {
         // Saturated times at both ends of the range are further apart than an int holds.
@@ -53,12 +73,6 @@ bool CUtility::m_GetLogLineComponents(int& timeDelta, char& level, std::string& 
     }
     // Taken over before the rest is read: a line that is found broken further on still moves it.
     m_LastLogTime = time;
-
-    level = line::Level(line);
-    tag = line::Tag(line);
-    pid = line::Pid(line);
-    tid = line::Tid(line);
-    message = line::Message(line);
     return true;
 }
 
@@ -144,8 +158,18 @@ void CUtility::m_GetBitPacked(char level, std::string tag, int pid, int tid,
     packing::AppendHeader(level, m_GetTidIndex(tag, pid, tid), out);
 }
 
-int CUtility::m_GetTidIndex(const std::string& tag, int pid, int tid) {
-    const std::string key = tag + "," + std::to_string(pid);
+int CUtility::m_GetTidIndex(std::string_view tag, int pid, int tid) {
+    const auto number = m_TagNumbers.find(tag);
+    if (number != m_TagNumbers.end()) {
+        const Source* const known =
+            m_Sources.Find(SourceHash(number->second, pid, tid), [&](const Source& source) {
+                return source.tag == number->second && source.pid == pid && source.tid == tid;
+            });
+        if (known != nullptr) {
+            return known->index;
+        }
+    }
+    const std::string key = std::string(tag) + "," + std::to_string(pid);
     const auto [entry, isNewKey] = m_LogTagPidTidMap.try_emplace(key);
     const auto [index, isNewTid] = entry->second.try_emplace(tid, m_LastTidIndex + 1);
     if (isNewTid) {
@@ -158,6 +182,10 @@ int CUtility::m_GetTidIndex(const std::string& tag, int pid, int tid) {
                     key.c_str(), m_LastTidIndex);
         }
     }
+    const std::string_view keptTag = std::string_view(entry->first).substr(0, tag.size());
+    const uint32_t tagNumber =
+        m_TagNumbers.emplace(keptTag, static_cast<uint32_t>(m_TagNumbers.size())).first->second;
+    m_Sources.Add(SourceHash(tagNumber, pid, tid), {tagNumber, pid, tid, index->second});
     return index->second;
 }
 
@@ -186,6 +214,8 @@ void CUtility::m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset
     packing::AppendLeb128(m_LastLogTime, out);
 
     if (reset) {
+        m_Sources.Clear();
+        m_TagNumbers.clear();
         m_LogTagPidTidMap.clear();
         m_LastLogTime = 0;
         m_LastTidIndex = 0;

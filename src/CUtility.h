@@ -1,9 +1,14 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
+
+#include "HashIndex.h"
 
 // The process-wide helper: line analysis, the byte-level encodings, the tag/process/thread
 // dictionary, the dump request and the file-system helpers of the dump writer.
@@ -33,6 +38,9 @@ public:
     bool m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid, int& tid,
                                 std::string& message, std::string line);
 
+    // The step of m_GetLogLineComponents that decides: `time` is the line's, in milliseconds.
+    bool m_AcceptTime(int time, int& timeDelta);
+
     // Single fields by slightly different rules than m_GetLogLineComponents; each logs what it
     // found. The service never calls them.
     std::string m_GetLogLevel(std::string line);
@@ -57,6 +65,8 @@ public:
     // The record header of a line: level code and dictionary index, which is created when new.
     void m_GetBitPacked(char level, std::string tag, int pid, int tid,
                         std::vector<unsigned char>& out);
+    // The index in the dictionary, created when new; 1 or more.
+    int m_GetTidIndex(std::string_view tag, int pid, int tid);
     // The serialised dictionary and the last log time; empties both when `reset`.
     void m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset);
 
@@ -86,14 +96,23 @@ public:
                      std::vector<std::string>& names);
 
 private:
-    CUtility() = default;
+    // What the index of a dictionary entry is found by.
+    struct Source {
+        uint32_t tag;  // its number in m_TagNumbers
+        int pid;
+        int tid;
+        int index;
+    };
 
-    int m_GetTidIndex(const std::string& tag, int pid, int tid);
+    CUtility() = default;
 
     static CUtility* m_pInstance;
 
     // "tag,pid" to (thread id to index). Indexes count from 1 in the order of first appearance.
     std::map<std::string, std::map<int, int>> m_LogTagPidTidMap;
+    // In front of the dictionary, whose keys own the tags; their numbers count from 0.
+    std::unordered_map<std::string_view, uint32_t> m_TagNumbers;
+    HashIndex<Source> m_Sources;
     int m_LastLogTime = 0;   // milliseconds; 0 when no line was accepted since the last reset
     int m_LastTidIndex = 0;  // the last index given; 0 when none
     bool m_SelfInitiate = false;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "LineReader.h"
 #include "Log.h"
 
 namespace capture {
@@ -45,9 +46,10 @@ void DrainBootFile(const CaptureFile& file, const LineSink& sink) {
         return;
     }
     std::ifstream stream = Open(file);
+    LineReader reader(stream);
     std::string line;
     int count = 0;
-    while (std::getline(stream, line)) {
+    while (reader.Next(line)) {
         sink(line);
         ++count;
     }
@@ -59,18 +61,15 @@ void DrainBootFile(const CaptureFile& file, const LineSink& sink) {
 
 void DrainRotated(int processed, const LineSink& sink) {
     std::ifstream rotated = Open(kRotated);
+    LineReader reader(rotated);
     std::string line;
-    int linesInFile = 0;
     int handedOn = 0;
-    while (std::getline(rotated, line)) {
-        ++linesInFile;
-        // The count that the new current file has already moved in this pass: where that file has
-        // outgrown the old one's count, as many of the old one's lines are passed over.
-        if (linesInFile > processed) {
-            sink(line);
-            ++processed;
-            ++handedOn;
-        }
+    // The count that the new current file has already moved in this pass: where that file has
+    // outgrown the old one's count, as many of the old one's lines are passed over.
+    static_cast<void>(reader.Skip(processed));
+    while (reader.Next(line)) {
+        sink(line);
+        ++handedOn;
     }
     // Only the lines handed on, where the current file's message counts all that were read.
     TR_LOGI("Lines Read from %s: [%d]", kRotated.path, handedOn);
@@ -96,13 +95,12 @@ void Follow(const LineSink& sink) {
     std::string line;
     for (;;) {
         std::ifstream current = Open(kCurrent);
-        int linesInPass = 0;
-        while (std::getline(current, line)) {
+        LineReader reader(current);
+        int linesInPass = reader.Skip(processed);
+        while (reader.Next(line)) {
             ++linesInPass;
-            if (linesInPass > processed) {
-                sink(line);
-                ++processed;
-            }
+            sink(line);
+            ++processed;
         }
         TR_LOGI("Lines Read from %s: [%d]", kCurrent.path, linesInPass);
 

@@ -1,87 +1,170 @@
 #include "LineParser.h"
 
 #include <algorithm>
+#include <cfloat>
+#include <cstdint>
+#include <cstring>
 
 namespace line {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kSpace = " \t\n\v\f\r";
-
-std::string_view TrimLeading(std::string_view text, std::string_view set) {
-    return text.substr(std::min(text.find_first_not_of(set), text.size()));
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
 }
 
-std::string_view Trim(std::string_view text, std::string_view set) {
-    // find_last_not_of gives npos for a text of `set` only, and npos + 1 is 0.
-    return TrimLeading(text.substr(0, text.find_last_not_of(set) + 1), set);
+// The classic locale's white space.
+bool IsSpace(char c) {
+    return IsBlank(c) || (c >= '\n' && c <= '\r');
 }
 
-int ToInt(std::string_view text) {
-    return std::stoi(std::string(Trim(text, kSpace)));
+template <bool (*IsTrimmed)(char)>
+std::string_view TrimLeading(std::string_view text) {
+    while (!text.empty() && IsTrimmed(text.front())) {
+        text.remove_prefix(1);
+    }
+    return text;
+}
+
+template <bool (*IsTrimmed)(char)>
+std::string_view Trim(std::string_view text) {
+    while (!text.empty() && IsTrimmed(text.back())) {
+        text.remove_suffix(1);
+    }
+    return TrimLeading<IsTrimmed>(text);
+}
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// The first " > ", found by its rarest character.
+size_t FindArrow(std::string_view text) {
+    size_t at = text.find('>', 1);
+    while (at != std::string_view::npos && (text.substr(at - 1, 3) != " > ")) {
+        at = text.find('>', at + 1);
+    }
+    return at == std::string_view::npos ? at : at - 1;
 }
 
 }  // namespace
 
 std::string_view TrimBlanks(std::string_view text) {
-    return Trim(text, kBlanks);
+    return Trim<IsBlank>(text);
 }
 
 std::string_view TrimLeadingSpace(std::string_view text) {
-    return TrimLeading(text, kSpace);
+    return TrimLeading<IsSpace>(text);
 }
 
 std::string_view Before(std::string_view text, std::string_view delimiter) {
     return text.substr(0, text.find(delimiter));
 }
 
-std::string_view Slice(const std::string& text, size_t pos, size_t count) {
+std::string_view Slice(std::string_view text, size_t pos, size_t count) {
     if (pos > text.size()) {
-        static_cast<void>(text.substr(pos));  // throws, in std::string's own words
+        static_cast<void>(std::string(text).substr(pos));  // throws, in std::string's own words
     }
-    return std::string_view(text).substr(pos, count);
+    return text.substr(pos, count);
 }
 
-bool IsLogLine(std::string_view text) {
-    const size_t prefix_end = text.find(" > ");
-    if (prefix_end == std::string_view::npos || text.find("):") == std::string_view::npos) {
-        return false;
+float ToFloat(std::string_view text) {
+    constexpr size_t kMostDigits = 15;  // 10^15 - 1 and 10^15 are exact doubles
+    uint64_t digits = 0;
+    double scale = 1;
+    size_t count = 0;
+    bool point = false;
+    for (const char c : text) {
+        if (IsDigit(c)) {
+            digits = digits * 10 + static_cast<uint64_t>(c - '0');
+            scale = point ? scale * 10 : scale;
+            ++count;
+        } else if (c == '.' && !point) {
+            point = true;
+        } else {
+            count = 0;
+            break;
+        }
     }
-    const size_t slash = text.substr(0, prefix_end).find('/');
-    return slash != std::string_view::npos &&
-           text.substr(0, slash).find(' ') != std::string_view::npos;
+    // A processor that computes in more than double precision rounds once more than reckoned with.
+    if (count == 0 || count > kMostDigits || FLT_EVAL_METHOD != 0) {
+        return std::stof(std::string(text));
+    }
+    // The quotient of two exact doubles is the double nearest to the decimal number. Rounding that
+    // to float gives the nearest float too, unless the first rounding ended half way between two
+    // floats, where it hides on which side the number was.
+    const double value = static_cast<double>(digits) / scale;
+    constexpr uint64_t kBelowFloat = (1U << 29U) - 1;  // the bits of a double that a float lacks
+    uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    if ((bits & kBelowFloat) == (kBelowFloat + 1) / 2) {
+        return std::stof(std::string(text));
+    }
+    return static_cast<float>(value);
 }
 
-int Time(const std::string& text) {
-    const float seconds = std::stof(std::string(Before(text, " ")));
-    return Saturate<int>(seconds * 1000.0F);
+int ToInt(std::string_view text) {
+    constexpr size_t kMostDigits = 9;  // always an int
+    const bool plain = !text.empty() && text.size() <= kMostDigits &&
+                       std::all_of(text.begin(), text.end(), IsDigit);
+    if (!plain) {
+        return std::stoi(std::string(text));
+    }
+    int value = 0;
+    for (const char c : text) {
+        value = value * 10 + (c - '0');
+    }
+    return value;
 }
 
-char Level(const std::string& text) {
-    const std::string_view rest = Slice(text, text.find(' ') + 1);
+LogLine::LogLine(std::string_view text)
+    : text_(text),
+      blank_(text.find(' ')),
+      slash_(text.find('/')),
+      process_(text.find("(P")),
+      thread_(text.find(", T")),
+      close_(text.find("):")),
+      arrow_(FindArrow(text)) {}
+
+bool LogLine::IsRecognised() const {
+    constexpr size_t npos = std::string_view::npos;
+    return close_ != npos && arrow_ != npos && slash_ < arrow_ && blank_ < slash_;
+}
+
+LogLine LogLine::WithoutLeadingSpace() const {
+    const std::string_view text = TrimLeadingSpace(text_);
+    return text.size() == text_.size() ? *this : LogLine(text);
+}
+
+int LogLine::Time() const {
+    return Saturate<int>(ToFloat(text_.substr(0, blank_)) * 1000.0F);
+}
+
+char LogLine::Level() const {
+    const std::string_view rest = Slice(text_, blank_ + 1);
     return rest.empty() ? '\0' : rest.front();
 }
 
-std::string_view Tag(const std::string& text) {
-    const size_t slash = text.find('/');
-    return Trim(Slice(text, slash + 1, text.find("(P") - slash - 1), kSpace);
+std::string_view LogLine::Tag() const {
+    return Trim<IsSpace>(Slice(text_, slash_ + 1, process_ - slash_ - 1));
 }
 
-int Pid(const std::string& text) {
-    const size_t open = text.find("(P");
-    return ToInt(Slice(text, open + 2, text.find(", T") - open - 2));
+int LogLine::Pid() const {
+    return ToInt(Trim<IsSpace>(Slice(text_, process_ + 2, thread_ - process_ - 2)));
 }
 
-int Tid(const std::string& text) {
-    const size_t comma = text.find(", T");
-    return ToInt(Slice(text, comma + 3, text.find("):") - comma - 3));
+int LogLine::Tid() const {
+    return ToInt(Trim<IsSpace>(Slice(text_, thread_ + 3, close_ - thread_ - 3)));
 }
 
-std::string Message(const std::string& text) {
-    std::string message(Slice(text, text.find(" > ") + 3));
-    message.erase(std::remove(message.begin(), message.end(), '\n'), message.end());
-    return message;
+std::string_view LogLine::Message(std::string& joined) const {
+    const std::string_view message = Slice(text_, arrow_ + 3);
+    if (message.find('\n') == std::string_view::npos) {
+        return message;
+    }
+    joined = message;
+    joined.erase(std::remove(joined.begin(), joined.end(), '\n'), joined.end());
+    return joined;
 }
 
 }  // namespace line

@@ -24,9 +24,9 @@ namespace line {
 // The text before the first `delimiter`; all of it when there is none.
 [[nodiscard]] std::string_view Before(std::string_view text, std::string_view delimiter);
 
-// text.substr(pos, count) without the copy; throws what std::string::substr throws.
-[[nodiscard]] std::string_view Slice(const std::string& text, size_t pos,
-                                     size_t count = std::string::npos);
+// std::string::substr without the copy; throws what that throws.
+[[nodiscard]] std::string_view Slice(std::string_view text, size_t pos,
+                                     size_t count = std::string_view::npos);
 
 // Truncates towards zero. Out of range saturates and not-a-number is 0, which is what the device's
 // processors do where the language leaves the conversion undefined.
@@ -34,7 +34,8 @@ template <typename Integer, typename Real>
 [[nodiscard]] Integer Saturate(Real value) {
     using Limits = std::numeric_limits<Integer>;
     // The largest Integer may be no Real; the power of two above it always is.
-    const Real limit = std::ldexp(Real{1}, Limits::digits);
+    constexpr Integer half = Limits::max() / 2 + 1;
+    constexpr Real limit = static_cast<Real>(half) * 2;
     if (std::isnan(value)) {
         return 0;
     }
@@ -44,19 +45,44 @@ template <typename Integer, typename Real>
     return value < -limit ? Limits::min() : static_cast<Integer>(value);
 }
 
-[[nodiscard]] bool IsLogLine(std::string_view text);
+// std::stof and std::stoi of white-space trimmed text, without a copy where the text is nothing but
+// a few digits (and one point).
+[[nodiscard]] float ToFloat(std::string_view text);
+[[nodiscard]] int ToInt(std::string_view text);
 
-// Milliseconds. Single precision throughout, so large uptimes are rounded to a few milliseconds.
-[[nodiscard]] int Time(const std::string& text);
+// A line with its delimiters found once, for all fields. Borrows the text, which must outlive it
+// and every field that is a view.
+class LogLine {
+public:
+    explicit LogLine(std::string_view text);
 
-// The character after the first blank; 0 when the line ends there.
-[[nodiscard]] char Level(const std::string& text);
+    // True for a line with "):" and " > " and, before the first " > ", a blank ahead of a "/".
+    [[nodiscard]] bool IsRecognised() const;
 
-[[nodiscard]] std::string_view Tag(const std::string& text);
-[[nodiscard]] int Pid(const std::string& text);
-[[nodiscard]] int Tid(const std::string& text);
+    // The same line for reading its fields, which start behind leading white space.
+    [[nodiscard]] LogLine WithoutLeadingSpace() const;
 
-// Without the line feeds in it.
-[[nodiscard]] std::string Message(const std::string& text);
+    // The fields. REQUIRES: no leading white space.
+
+    // Milliseconds. Single precision throughout, so large uptimes are rounded to a few
+    // milliseconds.
+    [[nodiscard]] int Time() const;
+    // The character after the first blank; 0 when the line ends there.
+    [[nodiscard]] char Level() const;
+    [[nodiscard]] std::string_view Tag() const;
+    [[nodiscard]] int Pid() const;
+    [[nodiscard]] int Tid() const;
+    // Without the line feeds in it; `joined` holds the message where there are any.
+    [[nodiscard]] std::string_view Message(std::string& joined) const;
+
+private:
+    std::string_view text_;
+    size_t blank_;    // the first ' '
+    size_t slash_;    // "/"
+    size_t process_;  // "(P"
+    size_t thread_;   // ", T"
+    size_t close_;    // "):"
+    size_t arrow_;    // " > "
+};
 
 }  // namespace line

@@ -1,7 +1,6 @@
 #include "RecordPacking.h"
 
 #include <bitset>
-#include <cmath>
 #include <string>
 
 namespace packing {
@@ -41,20 +40,28 @@ void AppendLeb128(int value, Bytes& out) {
 
 void AppendCodeText(std::string_view code, Bytes& out) {
     for (size_t at = 0; at < code.size(); at += 8) {
-        const std::bitset<8> byte(std::string(code.substr(at, 8)));
-        out.push_back(static_cast<unsigned char>(byte.to_ulong()));
+        unsigned byte = 0;
+        for (const char digit : code.substr(at, 8)) {
+            if (digit != '0' && digit != '1') {
+                static_cast<void>(std::bitset<8>(std::string(code.substr(at, 8))));  // throws
+            }
+            byte = byte << 1 | static_cast<unsigned>(digit - '0');
+        }
+        out.push_back(static_cast<unsigned char>(byte));
     }
 }
 
 void AppendHeader(char level, int index, Bytes& out) {
     const auto value = static_cast<unsigned>(index);
     const unsigned level_bits = LevelCode(level) << 5;
-    const int highest_bit = static_cast<int>(std::log2(static_cast<double>(index)));
-    if (highest_bit <= 3) {
+    int groups = 0;
+    while (value >> (7 * groups) > 0xFU) {
+        ++groups;
+    }
+    if (groups == 0) {
         out.push_back(static_cast<unsigned char>(level_bits | value));
         return;
     }
-    const int groups = (highest_bit - 4) / 7 + 1;
     out.push_back(static_cast<unsigned char>(level_bits | 0x10U | (value >> (7 * groups))));
     for (int group = groups - 1; group >= 1; --group) {
         out.push_back(static_cast<unsigned char>(0x80U | ((value >> (7 * group)) & 0x7FU)));

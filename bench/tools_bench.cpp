@@ -1,0 +1,85 @@
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+#include "recorder.h"
+#include "suites.h"
+
+namespace bench {
+
+namespace {
+
+struct Files {
+    TemporaryFolder folder;
+    std::string text = folder.Path() / "capture";
+    std::string compressed = text + ".zst";
+    std::string dump = folder.Path() / "trelvo.dump";
+    std::string policy = folder.Path() / "policy";
+    size_t lines = 0;
+    size_t text_bytes = 0;
+    size_t dump_bytes = 0;
+};
+
+void Run(const std::string& command) {
+    if (std::system(command.c_str()) != 0) {
+        throw std::runtime_error(command + ": failed");
+    }
+}
+
+// The same lines as text, as text in zstd 3, and as a dump.
+std::shared_ptr<Files> Write(const Corpus& corpus) {
+    auto files = std::make_shared<Files>();
+    std::ofstream text(files->text);
+    std::ofstream dump(files->dump);
+    Corpus fed(corpus);
+    ResetRecorder(1024);
+    for (int i = 0; i < 5; ++i, fed.Advance()) {
+        for (std::string& line : fed.Lines()) {
+            text << line << '\n';
+            files->text_bytes += line.size() + 1;
+        }
+        files->lines += fed.Lines().size();
+        Feed(fed.Lines());
+    }
+    const std::vector<unsigned char> image = Snapshot(true);
+    files->dump_bytes = image.size();
+    dump.write(reinterpret_cast<const char*>(image.data()),
+               static_cast<std::streamsize>(image.size()));
+    if (!text.flush() || !dump.flush()) {
+        throw std::runtime_error(files->folder.Path().string() + ": cannot be written");
+    }
+    Run("zstd -q -3 " + files->text);
+    ResetRecorder();
+    return files;
+}
+
+// Programs as a user runs them; another program takes the output, since grep would not produce it
+// for /dev/null.
+void AddProgram(const std::string& name, const std::string& command,
+                const std::shared_ptr<Files>& files, size_t bytes) {
+    AddTimed(name, [=](benchmark::State& state) {
+        while (state.KeepRunning()) {
+            Run(command);
+        }
+        CountRates(state, files->lines, bytes);
+    })->UseRealTime();
+}
+
+}  // namespace
+
+void AddTools(Subject& subject) {
+    const auto files = Write(subject.corpus);
+    const std::string tool = TRELVO_BIN_DIR "/trelvoctl";
+    AddProgram("tools/decode", tool + " decode " + files->dump + " | cat >/dev/null", files,
+               files->dump_bytes);
+    AddProgram("tools/zstdcat | grep",
+               "zstdcat " + files->compressed + " | grep -F ' > ' | cat >/dev/null", files,
+               files->text_bytes);
+    AddProgram("tools/train",
+               tool + " train --force --policy-version 1 -o " + files->policy + " " + files->text +
+                   " >/dev/null",
+               files, files->text_bytes);
+}
+
+}  // namespace bench
