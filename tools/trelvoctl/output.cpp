@@ -1,5 +1,6 @@
 #include "trelvoctl/output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +14,7 @@
 namespace {
 
 constexpr size_t kBufferSize = size_t{64} * 1024;
+constexpr int kPipeSize = 1024 * 1024;
 
 // What was printed and not yet written: larger pieces than those of stdio, and no lock.
 std::string& Buffer() {
@@ -20,8 +22,15 @@ std::string& Buffer() {
     return buffer;
 }
 
+// Asked once, before the first piece. A pipe that holds many pieces lets its reader work meanwhile.
+bool PrepareOutput() {
+    // What is no pipe refuses, and needs nothing.
+    static_cast<void>(fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeSize));
+    return isatty(STDOUT_FILENO) != 0;
+}
+
 bool IsTerminal() {
-    static const bool is_terminal = isatty(STDOUT_FILENO) != 0;
+    static const bool is_terminal = PrepareOutput();
     return is_terminal;
 }
 
@@ -34,7 +43,7 @@ bool IsTerminal() {
 void Print(std::string_view data) {
     std::string& buffer = Buffer();
     buffer += data;
-    if (buffer.size() >= kBufferSize || IsTerminal()) {
+    if (IsTerminal() || buffer.size() >= kBufferSize) {
         FlushOutput();
     }
 }
