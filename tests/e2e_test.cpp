@@ -486,6 +486,7 @@ TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
 
 TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
     umask(0);
+    fs::remove_all("/tmp/Trelvo_Dump");
     fs::create_directory("/tmp/Trelvo_Dump");  // as another user might, with any mode
     const auto refused = RunProgram({kBin + "trelvo"});
     EXPECT_THAT(refused.err, HasSubstr("trelvo: /tmp/Trelvo_Dump: "));
@@ -506,6 +507,15 @@ TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
     EXPECT_EQ(mode("/run/trelvo/lock") | mode("/tmp/trelvo/RQB_Buffer"), 0600);
     EXPECT_EQ(mode("/tmp/Trelvo_Dump"), 0755);
     EXPECT_EQ(mode("/tmp/dumps/trelvo.dump"), 0644);
+    std::vector<std::string> stranger = {
+        "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "test", "-e", "/tmp"};
+    // An ordinary user's namespace has no other users.
+    if (RunProgram(stranger).status == 0) {
+        for (const char* path : {"/run/trelvo/launch.sock", "/tmp/trelvo/RQB_Buffer"}) {
+            stranger.back() = path;
+            EXPECT_EQ(RunProgram(stranger).status, 1) << path;
+        }
+    }
 }
 
 }  // namespace
