@@ -20,10 +20,23 @@ uint64_t StringBytes(std::string_view text) {
     return text.size() < 16 ? 0 : HeapBytes(text.size() + 1);  // short ones lie in the node
 }
 
-// The service keeps an ordered map from text to the counted code for each tag, and one of the tags.
+// A hash index in front of a map: slots of a hash and a pointer, at most half of them used.
+uint64_t IndexBytes(uint64_t entries) {
+    constexpr uint64_t kSlot = 16;
+    uint64_t slots = 64;
+    while (slots < 2 * entries) {
+        slots *= 2;
+    }
+    return slots * kSlot;
+}
+
+// The service keeps an ordered map from text to the counted code and its index for each tag, and a
+// map of the tags.
 uint64_t ServiceMemory(const TagTable& table) {
     constexpr uint64_t kMapNode = 32 + 32;  // links and key
-    uint64_t bytes = HeapBytes(kMapNode + 48) + StringBytes(table.tag);
+    constexpr uint64_t kTable = 48 + 32;    // map and index
+    uint64_t bytes =
+        HeapBytes(kMapNode + kTable) + StringBytes(table.tag) + IndexBytes(table.codes.size());
     for (const CodedText& coded : table.codes) {
         bytes += HeapBytes(kMapNode + 24) + StringBytes(coded.text) +
                  HeapBytes(MessageCost(coded.code.size()));

@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <new>
 #include <system_error>
