@@ -11,7 +11,6 @@
 #include <exception>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "CDataProvider.h"
 #include "CTREventManager.h"
@@ -28,7 +27,7 @@ namespace {
 constexpr const char* kTemporaryFolder = "/tmp/Trelvo_Dump";
 constexpr const char* kTemporaryFile = "/tmp/Trelvo_Dump/trelvo_Temp.dump";
 constexpr const char* kCollectingFolder = "/opt/usr/share/svc-rk/dump/";
-constexpr const char* kDumpName = "trelvo.dump";
+constexpr const char* kDumpName = "trelvo";
 constexpr const char* kUploadKey = "memory/trelvo/dlog_dump";
 constexpr unsigned long long kCollectingLimit = 20971520;  // bytes
 
@@ -90,23 +89,26 @@ bool MayAddToCollectingFolder() {
     return true;
 }
 
-bool WriteTemporaryFile(const std::vector<unsigned char>& bytes) {
+bool WriteTemporaryFile(DumpSnapshot& snapshot, DumpForm form) {
     const std::unique_ptr<FILE, CloseFile> file(std::fopen(kTemporaryFile, "wb"));
     if (file == nullptr) {
         TR_LOGE("Unable to open compressed file path: %s", kTemporaryFile);
         return false;
     }
     TR_LOGI("Dumping to File Started..[%s]", kTemporaryFile);
-    // A short write is not an error: the records may already be consumed, and a cut dump can be
-    // read up to the cut.
-    static_cast<void>(std::fwrite(bytes.data(), 1, bytes.size(), file.get()));
+    snapshot.Drain(form, [&](const unsigned char* data, size_t size) {
+        // A short write is not an error: the records may already be consumed, and a cut dump can be
+        // read up to the cut.
+        static_cast<void>(std::fwrite(data, 1, size, file.get()));
+    });
     return true;
 }
 
-void CopyToDestination(const std::string& folder, bool isSelfInitiated) {
+void CopyToDestination(const std::string& folder, DumpForm form, bool isSelfInitiated) {
     fs::path destination;
     // A folder that cannot be examined fails in the copy, which says so.
-    static_cast<void>(CUtility::Instance()->GenerateUniqueName(folder, kDumpName, destination));
+    static_cast<void>(CUtility::Instance()->GenerateUniqueName(
+        folder, kDumpName, form == DumpForm::kZstd ? ".dump.zst" : ".dump", destination));
     boost::system::error_code copyError;
     boost::system::error_code removeError;
     fs::copy_file(kTemporaryFile, destination, kOverwrite, copyError);
@@ -125,15 +127,15 @@ void CopyToDestination(const std::string& folder, bool isSelfInitiated) {
 void Dump() {
     TR_LOGI("Dumping Start..");
     CUtility* const utility = CUtility::Instance();
-    std::vector<unsigned char> bytes;
-    CDataProvider::Instance()->m_GetCompressedData(bytes);
+    DumpSnapshot snapshot = CDataProvider::Instance()->TakeSnapshot();
+    const DumpForm form = utility->getDumpForm();
 
     const bool isSelfInitiated = utility->isSelfInitiatePending();
     if (isSelfInitiated && !MayAddToCollectingFolder()) {
         utility->setSelfInitate(false);
         return;
     }
-    if (bytes.empty()) {
+    if (snapshot.head.empty()) {  // which it never is: there is always a dictionary
         TR_LOGE("No compress data available");
         utility->setSelfInitate(false);
         return;
@@ -143,14 +145,14 @@ void Dump() {
         TR_LOGE("Error occurred in CheckSymbolicLink..continuing");
         return;
     }
-    if (WriteTemporaryFile(bytes)) {
+    if (WriteTemporaryFile(snapshot, form)) {
         const std::string folder = isSelfInitiated ? kCollectingFolder : utility->getDumpPath();
         if (folder.empty()) {
             // The temporary file stays: it is the only place where this dump is.
             TR_LOGE("File Path Not Available Abort..Dumping");
             return;
         }
-        CopyToDestination(folder, isSelfInitiated);
+        CopyToDestination(folder, form, isSelfInitiated);
     }
     utility->setSelfInitate(false);
 }

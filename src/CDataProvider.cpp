@@ -3,11 +3,13 @@
 #include <system_info.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/thread/exceptions.hpp>
 #include <fstream>
 #include <ios>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "CDBOperations.h"
 #include "CTREventManager.h"
@@ -23,6 +25,14 @@ constexpr const char* kFeatureKey = "com.velmora/featureconf/robustness.ozu_mode
 constexpr int kFeatureModeSized = 2;
 constexpr unsigned long long kStandardLimit = 10485760;  // bytes
 constexpr useconds_t kFullBufferPoll = 50000;            // microseconds
+
+// Chosen by measurement, see docs/benchmarks.md.
+constexpr unsigned long long kSmallestPage = 1024;   // bytes
+constexpr unsigned long long kLargestPage = 262144;  // bytes
+constexpr unsigned long long kPages = 40;            // that the limit is to have room for, plain
+// A dictionary is gone through for entries that no record refers to when it has this many bytes
+// and more than an eighth of the limit.
+constexpr unsigned long long kDictionaryFloor = 1048576;
 
 // REQUIRES: called from a handler; logs the exception in flight.
 void LogReaderException() {
@@ -42,6 +52,10 @@ void LogReaderException() {
 }  // namespace
 
 CDataProvider* CDataProvider::m_pInstance = nullptr;
+
+CDataProvider::CDataProvider() : m_Records(kSmallestPage) {
+    m_FitPages();
+}
 
 CDataProvider* CDataProvider::Instance() {
     if (m_pInstance == nullptr) {
@@ -70,6 +84,7 @@ void CDataProvider::SetBufferSize(unsigned long long sizeKiB) {
     }
     TR_LOGI("robustness.ozu_mode [%d]", mode);
     m_BufferLimit = mode == kFeatureModeSized || m_DumpOnFull ? sizeKiB << 10 : kStandardLimit;
+    m_FitPages();
     TR_LOGI("set buffer Size :[%llu]Bytes", m_BufferLimit);
 }
 
@@ -81,77 +96,137 @@ void CDataProvider::UpdateBufferSize() {
     m_ByteTotal += static_cast<uint32_t>(m_Record.size());
 }
 
+void CDataProvider::SetBufferCount(bool countMemory) {
+    TR_LOGI("%s called", __func__);
+    const std::lock_guard<std::mutex> lock(m_SettingsMutex);
+    m_CountMemory = countMemory;
+    m_FitPages();
+}
+
+void CDataProvider::SetHistorySize(unsigned long long sizeKiB) {
+    TR_LOGI("%s called", __func__);
+    const std::lock_guard<std::mutex> lock(m_SettingsMutex);
+    m_BufferLimit = sizeKiB << 10;
+    m_FitPages();
+    TR_LOGI("set history Size :[%llu]Bytes", m_BufferLimit);
+}
+
+void CDataProvider::m_FitPages() {
+    // Large pages pack better, but one is open, and a few more are the dictionary. Cutting a tenth
+    // off takes a page apart, which is fast only for one that needs no dictionary.
+    unsigned long long pageSize = kLargestPage;
+    while (pageSize > kSmallestPage && pageSize > m_BufferLimit / kPages) {
+        pageSize /= 2;
+    }
+    const std::lock_guard<std::mutex> lock(m_BufferMutex);
+    m_Records.SetPages(pageSize, m_CountMemory);
+}
+
+size_t CDataProvider::GetHistoryMemory() {
+    const std::lock_guard<std::mutex> lock(m_BufferMutex);
+    return m_HistoryMemory();
+}
+
+size_t CDataProvider::m_HistoryMemory() const {
+    return m_Records.Memory() + CUtility::Instance()->m_Dictionary().Memory();
+}
+
+size_t CDataProvider::GetRecordCount() {
+    const std::lock_guard<std::mutex> lock(m_BufferMutex);
+    return m_Records.Records();
+}
+
 void CDataProvider::CheckDumpCondition() {
-    if (m_ByteTotal < m_BufferLimit) {
-        return;
+    if (m_ApplyLimit()) {
+        TR_LOGI("Requested Buffer Size Reached");
+    }
+}
+
+bool CDataProvider::m_ApplyLimit() {
+    if ((m_CountMemory ? m_HistoryMemory() : m_ByteTotal) < m_BufferLimit) {
+        return false;
     }
     if (m_DumpOnFull) {
-        TR_LOGI("Requested Buffer Size Reached");
         m_FullDumpRequested = true;
-        return;
+        return true;
+    }
+    if (m_CountMemory) {
+        while (m_Records.Records() != 0 && m_HistoryMemory() >= m_BufferLimit) {
+            m_ByteTotal -= static_cast<uint32_t>(m_Records.DropOldestPage());
+        }
+        return false;
     }
     // A tenth at once, so that the limit is not met again by the very next line; with fewer than
     // ten records that is none, and the buffer grows past the limit.
-    const auto tenth = static_cast<uint32_t>(static_cast<double>(m_Records.size()) * 0.1);
-    for (uint32_t dropped = 0; dropped < tenth; ++dropped) {
-        m_ByteTotal -= static_cast<uint32_t>(m_Records.front().size());
-        m_Records.pop_front();
+    const auto tenth = static_cast<uint32_t>(static_cast<double>(m_Records.Records()) * 0.1);
+    m_ByteTotal -= static_cast<uint32_t>(m_Records.DropOldest(tenth, packing::RecordLength));
+    return false;
+}
+
+void CDataProvider::m_BoundDictionary() {
+    SourceDictionary& dictionary = CUtility::Instance()->m_Dictionary();
+    const auto size = [&] { return m_CountMemory ? dictionary.Memory() : dictionary.ImageSize(); };
+    const unsigned long long share = m_BufferLimit / 8;
+    const size_t bound =
+        m_CountMemory ? share : std::max<unsigned long long>(share, kDictionaryFloor);
+    if (size() > std::max(bound, m_NextForgetting)) {
+        dictionary.Forget(m_RecordNumber - m_Records.Records());
+        // What is left may all be needed: not again before it has grown by a quarter.
+        m_NextForgetting = size() + size() / 4;
     }
 }
 
 void CDataProvider::m_GetDataDDP(std::string& line) {
+    CUtility* const utility = CUtility::Instance();
     // Unlocked by hand, not by a guard: an exception leaves the mutex held on purpose, so that
-    // recording stops at a line that was half encoded instead of going on past it.
+    // recording stops at a line that was half encoded instead of going on past it. What there is to
+    // log waits until it is unlocked.
     m_BufferMutex.lock();
     const std::string_view stripped = line::TrimBlanks(line);
     if (stripped.empty()) {
-        TR_LOGI("Unable to Strip: %s", line.c_str());
         m_BufferMutex.unlock();
+        TR_LOGI("Unable to Strip: %s", line.c_str());
         return;
     }
-    const line::LogLine fields(stripped);
-    if (!fields.IsRecognised()) {
+    const line::LogLine recognised(stripped);
+    if (!recognised.IsRecognised()) {
         m_BufferMutex.unlock();
         TR_LOGD("Not dlog line..continue");
         return;
     }
-    if (!m_EncodeRecord(fields.WithoutLeadingSpace())) {
+    const line::LogLine text = recognised.WithoutLeadingSpace();
+    CUtility::Components fields;
+    m_Record.clear();
+    if (!utility->m_ReadComponents(text, fields, m_JoinedMessage)) {
+        const int lastTime = utility->m_LastTime();
         m_BufferMutex.unlock();
+        CUtility::m_LogRefusedTime(text.Time(), lastTime);
         return;
     }
-    m_Records.push_back(m_Record);
+    packing::AppendLeb128(fields.timeDelta, m_Record);
+    const auto source = utility->m_AppendHeader(fields, m_RecordNumber, m_Record);
+    if (const auto* const code = CDBOperations::Instance()->FindCode(fields.tag, fields.message)) {
+        m_Record.insert(m_Record.end(), code->begin(), code->end());
+    } else {
+        packing::AppendLeb128(static_cast<int>(fields.message.size()), m_Record);
+        m_Record.insert(m_Record.end(), fields.message.begin(), fields.message.end());
+    }
+    m_Records.Append(m_Record.data(), m_Record.size());
+    ++m_RecordNumber;
     m_ByteTotal += static_cast<uint32_t>(m_Record.size());
-    CheckDumpCondition();
+    const bool isFull = m_ApplyLimit();
+    if (source.isNew) {
+        m_BoundDictionary();
+    }
     m_BufferMutex.unlock();
 
+    CUtility::m_LogNewSource(source, fields.tag, fields.pid, fields.tid);
+    if (isFull) {
+        TR_LOGI("Requested Buffer Size Reached");
+    }
     if (m_FullDumpRequested) {
         m_WaitForEmptyBuffer();
     }
-}
-
-bool CDataProvider::m_EncodeRecord(const line::LogLine& line) {
-    CUtility* const utility = CUtility::Instance();
-    int timeDelta = 0;
-    m_Record.clear();
-    if (!utility->m_AcceptTime(line.Time(), timeDelta)) {
-        return false;
-    }
-    // In the order in which a broken line is to be found out.
-    const char level = line.Level();
-    const std::string_view tag = line.Tag();
-    const int pid = line.Pid();
-    const int tid = line.Tid();
-    const std::string_view message = line.Message(m_JoinedMessage);
-
-    packing::AppendLeb128(timeDelta, m_Record);
-    packing::AppendHeader(level, utility->m_GetTidIndex(tag, pid, tid), m_Record);
-    if (const auto* const code = CDBOperations::Instance()->FindCode(tag, message)) {
-        m_Record.insert(m_Record.end(), code->begin(), code->end());
-    } else {
-        packing::AppendLeb128(static_cast<int>(message.size()), m_Record);
-        m_Record.insert(m_Record.end(), message.begin(), message.end());
-    }
-    return true;
 }
 
 void CDataProvider::m_WaitForEmptyBuffer() {
@@ -178,27 +253,41 @@ std::string CDataProvider::m_GetData(std::string path) {
 }
 
 void CDataProvider::m_GetCompressedData(std::vector<unsigned char>& out) {
-    // Freed only when the mutex is given back: that takes longer than the copying, and new lines
-    // need not wait for it.
-    std::list<std::vector<unsigned char>> consumed;
-    const std::lock_guard<std::mutex> lock(m_BufferMutex);
+    TakeSnapshot().Drain(DumpForm::kPlain, [&](const unsigned char* data, size_t size) {
+        out.insert(out.end(), data, data + size);
+    });
+}
+
+DumpSnapshot CDataProvider::TakeSnapshot() {
     CUtility* const utility = CUtility::Instance();
-    const bool consume = utility->isSelfInitiatePending();
-
     const std::string version = CDBOperations::Instance()->GetPolicyVersion();
+    DumpSnapshot snapshot;
+    std::vector<unsigned char> entries;
+    SourceDictionary forgotten;  // freed when the mutex is given back
+    {
+        const std::lock_guard<std::mutex> lock(m_BufferMutex);
+        const bool consume = utility->isSelfInitiatePending();
+        utility->m_Dictionary().AppendImage(entries);
+        snapshot.head.reserve(version.size() + entries.size() + 15);
+        packing::AppendLeb128(static_cast<int>(version.size()), snapshot.head);
+        snapshot.head.insert(snapshot.head.end(), version.begin(), version.end());
+        packing::AppendLeb128(static_cast<int>(entries.size()), snapshot.head);
+        snapshot.head.insert(snapshot.head.end(), entries.begin(), entries.end());
+        packing::AppendLeb128(utility->m_LastTime(), snapshot.head);
+        snapshot.records = m_Records.Share();
+        if (consume) {
+            // All memory is had: from here on nothing fails, so that records and dictionary always
+            // start afresh together.
+            m_Records.Clear();
+            m_ByteTotal = 0;
+            m_NextForgetting = 0;
+            std::swap(forgotten, utility->m_Dictionary());
+            utility->m_LastTime() = 0;
+        }
+    }
     TR_LOGI("Policy Version [%s] Len [%zu]", version.c_str(), version.size());
-    utility->m_GetBytePackedIntWithHeader(static_cast<int>(version.size()), out, false);
-    out.insert(out.end(), version.begin(), version.end());
-
-    utility->m_DumpLogTagPidTidMap(out, consume);
-    out.reserve(out.size() + m_ByteTotal);
-    for (const std::vector<unsigned char>& record : m_Records) {
-        out.insert(out.end(), record.begin(), record.end());
-    }
-    if (consume) {
-        consumed.swap(m_Records);
-        m_ByteTotal = 0;
-    }
+    CUtility::m_LogDictionary(entries);
+    return snapshot;
 }
 
 void CDataProvider::m_GetBootDataBuffer() {

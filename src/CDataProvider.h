@@ -1,24 +1,24 @@
 #pragma once
 
 #include <cstdint>
-#include <list>
 #include <mutex>
 #include <string>
 #include <vector>
 
-namespace line {
-class LogLine;
-}
+#include "DumpSnapshot.h"
+#include "RecordStore.h"
 
 // The compressed buffer and everything that fills it: the readers of the capture files, the
 // pipeline that turns a line into a record, the limit, and the snapshot that becomes a dump.
 //
 // The compressor thread reads and encodes, the dump writer takes snapshots, the main thread sets
 // size and policy at launch, policy first. The buffer mutex is held for the encoding of one line
-// and for the whole of a snapshot, so a dump never holds half a line or lacks a dictionary entry.
+// and while a snapshot is taken, which shares the records and copies no more than the open page,
+// so a dump never holds half a line or lacks a dictionary entry. No message is logged meanwhile.
 //
-// What is lost when the buffer is full: the oldest tenth of the records, or, with the
-// dump-on-full policy, nothing - reading stops until a dump has emptied the buffer.
+// What is lost when the buffer is full: the oldest tenth of the records, or the oldest page where
+// the limit counts memory, or, with the dump-on-full policy, nothing - reading stops until a dump
+// has emptied the buffer.
 class CDataProvider {
 public:
     // First called on the main thread before any worker exists.
@@ -32,6 +32,14 @@ public:
     void SetBufferSize(unsigned long long sizeKiB);
     // Bytes.
     unsigned long long GetBufferSize();
+    // What the limit counts: the bytes of the records, or the memory that they and the dictionary
+    // take.
+    void SetBufferCount(bool countMemory);
+    // The limit in KiB, whatever the feature mode and the dump-on-full policy.
+    void SetHistorySize(unsigned long long sizeKiB);
+    // Bytes of memory that records and dictionary take.
+    size_t GetHistoryMemory();
+    size_t GetRecordCount();
     // Adds the record being assembled to the byte total. The service never calls it.
     void UpdateBufferSize();
 
@@ -48,6 +56,9 @@ public:
     // Appends the dump image: policy version, dictionary, last log time, records. Consumes buffer
     // and dictionary when a self-initiated dump is pending, keeps both otherwise.
     void m_GetCompressedData(std::vector<unsigned char>& out);
+    // The same, to be written later. Where memory runs out it throws std::bad_alloc and has
+    // consumed nothing.
+    DumpSnapshot TakeSnapshot();
 
     // Drains the capture files of the device's boot, the older first, and deletes them.
     void m_GetBootDataBuffer();
@@ -55,10 +66,14 @@ public:
     void m_GetDataBuffer();
 
 private:
-    CDataProvider() = default;
+    CDataProvider();
 
-    // Fills m_Record; false for a line whose time runs backwards. REQUIRES: the buffer mutex.
-    bool m_EncodeRecord(const line::LogLine& line);
+    // True when the limit is met and a dump is wanted. REQUIRES: the buffer mutex.
+    bool m_ApplyLimit();
+    void m_BoundDictionary();
+    [[nodiscard]] size_t m_HistoryMemory() const;
+    // Pages of the size that fits the limit. REQUIRES: the settings mutex.
+    void m_FitPages();
     // The dump-on-full wait: asks for a dump and polls until one has emptied the buffer.
     void m_WaitForEmptyBuffer();
 
@@ -66,11 +81,14 @@ private:
 
     std::vector<unsigned char> m_Record;  // the record being assembled; keeps its capacity
     std::string m_JoinedMessage;          // a message that line feeds were taken out of
-    std::list<std::vector<unsigned char>> m_Records;  // oldest first, each exactly its length
+    RecordStore m_Records;
+    uint64_t m_RecordNumber = 0;  // of the next record, counted from the start of the process
+    size_t m_NextForgetting = 0;  // bytes of the dictionary at which it is gone through again
     std::mutex m_BufferMutex;
-    std::mutex m_SettingsMutex;                  // taken by the two setters only
+    std::mutex m_SettingsMutex;                  // taken by the setters only
     uint32_t m_ByteTotal = 0;                    // sum of the lengths in m_Records
     unsigned long long m_BufferLimit = 1048576;  // bytes
     bool m_FullDumpRequested = false;            // written by the compressor thread only
     bool m_DumpOnFull = false;
+    bool m_CountMemory = false;
 };

@@ -96,16 +96,17 @@ void CTREventManager::UnRegisterDumpOnPowerOff() {
     static_cast<void>(device_power_unsubscribe_state_changed_event(t_OnPoweroff));
 }
 
-void CTREventManager::RequestDumpOnFile(std::string path) {
+void CTREventManager::RequestDumpOnFile(std::string path, DumpForm form) {
     TR_LOGI("%s called", __func__);
-    SignalDumpData(std::move(path));
+    SignalDumpData(std::move(path), form);
 }
 
-void CTREventManager::SignalDumpData(std::string path) {
+void CTREventManager::SignalDumpData(std::string path, DumpForm form) {
     TR_LOGI("%s called", __func__);
     const DumpLock lock(&m_DumpMutex);
     ResetDumpTimer();
     if (CUtility::Instance()->setDumpPath(std::move(path))) {
+        CUtility::Instance()->setRequestedForm(form);
         g_cond_signal(&m_DumpCondition);
     }
 }
@@ -113,6 +114,11 @@ void CTREventManager::SignalDumpData(std::string path) {
 void CTREventManager::RequestDumpOnFullBuffer() {
     TR_LOGI("%s called", __func__);
     SignalSelfInitiateDumpData();
+}
+
+void CTREventManager::SetSelfInitiatedForm(DumpForm form) {
+    const DumpLock lock(&m_DumpMutex);
+    CUtility::Instance()->setSelfInitiatedForm(form);
 }
 
 void CTREventManager::SignalSelfInitiateDumpData() {

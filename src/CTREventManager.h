@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+#include "DumpSnapshot.h"
+
 // Everything that asks for a dump does so here: the timer, the power-off event, the full buffer
 // and a launcher's request.
 //
@@ -41,11 +43,13 @@ public:
     void UnRegisterDumpOnPowerOff();
 
     // A dump into `path`, which keeps the buffer. An empty path only restarts the timer.
-    void RequestDumpOnFile(std::string path);
-    void SignalDumpData(std::string path);
+    void RequestDumpOnFile(std::string path, DumpForm form = DumpForm::kPlain);
+    void SignalDumpData(std::string path, DumpForm form = DumpForm::kPlain);
     // A dump into the collecting service's folder, which consumes the buffer.
     void RequestDumpOnFullBuffer();
     void SignalSelfInitiateDumpData();
+    // The form of these, from now on.
+    void SetSelfInitiatedForm(DumpForm form);
 
     static int t_OnPoweroff(_device_power_state_info* info, void* user_data);
     static gboolean t_startTimerDump(void* data);

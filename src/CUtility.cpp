@@ -12,20 +12,10 @@
 #include <memory>
 #include <string_view>
 
-#include "LineParser.h"
 #include "Log.h"
 #include "RecordPacking.h"
 
 namespace fs = boost::filesystem;
-
-namespace {
-
-uint64_t SourceHash(uint32_t tag, int pid, int tid) {
-    const uint64_t ids = uint64_t{static_cast<uint32_t>(pid)} << 32U | static_cast<uint32_t>(tid);
-    return ids ^ tag * 0xC2B2AE3D27D4EB4FU;
-}
-
-}  // namespace
 
 CUtility* CUtility::m_pInstance = nullptr;
 
@@ -47,15 +37,32 @@ bool CUtility::m_IsDlogLine(std::string line) {
 bool CUtility::m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid,
                                       int& tid, std::string& message, std::string line) {
     const line::LogLine fields(line::TrimLeadingSpace(line));
-    if (!m_AcceptTime(fields.Time(), timeDelta)) {
+    Components components;
+    std::string joined;
+    const bool isAccepted = m_ReadComponents(fields, components, joined);
+    timeDelta = components.timeDelta;
+    if (!isAccepted) {
+        m_LogRefusedTime(fields.Time(), m_LastLogTime);
         return false;
     }
-    level = fields.Level();
-    tag = fields.Tag();
-    pid = fields.Pid();
-    tid = fields.Tid();
-    std::string joined;
-    message = fields.Message(joined);
+    level = components.level;
+    tag = components.tag;
+    pid = components.pid;
+    tid = components.tid;
+    message = components.message;
+    return true;
+}
+
+bool CUtility::m_ReadComponents(const line::LogLine& line, Components& out, std::string& joined) {
+    if (!m_AcceptTime(line.Time(), out.timeDelta)) {
+        return false;
+    }
+    // Read in this order: it decides which exception a malformed line raises.
+    out.level = line.Level();
+    out.tag = line.Tag();
+    out.pid = line.Pid();
+    out.tid = line.Tid();
+    out.message = line.Message(joined);
     return true;
 }
 
@@ -68,12 +75,15 @@ bool CUtility::m_AcceptTime(int time, int& timeDelta) {
     timeDelta = static_cast<int>(std::clamp<int64_t>(delta, std::numeric_limits<int>::min(),
                                                      std::numeric_limits<int>::max()));
     if (timeDelta < 0) {
-        TR_LOGD("Not dlog data, actualTimestamp:%d, m_LastLogTime:%d", time, m_LastLogTime);
         return false;
     }
     // Taken over before the rest is read: a line that is found broken further on still moves it.
     m_LastLogTime = time;
     return true;
+}
+
+void CUtility::m_LogRefusedTime(int time, int lastTime) {
+    TR_LOGD("Not dlog data, actualTimestamp:%d, m_LastLogTime:%d", time, lastTime);
 }
 
 std::string CUtility::m_GetLogLevel(std::string line) {
@@ -155,71 +165,61 @@ bool CUtility::m_GetHcodeByteArray(std::string hcode, std::vector<unsigned char>
 
 void CUtility::m_GetBitPacked(char level, std::string tag, int pid, int tid,
                               std::vector<unsigned char>& out) {
-    packing::AppendHeader(level, m_GetTidIndex(tag, pid, tid), out);
+    Components line;
+    line.level = level;
+    line.tag = tag;
+    line.pid = pid;
+    line.tid = tid;
+    // As if all records to come referred to it: nobody says when none does.
+    m_LogNewSource(m_AppendHeader(line, std::numeric_limits<uint64_t>::max(), out), tag, pid, tid);
 }
 
-int CUtility::m_GetTidIndex(std::string_view tag, int pid, int tid) {
-    const auto number = m_TagNumbers.find(tag);
-    if (number != m_TagNumbers.end()) {
-        const Source* const known =
-            m_Sources.Find(SourceHash(number->second, pid, tid), [&](const Source& source) {
-                return source.tag == number->second && source.pid == pid && source.tid == tid;
-            });
-        if (known != nullptr) {
-            return known->index;
-        }
+SourceDictionary::Entry CUtility::m_AppendHeader(const Components& line, uint64_t record,
+                                                 std::vector<unsigned char>& out) {
+    const SourceDictionary::Entry entry = m_Sources.Find(line.tag, line.pid, line.tid, record);
+    packing::AppendHeader(line.level, entry.index, out);
+    return entry;
+}
+
+void CUtility::m_LogNewSource(const SourceDictionary::Entry& entry, std::string_view tag, int pid,
+                              int tid) {
+    if (!entry.isNew) {
+        return;
     }
     const std::string key = std::string(tag) + "," + std::to_string(pid);
-    const auto [entry, isNewKey] = m_LogTagPidTidMap.try_emplace(key);
-    const auto [index, isNewTid] = entry->second.try_emplace(tid, m_LastTidIndex + 1);
-    if (isNewTid) {
-        ++m_LastTidIndex;
-        if (isNewKey) {
-            TR_LOGD("%s not found in m_LogTagPidTidMap.. Inserting..Tid:%d, Index:%d", key.c_str(),
-                    tid, m_LastTidIndex);
-        } else {
-            TR_LOGD("Tid %d not found in m_LogTagPidTidMap [%s].. Inserting..Index:%d", tid,
-                    key.c_str(), m_LastTidIndex);
-        }
+    if (entry.isNewKey) {
+        TR_LOGD("%s not found in m_LogTagPidTidMap.. Inserting..Tid:%d, Index:%d", key.c_str(), tid,
+                entry.index);
+    } else {
+        TR_LOGD("Tid %d not found in m_LogTagPidTidMap [%s].. Inserting..Index:%d", tid,
+                key.c_str(), entry.index);
     }
-    const std::string_view keptTag = std::string_view(entry->first).substr(0, tag.size());
-    const uint32_t tagNumber =
-        m_TagNumbers.emplace(keptTag, static_cast<uint32_t>(m_TagNumbers.size())).first->second;
-    m_Sources.Add(SourceHash(tagNumber, pid, tid), {tagNumber, pid, tid, index->second});
-    return index->second;
 }
 
 void CUtility::m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset) {
     std::vector<unsigned char> entries;
-    std::vector<unsigned char> pairs;
-    for (const auto& [key, indexes] : m_LogTagPidTidMap) {
-        const int keyLength = static_cast<int>(key.size());
-        TR_LOGD("logTagPidTidLen: %d", keyLength);
-        packing::AppendLeb128(keyLength, entries);
-        entries.insert(entries.end(), key.begin(), key.end());
-
-        pairs.clear();
-        for (const auto& [tid, index] : indexes) {
-            packing::AppendLeb128(tid, pairs);
-            packing::AppendLeb128(index, pairs);
-        }
-        const int pairsLength = static_cast<int>(pairs.size());
-        TR_LOGD("tidIndexLen: %d", pairsLength);
-        packing::AppendLeb128(pairsLength, entries);
-        entries.insert(entries.end(), pairs.begin(), pairs.end());
-    }
-    TR_LOGI("mapData.size(): %zu", entries.size());
+    m_Sources.AppendImage(entries);
+    m_LogDictionary(entries);
     packing::AppendLeb128(static_cast<int>(entries.size()), out);
     out.insert(out.end(), entries.begin(), entries.end());
     packing::AppendLeb128(m_LastLogTime, out);
-
     if (reset) {
-        m_Sources.Clear();
-        m_TagNumbers.clear();
-        m_LogTagPidTidMap.clear();
+        m_Sources = SourceDictionary();
         m_LastLogTime = 0;
-        m_LastTidIndex = 0;
     }
+}
+
+void CUtility::m_LogDictionary(const std::vector<unsigned char>& entries) {
+    const unsigned char* const end = entries.data() + entries.size();
+    for (const unsigned char* at = entries.data(); at != end;) {
+        const uint32_t keyLength = packing::ReadLeb128(at);
+        TR_LOGD("logTagPidTidLen: %d", static_cast<int>(keyLength));
+        at += keyLength;
+        const uint32_t pairsLength = packing::ReadLeb128(at);
+        TR_LOGD("tidIndexLen: %d", static_cast<int>(pairsLength));
+        at += pairsLength;
+    }
+    TR_LOGI("mapData.size(): %zu", entries.size());
 }
 
 void CUtility::SetPolicyMode(int mode) {
@@ -254,6 +254,10 @@ std::string CUtility::getDumpPath() {
     return m_DumpPath;
 }
 
+DumpForm CUtility::getDumpForm() {
+    return m_SelfInitiate ? m_SelfInitiatedForm : m_RequestedForm;
+}
+
 bool CUtility::CheckSymbolicLink(const char* path) {
     struct stat status {};
     if (lstat(path, &status) != 0) {
@@ -272,14 +276,25 @@ bool CUtility::CheckSymbolicLink(const char* path) {
 }
 
 bool CUtility::GenerateUniqueName(const fs::path& folder, const fs::path& name, fs::path& result) {
+    const std::string& text = name.string();
+    const size_t dot = text.rfind('.');
+    if (dot == std::string::npos) {
+        boost::system::error_code error;
+        if (fs::exists(fs::status(folder / name, error))) {
+            static_cast<void>(text.substr(dot));  // throws; the writer's own names have a dot
+        }
+        return GenerateUniqueName(folder, text, "", result);
+    }
+    return GenerateUniqueName(folder, text.substr(0, dot), text.substr(dot), result);
+}
+
+bool CUtility::GenerateUniqueName(const fs::path& folder, const std::string& stem,
+                                  const std::string& extension, fs::path& result) {
     boost::system::error_code error;
-    result = folder / name;
+    result = folder / (stem + extension);
     fs::file_status status = fs::status(result, error);
     for (int counter = 1; fs::exists(status); ++counter) {
-        const std::string& text = name.string();
-        const size_t dot = text.rfind('.');
-        // substr refuses a name without a dot; the writer's own name has one.
-        result = folder / (text.substr(0, dot) + "_" + std::to_string(counter) + text.substr(dot));
+        result = folder / (stem + "_" + std::to_string(counter) + extension);
         status = fs::status(result, error);
     }
     if (status.type() != fs::file_not_found) {

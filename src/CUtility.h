@@ -2,13 +2,13 @@
 
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
-#include "HashIndex.h"
+#include "DumpSnapshot.h"
+#include "LineParser.h"
+#include "SourceDictionary.h"
 
 // The process-wide helper: line analysis, the byte-level encodings, the tag/process/thread
 // dictionary, the dump request and the file-system helpers of the dump writer.
@@ -16,7 +16,7 @@
 // Created on the main thread before any worker thread exists; never destroyed. It has no lock of
 // its own:
 //   line analysis, dictionary, last log time   the data provider's buffer mutex
-//   self-initiated flag, dump path             the trigger manager's dump mutex
+//   self-initiated flag, dump path and forms   the trigger manager's dump mutex
 //   policy mode                                set on the main thread before the compressor starts
 class CUtility {
 public:
@@ -38,8 +38,19 @@ public:
     bool m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid, int& tid,
                                 std::string& message, std::string line);
 
-    // The step of m_GetLogLineComponents that decides: `time` is the line's, in milliseconds.
-    bool m_AcceptTime(int time, int& timeDelta);
+    // The same, and how the recorder itself splits a line, as views; logs nothing. `line` has no
+    // leading white space; `joined` holds a message that line feeds were taken out of.
+    struct Components {
+        int timeDelta = 0;
+        char level = 0;
+        std::string_view tag;
+        int pid = 0;
+        int tid = 0;
+        std::string_view message;
+    };
+    bool m_ReadComponents(const line::LogLine& line, Components& out, std::string& joined);
+    // The message about a line for which that was false.
+    static void m_LogRefusedTime(int time, int lastTime);
 
     // Single fields by slightly different rules than m_GetLogLineComponents; each logs what it
     // found. The service never calls them.
@@ -65,10 +76,21 @@ public:
     // The record header of a line: level code and dictionary index, which is created when new.
     void m_GetBitPacked(char level, std::string tag, int pid, int tid,
                         std::vector<unsigned char>& out);
-    // The index in the dictionary, created when new; 1 or more.
-    int m_GetTidIndex(std::string_view tag, int pid, int tid);
+    // The same, and how the recorder itself makes a header; logs nothing. `record` is the number of
+    // the record that the header is for.
+    SourceDictionary::Entry m_AppendHeader(const Components& line, uint64_t record,
+                                           std::vector<unsigned char>& out);
+    // The message about an entry that is new.
+    static void m_LogNewSource(const SourceDictionary::Entry& entry, std::string_view tag, int pid,
+                               int tid);
     // The serialised dictionary and the last log time; empties both when `reset`.
     void m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset);
+    // The messages about a serialised dictionary's entries.
+    static void m_LogDictionary(const std::vector<unsigned char>& entries);
+
+    // For the snapshot, which keeps its time under the lock short.
+    SourceDictionary& m_Dictionary() { return m_Sources; }
+    int& m_LastTime() { return m_LastLogTime; }
 
     // --- Launch settings and dump request ----------------------------------------------------
 
@@ -79,6 +101,12 @@ public:
     // Refuses an empty path and keeps the one before.
     bool setDumpPath(std::string path);
     std::string getDumpPath();
+    // The form of requested dumps, the next and those that follow its path, and of self-initiated
+    // ones.
+    void setRequestedForm(DumpForm form) { m_RequestedForm = form; }
+    void setSelfInitiatedForm(DumpForm form) { m_SelfInitiatedForm = form; }
+    // The form of the dump that is pending.
+    DumpForm getDumpForm();
 
     // --- Files and folders of the dump writer ------------------------------------------------
 
@@ -89,6 +117,9 @@ public:
     // Throws std::out_of_range for a taken name without a dot.
     bool GenerateUniqueName(const boost::filesystem::path& folder,
                             const boost::filesystem::path& name, boost::filesystem::path& result);
+    // The same for a name whose extension has more than one dot.
+    bool GenerateUniqueName(const boost::filesystem::path& folder, const std::string& stem,
+                            const std::string& extension, boost::filesystem::path& result);
     // Sets `size` to the bytes of the folder's direct entries, up to the first that has no size.
     void GetFoldersize(std::string folder, unsigned long long& size);
     // Base names of the code databases (*.db) in a folder. The service never calls it.
@@ -96,26 +127,17 @@ public:
                      std::vector<std::string>& names);
 
 private:
-    // What the index of a dictionary entry is found by.
-    struct Source {
-        uint32_t tag;  // its number in m_TagNumbers
-        int pid;
-        int tid;
-        int index;
-    };
-
     CUtility() = default;
+
+    bool m_AcceptTime(int time, int& timeDelta);
 
     static CUtility* m_pInstance;
 
-    // "tag,pid" to (thread id to index). Indexes count from 1 in the order of first appearance.
-    std::map<std::string, std::map<int, int>> m_LogTagPidTidMap;
-    // In front of the dictionary, whose keys own the tags; their numbers count from 0.
-    std::unordered_map<std::string_view, uint32_t> m_TagNumbers;
-    HashIndex<Source> m_Sources;
-    int m_LastLogTime = 0;   // milliseconds; 0 when no line was accepted since the last reset
-    int m_LastTidIndex = 0;  // the last index given; 0 when none
+    SourceDictionary m_Sources;
+    int m_LastLogTime = 0;  // milliseconds; 0 when no line was accepted since the last reset
     bool m_SelfInitiate = false;
     std::string m_DumpPath;
+    DumpForm m_RequestedForm = DumpForm::kPlain;
+    DumpForm m_SelfInitiatedForm = DumpForm::kPlain;
     int m_PolicyMode = 0;
 };

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -106,6 +107,56 @@ void RegisterTriggers(app_control_h appControl) {
     }
 }
 
+// What goes beyond the keys that every launcher knows. Unlike those, a word that is not one of them
+// is refused: nobody depends on its being ignored.
+struct Settings {
+    bool countsMemory = false;
+    unsigned long long historyKiB = 0;  // 0 for the buffer's own size
+    DumpForm form = DumpForm::kPlain;
+};
+
+std::optional<DumpForm> ReadForm(app_control_h appControl) {
+    const ExtraData form(appControl, "DUMPFORM");
+    if (!form || form.Get() == std::string_view("plain")) {
+        return DumpForm::kPlain;
+    }
+    if (form.Get() == std::string_view("zstd")) {
+        return DumpForm::kZstd;
+    }
+    TR_LOGE("DUMPFORM must be plain or zstd, not [%s]", form.Get());
+    return std::nullopt;
+}
+
+std::optional<Settings> ReadSettings(app_control_h appControl) {
+    Settings settings;
+    const ExtraData count(appControl, "RQBCOUNT");
+    if (count) {
+        settings.countsMemory = count.Get() == std::string_view("memory");
+        if (!settings.countsMemory && count.Get() != std::string_view("records")) {
+            TR_LOGE("RQBCOUNT must be records or memory, not [%s]", count.Get());
+            return std::nullopt;
+        }
+    }
+    const ExtraData history(appControl, "RQBHISTORY");
+    if (history) {
+        const std::string_view text = history.Get();
+        constexpr size_t kMostDigits = 9;  // a terabyte, nearly
+        settings.historyKiB = std::strtoull(history.Get(), nullptr, 10);
+        if (text.size() > kMostDigits || settings.historyKiB == 0 ||
+            text.find_first_not_of("0123456789") != std::string_view::npos) {
+            TR_LOGE("RQBHISTORY must be a number of KiB from 1 to 999999999, not [%s]",
+                    history.Get());
+            return std::nullopt;
+        }
+    }
+    const std::optional<DumpForm> form = ReadForm(appControl);
+    if (!form) {
+        return std::nullopt;
+    }
+    settings.form = *form;
+    return settings;
+}
+
 void StartCapture(app_control_h appControl) {
     const ExtraData tagList(appControl, "LOGTAG");
     const ExtraData levelList(appControl, "LOGLEVEL");
@@ -113,6 +164,11 @@ void StartCapture(app_control_h appControl) {
     const ExtraData policyMode(appControl, "POLICYMODE");
     if (!tagList || !levelList || !bufferKiB || !policyMode) {
         TR_LOGE("LOGTAG or LOGLEVEL or RQBBUFFER or POLICYMODE not provided in launch_app args");
+        ui_app_exit();
+        return;
+    }
+    const std::optional<Settings> settings = ReadSettings(appControl);
+    if (!settings) {
         ui_app_exit();
         return;
     }
@@ -135,6 +191,13 @@ void StartCapture(app_control_h appControl) {
     // Sign-extended, so that a negative size is a huge one.
     CDataProvider::Instance()->SetBufferSize(
         static_cast<unsigned long long>(static_cast<long long>(ToInt(bufferKiB.Get()))));
+    if (settings->historyKiB != 0) {
+        CDataProvider::Instance()->SetHistorySize(settings->historyKiB);
+    }
+    if (settings->countsMemory) {
+        CDataProvider::Instance()->SetBufferCount(true);
+    }
+    CTREventManager::GetInstance()->SetSelfInitiatedForm(settings->form);
     CLogCompressor::Instance();
 }
 
@@ -144,8 +207,12 @@ void RequestDump(app_control_h appControl) {
         TR_LOGE("DUMP not provided in launch_app args");
         return;
     }
+    const std::optional<DumpForm> form = ReadForm(appControl);
+    if (!form) {
+        return;
+    }
     TR_LOGI("Trigger received to dump data on request at path [%s]", path.Get());
-    CTREventManager::GetInstance()->RequestDumpOnFile(path.Get());
+    CTREventManager::GetInstance()->RequestDumpOnFile(path.Get(), *form);
 }
 
 }  // namespace

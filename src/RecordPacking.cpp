@@ -1,5 +1,6 @@
 #include "RecordPacking.h"
 
+#include <algorithm>
 #include <bitset>
 #include <string>
 
@@ -38,6 +39,27 @@ void AppendLeb128(int value, Bytes& out) {
     }
 }
 
+size_t Leb128Size(int value) {
+    size_t size = 1;
+    // Until nothing but the sign, bit 6 of the last group, is left.
+    for (value >>= 6; value != 0 && value != -1; value >>= 7) {
+        ++size;
+    }
+    return size;
+}
+
+uint32_t ReadLeb128(const unsigned char*& data) {
+    uint32_t value = 0;
+    unsigned shift = 0;
+    unsigned char group = 0;
+    do {
+        group = *data++;
+        value |= static_cast<uint32_t>(group & 0x7F) << shift;
+        shift += 7;
+    } while ((group & 0x80) != 0);
+    return value;
+}
+
 void AppendCodeText(std::string_view code, Bytes& out) {
     for (size_t at = 0; at < code.size(); at += 8) {
         unsigned byte = 0;
@@ -67,6 +89,17 @@ void AppendHeader(char level, int index, Bytes& out) {
         out.push_back(static_cast<unsigned char>(0x80U | ((value >> (7 * group)) & 0x7FU)));
     }
     out.push_back(static_cast<unsigned char>(value & 0x7FU));
+}
+
+size_t RecordLength(const unsigned char* data, size_t size) {
+    const unsigned char* at = data;
+    static_cast<void>(ReadLeb128(at));  // the time delta
+    bool more = (*at++ & 0x10) != 0;
+    while (more) {
+        more = (*at++ & 0x80) != 0;
+    }
+    const size_t message = ReadLeb128(at);
+    return std::min(static_cast<size_t>(at - data) + message, size);
 }
 
 }  // namespace packing
