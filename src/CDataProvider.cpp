@@ -209,7 +209,9 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
         m_Record.insert(m_Record.end(), code->begin(), code->end());
     } else {
         packing::AppendLeb128(static_cast<int>(fields.message.size()), m_Record);
-        m_Record.insert(m_Record.end(), fields.message.begin(), fields.message.end());
+        // As bytes: from characters it would be one at a time.
+        const auto* const message = reinterpret_cast<const unsigned char*>(fields.message.data());
+        m_Record.insert(m_Record.end(), message, message + fields.message.size());
     }
     m_Records.Append(m_Record.data(), m_Record.size());
     ++m_RecordNumber;

@@ -16,10 +16,10 @@ namespace {
 
 // Chosen by measurement, see docs/benchmarks.md.
 constexpr int kLevel = 1;
-constexpr size_t kBases = 4;        // pages of a group that are the dictionary of the others
+constexpr size_t kBasePages = 2;    // a base has the size of so many pages
 constexpr size_t kGroupPages = 36;  // after so many the dictionary is made anew
-constexpr double kGain = 0.95;      // the dictionary is used where pages get this much smaller
-constexpr int kWindowLog = 20;      // reaches over a page and all its bases
+constexpr double kGain = 0.95;      // it is used where pages get this much smaller by it
+constexpr int kWindowLog = 20;      // reaches over a page and its dictionary
 constexpr ZSTD_compressionParameters kDictionaryParameters = {kWindowLog, 6, 14,       1,
                                                               6,          0, ZSTD_fast};
 
@@ -62,19 +62,34 @@ struct Block {
 };
 
 // `scratch` grows to what the worst case needs; of that only the result's bytes are touched.
-size_t Pack(ZSTD_CCtx* packer, const unsigned char* data, size_t size, Block& scratch) {
-    const size_t bound = ZSTD_compressBound(size);
+size_t Pack(ZSTD_CCtx* packer, const RecordStore::Bytes& plain, size_t skipped, Block& scratch) {
+    const size_t bound = ZSTD_compressBound(plain.size());
     if (scratch.size < bound) {
-        scratch.data.reset(new unsigned char[bound]);
-        scratch.size = bound;
+        scratch = {std::unique_ptr<unsigned char[]>(new unsigned char[bound]), bound};
     }
-    return Checked(ZSTD_compress2(packer, scratch.data.get(), bound, data, size));
+    return Checked(ZSTD_compress2(packer, scratch.data.get(), bound, plain.data() + skipped,
+                                  plain.size() - skipped));
+}
+
+// In memory of exactly its size. `dictionary` may be null.
+Block Packed(const RecordStore::Bytes& plain, const ZSTD_CDict* dictionary) {
+    // In use only while a page is sealed: it would be a large part of a small store.
+    const Packer packer = MakePacker();
+    if (dictionary != nullptr) {
+        Checked(ZSTD_CCtx_setParameter(packer.get(), ZSTD_c_windowLog, kWindowLog));
+        Checked(ZSTD_CCtx_refCDict(packer.get(), dictionary));
+    }
+    Block scratch;
+    const size_t size = Pack(packer.get(), plain, 0, scratch);
+    Block packed{std::unique_ptr<unsigned char[]>(new unsigned char[size]), size};
+    std::copy_n(scratch.data.get(), size, packed.data.get());
+    return packed;
 }
 
 }  // namespace
 
 struct RecordStore::Page {
-    std::shared_ptr<const Page> base;  // the last of those that are its dictionary; null for none
+    std::shared_ptr<const Page> base;  // the page that is its dictionary; null for none
     bool isBase = false;
     size_t bytes = 0;
     size_t records = 0;
@@ -84,10 +99,12 @@ struct RecordStore::Page {
     [[nodiscard]] size_t Memory() const { return sizeof(Page) + 64 + packed.size; }
 };
 
-struct RecordStore::Prepared {
-    Bytes bases;
-    Dictionary dictionary;  // refers to `bases`
-    size_t memory = 0;      // bytes of both
+struct RecordStore::Group {
+    std::shared_ptr<const Page> base;
+    Bytes plain;            // the base's bytes
+    Dictionary dictionary;  // refers to `plain`; null until it is first needed
+    size_t pages = 0;       // that were packed with it
+    size_t memory = 0;      // bytes of all but the page
 };
 
 namespace {
@@ -95,47 +112,34 @@ namespace {
 class Unpacker {
 public:
     // Valid until the next call.
-    const RecordStore::Bytes& Unpack(const std::shared_ptr<const RecordStore::Page>& page);
+    const RecordStore::Bytes& Unpack(const RecordStore::Page& page);
 
 private:
-    void LoadBases(const std::shared_ptr<const RecordStore::Page>& last);
-    void AppendTo(RecordStore::Bytes& out, size_t baseBytes, const RecordStore::Page& page);
+    void UnpackTo(RecordStore::Bytes& out, const RecordStore::Page& page);
 
     using Context = std::unique_ptr<ZSTD_DCtx, FreeWith<ZSTD_DCtx, ZSTD_freeDCtx>>;
     Context context_ = Made<Context>(ZSTD_createDCtx());
-    RecordStore::Bytes bases_;
-    std::shared_ptr<const RecordStore::Page> lastBase_;  // up to which bases_ goes
+    std::shared_ptr<const RecordStore::Page> base_;  // what dictionary_ is of
+    RecordStore::Bytes dictionary_;
     RecordStore::Bytes page_;
 };
 
-const RecordStore::Bytes& Unpacker::Unpack(const std::shared_ptr<const RecordStore::Page>& page) {
-    LoadBases(page->base);
-    page_.clear();
-    AppendTo(page_, bases_.size(), *page);
+const RecordStore::Bytes& Unpacker::Unpack(const RecordStore::Page& page) {
+    if (page.base != nullptr) {
+        if (page.base != base_) {
+            base_.reset();  // nothing is loaded when the rest throws
+            UnpackTo(dictionary_, *page.base);
+            base_ = page.base;
+        }
+        Checked(ZSTD_DCtx_refPrefix(context_.get(), dictionary_.data(), dictionary_.size()));
+    }
+    UnpackTo(page_, page);
     return page_;
 }
 
-void Unpacker::LoadBases(const std::shared_ptr<const RecordStore::Page>& last) {
-    if (last == lastBase_) {
-        return;
-    }
-    lastBase_.reset();  // nothing is loaded when the rest throws
-    if (last == nullptr) {
-        bases_.clear();
-        return;
-    }
-    LoadBases(last->base);
-    AppendTo(bases_, bases_.size(), *last);
-    lastBase_ = last;
-}
-
-void Unpacker::AppendTo(RecordStore::Bytes& out, size_t baseBytes, const RecordStore::Page& page) {
-    const size_t start = out.size();
-    out.resize(start + page.bytes);
-    if (baseBytes != 0) {
-        Checked(ZSTD_DCtx_refPrefix(context_.get(), bases_.data(), baseBytes));
-    }
-    const size_t size = Checked(ZSTD_decompressDCtx(context_.get(), out.data() + start, page.bytes,
+void Unpacker::UnpackTo(RecordStore::Bytes& out, const RecordStore::Page& page) {
+    out.resize(page.bytes);
+    const size_t size = Checked(ZSTD_decompressDCtx(context_.get(), out.data(), out.size(),
                                                     page.packed.data.get(), page.packed.size));
     if (size != page.bytes) {
         throw std::runtime_error("zstd: a page unpacks to another size");
@@ -147,7 +151,7 @@ void Unpacker::AppendTo(RecordStore::Bytes& out, size_t baseBytes, const RecordS
 void RecordStore::Snapshot::Drain(const Sink& sink) {
     Unpacker unpacker;
     for (; !pages_.empty(); pages_.pop_front()) {
-        const Bytes& page = unpacker.Unpack(pages_.front());
+        const Bytes& page = unpacker.Unpack(*pages_.front());
         sink(page.data() + skipped_, page.size() - skipped_);
         skipped_ = 0;
     }
@@ -158,23 +162,22 @@ void RecordStore::Snapshot::DrainPacked(const Bytes& head, const Sink& sink) {
     Unpacker unpacker;
     const Packer packer = MakePacker();
     Block scratch;
-    const auto pack = [&](const unsigned char* data, size_t size) {
-        const size_t packed = Pack(packer.get(), data, size, scratch);
-        sink(scratch.data.get(), packed);
+    const auto pack = [&](const Bytes& plain, size_t skipped) {
+        const size_t size = Pack(packer.get(), plain, skipped, scratch);
+        sink(scratch.data.get(), size);
     };
-    pack(head.data(), head.size());
+    pack(head, 0);
     for (; !pages_.empty(); pages_.pop_front()) {
         const Page& page = *pages_.front();
         if (page.base == nullptr && skipped_ == 0) {
             sink(page.packed.data.get(), page.packed.size);
         } else {
-            const Bytes& plain = unpacker.Unpack(pages_.front());
-            pack(plain.data() + skipped_, plain.size() - skipped_);
+            pack(unpacker.Unpack(page), skipped_);
         }
         skipped_ = 0;
     }
     if (!open_.empty()) {
-        pack(open_.data(), open_.size());
+        pack(open_, 0);
     }
 }
 
@@ -185,105 +188,85 @@ RecordStore::~RecordStore() = default;
 void RecordStore::SetPages(size_t pageSize, bool withDictionary) {
     pageSize_ = pageSize;
     withDictionary_ = withDictionary;
-    StartGroup();
+    group_.reset();
 }
 
 void RecordStore::Append(const unsigned char* data, size_t size) {
-    if (OpenSize() != 0 && OpenSize() + size > pageSize_) {
+    if (group_ != nullptr && group_->dictionary == nullptr) {
+        // Not when the base is sealed: no single call is to wait for both.
+        group_->dictionary = Made<Dictionary>(ZSTD_createCDict_advanced(
+            group_->plain.data(), group_->plain.size(), ZSTD_dlm_byRef, ZSTD_dct_rawContent,
+            kDictionaryParameters, ZSTD_defaultCMem));
+        group_->memory = group_->plain.capacity() + ZSTD_sizeof_CDict(group_->dictionary.get());
+    }
+    if (!plain_.empty() && plain_.size() + size > OpenLimit()) {
         Seal();
     }
-    ReserveFor(size);
+    if (plain_.size() + size > plain_.capacity()) {
+        // At once for all that is to come, so that a page's memory is what it holds.
+        plain_.reserve(std::max(plain_.size() + size, OpenLimit()));
+    }
     plain_.insert(plain_.end(), data, data + size);
     ++openRecords_;
     ++records_;
 }
 
-// At once for all that is to come, so that a page's memory is what it holds.
-void RecordStore::ReserveFor(size_t size) {
-    const size_t needed = plain_.size() + size;
-    if (needed <= plain_.capacity()) {
-        return;
-    }
-    plain_.reserve(
-        std::max({needed, openAt_ + pageSize_, CollectsBases() ? kBases * pageSize_ : 0}));
+bool RecordStore::IsBaseOpen() const {
+    return withDictionary_ && group_ == nullptr && withoutDictionary_ == 0;
+}
+
+size_t RecordStore::OpenLimit() const {
+    return IsBaseOpen() ? kBasePages * pageSize_ : pageSize_;
 }
 
 void RecordStore::Seal() {
     const auto page = std::make_shared<Page>();
-    {
-        const Packer packer = MakePacker();
-        if (prepared_ != nullptr || openAt_ != 0) {
-            Checked(ZSTD_CCtx_setParameter(packer.get(), ZSTD_c_windowLog, kWindowLog));
-            Checked(prepared_ != nullptr
-                        ? ZSTD_CCtx_refCDict(packer.get(), prepared_->dictionary.get())
-                        : ZSTD_CCtx_refPrefix(packer.get(), plain_.data(), openAt_));
-        }
-        Block scratch;
-        const size_t size = Pack(packer.get(), plain_.data() + openAt_, OpenSize(), scratch);
-        page->packed = {std::unique_ptr<unsigned char[]>(new unsigned char[size]), size};
-        std::copy_n(scratch.data.get(), size, page->packed.data.get());
-    }
-    page->base = lastBase_;
-    page->isBase = CollectsBases();
-    page->bytes = OpenSize();
+    page->bytes = plain_.size();
     page->records = openRecords_;
-
-    const double ratio = static_cast<double>(page->packed.size) / static_cast<double>(page->bytes);
-    const bool areBasesComplete = page->isBase && groupPages_ + 1 == kBases;
-    std::unique_ptr<Prepared> prepared;
-    if (areBasesComplete && ratio < kGain * firstRatio_) {
-        prepared = std::make_unique<Prepared>();
-        prepared->dictionary = Made<Dictionary>(ZSTD_createCDict_advanced(
-            plain_.data(), plain_.size(), ZSTD_dlm_byRef, ZSTD_dct_rawContent,
-            kDictionaryParameters, ZSTD_defaultCMem));
-        prepared->memory = plain_.capacity() + ZSTD_sizeof_CDict(prepared->dictionary.get());
+    page->isBase = IsBaseOpen();
+    page->base = group_ == nullptr ? nullptr : group_->base;
+    page->packed = Packed(plain_, group_ == nullptr ? nullptr : group_->dictionary.get());
+    if (group_ != nullptr && group_->pages == 0) {
+        Block without = Packed(plain_, nullptr);
+        if (static_cast<double>(page->packed.size) > kGain * static_cast<double>(without.size)) {
+            page->base = nullptr;
+            page->packed = std::move(without);
+        }
+    }
+    std::unique_ptr<Group> group;
+    if (page->isBase) {
+        group = std::make_unique<Group>();
+        group->base = page;
+        group->memory = plain_.capacity();
     }
     pages_.push_back(page);
 
     // From here on nothing throws.
     packed_ += page->Memory();
     openRecords_ = 0;
-    firstRatio_ = groupPages_ == 0 ? ratio : firstRatio_;
-    ++groupPages_;
-    if (page->isBase) {
-        lastBase_ = page;
-        openAt_ = plain_.size();
-    } else if (plain_.capacity() > 2 * pageSize_) {
+    if (group != nullptr) {
+        group->plain.swap(plain_);
+        group_ = std::move(group);
+        return;
+    }
+    if (plain_.capacity() > 2 * pageSize_) {
         Bytes().swap(plain_);  // was made for a large record
     } else {
         plain_.clear();
     }
-    if (prepared != nullptr) {
-        prepared->bases.swap(plain_);
-        prepared_ = std::move(prepared);
-        openAt_ = 0;
-    } else if (areBasesComplete) {
-        StartGroup();
+    if (group_ == nullptr) {
+        withoutDictionary_ -= std::min<size_t>(withoutDictionary_, 1);
+    } else if (page->base == nullptr) {
+        group_.reset();
         withoutDictionary_ = kGroupPages;
-        return;
+    } else if (++group_->pages == kGroupPages) {
+        group_.reset();
     }
-    withoutDictionary_ -= std::min<size_t>(withoutDictionary_, 1);
-    if (groupPages_ == kGroupPages) {
-        StartGroup();
-    }
-}
-
-bool RecordStore::CollectsBases() const {
-    return withDictionary_ && prepared_ == nullptr && withoutDictionary_ == 0;
-}
-
-void RecordStore::StartGroup() noexcept {
-    prepared_.reset();
-    lastBase_.reset();
-    plain_.erase(plain_.begin(), plain_.begin() + static_cast<std::ptrdiff_t>(openAt_));
-    openAt_ = 0;
-    groupPages_ = 0;
 }
 
 void RecordStore::Clear() noexcept {
     plain_.clear();
-    openAt_ = 0;
-    StartGroup();
+    group_.reset();
     pages_.clear();
     skippedBytes_ = skippedRecords_ = openRecords_ = records_ = packed_ = kept_ = 0;
 }
@@ -306,14 +289,13 @@ size_t RecordStore::DropOldest(size_t count, RecordLength length) {
     };
     count = std::min(count, records_);
     if (pages_.empty()) {
-        const size_t dropped = cut(plain_.data() + openAt_, OpenSize());
-        const auto open = plain_.begin() + static_cast<std::ptrdiff_t>(openAt_);
-        plain_.erase(open, open + static_cast<std::ptrdiff_t>(dropped));
+        const size_t dropped = cut(plain_.data(), plain_.size());
+        plain_.erase(plain_.begin(), plain_.begin() + static_cast<std::ptrdiff_t>(dropped));
         openRecords_ -= count;
         bytes += dropped;
     } else {
         Unpacker unpacker;
-        const Bytes& page = unpacker.Unpack(pages_.front());
+        const Bytes& page = unpacker.Unpack(*pages_.front());
         const size_t dropped = cut(page.data() + skippedBytes_, page.size() - skippedBytes_);
         skippedBytes_ += dropped;
         skippedRecords_ += count;
@@ -325,8 +307,8 @@ size_t RecordStore::DropOldest(size_t count, RecordLength length) {
 
 size_t RecordStore::DropOldestPage() {
     if (pages_.empty()) {
-        const size_t bytes = OpenSize();
-        plain_.resize(openAt_);
+        const size_t bytes = plain_.size();
+        plain_.clear();
         records_ = openRecords_ = 0;
         return bytes;
     }
@@ -335,10 +317,10 @@ size_t RecordStore::DropOldestPage() {
     const size_t bytes = page->bytes - skippedBytes_;
     records_ -= page->records - skippedRecords_;
     skippedBytes_ = skippedRecords_ = 0;
-    // A base stays until all pages of its group are gone; they lie one after the other.
+    // A base stays until all pages of its group, which come one after the other, are gone.
     (page->isBase ? kept_ : packed_) += page->isBase ? page->Memory() : 0 - page->Memory();
     if (pages_.empty()) {
-        StartGroup();
+        group_.reset();
     }
     if (pages_.empty() || pages_.front()->base == nullptr) {
         packed_ -= kept_;
@@ -351,11 +333,11 @@ RecordStore::Snapshot RecordStore::Share() const {
     Snapshot snapshot;
     snapshot.pages_ = pages_;
     snapshot.skipped_ = skippedBytes_;
-    snapshot.open_.assign(plain_.begin() + static_cast<std::ptrdiff_t>(openAt_), plain_.end());
+    snapshot.open_.assign(plain_.begin(), plain_.end());
     return snapshot;
 }
 
 size_t RecordStore::Memory() const {
     const size_t bytes = packed_ + pages_.size() * sizeof(pages_.front()) + plain_.capacity();
-    return bytes + (prepared_ == nullptr ? 0 : prepared_->memory);
+    return bytes + (group_ == nullptr ? 0 : group_->memory);
 }

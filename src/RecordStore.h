@@ -11,14 +11,12 @@
 //
 // Records are appended to an open page, which is plain. A page that is full is sealed: packed by
 // zstd, with a checksum, into memory of exactly that size, and never changed again, so that a
-// snapshot shares it. Later pages may be packed with the first ones of their group as dictionary:
+// snapshot shares it. With a dictionary, the first page of each group is the base with which the
+// others are packed; it stays for as long as one of them:
 //
-//   group of 36 pages, dictionary on          | group ...
-//  +------+------+------+------+------+--   --+------+
-//  | base | base | base | base | page |  ...  | page |     open page
-//  +------+------+------+------+------+--   --+------+   +- - - -+
-//      each packed with the bases before it as dictionary; all bases stay for as long as a page
-//      that was packed with them
+//  +---------------+-------+-------+--   --+-------+---------------+-------+--
+//  |     base      | page  | page  |  ...  | page  |     base      | page  | ...    open page
+//  +---------------+-------+-------+--   --+-------+---------------+-------+--
 //
 // Bytes in, bytes out: what a record, a limit or a lock is, the owner knows. Not synchronised.
 // Any call that adds throws std::bad_alloc where memory runs out and then changes nothing.
@@ -35,7 +33,7 @@ public:
     class Snapshot {
     public:
         // All record bytes, oldest first, a page at a time. Gives every page back as soon as it is
-        // handed on; needs memory for a page and a group's bases.
+        // handed on; needs memory for a page and for a base.
         // Throws std::runtime_error where a page does not unpack to what it was made from.
         void Drain(const Sink& sink);
         // The same as a chain of zstd frames, each with size and checksum: one of `head`, one for
@@ -63,7 +61,7 @@ public:
     void Append(const unsigned char* data, size_t size);
 
     // Drops the oldest `count` records, or all. Returns the bytes they had. Unpacks the page in
-    // which the cut lies, no other but its bases.
+    // which the cut lies, and its base.
     size_t DropOldest(size_t count, RecordLength length);
     // Drops the oldest page, the open one when it is the only one. Returns the bytes it had.
     size_t DropOldestPage();
@@ -77,14 +75,12 @@ public:
     [[nodiscard]] size_t Memory() const;
 
 private:
-    struct Prepared;  // the bases of the open group, made ready as dictionary
+    struct Group;  // whose pages are being packed with one dictionary
 
-    [[nodiscard]] bool CollectsBases() const;
-    [[nodiscard]] size_t OpenSize() const { return plain_.size() - openAt_; }
-    void ReserveFor(size_t size);
+    [[nodiscard]] bool IsBaseOpen() const;
+    // Bytes at which the open page is full.
+    [[nodiscard]] size_t OpenLimit() const;
     void Seal();
-    // The next page is the first base of a new group, or has none for a while.
-    void StartGroup() noexcept;
 
     size_t pageSize_;
     bool withDictionary_;
@@ -93,17 +89,12 @@ private:
     size_t skippedBytes_ = 0;
     size_t skippedRecords_ = 0;
 
-    // The bases of the open group one after the other, until all are there, then the open page.
-    Bytes plain_;
-    size_t openAt_ = 0;
+    Bytes plain_;  // the open page
     size_t openRecords_ = 0;
-    size_t groupPages_ = 0;                 // sealed pages of the open group
-    std::shared_ptr<const Page> lastBase_;  // of the open group; null for none
-    std::unique_ptr<Prepared> prepared_;    // null until all bases are there
-    double firstRatio_ = 0;                 // packed to plain bytes of the group's first page
-    size_t withoutDictionary_ = 0;          // so many pages to come, since it did not gain
+    std::unique_ptr<Group> group_;  // null where the next page is a base or has none
+    size_t withoutDictionary_ = 0;  // so many pages to come, since it did not gain
 
     size_t records_ = 0;
-    size_t packed_ = 0;  // bytes of all pages and of bases that only later pages need
-    size_t kept_ = 0;    // of these, the bases that were dropped already
+    size_t packed_ = 0;  // bytes of all pages and of a base that only later pages need
+    size_t kept_ = 0;    // of these, the base's, when it was dropped already
 };
