@@ -213,10 +213,11 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
         const auto* const message = reinterpret_cast<const unsigned char*>(fields.message.data());
         m_Record.insert(m_Record.end(), message, message + fields.message.size());
     }
-    m_Records.Append(m_Record.data(), m_Record.size());
+    const bool isSealed = m_Records.Append(m_Record.data(), m_Record.size());
     ++m_RecordNumber;
     m_ByteTotal += static_cast<uint32_t>(m_Record.size());
-    const bool isFull = m_ApplyLimit();
+    // Memory grows by pages and sources only.
+    const bool isFull = (!m_CountMemory || isSealed || source.isNew) && m_ApplyLimit();
     if (source.isNew) {
         m_BoundDictionary();
     }

@@ -61,13 +61,6 @@ std::string_view Before(std::string_view text, std::string_view delimiter) {
     return text.substr(0, text.find(delimiter));
 }
 
-std::string_view Slice(std::string_view text, size_t pos, size_t count) {
-    if (pos > text.size()) {
-        static_cast<void>(std::string(text).substr(pos));  // throws, in std::string's own words
-    }
-    return text.substr(pos, count);
-}
-
 float ToFloat(std::string_view text) {
     constexpr size_t kMostDigits = 15;  // 10^15 - 1 and 10^15 are exact doubles
     uint64_t digits = 0;
@@ -105,16 +98,13 @@ float ToFloat(std::string_view text) {
 
 int ToInt(std::string_view text) {
     constexpr size_t kMostDigits = 9;  // always an int
-    const bool plain = !text.empty() && text.size() <= kMostDigits &&
-                       std::all_of(text.begin(), text.end(), IsDigit);
-    if (!plain) {
-        return std::stoi(std::string(text));
-    }
     int value = 0;
-    for (const char c : text) {
-        value = value * 10 + (c - '0');
+    bool plain = !text.empty() && text.size() <= kMostDigits;
+    for (size_t i = 0; plain && i < text.size(); ++i) {
+        plain = IsDigit(text[i]);
+        value = value * 10 + (text[i] - '0');
     }
-    return value;
+    return plain ? value : std::stoi(std::string(text));
 }
 
 LogLine::LogLine(std::string_view text)

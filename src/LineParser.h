@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -25,8 +26,13 @@ namespace line {
 [[nodiscard]] std::string_view Before(std::string_view text, std::string_view delimiter);
 
 // std::string::substr without the copy; throws what that throws.
-[[nodiscard]] std::string_view Slice(std::string_view text, size_t pos,
-                                     size_t count = std::string_view::npos);
+[[nodiscard]] inline std::string_view Slice(std::string_view text, size_t pos,
+                                            size_t count = std::string_view::npos) {
+    if (pos > text.size()) {
+        static_cast<void>(std::string(text).substr(pos));  // throws, in std::string's own words
+    }
+    return {text.data() + pos, std::min(count, text.size() - pos)};
+}
 
 // Truncates towards zero. Out of range saturates and not-a-number is 0, which is what the device's
 // processors do where the language leaves the conversion undefined.

@@ -191,7 +191,7 @@ void RecordStore::SetPages(size_t pageSize, bool withDictionary) {
     group_.reset();
 }
 
-void RecordStore::Append(const unsigned char* data, size_t size) {
+bool RecordStore::Append(const unsigned char* data, size_t size) {
     if (group_ != nullptr && group_->dictionary == nullptr) {
         // Not when the base is sealed: no single call is to wait for both.
         group_->dictionary = Made<Dictionary>(ZSTD_createCDict_advanced(
@@ -199,7 +199,8 @@ void RecordStore::Append(const unsigned char* data, size_t size) {
             kDictionaryParameters, ZSTD_defaultCMem));
         group_->memory = group_->plain.capacity() + ZSTD_sizeof_CDict(group_->dictionary.get());
     }
-    if (!plain_.empty() && plain_.size() + size > OpenLimit()) {
+    const bool isFull = !plain_.empty() && plain_.size() + size > OpenLimit();
+    if (isFull) {
         Seal();
     }
     if (plain_.size() + size > plain_.capacity()) {
@@ -209,6 +210,7 @@ void RecordStore::Append(const unsigned char* data, size_t size) {
     plain_.insert(plain_.end(), data, data + size);
     ++openRecords_;
     ++records_;
+    return isFull;
 }
 
 bool RecordStore::IsBaseOpen() const {
@@ -338,6 +340,9 @@ RecordStore::Snapshot RecordStore::Share() const {
 }
 
 size_t RecordStore::Memory() const {
-    const size_t bytes = packed_ + pages_.size() * sizeof(pages_.front()) + plain_.capacity();
-    return bytes + (group_ == nullptr ? 0 : group_->memory);
+    // The open page with the room that it is going to take.
+    const size_t open =
+        records_ == 0 ? plain_.capacity() : std::max(plain_.capacity(), OpenLimit());
+    return packed_ + pages_.size() * sizeof(pages_.front()) + open +
+           (group_ == nullptr ? 0 : group_->memory);
 }

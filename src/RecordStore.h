@@ -58,7 +58,8 @@ public:
     // For the pages to come.
     void SetPages(size_t pageSize, bool withDictionary);
 
-    void Append(const unsigned char* data, size_t size);
+    // Returns true when a page was sealed: only then Memory() grows.
+    bool Append(const unsigned char* data, size_t size);
 
     // Drops the oldest `count` records, or all. Returns the bytes they had. Unpacks the page in
     // which the cut lies, and its base.

@@ -86,10 +86,19 @@ void SourceDictionary::Reserve(std::string_view tag) {
 
 SourceDictionary::Entry SourceDictionary::Find(std::string_view tag, int pid, int tid,
                                                uint64_t record) {
-    uint32_t known = tag_slots_.empty() ? 0 : TagSlot(tag);
+    // Lines come in bursts of one source.
+    if (last_ < sources_.size()) {
+        Source& source = sources_[last_];
+        if (source.pid == pid && source.tid == tid && source.tag != 0 && Text(source.tag) == tag) {
+            source.record = record;
+            return {source.index};
+        }
+    }
+    const uint32_t known = tag_slots_.empty() ? 0 : TagSlot(tag);
     if (known != 0) {
         Source& source = SourceSlot(known, pid, tid);
         if (source.tag != 0) {
+            last_ = static_cast<size_t>(&source - sources_.data());
             source.record = record;
             return {source.index};
         }

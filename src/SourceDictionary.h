@@ -74,6 +74,7 @@ private:
     std::vector<Source> sources_;
     size_t key_count_ = 0;
     size_t source_count_ = 0;
+    size_t last_ = 0;  // slot of the source that was found last
 
     std::vector<int> free_;  // indexes to be given out again, the lowest last
     int last_index_ = 0;     // the highest one in use
