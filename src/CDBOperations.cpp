@@ -188,6 +188,7 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
             table.index.Add(TextHash(entry.first), &entry);
         }
         m_CodeTables[logTag] = std::move(table);
+        m_TableCount = m_CodeTables.size();
         TR_LOGI("HMap created for logtag [%s]", logTag.c_str());
     }
     statement.reset();

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -25,6 +26,8 @@ public:
     void CreateHashMap();
 
     std::string GetPolicyVersion();
+    // Tables that are loaded; any thread may ask.
+    size_t GetTableCount() const { return m_TableCount; }
 
     // Reads a whole file; false when it cannot be opened or read to its end.
     bool ReadRawXML(const char* path, std::string& out);
@@ -56,4 +59,5 @@ private:
     sqlite3* m_Database = nullptr;  // open only while a table is being loaded
     std::string m_PolicyVersion;    // guarded by m_VersionMutex
     std::mutex m_VersionMutex;
+    std::atomic<size_t> m_TableCount{0};
 };

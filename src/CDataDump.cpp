@@ -15,6 +15,7 @@
 #include "CDataProvider.h"
 #include "CTREventManager.h"
 #include "CUtility.h"
+#include "CatchUp.h"
 #include "Log.h"
 
 namespace fs = boost::filesystem;
@@ -29,6 +30,7 @@ constexpr const char* kTemporaryFile = "/tmp/Trelvo_Dump/trelvo_Temp.dump";
 constexpr const char* kCollectingFolder = "/opt/usr/share/svc-rk/dump/";
 constexpr const char* kDumpName = "trelvo";
 constexpr const char* kUploadKey = "memory/trelvo/dlog_dump";
+constexpr boost::chrono::milliseconds kCatchUpLimit(500);
 constexpr unsigned long long kCollectingLimit = 20971520;  // bytes
 
 // Boost renamed it in 1.74.
@@ -126,6 +128,7 @@ void CopyToDestination(const std::string& folder, DumpForm form, bool isSelfInit
 // One wake-up of the dump thread. REQUIRES: the dump mutex is held.
 void Dump() {
     TR_LOGI("Dumping Start..");
+    CatchUp::Instance().Wait(kCatchUpLimit);
     CUtility* const utility = CUtility::Instance();
     DumpSnapshot snapshot = CDataProvider::Instance()->TakeSnapshot();
     const DumpForm form = utility->getDumpForm();

@@ -15,9 +15,12 @@
 #include "CTREventManager.h"
 #include "CUtility.h"
 #include "CaptureReader.h"
+#include "CatchUp.h"
 #include "LineParser.h"
 #include "Log.h"
+#include "MatchTrigger.h"
 #include "RecordPacking.h"
+#include "Status.h"
 
 namespace {
 
@@ -150,17 +153,42 @@ bool CDataProvider::m_ApplyLimit() {
         m_FullDumpRequested = true;
         return true;
     }
+    const size_t records = m_Records.Records();
+    size_t bytes = 0;
     if (m_CountMemory) {
         while (m_Records.Records() != 0 && m_HistoryMemory() >= m_BufferLimit) {
-            m_ByteTotal -= static_cast<uint32_t>(m_Records.DropOldestPage());
+            bytes += m_Records.DropOldestPage();
         }
+    } else {
+        // A tenth at once, so that the limit is not met again by the very next line; with fewer
+        // than ten records that is none, and the buffer grows past the limit.
+        const auto tenth = static_cast<uint32_t>(static_cast<double>(records) * 0.1);
+        bytes = m_Records.DropOldest(tenth, packing::RecordLength);
+    }
+    m_ByteTotal -= static_cast<uint32_t>(bytes);
+    m_Dropped += records - m_Records.Records();
+    const uint64_t oldest = m_RecordNumber - m_Records.Records();
+    while (m_PageStarts.size() > 1 && m_PageStarts[1].record <= oldest) {
+        m_PageStarts.pop_front();
+    }
+    return false;
+}
+
+bool CDataProvider::ReadStatistics(Statistics& out) {
+    const std::unique_lock<std::mutex> lock(m_BufferMutex, std::try_to_lock);
+    if (!lock) {
         return false;
     }
-    // A tenth at once, so that the limit is not met again by the very next line; with fewer than
-    // ten records that is none, and the buffer grows past the limit.
-    const auto tenth = static_cast<uint32_t>(static_cast<double>(m_Records.Records()) * 0.1);
-    m_ByteTotal -= static_cast<uint32_t>(m_Records.DropOldest(tenth, packing::RecordLength));
-    return false;
+    out.accepted = m_RecordNumber;
+    out.refused = m_Refused;
+    out.dropped = m_Dropped;
+    out.records = m_Records.Records();
+    out.recordBytes = m_ByteTotal;
+    out.memory = m_HistoryMemory();
+    out.countsMemory = m_CountMemory;
+    out.newestMs = CUtility::Instance()->m_LastTime();
+    out.oldestMs = m_PageStarts.empty() ? out.newestMs : m_PageStarts.front().time;
+    return true;
 }
 
 void CDataProvider::m_BoundDictionary() {
@@ -184,12 +212,14 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
     m_BufferMutex.lock();
     const std::string_view stripped = line::TrimBlanks(line);
     if (stripped.empty()) {
+        ++m_Refused;
         m_BufferMutex.unlock();
         TR_LOGI("Unable to Strip: %s", line.c_str());
         return;
     }
     const line::LogLine recognised(stripped);
     if (!recognised.IsRecognised()) {
+        ++m_Refused;
         m_BufferMutex.unlock();
         TR_LOGD("Not dlog line..continue");
         return;
@@ -199,6 +229,7 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
     m_Record.clear();
     if (!utility->m_ReadComponents(text, fields, m_JoinedMessage)) {
         const int lastTime = utility->m_LastTime();
+        ++m_Refused;
         m_BufferMutex.unlock();
         CUtility::m_LogRefusedTime(text.Time(), lastTime);
         return;
@@ -214,6 +245,9 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
         m_Record.insert(m_Record.end(), message, message + fields.message.size());
     }
     const bool isSealed = m_Records.Append(m_Record.data(), m_Record.size());
+    if (isSealed || m_Records.Records() == 1) {
+        m_PageStarts.push_back({m_RecordNumber, utility->m_LastTime()});
+    }
     ++m_RecordNumber;
     m_ByteTotal += static_cast<uint32_t>(m_Record.size());
     // Memory grows by pages and sources only.
@@ -227,12 +261,14 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
     if (isFull) {
         TR_LOGI("Requested Buffer Size Reached");
     }
+    MatchTrigger::Instance().Look(fields.tag, fields.level, fields.message);
     if (m_FullDumpRequested) {
         m_WaitForEmptyBuffer();
     }
 }
 
 void CDataProvider::m_WaitForEmptyBuffer() {
+    const CatchUp::WaitsForDump waits;
     TR_LOGI("Request Dump Buffer Size Reached");
     CTREventManager::GetInstance()->RequestDumpOnFullBuffer();
     for (;;) {
@@ -282,6 +318,7 @@ DumpSnapshot CDataProvider::TakeSnapshot() {
             // All memory is had: from here on nothing fails, so that records and dictionary always
             // start afresh together.
             m_Records.Clear();
+            m_PageStarts.clear();
             m_ByteTotal = 0;
             m_NextForgetting = 0;
             std::swap(forgotten, utility->m_Dictionary());
@@ -304,7 +341,7 @@ void CDataProvider::m_GetBootDataBuffer() {
 
 void CDataProvider::m_GetDataBuffer() {
     try {
-        capture::Follow([this](std::string& line) { m_GetDataDDP(line); });
+        capture::Follow([this](std::string& line) { m_GetDataDDP(line); }, status::Refresh);
     } catch (...) {
         LogReaderException();
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -40,6 +41,22 @@ public:
     // Bytes of memory that records and dictionary take.
     size_t GetHistoryMemory();
     size_t GetRecordCount();
+
+    // Counted from the start of the process, but for what the buffer holds.
+    struct Statistics {
+        uint64_t accepted = 0;  // lines that became records
+        uint64_t refused = 0;   // lines that did not
+        uint64_t dropped = 0;   // records that the limit took
+        size_t records = 0;
+        size_t recordBytes = 0;
+        size_t memory = 0;
+        bool countsMemory = false;
+        int newestMs = 0;  // kernel time; of no meaning without records
+        int oldestMs = 0;  // not later than the oldest record's, at most a page earlier
+    };
+    // Returns false, with nothing read, where the buffer mutex is held.
+    bool ReadStatistics(Statistics& out);
+
     // Adds the record being assembled to the byte total. The service never calls it.
     void UpdateBufferSize();
 
@@ -83,6 +100,14 @@ private:
     std::string m_JoinedMessage;          // a message that line feeds were taken out of
     RecordStore m_Records;
     uint64_t m_RecordNumber = 0;  // of the next record, counted from the start of the process
+    uint64_t m_Refused = 0;
+    uint64_t m_Dropped = 0;
+    // The first record of each page that the buffer holds, for the time that it goes back to.
+    struct PageStart {
+        uint64_t record;
+        int time;
+    };
+    std::deque<PageStart> m_PageStarts;
     size_t m_NextForgetting = 0;  // bytes of the dictionary at which it is gone through again
     std::mutex m_BufferMutex;
     std::mutex m_SettingsMutex;                  // taken by the setters only

@@ -6,6 +6,7 @@
 
 #include "CUtility.h"
 #include "Log.h"
+#include "Status.h"
 
 CTREventManager* CTREventManager::m_pInstance = nullptr;
 std::mutex CTREventManager::m_Mutex;
@@ -107,13 +108,19 @@ void CTREventManager::SignalDumpData(std::string path, DumpForm form) {
     ResetDumpTimer();
     if (CUtility::Instance()->setDumpPath(std::move(path))) {
         CUtility::Instance()->setRequestedForm(form);
+        status::DumpPending("request");
         g_cond_signal(&m_DumpCondition);
     }
 }
 
 void CTREventManager::RequestDumpOnFullBuffer() {
     TR_LOGI("%s called", __func__);
-    SignalSelfInitiateDumpData();
+    SignalSelfInitiateDumpData("full");
+}
+
+void CTREventManager::RequestDumpOnMatch() {
+    TR_LOGI("%s called", __func__);
+    SignalSelfInitiateDumpData("match");
 }
 
 void CTREventManager::SetSelfInitiatedForm(DumpForm form) {
@@ -121,11 +128,12 @@ void CTREventManager::SetSelfInitiatedForm(DumpForm form) {
     CUtility::Instance()->setSelfInitiatedForm(form);
 }
 
-void CTREventManager::SignalSelfInitiateDumpData() {
+void CTREventManager::SignalSelfInitiateDumpData(const char* trigger) {
     TR_LOGI("%s called", __func__);
     const DumpLock lock(&m_DumpMutex);
     ResetDumpTimer();
     CUtility::Instance()->setSelfInitate(true);
+    status::DumpPending(trigger);
     g_cond_signal(&m_DumpCondition);
 }
 
@@ -141,13 +149,13 @@ int CTREventManager::t_OnPoweroff(_device_power_state_info* info, void* /*user_d
         return 0;
     }
     TR_LOGI("Going to Stanby...");
-    GetInstance()->SignalSelfInitiateDumpData();
+    GetInstance()->SignalSelfInitiateDumpData("power-off");
     return 0;
 }
 
 gboolean CTREventManager::t_startTimerDump(void* /*data*/) {
     TR_LOGI("%s called", __func__);
-    GetInstance()->SignalSelfInitiateDumpData();
+    GetInstance()->SignalSelfInitiateDumpData("timer");
     // The trigger has already replaced this source by a new one; the result keeps nothing.
     return TRUE;
 }

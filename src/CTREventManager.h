@@ -47,7 +47,9 @@ public:
     void SignalDumpData(std::string path, DumpForm form = DumpForm::kPlain);
     // A dump into the collecting service's folder, which consumes the buffer.
     void RequestDumpOnFullBuffer();
-    void SignalSelfInitiateDumpData();
+    void RequestDumpOnMatch();
+    // `trigger` is what the status calls it.
+    void SignalSelfInitiateDumpData(const char* trigger = "self");
     // The form of these, from now on.
     void SetSelfInitiatedForm(DumpForm form);
 

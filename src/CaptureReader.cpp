@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "CatchUp.h"
 #include "LineReader.h"
 #include "Log.h"
 
@@ -89,8 +90,21 @@ void DrainBootFiles(const LineSink& sink) {
     DrainBootFile(kBootCurrent, sink);
 }
 
-void Follow(const LineSink& sink) {
+namespace {
+
+// For as long as it lives, dumps may wait for the reader.
+struct Following {
+    Following() { CatchUp::Instance().SetFollowing(true); }
+    ~Following() { CatchUp::Instance().SetFollowing(false); }
+    Following(const Following&) = delete;
+    Following& operator=(const Following&) = delete;
+};
+
+}  // namespace
+
+void Follow(const LineSink& sink, const std::function<void()>& afterPass) {
     TR_LOGI("Start reading data from: %s", kCurrent.path);
+    const Following following;
     int processed = 0;
     std::string line;
     for (;;) {
@@ -105,14 +119,17 @@ void Follow(const LineSink& sink) {
         TR_LOGI("Lines Read from %s: [%d]", kCurrent.path, linesInPass);
 
         // A drained file is deleted, so one that exists means a rotation since the last pass.
-        if (Exists(kRotated)) {
+        const bool isRotated = Exists(kRotated);
+        if (isRotated) {
             TR_LOGI("buffer to be switched to TRELVO_BUFFER.1");
             current.close();
             boost::this_thread::sleep_for(kRotationPause);
             DrainRotated(processed, sink);
             processed = 0;
         }
-        boost::this_thread::sleep_for(kPassPause);
+        afterPass();
+        // After a rotation the current file is read from its first line, in the next pass.
+        CatchUp::Instance().Pause(kPassPause, !isRotated);
     }
 }
 

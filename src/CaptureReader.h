@@ -20,7 +20,8 @@ using LineSink = std::function<void(std::string& line)>;
 // Hands on and deletes the files of the device's boot, the older first; missing ones are no error.
 void DrainBootFiles(const LineSink& sink);
 
-// Follows the run-time files, a pass a second and a bit; never returns normally.
-[[noreturn]] void Follow(const LineSink& sink);
+// Follows the run-time files, a pass a second and a bit, or at once where a dump waits for it;
+// calls `afterPass` after each. Never returns normally.
+[[noreturn]] void Follow(const LineSink& sink, const std::function<void()>& afterPass);
 
 }  // namespace capture

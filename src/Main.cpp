@@ -8,6 +8,7 @@
 #include <limits>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,8 @@
 #include "CTREventManager.h"
 #include "CUtility.h"
 #include "Log.h"
+#include "MatchTrigger.h"
+#include "Status.h"
 
 // True until the first launch request has arrived, successful or not.
 bool bFirstRun = true;
@@ -115,6 +118,61 @@ struct Settings {
     DumpForm form = DumpForm::kPlain;
 };
 
+// Of a whole number without a sign.
+std::optional<unsigned long long> ReadNumber(const char* text, unsigned long long least) {
+    constexpr size_t kMostDigits = 9;
+    const std::string_view digits = text;
+    const unsigned long long value = std::strtoull(text, nullptr, 10);
+    if (digits.empty() || digits.size() > kMostDigits || value < least ||
+        digits.find_first_not_of("0123456789") != std::string_view::npos) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+bool ReadSeconds(app_control_h appControl, const char* key, unsigned& seconds) {
+    const ExtraData text(appControl, key);
+    if (!text) {
+        return true;
+    }
+    constexpr unsigned long long kMostSeconds = 1000000;
+    const auto number = ReadNumber(text.Get(), 0);
+    if (!number || *number > kMostSeconds) {
+        TR_LOGE("%s must be a number of seconds from 0 to 1000000, not [%s]", key, text.Get());
+        return false;
+    }
+    seconds = static_cast<unsigned>(*number);
+    return true;
+}
+
+// False, with a message, where the match trigger is wanted but cannot be had.
+bool EnableMatch(app_control_h appControl) {
+    const ExtraData modes(appControl, "DLOGDUMPMODE");
+    const std::string words = modes ? "&" + std::string(modes.Get()) + "&" : "";
+    if (words.find("&match&") == std::string::npos) {
+        return true;
+    }
+    const ExtraData items(appControl, "DLOGDUMPMATCH");
+    if (!items) {
+        TR_LOGE("DLOGDUMPMODE has match, but there is no DLOGDUMPMATCH");
+        return false;
+    }
+    MatchTrigger::Settings settings;
+    settings.items = items.Get();
+    if (!ReadSeconds(appControl, "DLOGDUMPDELAY", settings.delay) ||
+        !ReadSeconds(appControl, "DLOGDUMPREST", settings.rest)) {
+        return false;
+    }
+    try {
+        MatchTrigger::Instance().Enable(settings);
+    } catch (const std::invalid_argument& item) {
+        TR_LOGE("DLOGDUMPMATCH must be TAG:LEVEL or TAG:LEVEL:TEXT, joined by &, not [%s]",
+                item.what());
+        return false;
+    }
+    return true;
+}
+
 std::optional<DumpForm> ReadForm(app_control_h appControl) {
     const ExtraData form(appControl, "DUMPFORM");
     if (!form || form.Get() == std::string_view("plain")) {
@@ -139,21 +197,22 @@ std::optional<Settings> ReadSettings(app_control_h appControl) {
     }
     const ExtraData history(appControl, "RQBHISTORY");
     if (history) {
-        const std::string_view text = history.Get();
-        constexpr size_t kMostDigits = 9;  // a terabyte, nearly
-        settings.historyKiB = std::strtoull(history.Get(), nullptr, 10);
-        if (text.size() > kMostDigits || settings.historyKiB == 0 ||
-            text.find_first_not_of("0123456789") != std::string_view::npos) {
+        const auto number = ReadNumber(history.Get(), 1);
+        if (!number) {
             TR_LOGE("RQBHISTORY must be a number of KiB from 1 to 999999999, not [%s]",
                     history.Get());
             return std::nullopt;
         }
+        settings.historyKiB = *number;
     }
     const std::optional<DumpForm> form = ReadForm(appControl);
     if (!form) {
         return std::nullopt;
     }
     settings.form = *form;
+    if (!EnableMatch(appControl)) {
+        return std::nullopt;
+    }
     return settings;
 }
 
@@ -199,6 +258,7 @@ void StartCapture(app_control_h appControl) {
     }
     CTREventManager::GetInstance()->SetSelfInitiatedForm(settings->form);
     CLogCompressor::Instance();
+    status::Refresh();
 }
 
 void RequestDump(app_control_h appControl) {

@@ -1,0 +1,92 @@
+#include "CatchUp.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace {
+
+constexpr const char* kSocket = "/tmp/trelvo/RQB_Buffer.sync";
+// Between two passes while the capture catches up: it may wait for the reader meanwhile.
+constexpr int kPoll = 10;  // milliseconds
+
+}  // namespace
+
+CatchUp& CatchUp::Instance() {
+    static auto* const instance = new CatchUp();  // used by threads until the process is gone
+    return *instance;
+}
+
+void CatchUp::Wait(boost::chrono::milliseconds limit) {
+    boost::unique_lock<boost::mutex> lock(mutex_);
+    if (!isFollowing_ || isBusy_) {
+        return;
+    }
+    state_ = State::kAsked;
+    changed_.notify_all();
+    changed_.wait_for(lock, limit,
+                      [this] { return state_ == State::kIdle || isBusy_ || !isFollowing_; });
+    state_ = State::kIdle;
+}
+
+void CatchUp::SetFollowing(bool isFollowing) {
+    const boost::lock_guard<boost::mutex> lock(mutex_);
+    isFollowing_ = isFollowing;
+    changed_.notify_all();
+}
+
+void CatchUp::SetBusy(bool isBusy) {
+    const boost::lock_guard<boost::mutex> lock(mutex_);
+    isBusy_ = isBusy;
+    changed_.notify_all();
+}
+
+void CatchUp::Pause(boost::chrono::milliseconds pause, bool isComplete) {
+    boost::unique_lock<boost::mutex> lock(mutex_);
+    if (state_ == State::kReading && isComplete) {
+        state_ = State::kIdle;
+        changed_.notify_all();
+    }
+    if (state_ == State::kIdle) {
+        CloseConnection();  // of a writer that does not wait any more
+        changed_.wait_for(lock, pause, [this] { return state_ == State::kAsked; });
+    }
+    if (state_ == State::kAsked) {
+        CloseConnection();
+        Ask();
+        state_ = connection_ < 0 ? State::kReading : State::kCatching;
+        return;
+    }
+    if (state_ != State::kCatching) {
+        return;
+    }
+    lock.unlock();
+    pollfd answer{connection_, POLLIN, 0};
+    const bool isAnswered = poll(&answer, 1, kPoll) > 0;
+    lock.lock();
+    if (isAnswered && state_ == State::kCatching) {
+        CloseConnection();
+        state_ = State::kReading;
+    }
+}
+
+void CatchUp::Ask() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, kSocket, sizeof address.sun_path - 1);
+    connection_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (connection_ >= 0 &&
+        connect(connection_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        CloseConnection();
+    }
+}
+
+void CatchUp::CloseConnection() {
+    if (connection_ >= 0) {
+        static_cast<void>(close(connection_));
+        connection_ = -1;
+    }
+}

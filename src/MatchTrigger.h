@@ -1,0 +1,58 @@
+#pragma once
+
+#include <glib.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Asks for a dump because of what is logged: some seconds after a line that matches, so that what
+// follows it is in the dump as well, and at most one in so many seconds.
+//
+// Configured on the main thread before the compressor starts, which then shows it every line. The
+// dump is asked for on the main loop.
+class MatchTrigger {
+public:
+    struct Settings {
+        // Items "TAG:LEVEL" or "TAG:LEVEL:TEXT", joined by "&": any tag for "*", the least level of
+        // V, D, I, W, E and F, a text that the message holds.
+        std::string items;
+        unsigned delay = 2;  // seconds from the line to the dump
+        unsigned rest = 60;  // seconds from one match that is answered to the next
+    };
+
+    static MatchTrigger& Instance();
+
+    // Throws std::invalid_argument, which names the item that cannot be read; nothing has changed.
+    void Enable(const Settings& settings);
+
+    // REQUIRES: no lock is held.
+    void Look(std::string_view tag, char level, std::string_view message) {
+        if (!items_.empty() && Rank(level) >= leastRank_ && Matches(tag, level, message)) {
+            Ask();
+        }
+    }
+
+private:
+    struct Item {
+        std::string tag;  // empty for any
+        int rank;
+        std::string text;  // empty for any
+    };
+
+    MatchTrigger() = default;
+
+    // 0 for V, D and every other letter, as a record has them, up to 4 for F; see Enable() for V.
+    static int Rank(char level);
+    static Item ReadItem(std::string_view text);
+    [[nodiscard]] bool Matches(std::string_view tag, char level, std::string_view message) const;
+    void Ask();
+    static gboolean OnDelayOver(gpointer self);
+
+    std::vector<Item> items_;
+    int leastRank_ = 0;
+    unsigned delay_ = 0;
+    unsigned rest_ = 0;
+    int64_t next_ = 0;  // monotonic microseconds before which a match is not answered
+};
