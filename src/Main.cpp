@@ -1,5 +1,7 @@
 #include "Main.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
@@ -29,6 +31,7 @@ std::set<std::string> m_logTags;
 
 namespace {
 
+constexpr int kLargestHeapBlock = 128 * 1024;  // bytes
 constexpr const char* kCaptureFile = "/tmp/trelvo/RQB_Buffer";
 
 // One value of a launch request, released at the end of its scope.
@@ -312,6 +315,9 @@ void app_resume(void* /*user_data*/) {
 }
 
 int main(int argc, char** argv) {
+    // What is needed for a moment, such as a page while it is packed, goes back to the system at
+    // once: holes in the heap would be memory that no limit counts.
+    static_cast<void>(mallopt(M_MMAP_THRESHOLD, kLargestHeapBlock));
     TR_LOGI("Trelvo main Called..");
     ui_app_lifecycle_callback_s callbacks{};
     callbacks.create = app_create;

@@ -16,7 +16,6 @@ namespace {
 
 // Chosen by measurement, see docs/benchmarks.md.
 constexpr int kLevel = 1;
-constexpr size_t kBasePages = 2;    // a base has the size of so many pages
 constexpr size_t kGroupPages = 36;  // after so many the dictionary is made anew
 constexpr double kGain = 0.95;      // it is used where pages get this much smaller by it
 constexpr int kWindowLog = 20;      // reaches over a page and its dictionary
@@ -199,13 +198,13 @@ bool RecordStore::Append(const unsigned char* data, size_t size) {
             kDictionaryParameters, ZSTD_defaultCMem));
         group_->memory = group_->plain.capacity() + ZSTD_sizeof_CDict(group_->dictionary.get());
     }
-    const bool isFull = !plain_.empty() && plain_.size() + size > OpenLimit();
+    const bool isFull = !plain_.empty() && plain_.size() + size > pageSize_;
     if (isFull) {
         Seal();
     }
     if (plain_.size() + size > plain_.capacity()) {
         // At once for all that is to come, so that a page's memory is what it holds.
-        plain_.reserve(std::max(plain_.size() + size, OpenLimit()));
+        plain_.reserve(std::max(plain_.size() + size, pageSize_));
     }
     plain_.insert(plain_.end(), data, data + size);
     ++openRecords_;
@@ -215,10 +214,6 @@ bool RecordStore::Append(const unsigned char* data, size_t size) {
 
 bool RecordStore::IsBaseOpen() const {
     return withDictionary_ && group_ == nullptr && withoutDictionary_ == 0;
-}
-
-size_t RecordStore::OpenLimit() const {
-    return IsBaseOpen() ? kBasePages * pageSize_ : pageSize_;
 }
 
 void RecordStore::Seal() {
@@ -340,9 +335,13 @@ RecordStore::Snapshot RecordStore::Share() const {
 }
 
 size_t RecordStore::Memory() const {
-    // The open page with the room that it is going to take.
-    const size_t open =
-        records_ == 0 ? plain_.capacity() : std::max(plain_.capacity(), OpenLimit());
-    return packed_ + pages_.size() * sizeof(pages_.front()) + open +
+    if (records_ == 0) {
+        return plain_.capacity();
+    }
+    // The open page with the room that it is going to take. A snapshot that is drained holds a copy
+    // of it, a page and a base, and sealing less.
+    const size_t open = std::max(plain_.capacity(), pageSize_);
+    const size_t moment = withDictionary_ ? 3 * pageSize_ : 0;
+    return packed_ + pages_.size() * sizeof(pages_.front()) + open + moment +
            (group_ == nullptr ? 0 : group_->memory);
 }

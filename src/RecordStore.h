@@ -14,9 +14,9 @@
 // snapshot shares it. With a dictionary, the first page of each group is the base with which the
 // others are packed; it stays for as long as one of them:
 //
-//  +---------------+-------+-------+--   --+-------+---------------+-------+--
-//  |     base      | page  | page  |  ...  | page  |     base      | page  | ...    open page
-//  +---------------+-------+-------+--   --+-------+---------------+-------+--
+//  +------+------+------+--   --+------+------+------+--
+//  | base | page | page |  ...  | page | base | page | ...    open page
+//  +------+------+------+--   --+------+------+------+--
 //
 // Bytes in, bytes out: what a record, a limit or a lock is, the owner knows. Not synchronised.
 // Any call that adds throws std::bad_alloc where memory runs out and then changes nothing.
@@ -71,16 +71,14 @@ public:
     void Clear() noexcept;
 
     [[nodiscard]] size_t Records() const { return records_; }
-    // Bytes of memory: packed pages and what they need, the open page, the prepared dictionary. Not
-    // what packing takes while a page is sealed, up to 600 KiB.
+    // Bytes of memory: packed pages and what they need, the open page, the prepared dictionary,
+    // and, with a dictionary, what sealing a page and draining a snapshot take for a moment.
     [[nodiscard]] size_t Memory() const;
 
 private:
     struct Group;  // whose pages are being packed with one dictionary
 
     [[nodiscard]] bool IsBaseOpen() const;
-    // Bytes at which the open page is full.
-    [[nodiscard]] size_t OpenLimit() const;
     void Seal();
 
     size_t pageSize_;
