@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,29 @@ const std::string kAt9000 = "A8 C6 00";
 const std::string kKept = kPlain + kAt1000 + "00 21 01 61  05 21 01 62";
 const std::string kKeptLater = kPlain + kAt1064 + "00 21 01 61  05 21 01 62  C0 00 21 01 63";
 const std::string kDropped = kPlain + kAt1069 + "05 21 01 62  C0 00 21 01 63  05 21 01 64";
+
+// A dump's beginning: A,10 (or another tag) with TID 11 as index 1, the capture as index 2.
+std::string Clocked(const std::string& tag = "41") {
+    return "00 1B 04" + tag + "2C 31 30 02 0B 01 0F 74 72 65 6C 76 6F 2E 63 6C 6F 63 6B 2C 31 30" +
+           "02 0B 02";
+}
+// The record of a line of the capture, in its words: after `delta` milliseconds, as hexadecimal.
+std::string Clock(const std::string& delta, char boot, const std::string& host, double wall,
+                  double monotonic, const std::string& header = "22",
+                  const std::string& rest = "") {
+    std::ostringstream record;
+    const std::string text = "boot=" + std::string(32, boot) + " host=" + host +
+                             " wall=" + std::to_string(wall) +
+                             " monotonic=" + std::to_string(monotonic) + rest;
+    record << delta << header << std::hex << (0x80 | (text.size() & 0x7F)) << "0"
+           << (text.size() >> 7);
+    for (const char c : text) {
+        record << static_cast<int>(c);
+    }
+    return record.str();
+}
+const double kNow = 1764000000.25;            // 2025-11-24 16:00:00.25 UTC
+const std::string kAtEnd = "FF FF FF FF 07";  // of the times that a dump can tell
 
 // A folder of dumps, each written a second after the one before.
 class Decode : public testing::Test {
@@ -103,6 +128,9 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
         {"cut within what another holds",
          {kKeptLater, kPlain + kAt1069 + "00 21 01 61  05 21 01"},
          "0.995 a,1.000 b,1.064 c"},
+        {"cut within what another holds, then whole",
+         {kKept, kPlain + kAt1069 + "00 21 01 61  05 21 01", kKeptLater},
+         "0.995 a,1.000 b,1.064 c"},
         {"an empty dump between", {kKept, "00 00 00", kKeptLater}, "0.995 a,1.000 b,1.064 c"},
     };
     for (const Row& row : rows) {
@@ -116,11 +144,181 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
                   row.log)
             << row.situation;
     }
+    // Of two boots, the files' times alone tell the later one: its dump has the later log time.
+    Run("rm -f *.dump");
+    Dump("a.dump", kKept);
+    time_ += std::chrono::hours(1);
+    Dump("b.dump", kPlain + kAt9000 + "C0 00 21 01 78");
+    EXPECT_EQ(Run("trelvoctl decode . | cut -c1-60").out,
+              "       0.995 I/A                   (P    10, T    11): a\n"
+              "       1.000 I/A                   (P    10, T    11): b\n"
+              "--------- reboot: time starts over\n"
+              "       9.000 I/A                   (P    10, T    11): x\n");
+    EXPECT_EQ(Run("trelvoctl decode -o raw --since -10s . 2>&-").out, "x\n");
     // Copies without their times are in order by log time only.
     Run("rm -f *.dump");
     Dump("a.dump", kDropped);
     Dump("b.dump", kKept);
     EXPECT_EQ(Run("trelvoctl decode --one-boot -o raw .").out, "a\nb\nc\nd\n");
+}
+
+TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
+    const std::string first = Clock("00", 'a', "vega", kNow + 1, 1);
+    const std::string kept = Clocked() + kAt1000 + first + "00 21 01 61";
+    const std::string later = Clocked() + kAt1064 + first + "00 21 01 61  C0 00 21 01 62";
+    const std::string forged = Clock("00", 'b', "mira", kNow + 5000, 1);
+    struct Row {
+        const char* situation;
+        std::vector<std::string> dumps;
+        const char* options;
+        const char* log;
+    };
+    const Row rows[] = {
+        {"lines before it, behind it, and after the clock was set",
+         {Clocked() + kAt1064 + "00 21 01 61" + Clock("05", 'a', "vega", kNow + 1.059, 1.059) +
+          "00 21 01 62" + Clock("05", 'a', "vega", kNow + 3601.064, 1.064) + "00 21 01 63"},
+         "",
+         "16:00:01.304 A a,16:00:01.309 A b,17:00:01.314 A c"},
+        {"as seconds since boot", {kept}, "--monotonic", "1.000 A a"},
+        {"asked for", {kept}, "trelvo.clock:V", "16:00:01.250 trelvo.clock boot"},
+        {"not counted", {later}, "-n 3", "16:00:01.250 A a,16:00:01.314 A b"},
+        {"beyond what a dump can tell",
+         {Clocked() + kAtEnd + "00 21 01 61" + Clock("05", 'a', "vega", kNow + 3e6, 3e6) +
+              "00 21 01 62" + Clock("00", 'a', "vega", kNow + 3000001, 3000001) + "00 21 01 63",
+          Clocked() + kAtEnd + Clock("00", 'a', "vega", kNow + 3000001, 3000001) +
+              "00 21 01 63  00 21 01 64"},
+         "--monotonic",
+         "2147483.642 A a,3000000.000 A b,3000001.000 A c,3000001.000 A d"},
+        {"beyond that, lines are in no dump",
+         {Clocked() + kAtEnd + Clock("00", 'a', "vega", kNow + 3e6, 3e6) + "00 21 01 61",
+          Clocked() + kAtEnd + "00 22 01 62" + Clock("00", 'a', "vega", kNow + 3000009, 3000009) +
+              "00 21 01 63"},
+         "--monotonic A:V",
+         "3000000.000 A a,--------- gap: lines between 3000000.000 and 3000009.000 are in none of "
+         "the dumps,3000009.000 A c"},
+        {"another boot, whose times go on",
+         {kept, Clocked() + kAt9000 + Clock("00", 'b', "vega", kNow + 100, 9) + "00 21 01 78"},
+         "",
+         "16:00:01.250 A a,--------- reboot: time starts over,16:01:40.250 A x"},
+        {"boots, the later one's file first",
+         {Clocked() + kAt1000 + Clock("00", 'b', "vega", kNow + 100, 1) + "00 21 01 78", kept},
+         "",
+         "16:00:01.250 A a,--------- reboot: time starts over,16:01:40.250 A x"},
+        {"one boot, the later dump's file first",
+         {Clocked() + kAt1069 + "C0 00 21 01 62" + Clock("05", 'a', "vega", kNow + 1.069, 1.069),
+          later},
+         "",
+         "16:00:01.250 A a,16:00:01.314 A b"},
+        {"one boot, though the file's time says that it began later",
+         {Clocked() + "3F" + Clock("00", 'a', "vega", kNow + 0.063, 0.063) + "00 21 01 61",
+          Clocked() + "F4 03" + Clock("05", 'a', "vega", kNow + 0.5, 0.5) + "00 21 01 62"},
+         "",
+         "16:00:00.313 A a,--------- gap: lines between 2025-11-24 16:00:00.313 and 2025-11-24 "
+         "16:00:00.750 are in none of the dumps,16:00:00.750 A b"},
+        {"the clock of the dump before goes on",
+         {kept, Clocked() + kAt1064 + "C0 00 21 01 62" +
+                    Clock("00", 'a', "vega", kNow + 3601.064, 1.064) + "00 21 01 63"},
+         "",
+         "16:00:01.250 A a,16:00:01.314 A b,17:00:01.314 A c"},
+        {"two machines",
+         {later,
+          Clocked("43") + kAt9000 + Clock("00", 'c', "mira", kNow + 1.01, 9) + "00 21 01 78"},
+         "",
+         "16:00:01.250 vega A a,16:00:01.260 mira C x,16:00:01.314 vega A b"},
+        {"a damaged dump",
+         {Clocked() + kAt9000 + first + "00 21 01 61 00 21 09"},
+         "",
+         "16:00:01.250 A a,0.dump: offset 131: message of 9 bytes but only 0 are left"},
+        {"cut between two records",
+         {Clocked() + kAt9000 + first + "00 21 01 61"},
+         "",
+         "16:00:01.250 A a,0.dump: offset 129: the dump was cut between two records, as its clock "
+         "lines tell"},
+        {"of another boot, level, tail or form: lines like others",
+         {Clocked() + kAt1000 + first + forged + Clock("00", 'a', "vega", kNow + 5000, 1, "42") +
+          Clock("00", 'a', "vega", kNow + 5000, 1, "22", " ") +
+          Clock("00", 'g', "vega", kNow + 5000, 1) + "00 21 01 61"},
+         "",
+         "16:00:01.250 trelvo.clock boot,16:00:01.250 trelvo.clock boot,"
+         "16:00:01.250 trelvo.clock boot,16:00:01.250 trelvo.clock boot,16:00:01.250 A a"},
+    };
+    for (const Row& row : rows) {
+        Run("rm -f *.dump");
+        for (size_t i = 0; i < row.dumps.size(); ++i) {
+            Dump(std::to_string(i) + ".dump", row.dumps[i]);
+        }
+        EXPECT_EQ(Run("trelvoctl decode . " + std::string(row.options) +
+                      " 2>&1 | sed -E 's/^ +//; s/^2025-11-24 //; s,^trelvoctl: \\./,,; "
+                      "s, (I|W)/([^ ]+) .*: , \\2 ,; s/boot=.*/boot/' | paste -sd, | tr -d '\\n'")
+                      .out,
+                  row.log)
+            << row.situation;
+    }
+    Dump("0.dump", Clocked() + kAtEnd + Clock("00", 'a', "vega", kNow, 3e6) + "00 21 01 61" +
+                       Clock("00", 'a', "vega", kNow + 2, 3000001) + "00 21 01 62 00");
+    EXPECT_EQ(
+        Run("trelvoctl stat 0.dump 2>&- | grep -E 'span|wall' | sed 's,^ *,,' | tr -s ' '").out,
+        "span 1.000 s, from 3000000.000 to 3000001.000\n"
+        "wall clock 2025-11-24T16:00:00.250+00:00 to 2025-11-24T16:00:02.250+00:00, on vega\n");
+    Dump("0.dump", kept);
+    EXPECT_THAT(Run("TZ=XXX-5:30 trelvoctl decode -o json 0.dump").out,
+                HasSubstr("\"2025-11-24T21:30:01.250+05:30\""));
+    EXPECT_THAT(Run("trelvoctl decode -o threadtime 0.dump").out, HasSubstr("11-24 16:00:01.250"));
+}
+
+TEST_F(Decode, TimesAreTakenAsTheyAreShown) {
+    const std::string first = Clock("00", 'a', "vega", kNow + 1, 1);
+    Dump("clock", Clocked() + kAt1064 + first + "00 21 01 61  C0 00 21 01 62");
+    Dump("plain", kKept);
+    Dump("set", Clocked() + kAt1064 + first + "00 21 01 61" +
+                    Clock("00", 'a', "vega", kNow + 3601, 1) + "00 21 01 62");
+    // Of half a minute ago and of now.
+    const double now = static_cast<double>(time(nullptr));
+    Dump("new", Clocked() + "B0 EA 01" + Clock("00", 'a', "vega", now - 30, 0) +
+                    "00 21 01 61  B0 EA 01 21 01 62");
+    const std::vector<std::array<std::string, 4>> rows{
+        // file, options, out, err
+        {"clock", "--since '2025-11-24 16:00:01.300'", "b", ""},
+        {"clock", "--since 2025-11-24T21:30:01.300+05:30", "b", ""},
+        {"clock", "--until '2025-11-24 16:00:01.25'", "a", ""},
+        {"clock", "--until '2025-11-24 16:00'", "", ""},
+        {"clock", "--since 2025-11-24 --until 2025-11-25", "a b", ""},
+        {"clock", "--since today", "", ""},
+        {"clock", "--until yesterday", "a b", ""},
+        {"clock", "--since -0.06s", "b", ""},
+        {"set", "--since -30m", "b", ""},
+        {"new", "--since '20 s ago'", "b", ""},
+        {"new", "--until '0.3 min ago' --since '1 day ago'", "a", ""},
+        {"new", "--until now", "a b", ""},
+        {"clock", "--until 00:54:10", "a b", ""},  // of today
+        {"clock", "--since 00:00", "", ""},
+        {"clock", "--monotonic --since 1.06", "b", ""},
+        {"plain", "--since 1", "b", ""},
+        {"plain", "--since '2 minutes ago' --boot-time \"$(date -Is)\"", "a b", ""},
+        {"clock", "--since 1.06", "",
+         "'1.06' is seconds since boot, which --monotonic shows; give a time as it is shown: "
+         "'2026-11-25 00:54:00', 00:54, yesterday, -5m"},
+        {"plain", "--since 00:54", "",
+         "'00:54' is a wall-clock time, but no clock line tells one: --wall guesses it, or give "
+         "seconds since boot, or -5m, back from the end"},
+        {"clock", "--monotonic --since 00:54", "",
+         "'00:54' is a wall-clock time, but --monotonic shows times since boot: drop it, or give "
+         "seconds since boot, or -5m, back from the end"},
+        {"clock", "--since 2025-13-01", "",
+         "'2025-13-01' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
+         "yesterday, '10 min ago', -5m (before the end), or seconds since boot"},
+    };
+    for (const auto& [file, options, out, err] : rows) {
+        const Output result =
+            Run("trelvoctl decode -o raw " + file + " " + options + " | paste -sd' ' | grep .");
+        EXPECT_EQ(result.out, out.empty() ? out : out + "\n") << file << options;
+        EXPECT_EQ(result.err, err.empty() ? err : "trelvoctl: decode: " + err + "\n")
+            << file << options;
+    }
+    EXPECT_EQ(Run("trelvoctl decode --wall -o raw plain").err,
+              "trelvoctl: wall-clock times of dumps without clock lines are a guess by the files' "
+              "own times: late by as long as nothing was logged before a dump; the longest silence "
+              "in them is 0.005 s\n");
 }
 
 TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
@@ -129,6 +327,7 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
     // Its second message is a code and text; its third one a code of no table.
     Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
     Dump("odd", kPlain + kAt1000 + "00 21 03 FC 2C 22  00 82 02 1B 5C");
+    Dump("quoted", kPlain + kAt1000 + "00 21 03 61 22 62");
     Run("mkdir -p all/1 old; zstd -q whole -o whole.zst; head -c -3 whole.zst > cut.zst;"
         "echo '<policy version=\"0.9\"/>' > old/policy_version.xml;"
         "(printf '\\377\\377\\377\\377\\007'; head -c 200000000 /dev/zero) | zstd -q > bomb.zst");
@@ -168,7 +367,8 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
         {"decode whole --since 1", "0", b, ""},
         {"decode whole --until -0.005s", "0", a, ""},
         {"decode whole --since soon", "2", "",
-         "decode: 'soon' is no time: expected SECONDS, or -30s, -5m, -2h, -1d"},
+         "decode: 'soon' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
+         "yesterday, '10 min ago', -5m (before the end), or seconds since boot"},
         {"decode --policy all/1 --color=always coded", "0",
          "       1.000 I/A                   (P    10, T    11): hello\n"
          "       1.000 I/A                   (P    10, T    11): bye\n"
@@ -202,6 +402,10 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
         {"decode -o csv odd A:V", "0",
          "time_ms,level,tag,pid,tid,message,coded,file\n"
          "1000,I,A,10,11,\"\xFC,\"\"\",false,odd\n",
+         ""},
+        {"decode -o csv quoted", "0",
+         "time_ms,level,tag,pid,tid,message,coded,file\n"
+         "1000,I,A,10,11,\"a\"\"b\",false,quoted\n",
          ""},
         {"decode --wall - ", "2", "",
          "decode: --wall needs a file with a time of its own; --boot-time sets one"},
@@ -244,14 +448,19 @@ TEST_F(Decode, JsonLinesLoadIntoADatabaseAndAViewer) {
     const size_t start = doc.find("```sh\n", doc.find("## Load")) + 6;
     const Output loaded = Run(doc.substr(start, doc.find("```", start) - start));
     EXPECT_EQ(loaded.out, "A|I|2\n") << loaded.err;
-    const Output viewed = Run("HOME=$PWD lnav -n -I " TRELVO_SOURCE_DIR
-                              "/tools/lnav -c ';select log_time, log_level, tag, tid, log_body "
-                              "from trelvo_log' -c ':write-csv-to -' log.jsonl");
-    EXPECT_EQ(viewed.out,
-              "log_time,log_level,tag,tid,log_body\n"
-              "1970-01-01 00:00:08.995,info,A,11,a\n"
-              "1970-01-01 00:00:09.000,info,A,11,b\n")
-        << viewed.err;
+    Dump("clock", Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 1, 1) + "00 21 01 61");
+    const std::string head = "log_time,log_level,tag,tid,log_body\n";
+    for (const auto& [file, table, rows] : std::vector<std::array<std::string, 3>>{
+             {"log.jsonl", "trelvo_uptime_log",
+              "1970-01-01 00:00:08.995,info,A,11,a\n1970-01-01 00:00:09.000,info,A,11,b\n"},
+             {"clock.jsonl", "trelvo_log", "2025-11-24 16:00:01.250,info,A,11,a\n"}}) {
+        const Output viewed = Run(
+            "trelvoctl decode -o json clock > clock.jsonl; HOME=$PWD lnav -n -I " TRELVO_SOURCE_DIR
+            "/tools/lnav -c ';select log_time, log_level, "
+            "tag, tid, log_body from " +
+            table + "' -c ':write-csv-to -' " + file);
+        EXPECT_EQ(viewed.out, head + rows) << viewed.err;
+    }
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ protected:
 
     // The lines of a dump without their times, which must not run backwards.
     static Lines Decode(const fs::path& dump, const std::string& policy_folder = {}) {
-        std::vector<std::string> command = {kBin + "trelvoctl", "decode", dump};
+        std::vector<std::string> command = {kBin + "trelvoctl", "decode", "--monotonic", dump};
         if (!policy_folder.empty()) {
             command.insert(command.end(), {"--policy", policy_folder});
         }
@@ -177,7 +177,8 @@ TEST_F(EndToEnd, LoggedLinesComeBackInOrder) {
                             "E/ALPHA(P " + logger_pid + ", T " + logger_pid + "): from logger",
                             Printed("I/ALPHA", "last")));
     // Times are seconds since the machine started.
-    const double time = std::stod(RunProgram({kBin + "trelvoctl", "decode", dump}).out);
+    const double time =
+        std::stod(RunProgram({kBin + "trelvoctl", "decode", "--monotonic", dump}).out);
     const std::chrono::duration<double> uptime =
         std::chrono::steady_clock::now().time_since_epoch();
     EXPECT_NEAR(time, uptime.count(), 60);

@@ -49,7 +49,8 @@ TEST_F(Stat, CountsAreThoseOfTheDump) {
     // As text: "3.500 I/AB(P 10, T 11): a known text" and two lines of 26 bytes.
     EXPECT_EQ(result.out,
               R"({"file":"whole.dump","policy_version":"1.0","bytes":43,"compressed_bytes":null,)"
-              R"("dictionary_bytes":20,"first_ms":3500,"last_ms":12500,"span_ms":9000,"records":3,)"
+              R"("dictionary_bytes":20,"first_ms":3500,"last_ms":12500,"span_ms":9000,"host":null,)"
+              R"("first_time":null,"last_time":null,"records":3,)"
               R"("records_per_second":0.3333333333333333,"bytes_per_second":1.6666666666666667,)"
               R"("levels":{"F":1,"I":1,"W":1},"coded_by":"tables","coded_records":1,)"
               R"("coded_bytes":4,"record_bytes":{"delta":5,"header":3,"length":3,"message":4,)"

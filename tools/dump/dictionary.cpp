@@ -100,3 +100,8 @@ std::optional<Origin> Dictionary::Find(uint32_t index) const {
     const Key& key = keys_[thread->key];
     return Origin{Tag(key), key.pid, thread->tid, static_cast<uint32_t>(thread - threads_.begin())};
 }
+
+bool Dictionary::HasTag(std::string_view tag) const {
+    return std::any_of(keys_.begin(), keys_.end(),
+                       [this, tag](const Key& key) { return Tag(key) == tag; });
+}

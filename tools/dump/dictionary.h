@@ -23,6 +23,7 @@ public:
     Dictionary(std::string entries, uint64_t offset);
 
     [[nodiscard]] std::optional<Origin> Find(uint32_t index) const;
+    [[nodiscard]] bool HasTag(std::string_view tag) const;
     // What the entries take in the dump.
     [[nodiscard]] size_t Bytes() const { return entries_.size(); }
     // How many indexes there are.

@@ -4,8 +4,6 @@
 #include <pcre2.h>
 
 #include <array>
-#include <charconv>
-#include <cmath>
 #include <new>
 
 namespace {
@@ -20,22 +18,6 @@ int Rank(char level) {
         level = static_cast<char>(level - 'a' + 'A');
     }
     return static_cast<int>(kLevels.find(level));
-}
-
-int64_t UnitMs(std::string_view unit, const std::string& text) {
-    if (unit.empty() || unit == "s") {
-        return 1000;
-    }
-    if (unit == "m") {
-        return int64_t{60} * 1000;
-    }
-    if (unit == "h") {
-        return int64_t{3600} * 1000;
-    }
-    if (unit == "d") {
-        return int64_t{24} * 3600 * 1000;
-    }
-    throw FilterError("'" + text + "' is no time: expected SECONDS, or -30s, -5m, -2h, -1d");
 }
 
 }  // namespace
@@ -79,19 +61,6 @@ bool Pattern::IsIn(std::string_view text) const {
     return result >= 0;
 }
 
-TimePoint ParseTimePoint(const std::string& text) {
-    double number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
-    constexpr double kMost = 1e12;
-    const std::string_view unit(stop, static_cast<size_t>(end - stop));
-    const int64_t unit_ms = UnitMs(error == std::errc() ? unit : "?", text);
-    if (!(std::abs(number) < kMost)) {
-        UnitMs("?", text);
-    }
-    return {std::llround(number * static_cast<double>(unit_ms)), text.front() == '-'};
-}
-
 bool LineFilter::IsTagLevel(std::string_view word) {
     return word.size() >= 2 && word[word.size() - 2] == ':' &&
            Rank(word.back()) != static_cast<int>(std::string_view::npos);
@@ -122,18 +91,28 @@ bool LineFilter::PassesTags(const Line& line) const {
     return lowest->second <= kDebug || Rank(line.level) >= lowest->second;
 }
 
-bool LineFilter::IsBefore(const Line& line, size_t boot, const TimePoint& time) const {
-    if (!time.from_end) {
-        return line.time_ms < time.ms;
-    }
-    return boot < end_boot_ || (boot == end_boot_ && line.time_ms < end_ms_ + time.ms);
+void LineFilter::SetWallEnd(int64_t ms) {
+    wall_end_ms_ = ms;
 }
 
-bool LineFilter::Passes(const Line& line, size_t boot) const {
-    if (since_ && IsBefore(line, boot, *since_)) {
+bool LineFilter::IsBefore(const Line& line, size_t boot, std::optional<int64_t> boot_time_ms,
+                          const TimePoint& time, int64_t later_ms) const {
+    const bool from_end = time.kind == TimePoint::Kind::kFromEnd;
+    if (time.kind == TimePoint::Kind::kWall || (from_end && wall_end_ms_)) {
+        const int64_t wall_ms = from_end ? *wall_end_ms_ + time.ms : time.ms;
+        return !boot_time_ms || *boot_time_ms + line.time_ms < wall_ms + later_ms;
+    }
+    if (!from_end) {
+        return line.time_ms < time.ms + later_ms;
+    }
+    return boot < end_boot_ || (boot == end_boot_ && line.time_ms < end_ms_ + time.ms + later_ms);
+}
+
+bool LineFilter::Passes(const Line& line, size_t boot, std::optional<int64_t> boot_time_ms) const {
+    if (since_ && IsBefore(line, boot, boot_time_ms, *since_, 0)) {
         return false;
     }
-    if (until_ && !IsBefore(line, boot, {until_->ms + 1, until_->from_end})) {
+    if (until_ && !IsBefore(line, boot, boot_time_ms, *until_, 1)) {
         return false;
     }
     return (lowest_.empty() || PassesTags(line)) &&

@@ -5,20 +5,14 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "filter/time_point.h"
 #include "timeline/timeline.h"
 
 struct pcre2_real_code_8;
 struct pcre2_real_match_data_8;
-
-// What a filter was made from cannot be used. what() is one line that quotes it.
-class FilterError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 // A regular expression of PCRE2, looked for in text that need not be UTF-8.
 class Pattern {
@@ -40,15 +34,6 @@ private:
     std::unique_ptr<pcre2_real_match_data_8, FreeMatch> match_;
 };
 
-// A point of kernel time, or one that counts back from the end of the log.
-struct TimePoint {
-    int64_t ms = 0;  // before the end: negative or 0
-    bool from_end = false;
-};
-
-// SECONDS with a fraction, or back from the end: -30s, -5m, -2h, -1d. Throws FilterError.
-[[nodiscard]] TimePoint ParseTimePoint(const std::string& text);
-
 // Which lines are shown: those that pass every kind of filter that was given.
 class LineFilter {
 public:
@@ -61,17 +46,27 @@ public:
     void AddPid(int32_t pid) { pids_.insert(pid); }
     void AddTid(int32_t tid) { tids_.insert(tid); }
     void SetPattern(const std::string& expression) { pattern_.emplace(expression); }
+    // Whether lines of this tag were asked for by name.
+    [[nodiscard]] bool Names(std::string_view tag) const {
+        return lowest_.find(tag) != lowest_.end();
+    }
     // From `since` to `until`, both included. A time that counts from the end leaves out the lines
-    // of all boots but the last.
+    // of all boots but the last, unless the end is a wall-clock time.
     void SetSpan(std::optional<TimePoint> since, std::optional<TimePoint> until);
     // The last boot of the log and when its last line was.
     void SetEnd(size_t boot, int64_t ms);
+    // When the last line was by wall clock: since 1970. Lines are then chosen by wall clock.
+    void SetWallEnd(int64_t ms);
 
-    [[nodiscard]] bool Passes(const Line& line, size_t boot) const;
+    // `boot_time_ms`: since 1970, where it is known. A line without is before every wall-clock
+    // time.
+    [[nodiscard]] bool Passes(const Line& line, size_t boot,
+                              std::optional<int64_t> boot_time_ms) const;
 
 private:
     [[nodiscard]] bool PassesTags(const Line& line) const;
-    [[nodiscard]] bool IsBefore(const Line& line, size_t boot, const TimePoint& time) const;
+    [[nodiscard]] bool IsBefore(const Line& line, size_t boot, std::optional<int64_t> boot_time_ms,
+                                const TimePoint& time, int64_t later_ms) const;
 
     std::map<std::string, int, std::less<>> lowest_;  // by tag
     std::set<int32_t> pids_;
@@ -81,4 +76,5 @@ private:
     std::optional<TimePoint> until_;
     size_t end_boot_ = 0;
     int64_t end_ms_ = 0;
+    std::optional<int64_t> wall_end_ms_;
 };

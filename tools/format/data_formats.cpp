@@ -24,10 +24,13 @@ public:
     void Append(const Line& line, const LineContext& context, std::string& out) override {
         Json object;
         object["time_ms"] = line.time_ms;
-        if (style_.wall) {
+        if (style_.wall && context.boot_time_ms) {
             std::string time;
             clock_.Append(*context.boot_time_ms + line.time_ms, kIsoDateAndTime, true, time);
             object["time"] = time;
+        }
+        if (style_.host) {
+            object["host"] = context.host;
         }
         object["level"] = std::string(1, line.level);
         object["tag"] = line.origin.tag;
@@ -70,14 +73,21 @@ public:
     explicit CsvFormat(TimeStyle style) : style_(style), clock_(style.utc) {}
 
     void AppendHead(std::string& out) const override {
-        out += style_.wall ? "time_ms,time,level,tag,pid,tid,message,coded,file\n"
-                           : "time_ms,level,tag,pid,tid,message,coded,file\n";
+        out += style_.wall ? "time_ms,time," : "time_ms,";
+        out += style_.host ? "host," : "";
+        out += "level,tag,pid,tid,message,coded,file\n";
     }
 
     void Append(const Line& line, const LineContext& context, std::string& out) override {
         out += std::to_string(line.time_ms) + ',';
         if (style_.wall) {
-            clock_.Append(*context.boot_time_ms + line.time_ms, kIsoDateAndTime, true, out);
+            if (context.boot_time_ms) {
+                clock_.Append(*context.boot_time_ms + line.time_ms, kIsoDateAndTime, true, out);
+            }
+            out += ',';
+        }
+        if (style_.host) {
+            AppendCsvField(context.host, out);
             out += ',';
         }
         out += line.level;

@@ -12,12 +12,15 @@
 struct TimeStyle {
     bool wall = false;  // wall-clock time instead of seconds since boot
     bool utc = false;   // of the wall-clock; else in the machine's time zone
+    bool host = false;  // with the name of the machine that logged the line
 };
 
 // What a format knows of a line beyond the line itself.
 struct LineContext {
-    std::string_view file;                // the dump's name
-    std::optional<int64_t> boot_time_ms;  // since 1970; set where the style is wall-clock time
+    std::string_view file;  // the dump's name
+    std::string_view host;
+    // Since 1970. Where the style is wall-clock time and nothing tells it, times are shown without.
+    std::optional<int64_t> boot_time_ms;
 };
 
 // Turns lines into the text of one output format, a line with its line feed at a time.

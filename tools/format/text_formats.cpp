@@ -12,6 +12,7 @@
 namespace {
 
 constexpr size_t kTimeWidth = 12;
+constexpr size_t kWallWidth = 23;
 constexpr size_t kTagWidth = 20;
 constexpr size_t kThreadtimeTagWidth = 8;
 constexpr size_t kIdWidth = 5;
@@ -90,12 +91,16 @@ public:
     void Append(const Line& line, const LineContext& context, std::string& out) override {
         const std::string_view color = color_ ? Color(line.level) : "";
         out += color;
-        if (style_.wall) {
+        if (style_.wall && context.boot_time_ms) {
             clock_.Append(*context.boot_time_ms + line.time_ms, kDateAndTime, style_.utc, out);
         } else {
             time_.clear();
             AppendSeconds(line.time_ms, time_);
-            AppendRight(time_, kTimeWidth, out);
+            AppendRight(time_, style_.wall ? kWallWidth : kTimeWidth, out);
+        }
+        if (style_.host) {
+            out += ' ';
+            AppendEscaped(context.host, out);
         }
         out += ' ';
         out += line.level;

@@ -1,5 +1,6 @@
 #include "stat/dump_statistics.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
@@ -45,10 +46,24 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
     result.damage = extent.damage;
 
     std::vector<Writer> writers(reader.Origins().Size());
-    int64_t time_ms = result.first_ms;
+    const int64_t first_ms = result.first_ms;
+    int64_t time_ms = first_ms;
     Record record;
+    ClockLines clocks;
     for (uint64_t count = 0; count < extent.records && reader.Next(record); ++count) {
         time_ms += count == 0 ? 0 : record.delta_ms;
+        if (clocks.Take(record) && !result.first_boot_time_ms) {
+            result.first_boot_time_ms = clocks.Last()->boot_time_ms;
+            // Times count back from the newest line: where it is lost, all are too late.
+            const int64_t late = time_ms - clocks.Last()->monotonic_ms;
+            if (late > (extent.damage ? 0 : kClockToleranceMs)) {
+                result.first_ms -= late;
+                result.last_ms -= late;
+            }
+            if (result.first_ms >= kTimesEndMs) {
+                result.first_ms = std::max(result.first_ms, clocks.Last()->monotonic_ms);
+            }
+        }
         const Share share{1, record.end_offset - record.offset};
         Writer& writer = writers[record.origin.place];
         if (writer.share.records == 0) {
@@ -73,7 +88,14 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
         result.length_bytes += message_offset - record.length_offset;
         result.message_bytes += record.message.size();
         ++result.levels[record.level];
-        ++result.timeline[Part(time_ms - result.first_ms, extent.span_ms)];
+        ++result.timeline[Part(time_ms - first_ms, extent.span_ms)];
+    }
+    if (clocks.Last()) {
+        result.host = clocks.Host();
+        result.last_boot_time_ms = clocks.Last()->boot_time_ms;
+        if (result.last_ms >= kTimesEndMs) {
+            result.last_ms = std::max(result.last_ms, clocks.Last()->monotonic_ms);
+        }
     }
     for (const Writer& writer : writers) {
         if (writer.share.records == 0) {

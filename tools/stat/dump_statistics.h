@@ -10,6 +10,7 @@
 
 #include "dump/byte_source.h"
 #include "dump/dump_reader.h"
+#include "timeline/survey.h"
 
 class CodeTables;
 
@@ -33,6 +34,9 @@ struct DumpStatistics {
     uint64_t dictionary_bytes = 0;  // of the dictionary's entries
     int64_t first_ms = 0;           // kernel time of the first record and of the last
     int64_t last_ms = 0;
+    std::string host;                           // as clock lines tell; empty where there are none
+    std::optional<int64_t> first_boot_time_ms;  // since 1970, for the first record and for the last
+    std::optional<int64_t> last_boot_time_ms;
     Share all;
     // Recognised by the tag's table; without tables, all whose message cannot be text.
     Share coded;

@@ -1,5 +1,6 @@
 #include "timeline/survey.h"
 
+#include <algorithm>
 #include <functional>
 #include <string_view>
 
@@ -22,18 +23,35 @@ uint64_t Hash(const Record& record) {
 
 }  // namespace
 
+bool ClockLines::Read(const Record& record) {
+    const auto line = ReadClockLine(record);
+    if (!line || (last_ && line->boot != boot_)) {
+        return false;
+    }
+    boot_ = line->boot;
+    host_ = line->host;
+    last_ = ClockPoint{line->boot_time_ms, line->monotonic_ms};
+    return true;
+}
+
 Survey TakeSurvey(ByteSource& source, bool with_prints) {
     DumpReader reader(source);
     Survey survey;
     survey.version = reader.PolicyVersion();
     survey.last_log_time = reader.LastLogTime();
+    Record record;
     try {
-        for (Record record; reader.Next(record); ++survey.records) {
+        for (; reader.Next(record); ++survey.records) {
             if (survey.records == 0) {
                 survey.first_delta_ms = record.delta_ms;
                 survey.fresh = record.delta_ms == 0 && record.index == 1;
             } else {
                 survey.span_ms += record.delta_ms;
+                survey.silence_ms = std::max<int64_t>(survey.silence_ms, record.delta_ms);
+            }
+            if (survey.clocks.Take(record) && !survey.first_clock) {
+                survey.first_clock = survey.clocks.Last();
+                survey.first_clock_ms = survey.span_ms;
             }
             if (with_prints) {
                 survey.prints.push_back({Hash(record), survey.span_ms});
@@ -41,6 +59,16 @@ Survey TakeSurvey(ByteSource& source, bool with_prints) {
         }
     } catch (const DumpError& error) {
         survey.damage = error;
+    }
+    // Times count back from the newest line: where it is lost, all are too late by as much.
+    if (survey.first_clock) {
+        const int64_t late = survey.last_log_time - survey.span_ms + survey.first_clock_ms -
+                             survey.first_clock->monotonic_ms;
+        if (!survey.damage && late > kClockToleranceMs) {
+            survey.damage = DumpError(
+                record.end_offset, "the dump was cut between two records, as its clock lines tell");
+        }
+        survey.late_ms = survey.damage ? std::max<int64_t>(late, 0) : 0;
     }
     return survey;
 }

@@ -6,6 +6,35 @@
 #include <vector>
 
 #include "dump/dump_reader.h"
+#include "timeline/clock_line.h"
+
+// What a clock line tells of the lines that follow it, in milliseconds.
+struct ClockPoint {
+    int64_t boot_time_ms = 0;  // since 1970
+    int64_t monotonic_ms = 0;
+};
+
+// What the clock lines of a dump say. A dump is of one boot, since it is taken of memory: what its
+// first clock line names is believed, and lines that name another boot are not clock lines.
+class ClockLines {
+public:
+    // Whether the record is a clock line, which is then the last one.
+    [[nodiscard]] bool Take(const Record& record) {
+        return record.origin.tag == kClockTag && Read(record);
+    }
+
+    // Both are empty until there is a clock line. Machines change their names: the last counts.
+    [[nodiscard]] const std::string& Boot() const { return boot_; }
+    [[nodiscard]] const std::string& Host() const { return host_; }
+    [[nodiscard]] const std::optional<ClockPoint>& Last() const { return last_; }
+
+private:
+    [[nodiscard]] bool Read(const Record& record);
+
+    std::string boot_;
+    std::string host_;
+    std::optional<ClockPoint> last_;
+};
 
 // What one pass over a dump finds out about its place among other dumps.
 struct Survey {
@@ -21,6 +50,11 @@ struct Survey {
     int64_t span_ms = 0;        // from the first to the last of them
     bool fresh = false;         // begins as a recorder does that has just started or been emptied
     int32_t first_delta_ms = 0;
+    int64_t silence_ms = 0;  // the longest between two lines
+    ClockLines clocks;       // after the last record
+    std::optional<ClockPoint> first_clock;
+    int64_t first_clock_ms = 0;  // when it was, since the first record
+    int64_t late_ms = 0;  // by what the times of a damaged dump are too late, by its clock lines
     std::vector<Print> prints;  // of every record, where they were asked for
     std::optional<DumpError> damage;
 };

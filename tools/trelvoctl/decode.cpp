@@ -1,6 +1,5 @@
 #include "trelvoctl/decode.h"
 
-#include <glib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,9 +8,12 @@
 #include <memory>
 #include <new>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
+#include "escape/escape.h"
 #include "policy/policy_file.h"
+#include "timeline/clock_line.h"
 #include "trelvoctl/inputs.h"
 #include "trelvoctl/output.h"
 
@@ -51,8 +53,7 @@ bool WantsColor(const std::string& mode) {
     return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
 }
 
-std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options) {
-    const TimeStyle style{options.wall || options.boot_time, options.utc};
+std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle style) {
     if (options.format == "threadtime") {
         return MakeThreadtimeFormat(style);
     }
@@ -68,47 +69,10 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options) {
     return MakeShortFormat(style, WantsColor(options.color));
 }
 
-// Milliseconds since 1970. Throws FilterError.
-int64_t ParseIsoTime(const std::string& text, bool utc) {
-    const std::unique_ptr<GTimeZone, decltype(&g_time_zone_unref)> zone(
-        utc ? g_time_zone_new_utc() : g_time_zone_new_local(), g_time_zone_unref);
-    const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> time(
-        g_date_time_new_from_iso8601(text.c_str(), zone.get()), g_date_time_unref);
-    if (!time) {
-        throw FilterError("'" + text + "' is no ISO 8601 time, such as 2026-01-31T12:00:00Z");
-    }
-    return g_date_time_to_unix(time.get()) * 1000 + g_date_time_get_microsecond(time.get()) / 1000;
-}
-
-std::string MarkerText(Break before, int64_t from_ms, int64_t to_ms) {
-    const auto seconds = [](int64_t ms) {
-        std::string text;
-        AppendSeconds(ms, text);
-        return text;
-    };
-    switch (before) {
-        case Break::kGap:
-            return "gap: lines between " + seconds(from_ms) + " and " + seconds(to_ms) +
-                   " are in none of the dumps";
-        case Break::kFresh:
-            return "fresh start after " + seconds(from_ms) +
-                   ": a dump emptied the recorder, or the service was started";
-        case Break::kRestart:
-            return "restart: the service was started again and recorded this boot once more";
-        case Break::kReboot:
-            return "reboot: time starts over";
-        case Break::kNone:
-            break;
-    }
-    return {};
-}
-
 }  // namespace
 
 Decoder::Decoder(DecodeOptions options)
-    : options_(std::move(options)),
-      format_(MakeFormat(options_)),
-      sink_(options_.last, options_.reversed) {
+    : options_(std::move(options)), sink_(options_.last, options_.reversed) {
     for (const std::string& word : options_.words) {
         if (LineFilter::IsTagLevel(word) && !fs::exists(word)) {
             filter_.AddTagLevel(word);
@@ -125,12 +89,19 @@ Decoder::Decoder(DecodeOptions options)
     if (options_.grep) {
         filter_.SetPattern(*options_.grep);
     }
-    const auto time = [](const std::optional<std::string>& text) {
-        return text ? std::optional(ParseTimePoint(*text)) : std::nullopt;
+    const auto time = [this](const std::optional<std::string>& text) {
+        return text ? std::optional(ParseTimePoint(*text, options_.utc)) : std::nullopt;
     };
-    filter_.SetSpan(time(options_.since), time(options_.until));
+    since_ = time(options_.since);
+    until_ = time(options_.until);
+    filter_.SetSpan(since_, until_);
     if (options_.boot_time) {
-        boot_time_ms_ = ParseIsoTime(*options_.boot_time, options_.utc);
+        boot_time_ms_ = ParseWallTime(*options_.boot_time, options_.utc);
+        if (!boot_time_ms_) {
+            throw FilterError("'" + *options_.boot_time +
+                              "' is not a time of boot: expected 2026-01-31T12:00:00Z or "
+                              "'2026-01-31 12:00:00'");
+        }
     }
 }
 
@@ -168,14 +139,10 @@ ExitCode Decoder::Run() {
     for (const Candidate& candidate : InOrder(files)) {
         Add(candidate);
     }
-    if (const auto fault = WallFault(); !fault.empty()) {
-        Complain("decode: " + fault);
-        return ExitCode::kUsage;
+    if (timeline_->Boots() > 0 || !watch) {
+        SettleStyle();
+        ShowFrom(0);
     }
-    std::string head;
-    format_->AppendHead(head);
-    Print(head);
-    ShowFrom(0);
     sink_.Finish();
     progress_.reset();
     while (watch) {
@@ -189,6 +156,9 @@ ExitCode Decoder::Run() {
             if (!IsKnown(candidate)) {
                 Add(candidate);
             }
+        }
+        if (!format_ && timeline_->Boots() > 0) {
+            SettleStyle();
         }
         ShowFrom(before);
     }
@@ -235,19 +205,23 @@ bool Decoder::Try(const std::string& name, const Step& step) {
 }
 
 std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>& files) {
+    const bool with_clocks = files.size() > 1 && !options_.one_boot;
     std::vector<Candidate> candidates;
     for (const std::string& file : files) {
         Candidate candidate;
         candidate.file = file;
         candidate.name = file == kStandardInput ? "standard input" : file;
-        const bool read = Try(candidate.name, [this, &candidate] {
+        const bool read = Try(candidate.name, [this, &candidate, with_clocks] {
             const auto source = Open(candidate.file);
-            const DumpReader reader(*source);
+            DumpReader reader(*source);
             candidate.version = reader.PolicyVersion();
             candidate.last_log_time = reader.LastLogTime();
             // What has no time of its own is being written now.
             const auto written = source->WriteTime();
             candidate.written_ns = written ? ToNanoseconds(*written) : INT64_MAX;
+            if (with_clocks && reader.Origins().HasTag(kClockTag)) {
+                FindClock(reader, candidate);
+            }
         });
         if (read) {
             candidates.push_back(std::move(candidate));
@@ -263,7 +237,46 @@ std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>&
                          }
                          return NaturalLess(a.file, b.file);
                      });
+    if (with_clocks) {
+        GatherBoots(candidates);
+    }
     return candidates;
+}
+
+void Decoder::FindClock(DumpReader& reader, Candidate& candidate) {
+    try {
+        for (Record record; reader.Next(record);) {
+            if (const auto clock = ReadClockLine(record)) {
+                candidate.boot = clock->boot;
+                candidate.clock_ms = clock->monotonic_ms;
+                return;
+            }
+        }
+    } catch (const DumpError&) {
+        // Will be told when the lines before the damage are read.
+    }
+}
+
+// In the place of the first dump of a boot all of them, by log time: files lose their own times.
+void Decoder::GatherBoots(std::vector<Candidate>& candidates) {
+    std::map<std::string, size_t> first;
+    std::vector<std::pair<size_t, Candidate>> placed;
+    for (Candidate& candidate : candidates) {
+        const size_t place = placed.size();
+        placed.emplace_back(
+            candidate.boot.empty() ? place : first.emplace(candidate.boot, place).first->second,
+            std::move(candidate));
+    }
+    std::stable_sort(placed.begin(), placed.end(), [](const auto& a, const auto& b) {
+        const auto key = [](const auto& entry) {
+            const Candidate& candidate = entry.second;
+            return std::tuple(entry.first, candidate.last_log_time, candidate.clock_ms);
+        };
+        return key(a) < key(b);
+    });
+    for (size_t i = 0; i < placed.size(); ++i) {
+        candidates[i] = std::move(placed[i].second);
+    }
 }
 
 bool Decoder::IsKnown(const Candidate& candidate) const {
@@ -284,61 +297,158 @@ void Decoder::Add(const Candidate& candidate) {
     });
 }
 
-std::string Decoder::WallFault() const {
-    if (boot_time_ms_ && timeline_->Boots() > 1) {
-        return "--boot-time is that of one boot, but the dumps are of " +
-               std::to_string(timeline_->Boots()) + "; --wall takes the files' own times";
-    }
-    for (size_t boot = 0; options_.wall && boot < timeline_->Boots(); ++boot) {
-        if (!timeline_->BootTime(boot)) {
-            return "--wall needs a file with a time of its own; --boot-time sets one";
+void Decoder::SettleStyle() {
+    bool told = false;
+    bool untold = false;
+    for (size_t boot = 0; boot < timeline_->Boots(); ++boot) {
+        (timeline_->HasClock(boot) ? told : untold) = true;
+        if (options_.wall && !timeline_->HasClock(boot) && !timeline_->BootTime(boot)) {
+            throw FilterError("--wall needs a file with a time of its own; --boot-time sets one");
         }
     }
-    return {};
+    if (boot_time_ms_ && timeline_->Boots() > 1) {
+        throw FilterError("--boot-time is that of one boot, but the dumps are of " +
+                          std::to_string(timeline_->Boots()) +
+                          "; --wall takes the files' own times");
+    }
+    style_.wall = !options_.monotonic && (options_.wall || boot_time_ms_ || told);
+    style_.utc = options_.utc;
+    style_.host = timeline_->Hosts().size() > 1;
+    for (const auto& [point, text] :
+         {std::pair(since_, options_.since), std::pair(until_, options_.until)}) {
+        if (point && point->kind == TimePoint::Kind::kWall && !style_.wall) {
+            throw FilterError("'" + *text + "' is a wall-clock time, but " +
+                              (told ? "--monotonic shows times since boot: drop it, "
+                                    : "no clock line tells one: --wall guesses it, ") +
+                              "or give seconds since boot, or -5m, back from the end");
+        }
+        if (point && point->kind == TimePoint::Kind::kSinceBoot && style_.wall) {
+            throw FilterError("'" + *text +
+                              "' is seconds since boot, which --monotonic shows; give a time as it "
+                              "is shown: '2026-11-25 00:54:00', 00:54, yesterday, -5m");
+        }
+    }
+    if (style_.wall && untold && !boot_time_ms_) {
+        int64_t silence_ms = 0;
+        for (const Part& part : timeline_->Parts()) {
+            silence_ms = std::max(silence_ms, part.silence_ms);
+        }
+        Complain(
+            "wall-clock times of dumps without clock lines are a guess by the files' own "
+            "times: late by as long as nothing was logged before a dump; the longest silence "
+            "in them is " +
+            TimeText(silence_ms, {}) + " s");
+    }
+    format_ = MakeFormat(options_, style_);
+    std::string head;
+    format_->AppendHead(head);
+    Print(head);
+}
+
+std::optional<int64_t> Decoder::BootTime(const Line& line, size_t boot) const {
+    if (!style_.wall) {
+        return std::nullopt;
+    }
+    if (boot_time_ms_) {
+        return boot_time_ms_;
+    }
+    return line.boot_time_ms ? line.boot_time_ms : guessed_[boot];
 }
 
 void Decoder::ShowFrom(size_t first_part) {
     const std::vector<Part>& parts = timeline_->Parts();
+    guessed_.clear();
+    for (size_t boot = 0; boot < timeline_->Boots(); ++boot) {
+        guessed_.push_back(timeline_->BootTime(boot));
+    }
     int64_t end_ms = 0;
+    std::optional<int64_t> wall_end_ms;
     for (const Part& part : parts) {
-        if (part.boot + 1 == timeline_->Boots() && part.records > 0) {
-            end_ms = std::max(end_ms, part.last_ms);
+        if (part.records == 0) {
+            continue;
+        }
+        if (part.boot + 1 == timeline_->Boots()) {
+            end_ms = std::max(end_ms, part.EndMs());
+        }
+        Line last;
+        last.time_ms = part.EndMs();
+        if (part.last_clock) {
+            last.boot_time_ms = part.last_clock->boot_time_ms;
+        }
+        if (const auto boot_time_ms = BootTime(last, part.boot)) {
+            wall_end_ms = std::max(wall_end_ms.value_or(INT64_MIN), *boot_time_ms + last.time_ms);
         }
     }
     filter_.SetEnd(parts.empty() ? 0 : timeline_->Boots() - 1, end_ms);
+    if (wall_end_ms) {
+        filter_.SetWallEnd(*wall_end_ms);
+    }
+    clock_lines_ = filter_.Names(kClockTag);
     Try("decode", [this, first_part, &parts] {
         timeline_->Visit(
             first_part,
             [this, &parts](const Line& line, Break before) {
                 Show(line, before, parts[line.dump]);
-                return true;
             },
             [this](const Part& part) { TellFaults(part); });
     });
 }
 
-void Decoder::Show(const Line& line, Break before, const Part& part) {
-    if (before != Break::kNone) {
-        marker_ = MarkerText(before, last_ms_, line.time_ms);
+std::string Decoder::TimeText(int64_t ms, std::optional<int64_t> boot_time_ms) const {
+    std::string text;
+    if (boot_time_ms) {
+        Clock(style_.utc).Append(*boot_time_ms + ms, "%Y-%m-%d %H:%M:%S", style_.utc, text);
+    } else {
+        AppendSeconds(ms, text);
     }
-    last_ms_ = line.time_ms;
-    if (!filter_.Passes(line, part.boot)) {
+    return text;
+}
+
+std::string Decoder::MarkerText(Break before, const Line& line, const Part& part) {
+    const LastLine& last = last_[timeline_->Host(part.boot)];
+    const std::string from = TimeText(last.time_ms, last.boot_time_ms);
+    std::string text = style_.host ? timeline_->Host(part.boot) + ": " : "";
+    switch (before) {
+        case Break::kGap:
+            return text + "gap: lines between " + from + " and " +
+                   TimeText(line.time_ms, BootTime(line, part.boot)) + " are in none of the dumps";
+        case Break::kFresh:
+            return text + "fresh start after " + from +
+                   ": a dump emptied the recorder, or the service was started";
+        case Break::kRestart:
+            return text + "restart: the service was started again and recorded this boot once more";
+        case Break::kReboot:
+            return text + "reboot: time starts over";
+        case Break::kNone:
+            break;
+    }
+    return {};
+}
+
+void Decoder::Show(const Line& line, Break before, const Part& part) {
+    const auto boot_time_ms = BootTime(line, part.boot);
+    if (before != Break::kNone) {
+        marker_ = MarkerText(before, line, part);
+    }
+    if (part.boot != last_boot_) {
+        last_boot_ = part.boot;
+        last_line_ = &last_[timeline_->Host(part.boot)];
+    }
+    *last_line_ = {line.time_ms, boot_time_ms};
+    if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
         return;
     }
     ++shown_;
     LineContext context;
     context.file = part.name;
-    if (options_.wall) {
-        context.boot_time_ms = timeline_->BootTime(part.boot);
-    } else {
-        context.boot_time_ms = boot_time_ms_;
-    }
+    context.host = timeline_->Host(part.boot);
+    context.boot_time_ms = boot_time_ms;
     text_.clear();
     format_->Append(line, context, text_);
     if (!marker_.empty()) {
         if (format_->TakesMarkers()) {
             // Viewers of the threadtime format pass over lines that begin like this.
-            const std::string marker = "--------- " + marker_ + '\n';
+            const std::string marker = "--------- " + Escape(marker_) + '\n';
             text_ = options_.reversed ? text_ + marker : marker + text_;
         } else {
             Complain(part.name + ": " + marker_);
@@ -355,7 +465,7 @@ void Decoder::TellFaults(const Part& part) {
     }
     if (part.damage) {
         // The newest whole line is given the time of the newest line of all.
-        const bool shifted = part.records > 0 && !part.exact;
+        const bool shifted = part.records > 0 && part.latest;
         Complain(part.name + ": offset " + std::to_string(part.damage->Offset()) + ": " +
                  part.damage->what() +
                  (shifted ? "; the times shown are the latest possible" : ""));

@@ -35,6 +35,7 @@ struct DecodeOptions {
     std::string color = "auto";
     std::optional<std::string> boot_time;
     bool wall = false;
+    bool monotonic = false;
     bool utc = false;
 };
 
@@ -55,6 +56,12 @@ private:
         std::string version;
         int32_t last_log_time = 0;  // ms
         int64_t written_ns = 0;     // since 1970
+        std::string boot;           // as the first clock line tells
+        int64_t clock_ms = 0;       // since boot, of that line
+    };
+    struct LastLine {
+        int64_t time_ms = 0;
+        std::optional<int64_t> boot_time_ms;
     };
 
     [[nodiscard]] std::unique_ptr<ByteSource> Open(const std::string& file);
@@ -63,10 +70,18 @@ private:
     bool Try(const std::string& name, const Step& step);
     // Those of the files that are dumps, in the order in which they were written.
     [[nodiscard]] std::vector<Candidate> InOrder(const std::vector<std::string>& files);
+    // Reads up to the first clock line.
+    static void FindClock(DumpReader& reader, Candidate& candidate);
+    static void GatherBoots(std::vector<Candidate>& candidates);
     [[nodiscard]] bool IsKnown(const Candidate& candidate) const;
     void Add(const Candidate& candidate);
-    // Why wall-clock times cannot be shown; empty when they can, or are not asked for.
-    [[nodiscard]] std::string WallFault() const;
+    // Decides how times are shown, by the options and by what the dumps hold. Throws FilterError
+    // where the options want what the dumps cannot tell.
+    void SettleStyle();
+    // Of the machine, since 1970, in wall-clock style and as far as it is known.
+    [[nodiscard]] std::optional<int64_t> BootTime(const Line& line, size_t boot) const;
+    [[nodiscard]] std::string TimeText(int64_t ms, std::optional<int64_t> boot_time_ms) const;
+    [[nodiscard]] std::string MarkerText(Break before, const Line& line, const Part& part);
     void ShowFrom(size_t first_part);
     void Show(const Line& line, Break before, const Part& part);
     void TellFaults(const Part& part);
@@ -82,9 +97,16 @@ private:
     std::shared_ptr<ByteSource> standard_input_;
     std::optional<Timeline> timeline_;
     std::map<std::string, int64_t> known_;  // when the files that were read had been written
-    std::string marker_;                    // to be shown before the next line
-    std::string text_;                      // of the line at hand
-    int64_t last_ms_ = 0;                   // time of the line before
+    std::optional<TimePoint> since_;
+    std::optional<TimePoint> until_;
+    TimeStyle style_;
+    std::vector<std::optional<int64_t>> guessed_;  // boot times by the files' times, in that style
+    std::string marker_;                           // to be shown before the next line
+    std::string text_;                             // of the line at hand
+    std::map<std::string, LastLine> last_;         // by host
+    std::optional<size_t> last_boot_;              // of the line before
+    LastLine* last_line_ = nullptr;                // of that boot's host
+    bool clock_lines_ = false;                     // are shown
     uint64_t shown_ = 0;
     ExitCode worst_ = ExitCode::kSuccess;
 };

@@ -16,8 +16,11 @@ constexpr const char* kHelp =
     "The level is I, W, E or F; D stands for all others, which a dump does not tell apart. Bytes\n"
     "that could drive a terminal are printed as \\xNN (a byte) or \\u{N} (a code point), a\n"
     "backslash as \\\\. Without its code tables a code is printed as <code HEX>.\n"
-    "Times follow from the newest line backwards: where a dump is damaged, the lines that were\n"
-    "lost are not accounted for, and the times are the latest that are possible.\n\n";
+    "Where the capture wrote clock lines, times are those of the wall clock, and boots and "
+    "machines\n"
+    "are told apart by name; clock lines are shown only when a filter names them: trelvo.clock:V.\n"
+    "Other times follow from the newest line backwards: where a dump is damaged, the lines that\n"
+    "were lost are not accounted for, and the times are the latest that are possible.\n\n";
 
 ExitCode Decode(const DecodeOptions& options) {
     try {
@@ -64,7 +67,9 @@ void AddDecode(CLI::App& app, Action& action) {
     command
         ->add_option(
             "--since", options->since,
-            "Only lines from this time on: seconds, or back from the end as -30s, -5m, -2h")
+            "Only lines from this time on, as times are shown: '2026-11-25 00:54:00', 2026-11-25, "
+            "00:54, yesterday, '10 min ago'; seconds since boot where these are shown; or back "
+            "from the end as -30s, -5m, -2h")
         ->type_name("TIME");
     command->add_option("--until", options->until, "Only lines up to this time")->type_name("TIME");
     command
@@ -91,9 +96,17 @@ void AddDecode(CLI::App& app, Action& action) {
             ->add_option("--boot-time", options->boot_time,
                          "Wall-clock times, for a machine that booted then (ISO 8601)")
             ->type_name("TIME");
+    auto* const wall =
+        command
+            ->add_flag("--wall", options->wall,
+                       "Wall-clock times also for dumps without clock lines, as far as the files' "
+                       "own times tell")
+            ->excludes(boot_time);
     command
-        ->add_flag("--wall", options->wall, "Wall-clock times, as far as the files' own times tell")
-        ->excludes(boot_time);
+        ->add_flag("--monotonic", options->monotonic,
+                   "Seconds since boot, also where clock lines tell the wall-clock time")
+        ->excludes(boot_time)
+        ->excludes(wall);
     command->add_flag("--utc", options->utc, "Wall-clock times in UTC");
     command->add_flag("--one-boot", options->one_boot,
                       "All dumps are of one boot: order them by log time, whatever the times of "

@@ -16,6 +16,7 @@
 
 #include "dump/zstd_source.h"
 #include "escape/escape.h"
+#include "format/clock.h"
 #include "policy/policies.h"
 #include "policy/policy_file.h"
 #include "stat/dump_statistics.h"
@@ -87,6 +88,12 @@ double Seconds(int64_t milliseconds) {
     return static_cast<double>(milliseconds) / 1000;
 }
 
+std::string WallText(int64_t ms) {
+    std::string text;
+    Clock(false).Append(ms, "%Y-%m-%dT%H:%M:%S", true, text);
+    return text;
+}
+
 std::string Bar(const DumpStatistics& statistics) {
     static constexpr std::array<const char*, 8> kLevels{"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
     const auto& timeline = statistics.timeline;
@@ -151,6 +158,11 @@ void PrintDetails(const DumpFile& dump, size_t top) {
                              s.tags.size(), s.processes.size()));
     row("span", Format("%.3f s, from %.3f to %.3f", Seconds(s.SpanMs()), Seconds(s.first_ms),
                        Seconds(s.last_ms)));
+    if (s.first_boot_time_ms) {
+        row("wall clock", WallText(*s.first_boot_time_ms + s.first_ms) + " to " +
+                              WallText(*s.last_boot_time_ms + s.last_ms) + ", on " +
+                              Escape(s.host));
+    }
     row("records", Format("%ju", uintmax_t{records}));
     row("a second", RateText(records, s.SpanMs()) + " records, " +
                         RateText(s.all.bytes, s.SpanMs()) + " bytes");
@@ -240,6 +252,9 @@ void PrintJson(const DumpFile& dump, size_t top) {
         {"first_ms", s.first_ms},
         {"last_ms", s.last_ms},
         {"span_ms", s.SpanMs()},
+        {"host", nullptr},
+        {"first_time", nullptr},
+        {"last_time", nullptr},
         {"records", s.all.records},
         {"records_per_second", JsonOf(Rate(s.all.records, s.SpanMs()))},
         {"bytes_per_second", JsonOf(Rate(s.all.bytes, s.SpanMs()))},
@@ -259,6 +274,11 @@ void PrintJson(const DumpFile& dump, size_t top) {
         {"processes", JsonOf(TopProcesses(s, top), "process")},
         {"damage", nullptr},
     };
+    if (s.first_boot_time_ms) {
+        object["host"] = Escape(s.host);
+        object["first_time"] = WallText(*s.first_boot_time_ms + s.first_ms);
+        object["last_time"] = WallText(*s.last_boot_time_ms + s.last_ms);
+    }
     if (s.damage) {
         object["damage"] = {{"offset", s.damage->Offset()}, {"cause", s.damage->what()}};
     }
