@@ -1,6 +1,7 @@
 // trelvoctl decode: several dumps as one log, what is chosen of it and how it is printed.
 
 #include <gmock/gmock.h>
+#include <zstd.h>
 
 #include <algorithm>
 #include <array>
@@ -8,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <sstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -350,10 +352,11 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
          "cut: " + cut + "; the times shown are the latest possible"},
         {"decode no whole", "3", a + b, "no: No such file or directory"},
         {"decode cut.zst", "3", a + b,
-         "cut.zst: offset 31: the compressed file is cut off; the times shown are the latest "
-         "possible"},
+         "cut.zst: offset 0: the zstd frame that begins here is cut off; the times shown are the "
+         "latest possible"},
         {"decode bomb.zst > /dev/null", "3", "",
-         "bomb.zst: offset 69337088: the compressed file holds too much for its size"},
+         "bomb.zst: offset 0: the zstd frame that begins here makes the content more than 64 MiB "
+         "and 1000 times the file"},
         {"decode whole > /dev/full", "5", "", "standard output: No space left on device"},
         {"decode -r -n 1 whole", "0", b, ""},
         {"decode -r whole", "0", b + a, ""},
@@ -423,6 +426,112 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
     // The file's own time is that of the last line.
     EXPECT_THAT(Run("trelvoctl decode --wall --utc whole").out,
                 HasSubstr(Run("date -u -r whole '+%F %T.000Z'| tr -d '\\n'").out));
+}
+
+// What zstd makes of the content as one frame, with or without its size.
+std::string Frame(const std::string& content, bool with_size = true) {
+    const std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> context(ZSTD_createCCtx(),
+                                                                       ZSTD_freeCCtx);
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_contentSizeFlag, with_size ? 1 : 0);
+    std::string frame(ZSTD_compressBound(content.size()), '\0');
+    frame.resize(
+        ZSTD_compress2(context.get(), frame.data(), frame.size(), content.data(), content.size()));
+    return frame;
+}
+
+TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
+    // Two pages of 2,000 records 1 ms apart and an open page of one record; the newest is at 9.000.
+    const auto record = [](int number) {
+        return std::string("\x01\x21\x05", 3) + std::to_string(10000 + number);
+    };
+    std::array<std::string, 3> pages;
+    for (int number = 0; number < 4001; ++number) {
+        pages.at(static_cast<size_t>(number / 2000)) += record(number);
+    }
+    const std::string image = Bytes(kPlain + kAt9000) + pages[0] + pages[1] + pages[2];
+    const std::string head = Frame(Bytes(kPlain + kAt9000));
+    const std::string one = Frame(pages[0]);
+    const std::string two = Frame(pages[1]);
+    const std::string open = Frame(pages[2]);
+    const std::string chain = head + one + two + open;
+    const size_t at_one = head.size();
+    const size_t at_two = at_one + one.size();
+    const size_t at_open = at_two + two.size();
+    const std::string skippable("\x5F\x2A\x4D\x18\x03\0\0\0abc", 11);
+    std::string flipped = chain;
+    flipped[at_two + two.size() / 2] ^= 0x10;
+    std::string wrong_checksum = chain;
+    wrong_checksum[at_open - 1] ^= 0x01;
+    const std::string cut = "is cut off";
+    const std::string damaged = "is damaged: ";
+    struct Row {
+        const char* situation;
+        std::string file;
+        int lines;
+        size_t offset;
+        std::string cause;  // empty: all is well
+    };
+    const Row rows[] = {
+        {"whole", chain, 4001, 0, ""},
+        {"empty frames", Frame("") + head + Frame("") + one + two + Frame("") + open + Frame(""),
+         4001, 0, ""},
+        {"skippable frames", skippable + head + one + skippable + two + open + skippable, 4001, 0,
+         ""},
+        {"frames without their size",
+         Frame(Bytes(kPlain + kAt9000), false) + Frame(pages[0] + pages[1], false) + open, 4001, 0,
+         ""},
+        {"cut between pages", chain.substr(0, at_two), 2000, 0, ""},
+        {"cut in the magic number", chain.substr(0, at_two + 2), 2000, at_two, cut},
+        {"cut in a frame header", chain.substr(0, at_two + 5), 2000, at_two, cut},
+        {"cut in a page", chain.substr(0, at_two + two.size() / 2), 2000, at_two, cut},
+        {"cut in a checksum", chain.substr(0, at_open - 1), 2000, at_two, cut},
+        {"cut in the open page", chain.substr(0, chain.size() - 5), 4000, at_open, cut},
+        {"cut in the head's checksum", chain.substr(0, at_one - 1), 0, 0, cut},
+        {"a flipped bit", flipped, 2000, at_two, damaged},
+        {"a wrong checksum", wrong_checksum, 2000, at_two, damaged},
+        {"trailing garbage", chain + "garbage", 4001, chain.size(), damaged},
+    };
+    for (const Row& row : rows) {
+        WriteFile(folder_ / "trelvo.dump.zst", row.file);
+        const Output read = Run("trelvoctl decode -o csv trelvo.dump.zst | cut -d, -f1,6");
+        // The newest whole line has the time of the newest of all.
+        std::string expected = "time_ms,message\n";
+        for (int number = 0; number < row.lines; ++number) {
+            expected += std::to_string(9000 - row.lines + 1 + number) + ',' +
+                        std::to_string(10000 + number) + '\n';
+        }
+        EXPECT_EQ(read.out, expected) << row.situation;
+        const std::string fault = "trelvoctl: trelvo.dump.zst: offset " +
+                                  std::to_string(row.offset) +
+                                  ": the zstd frame that begins here " + row.cause;
+        for (const char* command : {"decode", "stat"}) {
+            const Output result =
+                Run(std::string("trelvoctl ") + command + " trelvo.dump.zst > /dev/null");
+            EXPECT_EQ(result.status, row.cause.empty() ? 0 : 3) << row.situation;
+            EXPECT_EQ(result.err.substr(0, fault.size()), row.cause.empty() ? "" : fault)
+                << row.situation;
+            EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'),
+                      row.cause.empty() ? 0 : 1);
+        }
+        // Training reads a pipe once, and the same lines.
+        const Output trained =
+            Run("trelvoctl train -o tables --force --policy-version 1 - < trelvo.dump.zst 2>&1");
+        EXPECT_THAT(trained.out, HasSubstr(std::to_string(row.lines))) << row.situation;
+        if (row.cause.empty() && row.lines == 4001) {
+            WriteFile(folder_ / "image", image);
+            EXPECT_EQ(Run("zstd -dcq trelvo.dump.zst | cmp - image").status, 0) << row.situation;
+        }
+    }
+    // A page of more than one buffer, in which only the end is wrong, gives none of its lines.
+    std::string big;
+    for (int number = 0; number < 100000; ++number) {
+        big += record(number);
+    }
+    std::string file = head + one + Frame(big);
+    file.back() ^= 1;
+    WriteFile(folder_ / "trelvo.dump.zst", file);
+    EXPECT_EQ(Run("trelvoctl decode trelvo.dump.zst 2>/dev/null | wc -l").out, "2000\n");
 }
 
 TEST_F(Decode, FollowsAFolder) {

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <system_error>
 
@@ -20,6 +21,7 @@ namespace {
 constexpr std::chrono::seconds kAskAgain{2};
 constexpr std::string_view kNameStart = "trelvo";
 constexpr std::string_view kNameEnd = ".dump";
+constexpr std::string_view kCompressedNameEnd = ".dump.zst";
 
 std::string LastError() {
     return std::generic_category().message(errno);
@@ -48,18 +50,18 @@ bool IsFull(const std::string& folder) {
             (status.f_files != 0 && status.f_ffree == 0));
 }
 
-bool IsServiceDump(std::string_view name) {
-    return name.size() >= kNameStart.size() + kNameEnd.size() &&
+bool IsServiceDump(std::string_view name, std::string_view end) {
+    return name.size() >= kNameStart.size() + end.size() &&
            name.substr(0, kNameStart.size()) == kNameStart &&
-           name.substr(name.size() - kNameEnd.size()) == kNameEnd;
+           name.substr(name.size() - end.size()) == end;
 }
 
 // The service takes a disk that fills up for no fault: it leaves the file cut.
 void RefuseCutDump(const std::string& folder, const std::string& path) {
     std::string fault;
     try {
-        FileSource source(path);
-        DumpReader reader(source);
+        const std::unique_ptr<ByteSource> source = OpenSource(path);
+        DumpReader reader(*source);
         if (const Extent extent = reader.Measure(); extent.damage) {
             throw DumpError(*extent.damage);
         }
@@ -75,8 +77,10 @@ void RefuseCutDump(const std::string& folder, const std::string& path) {
 
 }  // namespace
 
-DumpWaiter::DumpWaiter(const std::string& folder)
-    : folder_(folder), fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+DumpWaiter::DumpWaiter(const std::string& folder, bool compressed)
+    : folder_(folder),
+      name_end_(compressed ? kCompressedNameEnd : kNameEnd),
+      fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (fd_ < 0) {
         throw DumpWaitError(folder + ": cannot be watched: " + LastError());
     }
@@ -133,7 +137,7 @@ std::string DumpWaiter::TakeEvents() {
         if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0) {
             throw DumpWaitError(folder_ + ": the folder was moved or removed");
         }
-        if (event.len == 0 || !IsServiceDump(name)) {
+        if (event.len == 0 || !IsServiceDump(name, name_end_)) {
             continue;
         }
         if ((event.mask & IN_CREATE) != 0) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 // A dump that did not come. what() is one line that says why, as far as that can be seen from here.
 class DumpWaitError : public std::runtime_error {
@@ -15,8 +16,9 @@ public:
 // be there before the dump is asked for.
 class DumpWaiter {
 public:
-    // The folder is an absolute path. Throws DumpWaitError when no dump can be written there.
-    explicit DumpWaiter(const std::string& folder);
+    // The folder is an absolute path. Waits for dumps that are compressed, or for those that are
+    // not. Throws DumpWaitError when no dump can be written there.
+    DumpWaiter(const std::string& folder, bool compressed);
     DumpWaiter(const DumpWaiter&) = delete;
     DumpWaiter& operator=(const DumpWaiter&) = delete;
     ~DumpWaiter();
@@ -38,6 +40,7 @@ private:
     [[noreturn]] void ThrowTimeout(std::chrono::seconds timeout) const;
 
     std::string folder_;
+    std::string_view name_end_;
     int fd_;
     bool under_way_ = false;  // the service has created a file
 };

@@ -104,12 +104,16 @@ InputFormat Recognise(std::string_view start) {
 InputFormat Probe(ByteSource& source) {
     std::vector<char> start(kProbeSize);
     size_t size = 0;
-    while (size < start.size()) {
-        const size_t count = source.Read(start.data() + size, start.size() - size);
-        if (count == 0) {
-            break;
+    try {
+        while (size < start.size()) {
+            const size_t count = source.Read(start.data() + size, start.size() - size);
+            if (count == 0) {
+                break;
+            }
+            size += count;
         }
-        size += count;
+    } catch (const DumpError&) {
+        // What comes before the damage tells as well; who reads up to it meets it again.
     }
     source.Seek(0);
     return Recognise({start.data(), size});

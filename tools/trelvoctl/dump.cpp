@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,7 @@ constexpr const char* kHelp =
 struct DumpOptions {
     std::string folder;
     int timeout_seconds = 30;
+    bool zstd = false;
 };
 
 ExitCode Dump(const DumpOptions& options) {
@@ -40,15 +42,17 @@ ExitCode Dump(const DumpOptions& options) {
     try {
         std::optional<DumpWaiter> waiter;
         try {
-            waiter.emplace(folder);
+            waiter.emplace(folder, options.zstd);
         } catch (const DumpWaitError& fault) {
             Complain(std::string("dump: ") + fault.what());
             return ExitCode::kUsage;
         }
         const std::string socket = LaunchSocket();
-        const auto ask = [&](std::chrono::seconds left) {
-            SendLaunch(socket, {{"DUMP", folder}}, left);
-        };
+        std::map<std::string, std::string> request{{"DUMP", folder}};
+        if (options.zstd) {
+            request["DUMPFORM"] = "zstd";
+        }
+        const auto ask = [&](std::chrono::seconds left) { SendLaunch(socket, request, left); };
         Print(waiter->Wait(ask, timeout) + '\n');
     } catch (const LaunchError& fault) {
         Complain(fault.what());
@@ -71,6 +75,8 @@ void AddDump(CLI::App& app, Action& action) {
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
+    command->add_flag("--zstd", options->zstd,
+                      "Ask for a compressed dump, NAME.dump.zst, in which damage is seen");
     command->footer(std::string(kHelp) + kExitCodesHelp);
     command->callback([options, &action] { action = [options] { return Dump(*options); }; });
 }
