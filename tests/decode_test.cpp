@@ -330,6 +330,9 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
     Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
     Dump("odd", kPlain + kAt1000 + "00 21 03 FC 2C 22  00 82 02 1B 5C");
     Dump("quoted", kPlain + kAt1000 + "00 21 03 61 22 62");
+    Dump("formula",
+         kPlain + kAt1000 + "00 21 02 3D 31  00 21 02 40 31  00 21 02 2D 2C  00 21 02 31 2D");
+    Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
     Run("mkdir -p all/1 old; zstd -q whole -o whole.zst; head -c -3 whole.zst > cut.zst;"
         "echo '<policy version=\"0.9\"/>' > old/policy_version.xml;"
         "(printf '\\377\\377\\377\\377\\007'; head -c 200000000 /dev/zero) | zstd -q > bomb.zst");
@@ -410,6 +413,18 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
          "time_ms,level,tag,pid,tid,message,coded,file\n"
          "1000,I,A,10,11,\"a\"\"b\",false,quoted\n",
          ""},
+        {"decode -o csv formula", "0",
+         "time_ms,level,tag,pid,tid,message,coded,file\n"
+         "1000,I,A,10,11,'=1,false,formula\n1000,I,A,10,11,'@1,false,formula\n"
+         "1000,I,A,10,11,\"'-,\",false,formula\n1000,I,A,10,11,1-,false,formula\n",
+         ""},
+        {"decode -o json controls", "0",
+         R"({"time_ms":1000,"level":"I","tag":"A","pid":10,"tid":11,)"
+         R"("message":"\u001b\u009B\u007F\u202E)"
+         "\u65E5"
+         R"(","coded":false,"file":"controls"})"
+         "\n",
+         ""},
         {"decode --wall - ", "2", "",
          "decode: --wall needs a file with a time of its own; --boot-time sets one"},
         {"decode", "2", "", "FILE is required"},
@@ -426,6 +441,37 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
     // The file's own time is that of the last line.
     EXPECT_THAT(Run("trelvoctl decode --wall --utc whole").out,
                 HasSubstr(Run("date -u -r whole '+%F %T.000Z'| tr -d '\\n'").out));
+}
+
+TEST_F(Decode, NothingDrivesATerminal) {
+    Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
+    for (const std::string format : {"short", "threadtime", "json", "csv", "raw"}) {
+        const std::string shown =
+            Run("script -qec 'trelvoctl decode --color never -o " + format + " controls' /dev/null")
+                .out;
+        EXPECT_THAT(shown, HasSubstr("\u65E5")) << format;
+        for (const char* bytes : {"\x1B", "\xC2\x9B", "\x7F", "\u202E"}) {
+            EXPECT_THAT(shown, testing::Not(HasSubstr(bytes))) << format;
+        }
+    }
+}
+
+TEST_F(Decode, SearchesGoOnBehindALineThatCostsTooMuch) {
+    const auto log = [this](const std::string& line) {
+        WriteFile(folder_ / "long", Bytes(kPlain + kAt1000 + "00 21") + Bytes("E0 D4 03") + line +
+                                        Bytes("00 21 01 65"));
+    };
+    log(std::string(60000, 'x'));
+    const Output deep = Run("trelvoctl decode -o raw -g '^(x|y)+$|e' long | tail -c 4");
+    EXPECT_EQ(deep.out, "x\ne\n");
+    EXPECT_EQ(deep.err, "");
+    log(std::string(60000, 'a'));
+    const Output hopeless = Run("trelvoctl decode -o raw -g '^(a+)+$b|(a+)+c|e' long");
+    EXPECT_EQ(hopeless.out, "e\n");
+    EXPECT_EQ(hopeless.status, 3);
+    EXPECT_EQ(hopeless.err,
+              "trelvoctl: long: line at 1.000: the pattern gives up on this line: match limit "
+              "exceeded\n");
 }
 
 // What zstd makes of the content as one frame, with or without its size.

@@ -82,11 +82,16 @@ void AppendByte(std::string& out, char byte) {
     out += kHexDigits[value & 0x0F];
 }
 
-void AppendCodePoint(std::string& out, uint32_t code) {
-    out += "\\u{";
-    for (int shift = 12; shift >= 0; shift -= 4) {  // none of them is above FFFF
+// None of those that are escaped is above FFFF.
+void AppendHexDigits(std::string& out, uint32_t code) {
+    for (int shift = 12; shift >= 0; shift -= 4) {
         out += kHexDigits[code >> shift & 0x0F];
     }
+}
+
+void AppendCodePoint(std::string& out, uint32_t code) {
+    out += "\\u{";
+    AppendHexDigits(out, code);
     out += '}';
 }
 
@@ -126,6 +131,27 @@ void AppendEscaped(std::string_view text, std::string& out) {
             out += bytes;
         }
         text.remove_prefix(bytes.size());
+    }
+}
+
+void AppendJsonEscaped(std::string_view json, std::string& out) {
+    while (!json.empty()) {
+        // What is no plain ASCII is looked at, backslashes included.
+        const size_t plain = PlainPrefix(json);
+        out += json.substr(0, plain);
+        json.remove_prefix(plain);
+        if (json.empty()) {
+            return;
+        }
+        const Character character = FirstCharacter(json);
+        const size_t size = character.size == 0 ? 1 : character.size;
+        if (IsControl(character.code) || ReordersText(character.code)) {
+            out += "\\u";
+            AppendHexDigits(out, character.code);
+        } else {
+            out += json.substr(0, size);
+        }
+        json.remove_prefix(size);
     }
 }
 

@@ -11,6 +11,10 @@
 [[nodiscard]] std::string Escape(std::string_view text);
 void AppendEscaped(std::string_view text, std::string& out);
 
+// Makes JSON safe for a terminal likewise, with its own escapes and the same meaning. It must be
+// UTF-8, and its C0 controls be escaped already.
+void AppendJsonEscaped(std::string_view json, std::string& out);
+
 [[nodiscard]] bool IsUtf8(std::string_view bytes);
 
 // Text as people log it: UTF-8 without control characters other than tabs. The empty one is text.

@@ -13,6 +13,11 @@ constexpr std::string_view kLevels = "VDIWEFS";
 constexpr int kSilent = 6;
 constexpr int kDebug = 1;
 
+// Stacks of compiled patterns, which grow with the line: a few megabytes do for lines of 64 KiB.
+constexpr size_t kFirstStack = size_t{32} * 1024;
+constexpr size_t kMostStack = size_t{8} * 1024 * 1024;
+constexpr uint32_t kMostHeapKiB = 24 * 1024;  // of the interpreter
+
 int Rank(char level) {
     if (level >= 'a' && level <= 'z') {
         level = static_cast<char>(level - 'a' + 'A');
@@ -20,13 +25,27 @@ int Rank(char level) {
     return static_cast<int>(kLevels.find(level));
 }
 
+std::string ErrorText(int error) {
+    std::array<unsigned char, 256> message{};
+    static_cast<void>(pcre2_get_error_message(error, message.data(), message.size()));
+    return reinterpret_cast<const char*>(message.data());
+}
+
 }  // namespace
 
-void Pattern::FreeCode::operator()(pcre2_real_code_8* code) const {
+void Pattern::Free::operator()(pcre2_real_code_8* code) const {
     pcre2_code_free(code);
 }
 
-void Pattern::FreeMatch::operator()(pcre2_real_match_data_8* match) const {
+void Pattern::Free::operator()(pcre2_real_jit_stack_8* stack) const {
+    pcre2_jit_stack_free(stack);
+}
+
+void Pattern::Free::operator()(pcre2_real_match_context_8* context) const {
+    pcre2_match_context_free(context);
+}
+
+void Pattern::Free::operator()(pcre2_real_match_data_8* match) const {
     pcre2_match_data_free(match);
 }
 
@@ -36,27 +55,33 @@ Pattern::Pattern(const std::string& expression) {
     code_.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(expression.data()), expression.size(),
                               PCRE2_UTF | PCRE2_MATCH_INVALID_UTF, &error, &offset, nullptr));
     if (!code_) {
-        std::array<unsigned char, 256> message{};
-        static_cast<void>(pcre2_get_error_message(error, message.data(), message.size()));
         throw FilterError("'" + expression + "' at " + std::to_string(offset) + ": " +
-                          reinterpret_cast<const char*>(message.data()));
+                          ErrorText(error));
     }
-    // Without the compiler the interpreter matches, only more slowly.
-    static_cast<void>(pcre2_jit_compile(code_.get(), PCRE2_JIT_COMPLETE));
     match_.reset(pcre2_match_data_create(1, nullptr));
-    if (!match_) {
+    context_.reset(pcre2_match_context_create(nullptr));
+    if (!match_ || !context_) {
         throw std::bad_alloc();
+    }
+    pcre2_set_heap_limit(context_.get(), kMostHeapKiB);
+    // Without the compiler the interpreter matches, only more slowly.
+    if (pcre2_jit_compile(code_.get(), PCRE2_JIT_COMPLETE) == 0) {
+        stack_.reset(pcre2_jit_stack_create(kFirstStack, kMostStack, nullptr));
+        pcre2_jit_stack_assign(context_.get(), nullptr, stack_.get());
     }
 }
 
 bool Pattern::IsIn(std::string_view text) const {
-    const int result = pcre2_match(code_.get(), reinterpret_cast<PCRE2_SPTR>(text.data()),
-                                   text.size(), 0, 0, match_.get(), nullptr);
+    const auto match = [this, text](uint32_t options) {
+        return pcre2_match(code_.get(), reinterpret_cast<PCRE2_SPTR>(text.data()), text.size(), 0,
+                           options, match_.get(), context_.get());
+    };
+    int result = match(0);
+    if (result == PCRE2_ERROR_JIT_STACKLIMIT) {
+        result = match(PCRE2_NO_JIT);
+    }
     if (result < 0 && result != PCRE2_ERROR_NOMATCH) {
-        std::array<unsigned char, 256> message{};
-        static_cast<void>(pcre2_get_error_message(result, message.data(), message.size()));
-        throw FilterError(std::string("the pattern gives up on a line: ") +
-                          reinterpret_cast<const char*>(message.data()));
+        throw SearchError("the pattern gives up on this line: " + ErrorText(result));
     }
     return result >= 0;
 }

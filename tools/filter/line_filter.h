@@ -12,7 +12,15 @@
 #include "timeline/timeline.h"
 
 struct pcre2_real_code_8;
+struct pcre2_real_jit_stack_8;
+struct pcre2_real_match_context_8;
 struct pcre2_real_match_data_8;
+
+// A line of which it is unknown whether the pattern matches; the next one may be searched.
+class SearchError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 // A regular expression of PCRE2, looked for in text that need not be UTF-8.
 class Pattern {
@@ -20,18 +28,21 @@ public:
     // Throws FilterError.
     explicit Pattern(const std::string& expression);
 
+    // Throws SearchError when the search takes more steps or memory than a line may.
     [[nodiscard]] bool IsIn(std::string_view text) const;
 
 private:
-    struct FreeCode {
+    struct Free {
         void operator()(pcre2_real_code_8* code) const;
-    };
-    struct FreeMatch {
+        void operator()(pcre2_real_jit_stack_8* stack) const;
+        void operator()(pcre2_real_match_context_8* context) const;
         void operator()(pcre2_real_match_data_8* match) const;
     };
 
-    std::unique_ptr<pcre2_real_code_8, FreeCode> code_;
-    std::unique_ptr<pcre2_real_match_data_8, FreeMatch> match_;
+    std::unique_ptr<pcre2_real_code_8, Free> code_;
+    std::unique_ptr<pcre2_real_match_data_8, Free> match_;
+    std::unique_ptr<pcre2_real_match_context_8, Free> context_;
+    std::unique_ptr<pcre2_real_jit_stack_8, Free> stack_;  // null: the interpreter matches all
 };
 
 // Which lines are shown: those that pass every kind of filter that was given.
@@ -58,8 +69,8 @@ public:
     // When the last line was by wall clock: since 1970. Lines are then chosen by wall clock.
     void SetWallEnd(int64_t ms);
 
-    // `boot_time_ms`: since 1970, where it is known. A line without is before every wall-clock
-    // time.
+    // Throws SearchError as the pattern does. `boot_time_ms`: since 1970, where it is known. A line
+    // without is before every wall-clock time.
     [[nodiscard]] bool Passes(const Line& line, size_t boot,
                               std::optional<int64_t> boot_time_ms) const;
 

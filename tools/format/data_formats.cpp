@@ -43,7 +43,7 @@ public:
         if (line.kind == Line::Message::kCode || !IsUtf8(line.message)) {
             object["bytes"] = Hex(line.message);
         }
-        out += object.dump(-1, ' ', false, Json::error_handler_t::replace);
+        AppendJsonEscaped(object.dump(-1, ' ', false, Json::error_handler_t::replace), out);
         out += '\n';
     }
 
@@ -52,8 +52,15 @@ private:
     Clock clock_;
 };
 
-// Quoted where a comma, a quote or a line end would be taken for the format's own.
-void AppendCsvField(std::string_view text, std::string& out) {
+// Quoted where a comma, a quote or a line end would be taken for the format's own. A spreadsheet
+// runs a field that begins like a formula, unless an apostrophe says that it is text.
+void AppendCsvField(std::string_view text, bool escape, std::string& out) {
+    const std::string escaped = escape ? Escape(text) : "";
+    const std::string prefixed =
+        !text.empty() && std::string_view("=+-@\t\r").find(text.front()) != std::string_view::npos
+            ? '\'' + std::string(escape ? escaped : text)
+            : "";
+    text = !prefixed.empty() ? prefixed : escape ? escaped : text;
     if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
         out += text;
         return;
@@ -70,7 +77,7 @@ void AppendCsvField(std::string_view text, std::string& out) {
 
 class CsvFormat : public LineFormat {
 public:
-    explicit CsvFormat(TimeStyle style) : style_(style), clock_(style.utc) {}
+    CsvFormat(TimeStyle style, bool escape) : style_(style), escape_(escape), clock_(style.utc) {}
 
     void AppendHead(std::string& out) const override {
         out += style_.wall ? "time_ms,time," : "time_ms,";
@@ -87,21 +94,22 @@ public:
             out += ',';
         }
         if (style_.host) {
-            AppendCsvField(context.host, out);
+            AppendCsvField(context.host, escape_, out);
             out += ',';
         }
         out += line.level;
         out += ',';
-        AppendCsvField(line.origin.tag, out);
+        AppendCsvField(line.origin.tag, escape_, out);
         out += ',' + std::to_string(line.origin.pid) + ',' + std::to_string(line.origin.tid) + ',';
-        AppendCsvField(MessageText(line), out);
+        AppendCsvField(MessageText(line), escape_, out);
         out += line.kind != Line::Message::kText ? ",true," : ",false,";
-        AppendCsvField(context.file, out);
+        AppendCsvField(context.file, escape_, out);
         out += '\n';
     }
 
 private:
     TimeStyle style_;
+    bool escape_;
     Clock clock_;
 };
 
@@ -111,6 +119,6 @@ std::unique_ptr<LineFormat> MakeJsonFormat(TimeStyle style) {
     return std::make_unique<JsonFormat>(style);
 }
 
-std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style) {
-    return std::make_unique<CsvFormat>(style);
+std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style, bool escape) {
+    return std::make_unique<CsvFormat>(style, escape);
 }

@@ -46,6 +46,6 @@ public:
 // "json": an object a line (docs/decode.md).
 [[nodiscard]] std::unique_ptr<LineFormat> MakeJsonFormat(TimeStyle style);
 // "csv": the same fields, after a line of their names.
-[[nodiscard]] std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style);
+[[nodiscard]] std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style, bool escape);
 // "raw": the message alone, escaped only where a terminal would get it.
 [[nodiscard]] std::unique_ptr<LineFormat> MakeRawFormat(bool escape);

@@ -61,7 +61,7 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle s
         return MakeJsonFormat(style);
     }
     if (options.format == "csv") {
-        return MakeCsvFormat(style);
+        return MakeCsvFormat(style, isatty(STDOUT_FILENO) != 0);
     }
     if (options.format == "raw") {
         return MakeRawFormat(isatty(STDOUT_FILENO) != 0);
@@ -435,7 +435,14 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
         last_line_ = &last_[timeline_->Host(part.boot)];
     }
     *last_line_ = {line.time_ms, boot_time_ms};
-    if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
+    try {
+        if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
+            return;
+        }
+    } catch (const SearchError& error) {
+        Complain(part.name + ": line at " + TimeText(line.time_ms, boot_time_ms) + ": " +
+                 error.what());
+        worst_ = std::max(worst_, ExitCode::kDamage);
         return;
     }
     ++shown_;
