@@ -1,6 +1,7 @@
 // trelvoctl decode: several dumps as one log, what is chosen of it and how it is printed.
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <zstd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <memory>
 #include <string>
@@ -358,8 +360,8 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
          "cut.zst: offset 0: the zstd frame that begins here is cut off; the times shown are the "
          "latest possible"},
         {"decode bomb.zst > /dev/null", "3", "",
-         "bomb.zst: offset 0: the zstd frame that begins here makes the content more than 64 MiB "
-         "and 1000 times the file"},
+         "bomb.zst: offset 0: policy version of 2147483647 bytes, but no more than 2 MiB are "
+         "read"},
         {"decode whole > /dev/full", "5", "", "standard output: No space left on device"},
         {"decode -r -n 1 whole", "0", b, ""},
         {"decode -r whole", "0", b + a, ""},
@@ -578,6 +580,109 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
     file.back() ^= 1;
     WriteFile(folder_ / "trelvo.dump.zst", file);
     EXPECT_EQ(Run("trelvoctl decode trelvo.dump.zst 2>/dev/null | wc -l").out, "2000\n");
+}
+
+// The most memory, in KiB, that the programs which ended so far took at a time.
+long PeakKiB() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return usage.ru_maxrss;
+}
+
+// A length or an index of the format.
+std::string Leb(uint32_t value) {
+    std::string bytes;
+    for (; value >= 64; value >>= 7) {
+        bytes += static_cast<char>(value | 0x80);
+    }
+    return bytes + static_cast<char>(value);
+}
+
+TEST_F(Decode, HostileDumpsAreReadWithinTheBoundOfMemory) {
+    const std::string log = Bytes(kPlain + kAt9000);
+    const std::string none(1, '\0');
+    const std::string key = std::string("\x03") + "A,1";
+    std::string threads;
+    for (uint32_t index = 1; index <= 1000000; ++index) {
+        threads += Leb(index) + Leb(index);
+    }
+    threads = key + Leb(static_cast<uint32_t>(threads.size())) + threads;
+    const std::string memory = "needs more memory than 64 MiB and 2 bytes for each byte";
+    struct Row {
+        const char* situation;
+        std::string start;
+        std::string repeated;
+        size_t thousands;
+        const char* zstd;  // options
+        int copies;
+        std::string arguments;
+        std::string fault;
+    };
+    const Row rows[] = {
+        {"many records", log, Bytes("00 21 00"), 5000, "", 2, "--pid 1", memory},
+        {"records without end", log, Bytes("00 21 01 61"), 25000, "", 1, "--pid 1",
+         "64 MiB and 1000 times the file"},
+        {"one pair again and again", none + Leb(40000009) + key + Leb(40000000), Bytes("0B 01"),
+         20000, "", 1, "", memory},
+        {"many threads", none + Leb(static_cast<uint32_t>(threads.size())) + threads, "", 0, "", 1,
+         "", memory},
+        {"a long message", log + Bytes("00 21") + Leb(60000000), "\x1B", 60000, "", 1, "",
+         "message of 60000000 bytes, but no more than 2 MiB are read"},
+        {"the longest message", log + Bytes("00 21") + Leb(2000000), "\x1B", 2000, "", 1, "-o json",
+         ""},
+        {"long windows", log, Bytes("01 21 01 61"), 5000, "--long=27", 40, "--pid 1",
+         "needs a window of more than 8 MiB"},
+        {"the longest windows", log, Bytes("01 21 01 61"), 2500, "--zstd=wlog=23", 40, "--pid 1",
+         memory},
+    };
+    for (const Row& row : rows) {
+        Run("rm -f *.zst");
+        // In pieces: a child begins with the memory of this program.
+        std::ofstream content(folder_ / "content");
+        content << row.start;
+        std::string piece;
+        for (size_t i = 0; i < 1000; ++i) {
+            piece += row.repeated;
+        }
+        for (size_t i = 0; i < row.thousands; ++i) {
+            content << piece;
+        }
+        content.close();
+        Run(std::string("zstd -q ") + row.zstd + " content -o 0.dump.zst");
+        for (int copy = 1; copy < row.copies; ++copy) {
+            fs::copy(folder_ / "0.dump.zst", folder_ / (std::to_string(copy) + ".dump.zst"));
+        }
+        Run("rm content; cat *.zst > all");
+        const Output result =
+            Run("trelvoctl decode --one-boot " + row.arguments + " . > /dev/null");
+        EXPECT_EQ(result.status, row.fault.empty() ? 0 : 3) << row.situation;
+        EXPECT_THAT(result.err, HasSubstr(row.fault)) << row.situation;
+        // Of this program or of the other ones, whichever took the most so far.
+        const auto input = static_cast<long>(fs::file_size(folder_ / "all"));
+        EXPECT_LT(PeakKiB(), 64 * 1024 + 2 * input / 1024) << row.situation;
+    }
+}
+
+// Interleaved line by line, which takes all of them at once.
+TEST_F(Decode, AnyNumberOfDumpsWithFewDescriptors) {
+    constexpr int kDumps = 1100;
+    for (int dump = 0; dump < kDumps; ++dump) {
+        // Lines at 1, 2, 3 and 9 s, of another process each; all dumps but the first are restarts.
+        const std::string key = "A," + std::to_string(dump);
+        std::string entry = Leb(static_cast<uint32_t>(key.size())) + key + Bytes("02 0B 01");
+        std::string image = Bytes("00") + Leb(static_cast<uint32_t>(entry.size())) + entry +
+                            Bytes(kAt9000) + Bytes("05 21 01 61  E8 07 21 01 62  E8 07 21 01 63") +
+                            Leb(6000) + Bytes("21 01 64");
+        const bool packed = dump % 2 == 1;
+        const std::string name = std::to_string(dump) + (packed ? ".dump.zst" : ".dump");
+        WriteFile(folder_ / name, packed ? Frame(image) : image);
+    }
+    const Output result =
+        Run("ulimit -n 128; trelvoctl decode --one-boot -o raw . 2> err | uniq -c | tr -d '\\n '; "
+            "grep -v restart err >&2");
+    EXPECT_EQ(result.out, "1100a1100b1100c1100d");
+    EXPECT_EQ(result.err, "");
+    EXPECT_LT(PeakKiB(), 64 * 1024);
 }
 
 TEST_F(Decode, FollowsAFolder) {

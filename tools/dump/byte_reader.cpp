@@ -2,22 +2,32 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace {
 
-constexpr size_t kBufferSize = size_t{64} * 1024;
+// Many readers may be open, most of them of little.
+constexpr size_t kFirstBuffer = size_t{4} * 1024;
+constexpr size_t kLargestBuffer = size_t{64} * 1024;
 constexpr int kMostBits = 5 * 7;  // 32 bits take at most five groups of seven
 
 }  // namespace
 
-ByteReader::ByteReader(ByteSource& source) : source_(&source), buffer_(kBufferSize) {}
+ByteReader::ByteReader(ByteSource& source) : source_(&source), buffer_(kFirstBuffer) {}
 
 bool ByteReader::Refill() {
     if (source_ == nullptr) {
         return false;
     }
-    rest_ = {buffer_.data(), source_->Read(buffer_.data(), buffer_.size())};
-    return !rest_.empty();
+    const size_t count = source_->Read(buffer_.data(), buffer_.size());
+    rest_ = {buffer_.data(), count};
+    if (count == buffer_.size() && count < kLargestBuffer && buffer_charge_.Set(kLargestBuffer)) {
+        std::vector<char> larger(kLargestBuffer);
+        std::copy(buffer_.begin(), buffer_.end(), larger.begin());
+        buffer_ = std::move(larger);
+        rest_ = {buffer_.data(), count};
+    }
+    return count > 0;
 }
 
 void ByteReader::Seek(uint64_t offset) {
@@ -78,7 +88,13 @@ std::string_view ByteReader::CountedView(const char* field, std::string& spare) 
     return bytes;
 }
 
-void ByteReader::Take(size_t length, uint64_t start, const char* field, std::string& bytes) {
+void ByteReader::Counted(const char* field, std::string& bytes, MemoryCharge& charge) {
+    const uint64_t start = offset_;
+    Take(static_cast<size_t>(Unsigned(field)), start, field, bytes, &charge);
+}
+
+void ByteReader::Take(size_t length, uint64_t start, const char* field, std::string& bytes,
+                      MemoryCharge* charge) {
     bytes.clear();
     while (bytes.size() < length) {
         if (AtEnd()) {
@@ -87,6 +103,14 @@ void ByteReader::Take(size_t length, uint64_t start, const char* field, std::str
                                        " are left");
         }
         const size_t count = std::min(length - bytes.size(), rest_.size());
+        if (charge == nullptr && bytes.size() + count > kLongestField) {
+            throw DumpError(start, std::string(field) + " of " + std::to_string(length) +
+                                       " bytes, but no more than 2 MiB are read");
+        }
+        // Twice, since growing holds the bytes in two places.
+        if (charge != nullptr && !charge->Add(2 * uint64_t{count})) {
+            throw DumpError(start, std::string(field) + " " + MemoryCharge::kExceeded);
+        }
         bytes.append(rest_.substr(0, count));
         rest_.remove_prefix(count);
         offset_ += count;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "dump/byte_source.h"
+#include "dump/shared_limits.h"
 
 // Bytes that no dump can hold at this place. what() is the cause, in words without any bytes of
 // the dump; the offset is that of the first byte of the field that could not be read.
@@ -24,9 +25,12 @@ private:
 // Reads the fields of a dump one after another, and keeps count of the offset. Every `field` is
 // the field's name in the cause of the DumpError that a fault is thrown as.
 //
-// Memory follows the bytes that are there, never the lengths that they claim.
+// Memory follows the bytes that are there, never the lengths that they claim. A field is of at most
+// kLongestField, but for one that is charged.
 class ByteReader {
 public:
+    static constexpr size_t kLongestField = size_t{2} << 20;
+
     // Reads on until the source ends; the source must outlive the reader.
     explicit ByteReader(ByteSource& source);
     // Reads bytes that the caller keeps, and that stand at this offset of the dump.
@@ -65,16 +69,20 @@ public:
     // The same without a copy where the bytes lie in one piece, else through `spare`. The view
     // lives until the next call.
     [[nodiscard]] std::string_view CountedView(const char* field, std::string& spare);
+    // As Counted, for a field of any length: what it takes is added to the charge.
+    void Counted(const char* field, std::string& bytes, MemoryCharge& charge);
 
 private:
     [[nodiscard]] bool Refill();
     [[noreturn]] static void ThrowCutOff(uint64_t start, const char* field);
     [[nodiscard]] int32_t LongLeb128(const char* field);
     // The `length` bytes of the field that began at `start`.
-    void Take(size_t length, uint64_t start, const char* field, std::string& bytes);
+    void Take(size_t length, uint64_t start, const char* field, std::string& bytes,
+              MemoryCharge* charge = nullptr);
 
     ByteSource* source_ = nullptr;
     std::vector<char> buffer_;
+    MemoryCharge buffer_charge_;
     uint64_t offset_ = 0;    // of the first byte of rest_
     std::string_view rest_;  // read from the source, not yet taken
 };

@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr size_t kPiece = size_t{64} * 1024;
+
 std::system_error LastError() {
     return {errno, std::generic_category()};
 }
@@ -18,7 +20,8 @@ std::system_error LastError() {
 }  // namespace
 
 FileSource::FileSource(const std::string& path, Observer observer)
-    : observer_(std::move(observer)),
+    : path_(path),
+      observer_(std::move(observer)),
       fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                       : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (fd_ < 0) {
@@ -28,20 +31,44 @@ FileSource::FileSource(const std::string& path, Observer observer)
     if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
         start_ = lseek(fd_, 0, SEEK_CUR);
         seekable_ = start_ >= 0;
+        can_park_ = seekable_ && path != "-";
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
         write_time_ = status.st_mtim;
+        MemoryCharge::AdmitFile(status);
+    }
+    if (can_park_) {
+        Use();
     }
 }
 
 FileSource::~FileSource() {
-    // Nothing was written, so closing has nothing to report.
-    static_cast<void>(close(fd_));
+    Park();
 }
 
-size_t FileSource::Read(char* data, size_t size) {
-    if (position_ < kept_.size()) {
-        const size_t count = kept_.copy(data, size, position_);
-        position_ += count;
-        return count;
+void FileSource::Park() {
+    // Nothing was written, so closing has nothing to report.
+    static_cast<void>(close(fd_));
+    fd_ = -1;
+}
+
+void FileSource::Reopen() {
+    fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status {};
+    if (fd_ < 0 || fstat(fd_, &status) != 0) {
+        throw LastError();
+    }
+    if (status.st_dev != device_ || status.st_ino != inode_) {
+        throw std::system_error(ESTALE, std::generic_category());
+    }
+}
+
+size_t FileSource::ReadFile(char* data, size_t size) {
+    if (can_park_) {
+        Use();
+    }
+    if (fd_ < 0) {
+        Reopen();
     }
     ssize_t count = 0;
     do {
@@ -51,12 +78,37 @@ size_t FileSource::Read(char* data, size_t size) {
     if (count < 0) {
         throw LastError();
     }
-    if (!seekable_ && keep_) {
-        kept_.append(data, static_cast<size_t>(count));
-    }
     if (observer_) {
         observer_(static_cast<size_t>(count));
     }
-    position_ += static_cast<uint64_t>(count);
     return static_cast<size_t>(count);
+}
+
+size_t FileSource::Read(char* data, size_t size) {
+    if (position_ < kept_size_) {
+        const std::string& piece = kept_[position_ / kPiece];
+        const size_t count = piece.copy(data, size, position_ % kPiece);
+        position_ += count;
+        return count;
+    }
+    const bool keeping = !seekable_ && keep_;
+    if (keeping) {
+        size = std::min<size_t>(size, kPiece - kept_size_ % kPiece);
+    }
+    const size_t count = ReadFile(data, size);
+    position_ += count;
+    if (!seekable_) {
+        MemoryCharge::Admit(count);
+    }
+    if (keeping && count > 0) {
+        if (kept_size_ % kPiece == 0) {
+            kept_.emplace_back().reserve(kPiece);
+        }
+        kept_.back().append(data, count);
+        kept_size_ += count;
+        if (!kept_charge_.Set(kept_size_)) {
+            throw std::system_error(ENOMEM, std::generic_category());
+        }
+    }
+    return count;
 }

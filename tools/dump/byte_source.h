@@ -7,6 +7,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "dump/shared_limits.h"
 
 // Where the bytes of a dump come from.
 class ByteSource {
@@ -31,8 +34,8 @@ public:
 };
 
 // A file, or standard input under the name "-". What cannot be sought in, such as a pipe, is kept
-// in memory as it is read; a regular file is not.
-class FileSource : public ByteSource {
+// in memory as it is read; a regular file is not. While it is parked, a file is closed.
+class FileSource : public ByteSource, private Parkable {
 public:
     // Told of bytes that were read, and how many.
     using Observer = std::function<void(size_t)>;
@@ -48,14 +51,25 @@ public:
     [[nodiscard]] std::optional<timespec> WriteTime() const override { return write_time_; }
 
 private:
+    // Takes the bytes from the file itself.
+    [[nodiscard]] size_t ReadFile(char* data, size_t size);
+    void Reopen();
+    void Park() override;
+
+    std::string path_;
     Observer observer_;
-    int fd_;
+    int fd_;  // -1 while it is parked
     bool seekable_ = false;
+    bool can_park_ = false;
     bool keep_ = true;
+    dev_t device_ = 0;  // of the file that was opened first
+    ino_t inode_ = 0;
     int64_t start_ = 0;      // where the file stood when it was handed over as standard input
     uint64_t position_ = 0;  // of the next Read
     std::optional<timespec> write_time_;
-    std::string kept_;
+    std::vector<std::string> kept_;  // pieces of kPiece bytes, but for the last one
+    uint64_t kept_size_ = 0;
+    MemoryCharge kept_charge_;
 };
 
 // A file, or standard input under the name "-", decompressed where it begins as a zstd frame does.

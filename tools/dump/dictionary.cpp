@@ -26,24 +26,39 @@ std::pair<size_t, int32_t> SplitKey(const std::string& key, uint64_t offset) {
 
 }  // namespace
 
-Dictionary::Dictionary(std::string entries, uint64_t offset) : entries_(std::move(entries)) {
+Dictionary::Dictionary(std::string entries, uint64_t offset, MemoryCharge charge)
+    : charge_(std::move(charge)), entries_(std::move(entries)) {
+    entries_.shrink_to_fit();
+    static_cast<void>(charge_.Set(0));
+    Charge(entries_.size(), offset);
     ReadEntries(offset);
     RefuseRepetition(offset);
+    keys_.shrink_to_fit();
+    threads_.shrink_to_fit();
+    static_cast<void>(charge_.Set(entries_.size() + keys_.size() * sizeof(Key) +
+                                  threads_.size() * sizeof(Thread)));
+}
+
+void Dictionary::Charge(uint64_t bytes, uint64_t offset) {
+    if (!charge_.Add(bytes)) {
+        throw DumpError(offset, std::string("dictionary ") + MemoryCharge::kExceeded);
+    }
 }
 
 void Dictionary::ReadEntries(uint64_t offset) {
     ByteReader reader(entries_, offset);
     std::string key;
-    std::string pairs;
+    std::string spare;
     while (!reader.AtEnd()) {
         const uint64_t key_offset = reader.Offset();
         reader.Counted("dictionary key", key);
         const auto [tag_length, pid] = SplitKey(key, key_offset);
+        Charge(2 * sizeof(Key), offset);  // growing, and looking for repetitions, take it twice
         keys_.push_back({static_cast<uint32_t>(key_offset - offset),
                          static_cast<uint32_t>(reader.Offset() - offset - key.size()),
                          static_cast<uint32_t>(tag_length), pid});
 
-        reader.Counted("pair list", pairs);
+        const std::string_view pairs = reader.CountedView("pair list", spare);
         ByteReader pair_reader(pairs, reader.Offset() - pairs.size());
         while (!pair_reader.AtEnd()) {
             const uint64_t pair_offset = pair_reader.Offset();
@@ -52,6 +67,7 @@ void Dictionary::ReadEntries(uint64_t offset) {
             if (index == 0) {
                 throw DumpError(pair_offset, "dictionary index is 0");
             }
+            Charge(2 * sizeof(Thread), offset);
             threads_.push_back({static_cast<uint32_t>(index), tid,
                                 static_cast<uint32_t>(keys_.size() - 1),
                                 static_cast<uint32_t>(pair_offset - offset)});

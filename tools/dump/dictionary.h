@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "dump/shared_limits.h"
+
 // Who wrote a record. The tag lives as long as the dictionary that it came from.
 struct Origin {
     std::string_view tag;
@@ -18,9 +20,10 @@ struct Origin {
 // What the indexes in the records of one dump stand for.
 class Dictionary {
 public:
-    // Takes the entries as they stand in the dump, at this offset. Throws DumpError when they are
-    // damaged, or when a key or an index comes twice.
-    Dictionary(std::string entries, uint64_t offset);
+    // Takes the entries as they stand in the dump, at this offset, and the charge that they were
+    // read with. Throws DumpError when they are damaged, when a key or an index comes twice, or
+    // when they take too much memory.
+    Dictionary(std::string entries, uint64_t offset, MemoryCharge charge = {});
 
     [[nodiscard]] std::optional<Origin> Find(uint32_t index) const;
     [[nodiscard]] bool HasTag(std::string_view tag) const;
@@ -50,6 +53,10 @@ private:
         return std::string_view(entries_).substr(key.tag, key.tag_length);
     }
 
+    // Lets one more key or thread be held, at the offset.
+    void Charge(uint64_t bytes, uint64_t offset);
+
+    MemoryCharge charge_;
     std::string entries_;
     std::vector<Key> keys_;        // in the order of the entries
     std::vector<Thread> threads_;  // ordered by index

@@ -24,9 +24,10 @@ std::string DumpReader::ReadPolicyVersion() {
 
 Dictionary DumpReader::ReadDictionary() {
     std::string entries;
-    bytes_.Counted("dictionary", entries);
+    MemoryCharge charge;
+    bytes_.Counted("dictionary", entries, charge);
     const uint64_t offset = bytes_.Offset() - entries.size();
-    return {std::move(entries), offset};
+    return {std::move(entries), offset, std::move(charge)};
 }
 
 //  byte 0                     further bytes, while the one before says "more"

@@ -47,13 +47,41 @@ void ZstdSource::FreeContext::operator()(ZSTD_DCtx_s* context) const {
 }
 
 ZstdSource::ZstdSource(std::unique_ptr<ByteSource> compressed)
-    : compressed_(std::move(compressed)),
-      context_(ZSTD_createDCtx()),
-      input_(ZSTD_DStreamInSize()) {
+    : compressed_(std::move(compressed)) {}
+
+void ZstdSource::Unpark() {
+    context_.reset(ZSTD_createDCtx());
     if (!context_) {
         throw std::bad_alloc();
     }
     ZSTD_DCtx_setParameter(context_.get(), ZSTD_d_windowLogMax, kMostWindowLog);
+    input_.resize(ZSTD_DStreamInSize());
+    StartAt(frame_, frame_content_);
+    ChargeMemory();
+}
+
+void ZstdSource::Park() {
+    context_.reset();
+    input_ = std::vector<char>();
+    held_ = std::vector<char>();
+    static_cast<void>(charge_.Set(0));
+}
+
+void ZstdSource::StartAt(uint64_t frame, uint64_t content) {
+    compressed_->Seek(frame);
+    input_position_ = input_size_ = 0;
+    held_.clear();
+    held_position_ = 0;
+    fault_.reset();
+    in_frame_ = false;
+    frame_ = taken_ = frame;
+    frame_content_ = position_ = content;
+}
+
+void ZstdSource::ChargeMemory() {
+    if (!charge_.Set(ZSTD_sizeof_DCtx(context_.get()) + input_.size() + held_.capacity())) {
+        throw Fault(MemoryCharge::kExceeded);
+    }
 }
 
 DumpError ZstdSource::Fault(const std::string& cause) const {
@@ -79,11 +107,13 @@ bool ZstdSource::BeginFrame() {
     }
     in_frame_ = true;
     frame_ = taken_;
+    frame_content_ = position_;
     held_position_ = 0;
     // What has no size yet, or is no frame at all, is left to the decompressor to refuse.
     const unsigned long long size =
         ZSTD_getFrameContentSize(input_.data() + input_position_, input_size_ - input_position_);
     held_.resize(size <= kHeldFrame ? size : 0);
+    ChargeMemory();
     return true;
 }
 
@@ -103,6 +133,7 @@ size_t ZstdSource::Advance(char* data, size_t size) {
         if (ZSTD_isError(result) != 0) {
             throw Fault(std::string("is damaged: ") + ZSTD_getErrorName(result));
         }
+        ChargeMemory();  // the frame's header may have asked for a window
         in_frame_ = result != 0;
         taken_ += in.pos - input_position_;
         input_position_ = in.pos;
@@ -152,6 +183,10 @@ size_t ZstdSource::Decompress(char* data, size_t size) {
 }
 
 size_t ZstdSource::Read(char* data, size_t size) {
+    Use();
+    if (!context_) {
+        Unpark();
+    }
     std::array<char, 65536> skipped;
     while (position_ < wanted_) {
         const auto left =
@@ -167,15 +202,14 @@ size_t ZstdSource::Read(char* data, size_t size) {
 
 void ZstdSource::Seek(uint64_t offset) {
     wanted_ = offset;
-    if (offset < position_) {
-        ZSTD_DCtx_reset(context_.get(), ZSTD_reset_session_only);
-        compressed_->Seek(0);
-        input_position_ = input_size_ = 0;
-        held_.clear();
-        held_position_ = 0;
-        fault_.reset();
-        in_frame_ = false;
-        taken_ = 0;
-        position_ = 0;
+    if (offset >= position_) {
+        return;
     }
+    const bool within = offset >= frame_content_;
+    const uint64_t frame = within ? frame_ : 0;
+    const uint64_t content = within ? frame_content_ : 0;
+    if (context_) {
+        ZSTD_DCtx_reset(context_.get(), ZSTD_reset_session_only);
+    }
+    StartAt(frame, content);
 }

@@ -63,9 +63,15 @@ class OriginTexts {
 public:
     template <typename Make>
     const std::string& Get(const Line& line, const Make& make) {
-        if (line.dump != dump_) {
+        if (line.dump != dump_ || bytes_ > kMostBytes) {
             dump_ = line.dump;
             texts_.clear();
+            bytes_ = 0;
+        }
+        if (line.origin.place >= kMostTexts) {
+            spare_.clear();
+            make(line.origin, spare_);
+            return spare_;
         }
         if (line.origin.place >= texts_.size()) {
             texts_.resize(size_t{line.origin.place} + 1);
@@ -73,12 +79,18 @@ public:
         std::string& text = texts_[line.origin.place];
         if (text.empty()) {
             make(line.origin, text);
+            bytes_ += text.size();
         }
         return text;
     }
 
 private:
+    static constexpr size_t kMostTexts = 16384;
+    static constexpr size_t kMostBytes = size_t{2} << 20;
+
     size_t dump_ = 0;
+    size_t bytes_ = 0;  // of all texts
+    std::string spare_;
     std::vector<std::string> texts_;  // by place; empty: not made yet
 };
 

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -19,6 +22,18 @@ uint64_t Hash(const Record& record) {
     hash = Mix(hash, static_cast<uint32_t>(record.origin.pid));
     hash = Mix(hash, static_cast<uint32_t>(record.origin.tid));
     return Mix(hash, static_cast<unsigned char>(record.level));
+}
+
+void AddPrint(const Record& record, Survey& survey) {
+    constexpr size_t kStep = 4096;
+    constexpr uint64_t kBytes = sizeof(Survey::Print) + sizeof(uint32_t);  // as FindOverlap takes
+    if (survey.prints.size() % kStep == 0 && !survey.charge.Add(kStep * kBytes)) {
+        throw DumpError(record.offset,
+                        std::string("comparison with other dumps ") + MemoryCharge::kExceeded);
+    }
+    // Beyond that no times are told apart.
+    const int64_t ms = std::min<int64_t>(survey.span_ms, std::numeric_limits<int32_t>::max());
+    survey.prints.push_back({static_cast<uint32_t>(Hash(record) >> 32), static_cast<int32_t>(ms)});
 }
 
 }  // namespace
@@ -54,7 +69,7 @@ Survey TakeSurvey(ByteSource& source, bool with_prints) {
                 survey.first_clock_ms = survey.span_ms;
             }
             if (with_prints) {
-                survey.prints.push_back({Hash(record), survey.span_ms});
+                AddPrint(record, survey);
             }
         }
     } catch (const DumpError& error) {
@@ -76,13 +91,13 @@ Survey TakeSurvey(ByteSource& source, bool with_prints) {
 // The search of Knuth, Morris and Pratt for the later dump's records in those of the earlier one:
 // what has matched when the earlier one ends is the overlap. Linear, whatever the dumps hold.
 Overlap FindOverlap(const Survey& earlier, const Survey& later) {
-    const std::vector<Survey::Print>& pattern = later.prints;
+    const std::deque<Survey::Print>& pattern = later.prints;
     if (pattern.empty()) {
         return {};
     }
     // For each beginning of the pattern, the longest shorter one that it ends with.
     std::vector<uint32_t> shorter(pattern.size(), 0);
-    const auto extend = [&pattern, &shorter](uint32_t matched, uint64_t hash) {
+    const auto extend = [&pattern, &shorter](uint32_t matched, uint32_t hash) {
         while (matched > 0 && (matched == pattern.size() || pattern[matched].hash != hash)) {
             matched = shorter[matched - 1];
         }

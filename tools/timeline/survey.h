@@ -1,11 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "dump/dump_reader.h"
+#include "dump/shared_limits.h"
 #include "timeline/clock_line.h"
 
 // What a clock line tells of the lines that follow it, in milliseconds.
@@ -40,8 +41,8 @@ private:
 struct Survey {
     // One record, for comparison with those of other dumps.
     struct Print {
-        uint64_t hash = 0;  // of all its fields
-        int64_t ms = 0;     // since the first record
+        uint32_t hash = 0;  // of all its fields
+        int32_t ms = 0;     // since the first record
     };
 
     std::string version;
@@ -55,11 +56,13 @@ struct Survey {
     std::optional<ClockPoint> first_clock;
     int64_t first_clock_ms = 0;  // when it was, since the first record
     int64_t late_ms = 0;  // by what the times of a damaged dump are too late, by its clock lines
-    std::vector<Print> prints;  // of every record, where they were asked for
+    std::deque<Print> prints;  // of every record, where they were asked for
+    MemoryCharge charge;       // of these, and of their search
     std::optional<DumpError> damage;
 };
 
-// Reads a whole dump. Throws DumpError when not even its dictionary can be read.
+// Reads a whole dump, or as much of it as memory may be taken for. Throws DumpError when not even
+// its dictionary can be read.
 [[nodiscard]] Survey TakeSurvey(ByteSource& source, bool with_prints);
 
 // How many of the first records of `later` are the last ones of `earlier`, as when both dumps were
