@@ -94,7 +94,8 @@ private:
 };
 
 // Finds the lines that a service recorded once more after a restart: those that another part has
-// shown at the same time. Keeps only the lines of one millisecond.
+// shown at the same time. Keeps only the lines of one millisecond and, since after 24.8 days all
+// have one time, not many of them: what is beyond is shown again.
 class Timeline::Replays {
 public:
     // True for a line that was shown already.
@@ -102,17 +103,40 @@ public:
         if (line.time_ms != time_ms_) {
             time_ms_ = line.time_ms;
             counts_.clear();
+            bytes_ = 0;
         }
-        Count& count = counts_[{line.level, std::string(line.origin.tag), line.origin.pid,
-                                line.origin.tid, std::string(line.message)}];
-        if (part.before == Break::kRestart && ++count.of_part[line.dump] <= count.shown) {
-            return true;
+        Key key{line.level, std::string(line.origin.tag), line.origin.pid, line.origin.tid,
+                std::string(line.message)};
+        auto found = counts_.find(key);
+        if (found == counts_.end()) {
+            if (bytes_ > kMostBytes) {
+                return false;
+            }
+            bytes_ += kNodeBytes + line.origin.tag.size() + line.message.size();
+            found = counts_.try_emplace(std::move(key)).first;
+        }
+        Count& count = found->second;
+        if (part.before == Break::kRestart) {
+            auto of_part = count.of_part.find(line.dump);
+            if (of_part == count.of_part.end()) {
+                if (bytes_ > kMostBytes) {
+                    return false;
+                }
+                bytes_ += kNodeBytes;
+                of_part = count.of_part.try_emplace(line.dump).first;
+            }
+            if (++of_part->second <= count.shown) {
+                return true;
+            }
         }
         ++count.shown;
         return false;
     }
 
 private:
+    static constexpr size_t kMostBytes = size_t{4} << 20;
+    static constexpr size_t kNodeBytes = 192;  // of a map, with its key and count
+
     using Key = std::tuple<char, std::string, int32_t, int32_t, std::string>;
 
     struct Count {
@@ -121,6 +145,7 @@ private:
     };
 
     int64_t time_ms_ = -1;
+    size_t bytes_ = 0;  // what the counts take
     std::map<Key, Count> counts_;
 };
 
