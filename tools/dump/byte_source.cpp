@@ -43,10 +43,10 @@ FileSource::FileSource(const std::string& path, Observer observer)
 }
 
 FileSource::~FileSource() {
-    Park();
+    Close();
 }
 
-void FileSource::Park() {
+void FileSource::Close() {
     // Nothing was written, so closing has nothing to report.
     static_cast<void>(close(fd_));
     fd_ = -1;

@@ -54,7 +54,8 @@ private:
     // Takes the bytes from the file itself.
     [[nodiscard]] size_t ReadFile(char* data, size_t size);
     void Reopen();
-    void Park() override;
+    void Park() override { Close(); }
+    void Close();
 
     std::string path_;
     Observer observer_;
