@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "CDBOperations.h"
 #include "policy/code_tables.h"
@@ -75,10 +76,10 @@ std::set<std::string> Texts() {
 }
 
 // The code without the length before it.
-std::string Code(const fuzz::Bytes& stored) {
-    const auto length_end =
-        std::find_if(stored.begin(), stored.end(), [](unsigned char byte) { return byte < 128; });
-    return {length_end + 1, stored.end()};
+std::string Code(std::string_view stored) {
+    const auto* const last_of_length = std::find_if(
+        stored.begin(), stored.end(), [](char c) { return static_cast<unsigned char>(c) < 128; });
+    return {last_of_length + 1, stored.end()};
 }
 
 }  // namespace
@@ -110,15 +111,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::set<std::string> texts = Texts();
         for (const auto& [tag, messages] : decoded) {
             for (const auto& [code, message] : messages) {
-                const auto* const stored = message ? service.FindCode(tag, *message) : nullptr;
-                fuzz::Require(!message || (stored != nullptr && Code(*stored) == code),
+                const std::string_view stored =
+                    message ? service.FindCode(tag, *message) : std::string_view();
+                fuzz::Require(!message || (!stored.empty() && Code(stored) == code),
                               "the service lacks a code");
             }
             for (const std::string& text : texts) {
-                const auto* const stored = service.FindCode(tag, text);
-                const auto found = messages.find(stored != nullptr ? Code(*stored) : "");
-                fuzz::Require(stored == nullptr || (found != messages.end() &&
-                                                    (!found->second || *found->second == text)),
+                const std::string_view stored = service.FindCode(tag, text);
+                const auto found = messages.find(stored.empty() ? "" : Code(stored));
+                fuzz::Require(stored.empty() || (found != messages.end() &&
+                                                 (!found->second || *found->second == text)),
                               "trelvoctl lacks a code");
             }
         }

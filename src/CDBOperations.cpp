@@ -4,8 +4,8 @@
 
 #include <cstdio>
 #include <memory>
-#include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "CTRXMLParser.h"
 #include "CUtility.h"
@@ -37,10 +37,6 @@ struct FinalizeStatement {
         static_cast<void>(sqlite3_finalize(statement));
     }
 };
-
-uint64_t TextHash(std::string_view text) {
-    return std::hash<std::string_view>()(text);
-}
 
 // Up to the first zero byte. Null for NULL.
 const char* ColumnText(sqlite3_stmt* row, int column) {
@@ -126,7 +122,9 @@ bool CDBOperations::ReadRawXML(const char* path, std::string& out) {
 // Failures are logged at info on purpose, here and in m_CloseDB: CreateHashMap reports what
 // matters of them as an error.
 bool CDBOperations::m_OpenDB(const char* path) {
-    if (sqlite3_open(path, &m_Database) != SQLITE_OK) {
+    // As sqlite3_open does it, but for the locking: the handle stays on this thread.
+    constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    if (sqlite3_open_v2(path, &m_Database, flags, nullptr) != SQLITE_OK) {
         TR_LOGI("Can't open database: %s", sqlite3_errmsg(m_Database));
         // SQLite gives a handle even when opening failed.
         static_cast<void>(sqlite3_close(m_Database));
@@ -159,34 +157,26 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
     std::unique_ptr<sqlite3_stmt, FinalizeStatement> statement(prepared);
     TR_LOGI("Execute SQL statement");
 
-    CUtility* const utility = CUtility::Instance();
     CodeTable table;
-    std::vector<unsigned char> code;
-    std::vector<unsigned char> stored;
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
         const char* const message = ColumnText(statement.get(), 0);
-        const char* const codeText = ColumnText(statement.get(), 1);
-        if (message == nullptr || codeText == nullptr) {
+        const char* const code = ColumnText(statement.get(), 1);
+        if (message == nullptr || code == nullptr) {
             continue;
         }
-        code.clear();
-        try {
-            // A code that is not padded is logged there and stored with no bytes.
-            static_cast<void>(utility->m_GetHcodeByteArray(codeText, code));
-        } catch (const std::invalid_argument&) {
-            TR_LOGE("Skipped code that is not made of 0 and 1: %s", codeText);
-            continue;
+        std::string_view digits = code;
+        if (digits.size() % 8 != 0) {
+            // Not padded: logged there, and stored with no bytes.
+            std::vector<unsigned char> none;
+            static_cast<void>(CUtility::Instance()->m_GetHcodeByteArray(code, none));
+            digits = {};
         }
-        stored.clear();
-        utility->m_GetBytePackedInt(static_cast<int>(code.size()), code, stored);
-        // Rows in the order of their texts need no search.
-        table.texts.insert_or_assign(table.texts.end(), message, stored);
+        if (!table.Add(message, digits)) {
+            TR_LOGE("Skipped code that is not made of 0 and 1: %s", code);
+        }
     }
-    if (!table.texts.empty()) {
-        table.index.Reserve(table.texts.size());
-        for (const Texts::value_type& entry : table.texts) {
-            table.index.Add(TextHash(entry.first), &entry);
-        }
+    if (!table.IsEmpty()) {
+        table.Index();
         m_CodeTables[logTag] = std::move(table);
         m_TableCount = m_CodeTables.size();
         TR_LOGI("HMap created for logtag [%s]", logTag.c_str());
@@ -196,13 +186,7 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
     return true;
 }
 
-const std::vector<unsigned char>* CDBOperations::FindCode(std::string_view logTag,
-                                                          std::string_view message) const {
+std::string_view CDBOperations::FindCode(std::string_view logTag, std::string_view message) const {
     const auto table = m_CodeTables.find(logTag);
-    if (table == m_CodeTables.end()) {
-        return nullptr;
-    }
-    const auto* const entry = table->second.index.Find(
-        TextHash(message), [&](const Texts::value_type* text) { return text->first == message; });
-    return entry == nullptr ? nullptr : &(*entry)->second;
+    return table == m_CodeTables.end() ? std::string_view() : table->second.Find(message);
 }

@@ -8,9 +8,8 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "HashIndex.h"
+#include "CodeTable.h"
 
 // The code tables: for each log tag of the policy, message text to the code that stands for it.
 //
@@ -39,18 +38,12 @@ public:
     // Loads the table as `logTag`'s code table, replacing an earlier one unless nothing was found.
     bool m_GetAllHuffmanCode(std::string tableName, std::string logTag);
 
-    // What a record holds instead of `message`: LEB128 length and code bytes. Null when the tag
+    // What a record holds instead of `message`: LEB128 length and code bytes. Empty when the tag
     // has no table or the table lacks this very text; otherwise valid for the life of the process.
-    [[nodiscard]] const std::vector<unsigned char>* FindCode(std::string_view logTag,
-                                                             std::string_view message) const;
+    [[nodiscard]] std::string_view FindCode(std::string_view logTag,
+                                            std::string_view message) const;
 
 private:
-    using Texts = std::map<std::string, std::vector<unsigned char>>;
-    struct CodeTable {
-        Texts texts;
-        HashIndex<const Texts::value_type*> index;  // of the same entries
-    };
-
     CDBOperations() = default;
 
     static CDBOperations* m_pInstance;

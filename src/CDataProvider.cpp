@@ -236,14 +236,14 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
     }
     packing::AppendLeb128(fields.timeDelta, m_Record);
     const auto source = utility->m_AppendHeader(fields, m_RecordNumber, m_Record);
-    if (const auto* const code = CDBOperations::Instance()->FindCode(fields.tag, fields.message)) {
-        m_Record.insert(m_Record.end(), code->begin(), code->end());
-    } else {
+    std::string_view rest = CDBOperations::Instance()->FindCode(fields.tag, fields.message);
+    if (rest.empty()) {
         packing::AppendLeb128(static_cast<int>(fields.message.size()), m_Record);
-        // As bytes: from characters it would be one at a time.
-        const auto* const message = reinterpret_cast<const unsigned char*>(fields.message.data());
-        m_Record.insert(m_Record.end(), message, message + fields.message.size());
+        rest = fields.message;
     }
+    // As bytes: from characters it would be one at a time.
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(rest.data());
+    m_Record.insert(m_Record.end(), bytes, bytes + rest.size());
     const bool isSealed = m_Records.Append(m_Record.data(), m_Record.size());
     if (isSealed || m_Records.Records() == 1) {
         m_PageStarts.push_back({m_RecordNumber, utility->m_LastTime()});

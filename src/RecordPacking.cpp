@@ -1,7 +1,11 @@
 #include "RecordPacking.h"
 
+#include <endian.h>
+
 #include <algorithm>
 #include <bitset>
+#include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace packing {
@@ -23,20 +27,31 @@ unsigned LevelCode(char level) {
     }
 }
 
-}  // namespace
-
-void AppendLeb128(int value, Bytes& out) {
+// Gives `put` one byte after the other.
+template <typename Put>
+void Leb128(int value, Put put) {
     for (;;) {
         const auto group = static_cast<unsigned char>(value & 0x7F);
         value >>= 7;
         // Bit 6 is the sign that a reader extends: the last group must carry the right one.
         const bool negative = (group & 0x40) != 0;
         if (value == (negative ? -1 : 0)) {
-            out.push_back(group);
+            put(group);
             return;
         }
-        out.push_back(static_cast<unsigned char>(group | 0x80));
+        put(static_cast<unsigned char>(group | 0x80));
     }
+}
+
+}  // namespace
+
+void AppendLeb128(int value, Bytes& out) {
+    Leb128(value, [&out](unsigned char byte) { out.push_back(byte); });
+}
+
+unsigned char* PutLeb128(int value, unsigned char* out) {
+    Leb128(value, [&out](unsigned char byte) { *out++ = byte; });
+    return out;
 }
 
 size_t Leb128Size(int value) {
@@ -61,16 +76,28 @@ uint32_t ReadLeb128(const unsigned char*& data) {
 }
 
 void AppendCodeText(std::string_view code, Bytes& out) {
-    for (size_t at = 0; at < code.size(); at += 8) {
-        unsigned byte = 0;
-        for (const char digit : code.substr(at, 8)) {
-            if (digit != '0' && digit != '1') {
-                static_cast<void>(std::bitset<8>(std::string(code.substr(at, 8))));  // throws
-            }
-            byte = byte << 1 | static_cast<unsigned>(digit - '0');
-        }
-        out.push_back(static_cast<unsigned char>(byte));
+    const size_t start = out.size();
+    out.resize(start + code.size() / 8);
+    const size_t count = PutCodeText(code, out.data() + start);
+    out.resize(start + count);
+    if (count != code.size() / 8) {
+        static_cast<void>(std::bitset<8>(std::string(code.substr(8 * count, 8))));  // throws
     }
+}
+
+size_t PutCodeText(std::string_view code, unsigned char* out) {
+    const size_t size = code.size() / 8;
+    for (size_t count = 0; count < size; ++count) {
+        uint64_t digits;  // the first one in the lowest byte
+        std::memcpy(&digits, code.data() + 8 * count, sizeof digits);
+        digits = le64toh(digits) ^ 0x3030303030303030U;
+        if ((digits & ~uint64_t{0x0101010101010101}) != 0) {
+            return count;
+        }
+        // The factor moves the bit of byte k to bit 63 - k; no two of all the sums meet.
+        out[count] = static_cast<unsigned char>(digits * 0x8040201008040201U >> 56);
+    }
+    return size;
 }
 
 void AppendHeader(char level, int index, Bytes& out) {

@@ -15,9 +15,14 @@ namespace packing {
 
 using Bytes = std::vector<unsigned char>;
 
+// In bytes, of any int.
+constexpr size_t kLongestLeb128 = 5;
+
 // Appends signed LEB128. It ends for every int, though the service packs negative values only when
 // a log line forged them.
 void AppendLeb128(int value, Bytes& out);
+// The same where there is room; returns its end.
+unsigned char* PutLeb128(int value, unsigned char* out);
 // The bytes that it appends.
 [[nodiscard]] size_t Leb128Size(int value);
 // Reads a value of 0 or more that AppendLeb128 wrote; moves `data` behind it.
@@ -27,6 +32,9 @@ void AppendLeb128(int value, Bytes& out);
 // REQUIRES: a length that is a multiple of 8. Throws std::invalid_argument at another character,
 // with the bytes before it appended.
 void AppendCodeText(std::string_view code, Bytes& out);
+// The same where there is room. Returns how many bytes were put: all, or those before the first
+// eight characters with another one among them.
+size_t PutCodeText(std::string_view code, unsigned char* out);
 
 // Appends a record header. `index` is at least 1.
 //
