@@ -1,11 +1,17 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <bitset>
+#include <cstring>
 #include <filesystem>
+#include <map>
+#include <random>
 
 #include "CDBOperations.h"
 #include "CDataProvider.h"
 #include "CTRXMLParser.h"
 #include "CUtility.h"
+#include "CodeTable.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
 
@@ -153,6 +159,106 @@ TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {
     WritePolicy(kDefault, "  ");
     Load(0);
     EXPECT_EQ(CDBOperations::Instance()->GetPolicyVersion(), "");
+}
+
+TEST(CodeTableTest, FindsTheLastRowOfEachTextWhateverItsSize) {
+    std::mt19937 random(1);
+    const size_t sizes[] = {0, 1, 15, 63, 64, 300, 8191, 8192};
+    std::map<std::string, std::string> expected;
+    CodeTable table;
+    const auto add = [&](const std::string& text, unsigned char code) {
+        const std::string bits = std::bitset<8>(code).to_string();
+        const size_t count = random() % 70;  // of bytes
+        std::string digits;
+        for (size_t i = 0; i < count; ++i) {
+            digits += bits;
+        }
+        EXPECT_FALSE(table.Add(text, digits + "0000/001"));
+        EXPECT_TRUE(table.Add(text, digits));
+        expected[text] = std::string(count > 63 ? 2 : 1, static_cast<char>(count)) +
+                         std::string(count, static_cast<char>(code));
+        if (count > 63) {
+            expected[text][0] = static_cast<char>(count | 0x80U);
+            expected[text][1] = 0;
+        }
+    };
+    for (int i = 0; i < 20000; ++i) {
+        add(std::string(sizes[random() % 8], static_cast<char>('a' + random() % 26)) +
+                std::to_string(random() % 50),
+            static_cast<unsigned char>(random()));
+    }
+    for (const size_t size : {65536, 70000, 3 << 20, 2 << 20, 1}) {
+        add(std::string(size, 'L'), 'L');
+    }
+    table.Index();
+    for (const auto& [text, stored] : expected) {
+        ASSERT_EQ(table.Find(text), stored) << text.size() << " bytes";
+        ASSERT_EQ(table.Find(text + " "), "");
+    }
+}
+
+TEST(CodeTableTest, TakesAtMost24BytesARowBeyondTextAndCode) {
+    const auto in_use = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    char text[] = "request 000000 to the session of the display was answered";
+    for (const size_t rows : {1000, 1025, 4097, 20000, 65537, 100000}) {
+        const size_t before = in_use();
+        CodeTable table;
+        for (size_t i = 0; i < rows; ++i) {
+            std::memcpy(text + 8, std::to_string(100000 + i).c_str(), 6);
+            table.Add(text, "0100110001001101");
+        }
+        table.Index();
+        EXPECT_LE(in_use() - before, rows * (sizeof text - 1 + 2 + 24)) << rows;
+    }
+}
+
+// The hash of the library that builds this has no secret: two blocks of eight bytes, of which the
+// second undoes what the first did.
+std::vector<std::string> CollidingTexts(size_t count) {
+    constexpr uint64_t kFactor = 0xC6A4A7935BD1E995U;
+    constexpr uint64_t kInverse = 0x5F7A0EA7E59B19BDU;
+    const uint64_t start = 0xC70F6907U ^ 16 * kFactor;
+    const auto mix = [](uint64_t block) {
+        block *= kFactor;
+        return (block ^ block >> 47U) * kFactor;
+    };
+    std::vector<std::string> texts;
+    for (uint64_t first = 0; first < count; ++first) {
+        uint64_t second = start ^ mix(first);
+        second = (second ^ second >> 47U) * kInverse;
+        texts.emplace_back(16, '\0');
+        std::memcpy(texts.back().data(), &first, 8);
+        std::memcpy(texts.back().data() + 8, &second, 8);
+    }
+    return texts;
+}
+
+TEST(CodeTableTest, TextsMadeToCollideCostNoMoreProbesThanOthers) {
+    static_assert(0xC6A4A7935BD1E995U * 0x5F7A0EA7E59B19BDU == 1);
+    constexpr size_t kCount = 20000;
+    const auto probes = [](const std::vector<std::string>& texts) {
+        CodeTable table;
+        for (const std::string& text : texts) {
+            table.Add(text, "00000001");
+        }
+        table.Index();
+        size_t sum = 0;
+        for (const std::string& text : texts) {
+            sum += table.Probes(text);
+        }
+        return static_cast<double>(sum) / kCount;
+    };
+    const std::vector<std::string> colliding = CollidingTexts(kCount);
+    ASSERT_EQ(std::hash<std::string>()(colliding.front()),
+              std::hash<std::string>()(colliding.back()));
+    std::vector<std::string> ordinary;
+    for (size_t i = 0; i < kCount; ++i) {
+        ordinary.push_back("display " + std::to_string(100000 + i) + " is on");
+    }
+    EXPECT_LE(probes(colliding), 1.5 * probes(ordinary));
 }
 
 }  // namespace
