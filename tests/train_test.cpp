@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "CDBOperations.h"
 #include "CUtility.h"
 #include "capture/capture_line.h"
 #include "escape/escape.h"
@@ -155,6 +157,57 @@ TEST(MessageCounts, StayWithinTheirBoundAndKeepTheFrequent) {
     EXPECT_GT(counts.Dropped(), 4000U);
     EXPECT_EQ(counts.HighestDropped(), 1U);
     EXPECT_EQ(Train(counts, {}).saved_bytes, 5000 * (9 - 2));
+}
+
+TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
+    std::vector<int> numbers(100);
+    std::iota(numbers.begin(), numbers.end(), 100);
+    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(1));
+    MessageCounts all(0);
+    const auto add = [&numbers](MessageCounts& counts) {
+        for (const int number : numbers) {
+            counts.Add(number % 2 == 0 ? "A" : "B", std::to_string(number), 1);
+        }
+    };
+    add(all);
+    MessageCounts counts(all.Memory() - 1);
+    add(counts);
+    const std::map<std::string, MessageCounts::Texts> kept(counts.Tags().begin(),
+                                                           counts.Tags().end());
+    EXPECT_EQ(counts.Dropped(), 51U);  // half, and one for the tag
+    EXPECT_EQ(kept.count("A"), 0U);
+    EXPECT_EQ(kept.at("B").count("101"), 0U);
+    EXPECT_EQ(kept.at("B").size(), 49U);
+}
+
+size_t HeapInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+TEST(Estimates, OfMemoryAreWithinATenth) {
+    const std::string folder = "/opt/usr/share/Trelvo/Default";
+    fs::remove_all(folder);
+    fs::create_directories(fs::path(folder).parent_path());
+    size_t before = HeapInUse();
+    MessageCounts counts(0);
+    for (int i = 0; i < 70000; ++i) {
+        counts.Add(i % 5 == 0 ? "A" : "B", "request " + std::to_string(i) + " was answered", 2);
+        counts.Add("B", std::string(30 + i % 90, 'x') + std::to_string(i), 2);
+    }
+    size_t taken = HeapInUse() - before;
+    if (taken == 0) {
+        GTEST_SKIP() << "a sanitizer's heap cannot be asked";
+    }
+    EXPECT_NEAR(static_cast<double>(counts.Memory()) / static_cast<double>(taken), 1, 0.1);
+
+    const Training training = Train(counts, {});
+    WritePolicyFolder(folder, false, "1", training.tables);
+    before = HeapInUse();
+    CDBOperations::Instance()->CreateHashMap();
+    EXPECT_FALSE(CDBOperations::Instance()->FindCode("A", "request 0 was answered").empty());
+    taken = HeapInUse() - before;
+    EXPECT_NEAR(static_cast<double>(training.memory_bytes) / static_cast<double>(taken), 1, 0.02);
 }
 
 class TrainProgram : public ::testing::Test {

@@ -34,7 +34,7 @@ std::vector<std::string> AllCodes(size_t size) {
 // four times as many as a table has entries.
 class ThreeByteCodes {
 public:
-    explicit ThreeByteCodes(const std::unordered_set<std::string_view>& taken) : taken_(taken) {}
+    explicit ThreeByteCodes(const TextSet& taken) : taken_(taken) {}
 
     [[nodiscard]] std::string Next() {
         std::string code;
@@ -47,12 +47,11 @@ public:
     }
 
 private:
-    const std::unordered_set<std::string_view>& taken_;
+    const TextSet& taken_;
     uint32_t next_ = 0;
 };
 
-std::vector<std::string> FreeCodes(const std::vector<std::string>& all,
-                                   const std::unordered_set<std::string_view>& taken) {
+std::vector<std::string> FreeCodes(const std::vector<std::string>& all, const TextSet& taken) {
     if (taken.empty()) {
         return all;
     }
@@ -142,8 +141,7 @@ std::vector<uint8_t> AssignSizes(const std::vector<CountedText>& texts, CodeSupp
     return sizes;
 }
 
-std::vector<CodedText> AssignCodes(std::vector<CountedText> texts,
-                                   const std::unordered_set<std::string_view>& taken,
+std::vector<CodedText> AssignCodes(std::vector<CountedText> texts, const TextSet& taken,
                                    size_t most_entries) {
     static const std::vector<std::string> kOneByte = AllCodes(1);
     static const std::vector<std::string> kTwoBytes = AllCodes(2);

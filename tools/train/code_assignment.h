@@ -7,11 +7,15 @@
 #include <unordered_set>
 #include <vector>
 
+#include "train/keyed_hash.h"
+
 // A text of one tag and how often it was logged. The text is the caller's.
 struct CountedText {
     std::string_view text;
     uint64_t count = 0;
 };
+
+using TextSet = std::unordered_set<std::string_view, KeyedHash>;
 
 // A text, and the bytes that stand for it.
 struct CodedText {
@@ -38,5 +42,4 @@ constexpr size_t kMostEntries = size_t{1} << 20;
 // and none is one of `taken`. The result depends on the set of texts alone, not on their order, and
 // is ordered by text.
 [[nodiscard]] std::vector<CodedText> AssignCodes(std::vector<CountedText> texts,
-                                                 const std::unordered_set<std::string_view>& taken,
-                                                 size_t most_entries);
+                                                 const TextSet& taken, size_t most_entries);

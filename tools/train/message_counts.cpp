@@ -2,16 +2,17 @@
 
 #include <algorithm>
 #include <map>
+#include <vector>
 
 #include "train/record_cost.h"
 
 namespace {
 
-// What a table entry takes besides its text: the node, its place in the bucket array, and what the
+// What a counted text takes besides itself: the node, its share of the bucket array, and what the
 // heap keeps for two blocks.
 constexpr uint64_t kEntryBytes = 104;
 
-uint64_t EntryMemory(const std::string& text) {
+uint64_t EntryMemory(std::string_view text) {
     return kEntryBytes + text.size();
 }
 
@@ -50,19 +51,19 @@ void MessageCounts::DropRarest() {
         }
         below += memory;
     }
-    uint64_t at_limit = too_much > below ? too_much - below : 0;
+    // Copies, since the text itself goes.
+    const auto [last_tag, last_text] = LastOfFirst(limit, too_much - below);
+    const TagAndText last(last_tag, last_text);
 
     for (auto tag = tags_.begin(); tag != tags_.end();) {
         Texts& texts = tag->second;
         for (auto text = texts.begin(); text != texts.end();) {
-            const uint64_t memory = EntryMemory(text->first);
-            const bool last_ones = text->second == limit && at_limit > 0;
-            if (text->second >= limit && !last_ones) {
+            if (text->second > limit ||
+                (text->second == limit && TagAndText(tag->first, text->first) > last)) {
                 ++text;
                 continue;
             }
-            at_limit -= last_ones ? std::min(at_limit, memory) : 0;
-            memory_ -= memory;
+            memory_ -= EntryMemory(text->first);
             ++dropped_;
             highest_dropped_ = std::max(highest_dropped_, text->second);
             text = texts.erase(text);
@@ -74,4 +75,33 @@ void MessageCounts::DropRarest() {
             ++tag;
         }
     }
+}
+
+std::pair<std::string, std::string> MessageCounts::LastOfFirst(uint64_t count,
+                                                               uint64_t memory) const {
+    std::vector<TagAndText> found;
+    for (const auto& [tag, texts] : tags_) {
+        for (const auto& [text, number] : texts) {
+            if (number == count) {
+                found.emplace_back(tag, text);
+            }
+        }
+    }
+    // By halving, not by sorting: what is before `begin` goes, what is behind `end` stays.
+    auto begin = found.begin();
+    auto end = found.end();
+    while (end - begin > 1) {
+        const auto middle = begin + (end - begin) / 2;
+        std::nth_element(begin, middle, end);
+        uint64_t lower = 0;
+        std::for_each(begin, middle,
+                      [&](const TagAndText& text) { lower += EntryMemory(text.second); });
+        if (lower < memory) {
+            memory -= lower;
+            begin = middle;
+        } else {
+            end = middle;
+        }
+    }
+    return {std::string(begin->first), std::string(begin->second)};
 }

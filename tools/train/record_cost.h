@@ -6,6 +6,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "train/keyed_hash.h"
+
 // Sizes in bytes of what the recorder writes (docs/dump-format.md).
 
 [[nodiscard]] size_t Leb128Size(uint64_t value);
@@ -21,6 +23,6 @@ public:
                                     int32_t tid, size_t message_cost);
 
 private:
-    std::unordered_map<std::string, uint32_t> indexes_;  // by tag, PID and TID
-    std::string key_;                                    // spare room for the next look-up
+    std::unordered_map<std::string, uint32_t, KeyedHash> indexes_;  // by tag, PID and TID
+    std::string key_;  // spare room for the next look-up
 };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 
 #include "escape/escape.h"
@@ -11,35 +10,14 @@ namespace {
 
 constexpr size_t kLongestCode = 3;
 
-// What the 64-bit C library's heap takes for a block.
-uint64_t HeapBytes(uint64_t size) {
-    return std::max<uint64_t>(32, (size + 8 + 15) / 16 * 16);
-}
+// What an entry takes in the service besides text and code: two lengths, its share of the index,
+// and what is lost around both.
+constexpr uint64_t kServiceEntryBytes = 15;
 
-uint64_t StringBytes(std::string_view text) {
-    return text.size() < 16 ? 0 : HeapBytes(text.size() + 1);  // short ones lie in the node
-}
-
-// A hash index in front of a map: slots of a hash and a pointer, at most half of them used.
-uint64_t IndexBytes(uint64_t entries) {
-    constexpr uint64_t kSlot = 16;
-    uint64_t slots = 64;
-    while (slots < 2 * entries) {
-        slots *= 2;
-    }
-    return slots * kSlot;
-}
-
-// The service keeps an ordered map from text to the counted code and its index for each tag, and a
-// map of the tags.
 uint64_t ServiceMemory(const TagTable& table) {
-    constexpr uint64_t kMapNode = 32 + 32;  // links and key
-    constexpr uint64_t kTable = 48 + 32;    // map and index
-    uint64_t bytes =
-        HeapBytes(kMapNode + kTable) + StringBytes(table.tag) + IndexBytes(table.codes.size());
+    uint64_t bytes = 0;
     for (const CodedText& coded : table.codes) {
-        bytes += HeapBytes(kMapNode + 24) + StringBytes(coded.text) +
-                 HeapBytes(MessageCost(coded.code.size()));
+        bytes += coded.text.size() + coded.code.size() + kServiceEntryBytes;
     }
     return bytes;
 }
@@ -51,7 +29,7 @@ bool CanBeLookedUp(std::string_view text) {
 
 std::vector<CodedText> TrainTag(const MessageCounts::Texts& texts, const TrainingLimits& limits) {
     std::vector<CountedText> candidates;
-    std::unordered_set<std::string_view> taken;
+    TextSet taken;
     for (const auto& [text, count] : texts) {
         if (text.size() <= kLongestCode && !IsText(text)) {
             taken.insert(text);

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "train/keyed_hash.h"
 #include "train/log_input.h"
 #include "train/message_counts.h"
 #include "train/policy_writer.h"
@@ -52,8 +53,8 @@ public:
     [[nodiscard]] const EvaluationTotals& Totals() const { return totals_; }
 
 private:
-    std::unordered_map<std::string, size_t> code_sizes_;  // by tag, zero byte and text
-    std::string key_;                                     // spare room for the next look-up
+    std::unordered_map<std::string, size_t, KeyedHash> code_sizes_;  // by tag, zero byte and text
+    std::string key_;  // spare room for the next look-up
     RecordModel model_;
     EvaluationTotals totals_;
 };
