@@ -89,8 +89,9 @@ void TableReporter::Finalize() {
         if (EndsWith(row, "100 % handed on")) {
             Judge(row, "MB/s", folder + "wc -l", 0.5, true, "wc -l");
         }
-        if (row == "start/1000000 rows/recorder") {
+        if (row.find("start/1000000 rows/recorder") == 0) {
             Judge(row, "rows/s", folder + "sqlite3_step", 0.5, true, "sqlite3_step");
+            Judge(row, "B/row beyond text and code", "", 24, false, "bytes a row");
         }
         if (row.find("tools/") == 0 && row.find("decode") != std::string::npos) {
             Judge(row, "lines/s", "tools/zstdcat | grep", 1, true, "zstdcat | grep");

@@ -2,7 +2,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <map>
+#include <fstream>
 #include <memory>
 #include <stdexcept>
 
@@ -21,7 +21,18 @@ struct Database {
     TemporaryFolder folder;
     std::filesystem::path path = folder.Path() / "table.db";
     size_t rows = 0;
+    size_t bytes = 0;  // of texts and codes
 };
+
+// The most that was in memory since the call before.
+size_t TakePeakBytes() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line) && line.find("VmHWM:") != 0) {
+    }
+    std::ofstream("/proc/self/clear_refs") << "5";
+    return line.empty() ? 0 : std::stoull(line.substr(6)) << 10;
+}
 
 std::shared_ptr<Database> Write(size_t rows, bool is_sorted) {
     std::vector<std::string> texts;
@@ -34,6 +45,10 @@ std::shared_ptr<Database> Write(size_t rows, bool is_sorted) {
     auto database = std::make_shared<Database>();
     database->rows = rows;
     WriteCodeTable(database->path, texts);
+    for (size_t i = 0; i < rows; ++i) {
+        // The codes that are written: all of one byte, all of two, and of three.
+        database->bytes += texts[i].size() + (i < 256 ? 1 : i < 256 + 65536 ? 2 : 3);
+    }
     return database;
 }
 
@@ -48,19 +63,27 @@ void LoadTable(const Database& database) {
 // As at a start: there is no table of the tag that the loaded one would have to replace.
 void Load(benchmark::State& state, const Database& database, const Database& smallest) {
     LoadTable(smallest);
-    const size_t before = ResidentBytes();
-    size_t grown = 0;
+    malloc_trim(0);
+    const auto before = static_cast<double>(ResidentBytes());
+    double kept = 0;
+    double peak = 0;
+    static_cast<void>(TakePeakBytes());
     while (state.KeepRunning()) {
         LoadTable(database);
         state.PauseTiming();
-        grown = std::max(grown, ResidentBytes() - std::min(before, ResidentBytes()));
+        kept = std::max(kept, static_cast<double>(ResidentBytes()) - before);
+        peak = std::max(peak, static_cast<double>(TakePeakBytes()) - before);
         LoadTable(smallest);
         malloc_trim(0);
+        static_cast<void>(TakePeakBytes());
         state.ResumeTiming();
     }
     state.counters["rows/s"] = benchmark::Counter(static_cast<double>(database.rows),
                                                   benchmark::Counter::kIsIterationInvariantRate);
-    state.counters["MB grown"] = static_cast<double>(grown) / 1e6;
+    const auto bytes = static_cast<double>(database.bytes);
+    const auto rows = static_cast<double>(database.rows);
+    state.counters["B/row beyond text and code"] = (kept - bytes) / rows;
+    state.counters["B/row while loading"] = (peak - bytes) / rows;
 }
 
 void Step(benchmark::State& state, const Database& database) {

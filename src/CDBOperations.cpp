@@ -149,6 +149,10 @@ bool CDBOperations::m_GetAllHuffmanCode(std::string tableName, std::string logTa
     char sql[1024];
     static_cast<void>(
         std::snprintf(sql, sizeof sql, "select log, huffmancode from %s", tableName.c_str()));
+    // Every page is read once: keeping them would take 2 MB, which stay with the heap. What may be
+    // wrong with the database is found again, and logged, by the next call.
+    static_cast<void>(
+        sqlite3_exec(m_Database, "pragma cache_size = 16", nullptr, nullptr, nullptr));
     sqlite3_stmt* prepared = nullptr;
     if (sqlite3_prepare_v2(m_Database, sql, -1, &prepared, nullptr) != SQLITE_OK) {
         TR_LOGE("Failed to get Huffman codes: %s", sqlite3_errmsg(m_Database));
