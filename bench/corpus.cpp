@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -12,9 +13,10 @@ namespace bench {
 
 namespace {
 
-constexpr size_t kTimeWidth = 9;           // "12345.678"
-constexpr uint32_t kFirstTime = 10000000;  // ms; the least and the most of this width
-constexpr uint32_t kLastTime = 99999999;
+constexpr size_t kTimeWidth = 9;         // "01234.567"
+constexpr uint32_t kFirstTime = 100000;  // ms
+constexpr uint32_t kLastTime = 14400000;
+constexpr uint32_t kMostGap = 3;
 
 using Random = std::mt19937_64;
 
@@ -65,7 +67,7 @@ char LevelLetter(Random& random) {
     return kLevels[Below(random, kLevels.size())];
 }
 
-// Milliseconds of the fixed-width time that WriteTime writes, or of any other number.
+// The number that the line starts with, and where it ends; 0 where there is none.
 double ParseSeconds(const std::string& line, size_t& end) {
     char* rest = nullptr;
     const double seconds = std::strtod(line.c_str(), &rest);
@@ -73,56 +75,89 @@ double ParseSeconds(const std::string& line, size_t& end) {
     return seconds;
 }
 
+bool IsAlphanumeric(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0;
+}
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Replaces the digits in the words of the message; the same word by the same in one repetition.
+void RenewNumbers(std::string& line, size_t repetition) {
+    const size_t arrow = line.find(" > ");
+    size_t at = arrow == std::string::npos ? line.size() : arrow;
+    while (at < line.size()) {
+        size_t end = at;
+        uint64_t hash = 0xcbf29ce484222325 ^ repetition;  // FNV-1a
+        for (; end < line.size() && IsAlphanumeric(line[end]); ++end) {
+            hash = (hash ^ static_cast<unsigned char>(line[end])) * 0x100000001b3;
+        }
+        for (; at < end; ++at) {
+            if (IsDigit(line[at])) {
+                hash = hash * 6364136223846793005 + 1442695040888963407;
+                line[at] = static_cast<char>('0' + (hash >> 33) % 10);
+            }
+        }
+        ++at;
+    }
+}
+
 }  // namespace
 
-Corpus::Corpus(std::string name, std::vector<std::string> lines)
-    : name_(std::move(name)), offset_(kFirstTime), lines_(std::move(lines)) {
-    double first = -1;
-    for (std::string& line : lines_) {
-        size_t end = 0;
-        const double seconds = ParseSeconds(line, end);
-        first = first < 0 && end != 0 ? seconds : first;
-        uint32_t time = times_.empty() ? 0 : times_.back();
-        if (end != 0 && seconds > first) {
-            time = std::max(time, static_cast<uint32_t>(std::lround((seconds - first) * 1000)));
+Corpus::Corpus(std::string name, const std::vector<std::string>& lines, size_t least_bytes)
+    : name_(std::move(name)), offset_(kFirstTime) {
+    uint32_t time = 0;
+    for (size_t repetition = 0; repetition == 0 || text_.size() < least_bytes; ++repetition) {
+        double before = 0;
+        for (size_t i = 0; i < lines.size(); ++i) {
+            size_t end = 0;
+            const double seconds = ParseSeconds(lines[i], end);
+            if (i != 0 && seconds > before) {
+                time += static_cast<uint32_t>(
+                    std::lround(std::min(1000 * (seconds - before), double{kMostGap})));
+            }
+            before = std::max(before, seconds);
+            std::string line = lines[i].substr(end);
+            if (repetition != 0) {
+                RenewNumbers(line, repetition);
+            }
+            times_.push_back(time);
+            starts_.push_back(text_.size());
+            text_.append(kTimeWidth, '0').append(line) += '\n';
         }
-        times_.push_back(time);
-        line.replace(0, end, kTimeWidth, '0');
     }
+    starts_.push_back(text_.size());
     WriteTimes();
-    for (const std::string& line : lines_) {
-        text_ += line + '\n';
-    }
+}
+
+std::string_view Corpus::Line(size_t index) const {
+    return std::string_view(text_).substr(starts_[index], starts_[index + 1] - starts_[index] - 1);
 }
 
 double Corpus::Span() const {
-    return times_.empty() ? 0 : times_.back() / 1000.0;
+    return times_.back() / 1000.0;
 }
 
-Corpus Corpus::Denser() const {
-    constexpr uint32_t kMostGap = 100;  // ms
-    Corpus denser(*this);
-    for (size_t i = 1; i < times_.size(); ++i) {
-        denser.times_[i] = denser.times_[i - 1] + std::min(times_[i] - times_[i - 1], kMostGap);
+void Corpus::Advance() {
+    offset_ += times_.back() + 1;
+    if (offset_ + times_.back() > kLastTime) {
+        throw std::runtime_error(name_ + ": the times are used up");
     }
-    denser.WriteTimes();
-    return denser;
-}
-
-bool Corpus::Advance() {
-    const uint32_t next = offset_ + (times_.empty() ? 0 : times_.back()) + 1;
-    const bool fits = next + times_.back() <= kLastTime;
-    offset_ = fits ? next : kFirstTime;
     WriteTimes();
-    return fits;
 }
 
 void Corpus::WriteTimes() {
-    for (size_t i = 0; i < lines_.size(); ++i) {
-        const uint32_t time = offset_ + times_[i];
-        char text[24];
-        static_cast<void>(std::snprintf(text, sizeof text, "%05u.%03u", time / 1000, time % 1000));
-        lines_[i].replace(0, kTimeWidth, text, kTimeWidth);
+    for (size_t i = 0; i < times_.size(); ++i) {
+        uint32_t rest = offset_ + times_[i];
+        for (size_t at = starts_[i] + kTimeWidth; at-- > starts_[i];) {
+            if (at == starts_[i] + kTimeWidth - 4) {
+                text_[at] = '.';
+            } else {
+                text_[at] = static_cast<char>('0' + rest % 10);
+                rest /= 10;
+            }
+        }
     }
 }
 
@@ -226,6 +261,36 @@ std::pair<std::vector<std::string>, std::vector<std::string>> Halves(
     const std::vector<std::string>& lines) {
     const auto middle = lines.begin() + static_cast<std::ptrdiff_t>(lines.size() / 2);
     return {{lines.begin(), middle}, {middle, lines.end()}};
+}
+
+std::vector<std::string> Interleave(const std::vector<std::vector<std::string>>& files) {
+    constexpr size_t kBlock = 50;
+    struct Position {
+        size_t next = 0;
+        double last = 0;  // seconds
+    };
+    std::vector<Position> positions(files.size());
+    std::vector<std::string> mixed;
+    double time = 0;
+    for (bool has_more = true; has_more;) {
+        has_more = false;
+        for (size_t file = 0; file < files.size(); ++file) {
+            auto& [next, last] = positions[file];
+            for (size_t i = 0; i < kBlock && next < files[file].size(); ++i, ++next) {
+                const std::string& line = files[file][next];
+                size_t end = 0;
+                const double seconds = ParseSeconds(line, end);
+                // The gaps of a file stay, where no other file comes between.
+                time += i != 0 && seconds > last ? seconds - last : 0;
+                last = std::max(last, seconds);
+                char start[32];
+                static_cast<void>(std::snprintf(start, sizeof start, "%.3f", time));
+                mixed.push_back(start + line.substr(end));
+            }
+            has_more = has_more || next < files[file].size();
+        }
+    }
+    return mixed;
 }
 
 }  // namespace bench

@@ -10,27 +10,27 @@
 
 namespace bench {
 
-// Capture text as single lines without line feed, each starting with a time of fixed width, so that
-// the same lines can be fed again and again at times that never run backwards.
+// Capture text of lines that start with a time of fixed width, so that the same lines can be fed
+// again and again at times that never run backwards.
 class Corpus {
 public:
-    // `lines` are capture lines; their times are kept but for a common offset. Lines that start
-    // with no number get the time of the line before.
-    Corpus(std::string name, std::vector<std::string> lines);
+    // `lines` are capture lines. They are repeated until the text has `least_bytes`, each time with
+    // other digits in the messages: a number that occurs twice in `lines` does so in each
+    // repetition, but in no two of them is it the same. Tags, processes and the writer's prefix
+    // stay. Each line is at the most 3 ms later than the one before, as on a busy device.
+    Corpus(std::string name, const std::vector<std::string>& lines, size_t least_bytes);
 
     const std::string& Name() const { return name_; }
-    std::vector<std::string>& Lines() { return lines_; }
-    const std::vector<std::string>& Lines() const { return lines_; }
+    size_t Size() const { return times_.size(); }
+    // Without its line feed.
+    std::string_view Line(size_t index) const;
     // All lines with their line feeds.
     const std::string& Text() const { return text_; }
     // Seconds from the first line to the last.
     double Span() const;
-    // The same lines, none more than 100 ms after the one before, so that they can be fed more
-    // often.
-    Corpus Denser() const;
-    // Shifts all times of Lines() behind the last one. Returns false when the fixed width is used
-    // up: the times then start over, and the recorder must have been reset.
-    bool Advance();
+    // Shifts all times behind the last one. Throws std::runtime_error after four hours: then a
+    // float, in which the recorder reads them, tells one millisecond from the next no more.
+    void Advance();
 
 private:
     void WriteTimes();
@@ -38,7 +38,7 @@ private:
     std::string name_;
     std::vector<uint32_t> times_;  // ms after offset_
     uint32_t offset_;              // ms
-    std::vector<std::string> lines_;
+    std::vector<size_t> starts_;   // of the lines in text_, and its end
     std::string text_;
 };
 
@@ -80,5 +80,8 @@ std::vector<std::string> ReadLines(const std::string& path);
 // The first and the second half of the lines: what tables are trained on, and what is recorded.
 std::pair<std::vector<std::string>, std::vector<std::string>> Halves(
     const std::vector<std::string>& lines);
+
+// The lines of all files in turn, 50 of each, at times that do not run backwards.
+std::vector<std::string> Interleave(const std::vector<std::vector<std::string>>& files);
 
 }  // namespace bench

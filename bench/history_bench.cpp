@@ -1,6 +1,5 @@
-#include <malloc.h>
-
-#include <memory>
+#include <algorithm>
+#include <cstdint>
 
 #include "memory.h"
 #include "peers.h"
@@ -11,81 +10,96 @@ namespace bench {
 
 namespace {
 
-constexpr double kBuffer = 10 << 20;  // bytes
+constexpr size_t kLimit = 10;  // MiB
+constexpr double kMiB = 1 << 20;
 
-void CountHistory(benchmark::State& state, const Corpus& corpus, double bytes) {
-    const auto lines = static_cast<double>(corpus.Lines().size());
-    state.counters["1. bytes/line"] = bytes / lines;
-    state.counters["2. lines kept"] = kBuffer / bytes * lines;
-    state.counters["3. seconds kept"] = kBuffer / bytes * corpus.Span();
+Counters CountHistory(const Corpus& corpus, double bytes_a_line, double lines) {
+    const auto pass = static_cast<double>(corpus.Size());
+    return {{"1. bytes/line", bytes_a_line},
+            {"2. lines kept", lines},
+            {"3. seconds kept", lines / pass * corpus.Span()}};
 }
 
-void Record(benchmark::State& state, Corpus& corpus) {
-    // Beyond what any corpus takes, so that nothing is dropped.
-    ResetRecorder(1024);
-    malloc_trim(0);
-    const size_t before = ResidentBytes();
-    Feed(corpus.Lines());
-    const size_t resident = ResidentBytes() - before;
-    const size_t bytes = RecordBytes();
-    CountHistory(state, corpus, static_cast<double>(bytes));
-    // Fewer lines may fit into memory that the process had before.
-    constexpr size_t kEnoughLines = 50000;
-    if (corpus.Lines().size() >= kEnoughLines) {
-        state.counters["4. resident bytes/line"] =
-            static_cast<double>(resident) / static_cast<double>(corpus.Lines().size());
+// Whatever a peer takes from the system counts, until that is the limit.
+Counters KeepByPeer(Corpus& corpus, const std::function<std::unique_ptr<Peer>()>& make) {
+    constexpr size_t kStep = 1000;
+    const MemoryGrowth growth;
+    Ring ring(make(), SIZE_MAX);
+    Feeder feeder(corpus, [&ring](const std::string& line) { ring.Append(line); });
+    double lines = 0;
+    for (; growth.Bytes() < kLimit << 20; lines += kStep) {
+        feeder.Feed(kStep);
     }
-    ResetRecorder();
+    const double bytes = static_cast<double>(growth.TrimmedBytes()) / lines;
+    return CountHistory(corpus, bytes, kLimit * kMiB / bytes);
+}
+
+// A limit of memory; what is there is counted when the oldest was dropped for one pass.
+Counters KeepByRecorder(Corpus& corpus) {
+    Feeder feeder(corpus);
+    const MemoryGrowth growth;
+    SetLimit(kLimit, Count::kMemory);
+    feeder.FeedUntilFull();
+    feeder.Rewind();
+    size_t most = 0;
+    constexpr size_t kStep = 64;
+    for (size_t fed = 0; fed < corpus.Size(); fed += kStep) {
+        feeder.Feed(kStep);
+        most = std::max(most, growth.Bytes());
+    }
+    const auto lines = static_cast<double>(RecordCount());
+    Counters counters =
+        CountHistory(corpus, static_cast<double>(growth.TrimmedBytes()) / lines, lines);
+    counters["4. counted bytes/line"] = static_cast<double>(CountedMemory()) / lines;
+    counters["5. MiB grown at most"] = static_cast<double>(most) / kMiB;
+    return counters;
+}
+
+Counters CountPacked(const Corpus& corpus, const void* data, size_t size) {
+    return {{"bytes/line",
+             static_cast<double>(ZstdSize(data, size)) / static_cast<double>(corpus.Size())}};
 }
 
 // What a collector keeps and sends: the dump of all lines, compressed.
-void CompressDump(benchmark::State& state, Corpus& corpus) {
-    ResetRecorder(1024);
-    Feed(corpus.Lines());
-    const std::vector<unsigned char> image = Snapshot(true);
-    const auto lines = static_cast<double>(corpus.Lines().size());
-    state.counters["1. bytes/line"] =
-        static_cast<double>(ZstdSize(image.data(), image.size())) / lines;
-    ResetRecorder();
-}
-
-void AddRecorder(Subject& subject, const std::string& name) {
-    AddMeasured(name, [&](benchmark::State& state) { Record(state, subject.corpus); });
-    AddMeasured(name + ", dump in zstd 3",
-                [&](benchmark::State& state) { CompressDump(state, subject.corpus); });
+Counters CompressDump(Corpus& corpus) {
+    SetLimit(1024, Count::kRecords);
+    Feeder(corpus).Feed(corpus.Size());
+    const std::vector<unsigned char> image = Snapshot(false);
+    return CountPacked(corpus, image.data(), image.size());
 }
 
 }  // namespace
 
 void AddHistory(std::vector<Subject>& subjects) {
     for (Subject& subject : subjects) {
-        const std::string name = "history/" + subject.corpus.Name() + "/";
-        for (auto& made : MakePeers(subject.other)) {
-            const std::shared_ptr<Peer> peer = std::move(made);
-            AddMeasured(name + peer->Name(), [peer, &subject](benchmark::State& state) {
-                const std::string& text = subject.corpus.Text();
-                CountHistory(state, subject.corpus, static_cast<double>(peer->Compress(text)));
-            });
+        Corpus& corpus = subject.corpus;
+        const std::string name = "history/" + corpus.Name() + "/";
+        for (const PeerKind& kind : PeerKinds()) {
+            AddMeasured(name + kind.name, [&] { return KeepByPeer(corpus, kind.make); });
         }
-        AddMeasured(name + "text in one zstd 3", [&](benchmark::State& state) {
-            const std::string& text = subject.corpus.Text();
-            const auto bytes = static_cast<double>(ZstdSize(text.data(), text.size()));
-            state.counters["1. bytes/line"] =
-                bytes / static_cast<double>(subject.corpus.Lines().size());
+        AddMeasured(name + "recorder", [&] { return KeepByRecorder(corpus); });
+        AddMeasured(name + "text in one zstd 3", [&] {
+            return CountPacked(corpus, corpus.Text().data(), corpus.Text().size());
         });
-        AddRecorder(subject, name + "recorder");
+        AddMeasured(name + "recorder, dump in zstd 3", [&] { return CompressDump(corpus); });
     }
 }
 
-void AddHistoryWithTables(std::vector<Subject>& subjects) {
+void AddHistoryTrained(std::vector<Subject>& subjects) {
     for (Subject& subject : subjects) {
-        const std::string name = "history/" + subject.corpus.Name() + "/recorder, tables";
-        AddMeasured(name + " are loaded", [&](benchmark::State& state) {
-            const std::vector<CodedText> texts = Train(subject.other);
-            LoadCodeTables(texts);
-            state.counters["entries"] = static_cast<double>(texts.size());
+        const std::string name = "history/" + subject.corpus.Name() + "/";
+        AddMeasured(name + "zstd 3 + dictionary", [&] {
+            const std::string dictionary = TrainDictionary(subject.other);
+            return KeepByPeer(subject.corpus, [&] { return MakeDictionaryPeer(dictionary); });
         });
-        AddRecorder(subject, name);
+        AddMeasured(name + "recorder, tables", [&] {
+            LoadTrainedTables(subject.other);
+            return KeepByRecorder(subject.corpus);
+        });
+        AddMeasured(name + "recorder, tables, dump in zstd 3", [&] {
+            LoadTrainedTables(subject.other);
+            return CompressDump(subject.corpus);
+        });
     }
 }
 

@@ -1,12 +1,6 @@
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <thread>
 
 #include "suites.h"
@@ -49,7 +43,7 @@ void Capture(const Corpus& corpus, size_t per_second, int seconds) {
     auto at = std::chrono::steady_clock::now();
     for (int part = 0; part < seconds * kParts; ++part) {
         for (size_t i = 0; i < per_second / kParts; ++i) {
-            file << corpus.Lines()[next++ % corpus.Lines().size()] << '\n';
+            file << corpus.Line(next++ % corpus.Size()) << '\n';
         }
         file.flush();
         if (fs::file_size(path) > kRotation) {
@@ -82,44 +76,16 @@ Usage MeasureService(const Corpus& corpus, size_t per_second, int seconds) {
     return {after.cpu_ms - before.cpu_ms, after.wakeups - before.wakeups};
 }
 
-// In a child, since a process leaves its mount namespace only by ending.
-Usage MeasureInChild(const Corpus& corpus, size_t per_second, int seconds) {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0) {
-        throw std::runtime_error("pipe failed");
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        Usage usage;
-        try {
-            usage = MeasureService(corpus, per_second, seconds);
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "trelvo_bench: %s\n", error.what());
-            _exit(1);
-        }
-        _exit(write(ends[1], &usage, sizeof usage) == sizeof usage ? 0 : 1);
-    }
-    close(ends[1]);
-    Usage usage;
-    const bool is_read = read(ends[0], &usage, sizeof usage) == sizeof usage;
-    close(ends[0]);
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || status != 0 || !is_read) {
-        throw std::runtime_error("the idle service could not be measured");
-    }
-    return usage;
-}
-
 }  // namespace
 
 void AddIdle(Subject& subject, int seconds) {
     for (const size_t per_second : {0, 1000}) {
         AddMeasured("idle/" + std::to_string(per_second) + " lines a second",
-                    [&subject, per_second, seconds](benchmark::State& state) {
-                        const Usage usage = MeasureInChild(subject.corpus, per_second, seconds);
+                    [&subject, per_second, seconds] {
+                        const Usage usage = MeasureService(subject.corpus, per_second, seconds);
                         const double minutes = seconds / 60.0;
-                        state.counters["1. ms of processor a minute"] = usage.cpu_ms / minutes;
-                        state.counters["2. wake-ups a minute"] = usage.wakeups / minutes;
+                        return Counters{{"1. ms of processor a minute", usage.cpu_ms / minutes},
+                                        {"2. wake-ups a minute", usage.wakeups / minutes}};
                     });
     }
 }

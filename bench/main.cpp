@@ -12,19 +12,18 @@
 
 namespace {
 
-constexpr size_t kLines = 100000;
+using Lines = std::vector<std::string>;
+
+constexpr size_t kLeastText = 32 << 20;  // bytes, so that neither caches nor branches know it all
+constexpr size_t kOtherLines = 100000;
 
 bench::Subject Generated(const std::string& name, double verbatim_share) {
+    constexpr size_t kLines = 210000;
     bench::GeneratorSettings settings;
     settings.verbatim_share = verbatim_share;
     const bench::Generator generator(settings);
-    return {bench::Corpus(name, generator.Lines(kLines, 1)), generator.Lines(kLines, 2)};
-}
-
-// Trained on its first half, recorded is the second.
-bench::Subject FromFile(const std::string& path) {
-    auto [first, second] = bench::Halves(bench::ReadLines(path));
-    return {bench::Corpus(std::filesystem::path(path).stem(), std::move(second)), first};
+    return {bench::Corpus(name, generator.Lines(kLines, 1), kLeastText),
+            generator.Lines(kOtherLines, 2)};
 }
 
 }  // namespace
@@ -35,22 +34,34 @@ int main(int argc, char** argv) {
         std::vector<bench::Subject> subjects;
         subjects.push_back(Generated("repetitive", 0.95));
         subjects.push_back(Generated("mixed", 0.6));
+        std::vector<bench::Subject> trained = subjects;
         int idle_seconds = 5;
+        std::vector<Lines> files;
         for (int i = 1; i < argc; ++i) {
             if (std::string(argv[i]) == "--idle") {
                 idle_seconds = 60;
-            } else {
-                subjects.push_back(FromFile(argv[i]));
+                continue;
             }
+            const std::string name = std::filesystem::path(argv[i]).stem();
+            files.push_back(bench::ReadLines(argv[i]));
+            subjects.push_back({bench::Corpus(name, files.back(), kLeastText), {}});
+            // Trained on its first half, recorded is the second.
+            auto [first, second] = bench::Halves(files.back());
+            trained.push_back({bench::Corpus(name + ", half", second, kLeastText), first});
+        }
+        if (!files.empty()) {
+            subjects.push_back({bench::Corpus("mix", bench::Interleave(files), kLeastText), {}});
         }
         bench::AddEncode(subjects);
+        bench::AddEncodeTrained(trained);
         bench::AddReader(subjects.front());
-        bench::AddSnapshot(subjects.at(1));
         bench::AddHistory(subjects);
+        bench::AddJournal(subjects.back());
+        bench::AddHistoryTrained(trained);
+        bench::AddMemory(subjects.at(1));
+        bench::AddSnapshot(subjects.at(1));
         bench::AddTools(subjects.front());
         bench::AddIdle(subjects.front(), idle_seconds);
-        bench::AddHistoryWithTables(subjects);
-        bench::AddEncodeWithTables(subjects.front());
         bench::AddStart();
         bench::TableReporter table;
         benchmark::RunSpecifiedBenchmarks(&table);

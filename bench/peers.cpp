@@ -5,7 +5,6 @@
 #include <zlib.h>
 #include <zstd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -31,10 +30,7 @@ size_t Checked(size_t result) {
 
 class PlainText : public Peer {
 public:
-    std::string Name() const override { return "plain text"; }
-
-protected:
-    size_t CompressChunk(std::string_view chunk, std::vector<char>& out) override {
+    size_t Pack(std::string_view chunk, std::vector<char>& out) override {
         std::memcpy(out.data(), chunk.data(), chunk.size());
         return chunk.size();
     }
@@ -42,25 +38,32 @@ protected:
 
 class Zlib : public Peer {
 public:
-    std::string Name() const override { return "zlib 6"; }
-
-protected:
-    size_t CompressChunk(std::string_view chunk, std::vector<char>& out) override {
-        uLongf size = out.size();
-        if (compress2(reinterpret_cast<Bytef*>(out.data()), &size,
-                      reinterpret_cast<const Bytef*>(chunk.data()), chunk.size(), 6) != Z_OK) {
+    Zlib() {
+        if (deflateInit(&stream_, 6) != Z_OK) {
             throw std::runtime_error("zlib failed");
         }
-        return size;
     }
+    ~Zlib() override { deflateEnd(&stream_); }
+
+    size_t Pack(std::string_view chunk, std::vector<char>& out) override {
+        deflateReset(&stream_);
+        stream_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(chunk.data()));
+        stream_.avail_in = static_cast<uInt>(chunk.size());
+        stream_.next_out = reinterpret_cast<Bytef*>(out.data());
+        stream_.avail_out = static_cast<uInt>(out.size());
+        if (deflate(&stream_, Z_FINISH) != Z_STREAM_END) {
+            throw std::runtime_error("zlib failed");
+        }
+        return out.size() - stream_.avail_out;
+    }
+
+private:
+    z_stream stream_{};
 };
 
 class Lz4 : public Peer {
 public:
-    std::string Name() const override { return "lz4"; }
-
-protected:
-    size_t CompressChunk(std::string_view chunk, std::vector<char>& out) override {
+    size_t Pack(std::string_view chunk, std::vector<char>& out) override {
         return static_cast<size_t>(LZ4_compress_default(chunk.data(), out.data(),
                                                         static_cast<int>(chunk.size()),
                                                         static_cast<int>(out.size())));
@@ -69,15 +72,11 @@ protected:
 
 class Zstd : public Peer {
 public:
-    explicit Zstd(int level, Dictionary dictionary = nullptr)
-        : level_(level), context_(ZSTD_createCCtx()), dictionary_(std::move(dictionary)) {}
+    explicit Zstd(int level) : level_(level) {}
+    explicit Zstd(const std::string& dictionary)
+        : level_(3), dictionary_(ZSTD_createCDict(dictionary.data(), dictionary.size(), 3)) {}
 
-    std::string Name() const override {
-        return "zstd " + std::to_string(level_) + (dictionary_ != nullptr ? " + dictionary" : "");
-    }
-
-protected:
-    size_t CompressChunk(std::string_view chunk, std::vector<char>& out) override {
+    size_t Pack(std::string_view chunk, std::vector<char>& out) override {
         if (dictionary_ != nullptr) {
             return Checked(ZSTD_compress_usingCDict(context_.get(), out.data(), out.size(),
                                                     chunk.data(), chunk.size(), dictionary_.get()));
@@ -88,47 +87,85 @@ protected:
 
 private:
     int level_;
-    Context context_;
+    Context context_ = Context(ZSTD_createCCtx());
     Dictionary dictionary_;
 };
 
-Dictionary Train(const std::vector<std::string>& lines) {
+// Each line can be read back as soon as it is in; dropping the oldest is what it cannot do.
+class ZstdStream : public Peer {
+public:
+    ZstdStream() { Checked(ZSTD_CCtx_setParameter(context_.get(), ZSTD_c_compressionLevel, 3)); }
+
+    size_t Pack(std::string_view chunk, std::vector<char>& out) override {
+        ZSTD_outBuffer target{out.data(), out.size(), 0};
+        for (size_t end = 0; !chunk.empty(); chunk.remove_prefix(end)) {
+            end = chunk.find('\n') + 1;
+            ZSTD_inBuffer line{chunk.data(), end, 0};
+            if (Checked(ZSTD_compressStream2(context_.get(), &target, &line, ZSTD_e_flush)) != 0) {
+                throw std::runtime_error("no room for a flushed line");
+            }
+        }
+        return target.pos;
+    }
+
+private:
+    Context context_ = Context(ZSTD_createCCtx());
+};
+
+template <typename Made, auto... Arguments>
+std::unique_ptr<Peer> Make() {
+    return std::make_unique<Made>(Arguments...);
+}
+
+}  // namespace
+
+void Ring::Append(std::string_view line) {
+    if (used_ + line.size() + 1 > kChunk) {
+        Seal();
+    }
+    line = line.substr(0, kChunk - 1);
+    std::memcpy(open_.data() + used_, line.data(), line.size());
+    used_ += line.size();
+    open_[used_++] = '\n';
+}
+
+void Ring::Seal() {
+    const size_t size = peer_->Pack({open_.data(), used_}, out_);
+    used_ = 0;
+    sealed_.emplace_back(out_.data(), out_.data() + size);
+    for (stored_ += size; stored_ > limit_; sealed_.pop_front()) {
+        stored_ -= sealed_.front().size();
+    }
+}
+
+const std::vector<PeerKind>& PeerKinds() {
+    static const std::vector<PeerKind> kinds = {
+        {"plain text", Make<PlainText>},
+        {"zlib 6", Make<Zlib>},
+        {"lz4", Make<Lz4>},
+        {"zstd 1", Make<Zstd, 1>},
+        {"zstd 3", Make<Zstd, 3>},
+        {"zstd 3, flushed a line", Make<ZstdStream>},
+    };
+    return kinds;
+}
+
+std::string TrainDictionary(const std::vector<std::string>& lines) {
     std::string samples;
     std::vector<size_t> sizes;
     for (const std::string& line : lines) {
         samples += line + '\n';
         sizes.push_back(line.size() + 1);
     }
-    std::vector<char> dictionary(kDictionary);
-    const size_t size = ZDICT_trainFromBuffer(dictionary.data(), dictionary.size(), samples.data(),
-                                              sizes.data(), static_cast<unsigned>(sizes.size()));
-    if (ZDICT_isError(size) != 0) {
-        return nullptr;
-    }
-    return Dictionary(ZSTD_createCDict(dictionary.data(), size, 3));
+    std::string dictionary(kDictionary, '\0');
+    dictionary.resize(
+        Checked(ZDICT_trainFromBuffer(dictionary.data(), dictionary.size(), samples.data(),
+                                      sizes.data(), static_cast<unsigned>(sizes.size()))));
+    return dictionary;
 }
 
-}  // namespace
-
-size_t Peer::Compress(std::string_view text) {
-    size_t total = 0;
-    for (size_t at = 0; at < text.size(); at += kChunk) {
-        total += CompressChunk(text.substr(at, kChunk), out_);
-    }
-    return total;
-}
-
-std::vector<std::unique_ptr<Peer>> MakePeers(const std::vector<std::string>& other) {
-    std::vector<std::unique_ptr<Peer>> peers;
-    peers.push_back(std::make_unique<PlainText>());
-    peers.push_back(std::make_unique<Zlib>());
-    peers.push_back(std::make_unique<Lz4>());
-    peers.push_back(std::make_unique<Zstd>(1));
-    peers.push_back(std::make_unique<Zstd>(3));
-    if (Dictionary dictionary = Train(other)) {
-        peers.push_back(std::make_unique<Zstd>(3, std::move(dictionary)));
-    }
-    return peers;
+std::unique_ptr<Peer> MakeDictionaryPeer(const std::string& dictionary) {
+    return std::make_unique<Zstd>(dictionary);
 }
 
 size_t ZstdSize(const void* data, size_t size) {

@@ -21,7 +21,7 @@ std::shared_ptr<CaptureFile> WriteCapture(const Corpus& corpus, size_t mib) {
     auto capture = std::make_shared<CaptureFile>();
     std::ofstream file(capture->path);
     for (size_t i = 0; capture->bytes < mib << 20; ++i) {
-        const std::string& line = corpus.Lines()[i % corpus.Lines().size()];
+        const std::string_view line = corpus.Line(i % corpus.Size());
         file << line << '\n';
         capture->bytes += line.size() + 1;
         ++capture->lines;

@@ -3,19 +3,27 @@
 #include <sqlite3.h>
 #include <stdlib.h>
 
-#include <algorithm>
-#include <map>
+#include <chrono>
+#include <fstream>
 #include <stdexcept>
 
 #include "CDBOperations.h"
+#include "CDataDump.h"
 #include "CDataProvider.h"
+#include "CTREventManager.h"
 #include "CUtility.h"
+#include "platform_stub.h"
+#include "support/private_namespace.h"
+#include "support/process.h"
 
 namespace fs = std::filesystem;
 
 namespace bench {
 
 namespace {
+
+constexpr const char* kRequestFolder = "/tmp/dumps";
+constexpr const char* kCollectingFolder = "/opt/usr/share/svc-rk/dump";
 
 // The n-th of all codes of one, two and three bytes, in the characters 0 and 1.
 std::string CodeText(size_t n) {
@@ -39,26 +47,46 @@ void Check(int result, sqlite3* database) {
 
 }  // namespace
 
-void ResetRecorder(unsigned long long limit_mib) {
-    static_cast<void>(Snapshot(true));
-    CDataProvider::Instance()->SetBufferSize(limit_mib << 10);
-}
-
-void Feed(std::vector<std::string>& lines) {
+void SetLimit(size_t mib, Count count) {
     CDataProvider* const provider = CDataProvider::Instance();
-    for (std::string& line : lines) {
-        provider->m_GetDataDDP(line);
+    provider->SetBufferCount(count == Count::kMemory);
+    provider->SetHistorySize(mib << 10);
+}
+
+size_t RecordCount() {
+    return CDataProvider::Instance()->GetRecordCount();
+}
+
+size_t CountedMemory() {
+    return CDataProvider::Instance()->GetHistoryMemory();
+}
+
+void FeedLine(std::string& line) {
+    CDataProvider::Instance()->m_GetDataDDP(line);
+}
+
+void Feeder::Feed(size_t lines) {
+    for (; lines != 0; --lines, ++next_) {
+        if (next_ == corpus_.Size()) {
+            Rewind();
+        }
+        line_ = corpus_.Line(next_);
+        sink_(line_);
     }
 }
 
-void FeedUntilFull(Corpus& corpus) {
-    const size_t limit = CDataProvider::Instance()->GetBufferSize();
-    while (RecordBytes() < limit / 10 * 9) {
-        if (!corpus.Advance()) {
-            ResetRecorder(limit >> 20);
-        }
-        Feed(corpus.Lines());
-    }
+void Feeder::FeedUntilFull() {
+    constexpr size_t kStep = 100;
+    size_t before = 0;
+    do {
+        before = RecordCount();
+        Feed(kStep);
+    } while (RecordCount() >= before);
+}
+
+void Feeder::Rewind() {
+    corpus_.Advance();
+    next_ = 0;
 }
 
 std::vector<unsigned char> Snapshot(bool consume) {
@@ -69,10 +97,62 @@ std::vector<unsigned char> Snapshot(bool consume) {
     return image;
 }
 
-size_t RecordBytes() {
-    std::vector<unsigned char> dictionary;
-    CUtility::Instance()->m_DumpLogTagPidTidMap(dictionary, false);
-    return Snapshot(false).size() - dictionary.size() - 1;  // and the empty policy version
+DumpWriter::DumpWriter() {
+    test_support::EnterPrivateNamespace();
+    fs::create_directories(kRequestFolder);
+    fs::create_directories(kCollectingFolder);
+    CDataDump::Instance();
+    // A request is lost before the writer's first wait.
+    while (CompletedDumps() == 0) {
+        CTREventManager::GetInstance()->RequestDumpOnFile(kRequestFolder);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    Finish();
+}
+
+void DumpWriter::Request(bool consume) {
+    wanted_ = CompletedDumps() + 1;
+    requester_ = std::thread([consume] {
+        if (consume) {
+            CTREventManager::GetInstance()->RequestDumpOnFullBuffer();
+        } else {
+            CTREventManager::GetInstance()->RequestDumpOnFile(kRequestFolder);
+        }
+    });
+}
+
+bool DumpWriter::IsComplete() const {
+    return CompletedDumps() >= wanted_;
+}
+
+void DumpWriter::Finish() {
+    if (requester_.joinable()) {
+        requester_.join();
+    }
+    for (const char* folder : {kRequestFolder, kCollectingFolder}) {
+        fs::remove_all(folder);
+        fs::create_directory(folder);
+    }
+}
+
+void LoadTrainedTables(const std::vector<std::string>& lines) {
+    test_support::EnterPrivateNamespace();
+    const fs::path folder = "/opt/usr/share/Trelvo";  // where the recorder looks for them
+    const fs::path log = "/tmp/other.log";
+    fs::create_directories(folder);
+    std::ofstream file(log);
+    for (const std::string& line : lines) {
+        file << line << '\n';
+    }
+    file.close();
+    const test_support::Output output =
+        test_support::RunProgram({TRELVO_BIN_DIR "/trelvoctl", "train", "--force",
+                                  "--policy-version", "1", "-o", folder / "Default", log});
+    if (output.status != 0) {
+        throw std::runtime_error("trelvoctl train: " + output.err);
+    }
+    CDBOperations::Instance()->CreateHashMap();
+    fs::remove(log);
 }
 
 TemporaryFolder::TemporaryFolder() {
@@ -86,40 +166,6 @@ TemporaryFolder::TemporaryFolder() {
 TemporaryFolder::~TemporaryFolder() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
-}
-
-std::vector<CodedText> Train(const std::vector<std::string>& lines) {
-    std::map<std::pair<std::string, std::string>, size_t> counts;
-    CUtility* const utility = CUtility::Instance();
-    ResetRecorder();
-    for (const std::string& line : lines) {
-        int delta = 0;
-        int pid = 0;
-        int tid = 0;
-        char level = 0;
-        std::string tag;
-        std::string message;
-        const std::string stripped = utility->m_Strip(line);
-        if (utility->m_IsDlogLine(stripped) &&
-            utility->m_GetLogLineComponents(delta, level, tag, pid, tid, message, stripped)) {
-            ++counts[{tag, message}];
-        }
-    }
-    ResetRecorder();
-    std::vector<std::pair<size_t, CodedText>> order;
-    for (const auto& [text, count] : counts) {
-        if (count >= 2) {
-            order.push_back({count, {text.first, text.second}});
-        }
-    }
-    std::stable_sort(order.begin(), order.end(),
-                     [](const auto& a, const auto& b) { return a.first > b.first; });
-    std::vector<CodedText> texts;
-    texts.reserve(order.size());
-    for (auto& [count, text] : order) {
-        texts.push_back(std::move(text));
-    }
-    return texts;
 }
 
 std::vector<CodedText> UnseenTexts(const std::string& tag, size_t count) {
@@ -156,24 +202,6 @@ void WriteCodeTable(const fs::path& path, const std::vector<std::string>& texts)
     Check(sqlite3_finalize(insert), database);
     Check(sqlite3_exec(database, "commit", nullptr, nullptr, nullptr), database);
     Check(sqlite3_close(database), database);
-}
-
-void LoadCodeTables(const std::vector<CodedText>& texts) {
-    const TemporaryFolder folder;
-    std::map<std::string, std::vector<std::string>> by_tag;
-    for (const CodedText& text : texts) {
-        by_tag[text.tag].push_back(text.text);
-    }
-    CDBOperations* const tables = CDBOperations::Instance();
-    for (const auto& [tag, messages] : by_tag) {
-        const fs::path path = folder.Path() / "table.db";
-        fs::remove(path);
-        WriteCodeTable(path, messages);
-        if (!tables->m_OpenDB(path.c_str()) || !tables->m_GetAllHuffmanCode("HuffmanCode", tag) ||
-            !tables->m_CloseDB()) {
-            throw std::runtime_error(tag + ": the code table cannot be loaded");
-        }
-    }
 }
 
 }  // namespace bench

@@ -1,11 +1,9 @@
-#include <malloc.h>
+#include <sys/resource.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <thread>
 
-#include "CDataProvider.h"
+#include "lock_watch.h"
 #include "recorder.h"
 #include "suites.h"
 
@@ -15,50 +13,38 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double Milliseconds(Clock::duration time) {
-    return std::chrono::duration<double, std::milli>(time).count();
+// How often another thread got this thread's processor, although it had not to wait for anything.
+long Preemptions() {
+    rusage usage{};
+    static_cast<void>(getrusage(RUSAGE_THREAD, &usage));
+    return usage.ru_nivcsw;
 }
 
-// Takes a snapshot on a thread of its own, as the dump writer does, and encodes lines meanwhile.
-// Appends the milliseconds that each of these lines took; the longest is how long it was stalled.
-void EncodeDuringSnapshot(Corpus& corpus, bool consume, std::vector<double>& latencies) {
-    if (!corpus.Advance()) {
-        ResetRecorder(CDataProvider::Instance()->GetBufferSize() >> 20);
-        FeedUntilFull(corpus);
-    }
-    // Room for the lines to come: one that finds the buffer full frees a tenth of it, which takes
-    // longer than any snapshot.
-    CDataProvider* const provider = CDataProvider::Instance();
-    const unsigned long long limit = provider->GetBufferSize();
-    provider->SetBufferSize(2 * limit >> 10);
-    std::atomic<bool> is_taken{false};
-    std::thread writer([&] {
-        static_cast<void>(Snapshot(consume));
-        is_taken = true;
-    });
-    for (std::string& line : corpus.Lines()) {
+// How long lines took, in milliseconds. What a line lost because the thread was preempted says
+// something of the machine and its other programs; what it waited for a lock is no preemption.
+class Waits {
+public:
+    void Feed(Feeder& feeder) {
+        const long preemptions = Preemptions();
         const auto start = Clock::now();
-        provider->m_GetDataDDP(line);
-        latencies.push_back(Milliseconds(Clock::now() - start));
-        if (is_taken) {
-            break;
-        }
+        feeder.Feed(1);
+        last_ = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        is_preempted_ = Preemptions() != preemptions;
+        worst_ = std::max(worst_, last_);
     }
-    writer.join();
-    provider->SetBufferSize(limit >> 10);
-}
 
-constexpr size_t kSnapshots = 15;
+    [[nodiscard]] double Last() const { return last_; }
+    [[nodiscard]] bool IsPreempted() const { return is_preempted_; }
+    // Of all lines, preempted or not.
+    [[nodiscard]] double Worst() const { return worst_; }
 
-// Of so many measurements; one that another program of the machine got in the way of does not
-// count then.
-double Median(std::vector<double> values) {
-    std::nth_element(values.begin(), values.begin() + kSnapshots / 2, values.end());
-    return values[kSnapshots / 2];
-}
+private:
+    double last_ = 0;
+    double worst_ = 0;
+    bool is_preempted_ = false;
+};
 
-// Leaves nothing of the records in the processor's caches, as other work between two dumps does. A
-// line that meets a dump finds them cold; so must what that is compared with.
+// Leaves nothing of the records in the processor's caches, as other work between two dumps does.
 void EvictCaches() {
     static std::vector<unsigned char> other(size_t{128} << 20);
     for (size_t i = 0; i < other.size(); i += 64) {
@@ -67,84 +53,96 @@ void EvictCaches() {
     benchmark::ClobberMemory();
 }
 
-// The longest that a line had to wait.
-void Stall(benchmark::State& state, Corpus& corpus, unsigned long long mib, bool consume) {
-    std::vector<double> stalls;
-    ResetRecorder(mib);
-    for (size_t i = 0; i < kSnapshots; ++i) {
-        FeedUntilFull(corpus);
-        std::vector<double> latencies;
+// The dump writer takes dumps, another thread encodes lines meanwhile, one after the other.
+Counters MeasureDumps(Corpus& corpus, size_t mib, bool consume) {
+    const size_t dumps = mib > 10 ? 5 : 15;
+    DumpWriter writer;
+    SetLimit(mib, Count::kRecords);
+    Feeder feeder(corpus);
+    WatchBufferMutex();
+    Waits waits;
+    std::vector<double> longest;  // of each dump
+    std::vector<double> locks;
+    std::vector<double> lines;
+    double messages = 0;
+    for (size_t i = 0; i < dumps; ++i) {
+        feeder.FeedUntilFull();
         EvictCaches();
-        EncodeDuringSnapshot(corpus, consume, latencies);
-        stalls.push_back(*std::max_element(latencies.begin(), latencies.end()));
+        static_cast<void>(TakeLockUse());
+        longest.push_back(0);
+        writer.Request(consume);
+        while (!writer.IsComplete()) {
+            waits.Feed(feeder);
+            if (!waits.IsPreempted()) {
+                lines.push_back(waits.Last());
+                longest.back() = std::max(longest.back(), waits.Last());
+            }
+        }
+        writer.Finish();
+        const LockUse use = TakeLockUse();
+        locks.push_back(use.us);
+        messages += static_cast<double>(use.messages);
     }
-    state.counters["ms"] = Median(stalls);
+    std::sort(lines.begin(), lines.end());
+    return {{"1. ms", Median(longest)},
+            {"2. ms at worst", waits.Worst()},
+            {"3. us locked", Median(locks)},
+            {"4. us a line, 99 %", 1000 * lines.at(lines.size() * 99 / 100)},
+            {"5. messages when locked", messages / static_cast<double>(dumps)}};
 }
 
-// How long the buffer is locked for a snapshot that keeps it, with nobody waiting.
-void Hold(benchmark::State& state, Corpus& corpus, unsigned long long mib) {
-    ResetRecorder(mib);
-    FeedUntilFull(corpus);
-    std::vector<double> times;
-    for (size_t i = 0; i < kSnapshots; ++i) {
-        EvictCaches();
-        const auto start = Clock::now();
-        const std::vector<unsigned char> image = Snapshot(false);
-        times.push_back(Milliseconds(Clock::now() - start));
+// The lines that find the history full and drop its oldest.
+Counters MeasureDrops(Corpus& corpus, size_t mib, Count count) {
+    constexpr size_t kDrops = 9;
+    SetLimit(mib, count);
+    Feeder feeder(corpus);
+    WatchBufferMutex();
+    feeder.FeedUntilFull();
+    static_cast<void>(TakeLockUse());
+    Waits waits;
+    std::vector<double> drops;
+    double worst = 0;
+    while (drops.size() < kDrops) {
+        const size_t before = RecordCount();
+        waits.Feed(feeder);
+        if (RecordCount() < before) {
+            worst = std::max(worst, waits.Last());
+            if (!waits.IsPreempted()) {
+                drops.push_back(waits.Last());
+            }
+        }
     }
-    state.counters["ms"] = Median(times);
+    return {{"1. ms", Median(drops)},
+            {"2. ms at worst", worst},
+            {"3. messages when locked", static_cast<double>(TakeLockUse().messages) / kDrops}};
 }
 
-void PlainCopy(benchmark::State& state, Corpus& corpus, unsigned long long mib) {
-    ResetRecorder(mib);
-    FeedUntilFull(corpus);
-    const std::vector<unsigned char> records = Snapshot(true);
-    std::vector<double> times;
-    for (size_t i = 0; i < kSnapshots; ++i) {
-        EvictCaches();
-        const auto start = Clock::now();
-        std::vector<unsigned char> copy(records);
-        benchmark::DoNotOptimize(copy.data());
-        times.push_back(Milliseconds(Clock::now() - start));
+// The lines that are refused, one in each way, which log a message.
+Counters MeasureRefusals() {
+    SetLimit(10, Count::kRecords);
+    WatchBufferMutex();
+    for (std::string line : {"2.000 I/TAG  (P 1, T 1): a.c: b(1) > taken", "", "no log line",
+                             "1.000 I/TAG  (P 1, T 1): a.c: b(1) > runs backwards"}) {
+        FeedLine(line);
     }
-    state.counters["ms"] = Median(times);
-}
-
-void Latency(benchmark::State& state, Corpus& corpus, unsigned long long mib) {
-    ResetRecorder(mib);
-    FeedUntilFull(corpus);
-    std::vector<double> latencies;
-    for (size_t i = 0; i < kSnapshots; ++i) {
-        EncodeDuringSnapshot(corpus, false, latencies);
-    }
-    std::sort(latencies.begin(), latencies.end());
-    const auto at = [&](double share) {
-        return latencies[static_cast<size_t>(share * static_cast<double>(latencies.size() - 1))];
-    };
-    state.counters["1. median us"] = 1000 * at(0.5);
-    state.counters["2. 99 % us"] = 1000 * at(0.99);
-    state.counters["3. longest us"] = 1000 * at(1);
+    return {{"messages when locked", static_cast<double>(TakeLockUse().messages)}};
 }
 
 }  // namespace
 
 void AddSnapshot(Subject& subject) {
-    // Every image gets memory of its own from the system, as that of a service's first dump does.
-    mallopt(M_MMAP_THRESHOLD, 1 << 20);
     Corpus& corpus = subject.corpus;
-    for (const unsigned long long mib : {10, 100}) {
+    for (const size_t mib : {10, 100}) {
         const std::string name = "snapshot/" + std::to_string(mib) + " MiB/";
-        const auto add = [&](const std::string& what, auto measure, auto... more) {
-            AddMeasured(name + what, [&corpus, mib, measure, more...](benchmark::State& state) {
-                measure(state, corpus, mib, more...);
-            });
-        };
-        add("plain copy", PlainCopy);
-        add("lock, kept", Hold);
-        add("stall of a line, kept", Stall, false);
-        add("stall of a line, consumed", Stall, true);
-        add("line latency, kept", Latency);
+        AddMeasured(name + "dump, kept", [=, &corpus] { return MeasureDumps(corpus, mib, false); });
+        AddMeasured(name + "dump, consumed",
+                    [=, &corpus] { return MeasureDumps(corpus, mib, true); });
+        AddMeasured(name + "drop",
+                    [=, &corpus] { return MeasureDrops(corpus, mib, Count::kRecords); });
     }
+    AddMeasured("snapshot/10 MiB/drop, RQBCOUNT=memory",
+                [&corpus] { return MeasureDrops(corpus, 10, Count::kMemory); });
+    AddMeasured("snapshot/refused lines", MeasureRefusals);
 }
 
 }  // namespace bench

@@ -16,7 +16,7 @@ struct Files {
     std::string compressed = text + ".zst";
     std::string dump = folder.Path() / "trelvo.dump";
     std::string policy = folder.Path() / "policy";
-    size_t lines = 0;
+    size_t lines = 500000;
     size_t text_bytes = 0;
     size_t dump_bytes = 0;
 };
@@ -27,30 +27,35 @@ void Run(const std::string& command) {
     }
 }
 
-// The same lines as text, as text in zstd 3, and as a dump.
+// 500,000 lines as text, the same as text in zstd 3, and as a dump.
 std::shared_ptr<Files> Write(const Corpus& corpus) {
     auto files = std::make_shared<Files>();
     std::ofstream text(files->text);
     std::ofstream dump(files->dump);
     Corpus fed(corpus);
-    ResetRecorder(1024);
-    for (int i = 0; i < 5; ++i, fed.Advance()) {
-        for (std::string& line : fed.Lines()) {
-            text << line << '\n';
-            files->text_bytes += line.size() + 1;
+    for (size_t i = 0; i < files->lines; ++i) {
+        if (i != 0 && i % fed.Size() == 0) {
+            fed.Advance();
         }
-        files->lines += fed.Lines().size();
-        Feed(fed.Lines());
+        const std::string_view line = fed.Line(i % fed.Size());
+        text << line << '\n';
+        files->text_bytes += line.size() + 1;
     }
-    const std::vector<unsigned char> image = Snapshot(true);
-    files->dump_bytes = image.size();
-    dump.write(reinterpret_cast<const char*>(image.data()),
-               static_cast<std::streamsize>(image.size()));
-    if (!text.flush() || !dump.flush()) {
+    const Counters written = InChild([&] {
+        SetLimit(1024, Count::kRecords);
+        Corpus recorded(corpus);
+        Feeder(recorded).Feed(files->lines);
+        const std::vector<unsigned char> image = Snapshot(true);
+        dump.write(reinterpret_cast<const char*>(image.data()),
+                   static_cast<std::streamsize>(image.size()));
+        dump.flush();
+        return Counters{{"bytes", dump ? static_cast<double>(image.size()) : 0}};
+    });
+    files->dump_bytes = static_cast<size_t>(written.at("bytes"));
+    if (!text.flush() || files->dump_bytes == 0) {
         throw std::runtime_error(files->folder.Path().string() + ": cannot be written");
     }
     Run("zstd -q -3 " + files->text);
-    ResetRecorder();
     return files;
 }
 

@@ -22,21 +22,23 @@ int Check(int result) {
     return result;
 }
 
-std::vector<std::string> Prepare() {
+std::vector<std::string> Prepare(const std::string& settings) {
     fs::remove_all(kFolder);  // the sockets of one that ended
     for (const char* folder :
          {"/run/systemd/journald.conf.d", "/run/log/journal", kFolder.c_str()}) {
         fs::create_directories(folder);
     }
     // The kernel's messages and the audit log are the machine's, not the test's.
-    WriteFile("/run/systemd/journald.conf.d/test.conf",
-              "[Journal]\nStorage=volatile\nRateLimitIntervalSec=0\nReadKMsg=no\nAudit=\n");
+    WriteFile(
+        "/run/systemd/journald.conf.d/test.conf",
+        "[Journal]\nStorage=volatile\nRateLimitIntervalSec=0\nReadKMsg=no\nAudit=\n" + settings);
     return {"/lib/systemd/systemd-journald"};
 }
 
 }  // namespace
 
-Journal::Journal() : process_(Prepare(), {}, "/run/journald.err") {
+Journal::Journal(const std::string& settings)
+    : process_(Prepare(settings), {}, "/run/journald.err") {
     const bool listens = WaitForChange(kFolder, [] {
         return fs::exists(kFolder / "socket") && fs::exists(kFolder / "stdout") &&
                fs::exists(kFolder / "dev-log");

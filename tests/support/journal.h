@@ -13,8 +13,9 @@ namespace test_support {
 // A systemd-journald of the test's own, without rate limit; it must run in the private namespace.
 class Journal {
 public:
-    // Starts it and returns when it listens.
-    Journal();
+    // Starts it and returns when it listens. `settings` are further lines for its [Journal]
+    // section.
+    explicit Journal(const std::string& settings = {});
 
     // Ends it by a signal.
     void End(int signal);
