@@ -17,11 +17,16 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
+#include <vector>
 
+#include "command_line.h"
 #include "dlogutil/rotating_file.h"
+#include "dump_progress.h"
 #include "handles.h"
+#include "launch_check.h"
+#include "launch_interface.h"
 #include "launch_server.h"
+#include "power.h"
 #include "runtime_folder.h"
 
 struct app_control_s {
@@ -60,37 +65,81 @@ private:
     port::UniqueFd write_end_;
 };
 
-// Ends the main loop on a signal, for as long as it lives.
-class ExitOnSignal {
+// How long the end of the service waits for the dumps that were announced or asked for.
+constexpr gint64 kLastDumpMilliseconds = 5000;
+
+// Carries out the launches, and the end: nothing that was acknowledged is dropped.
+class Recording {
 public:
-    explicit ExitOnSignal(int signal) : source_(g_unix_signal_add(signal, OnSignal, nullptr)) {}
-    ExitOnSignal(const ExitOnSignal&) = delete;
-    ExitOnSignal& operator=(const ExitOnSignal&) = delete;
-    ~ExitOnSignal() { g_source_remove(source_); }
+    Recording(const ui_app_lifecycle_callback_s& callback, void* user_data)
+        : callback_(callback), user_data_(user_data) {}
+
+    // Returns what is wrong with the request, which then did nothing.
+    std::vector<port::Fault> Launch(const port::LaunchArguments& arguments) {
+        auto faults = launched_ ? port::CheckLaterLaunch(arguments) : FirstLaunchFaults(arguments);
+        if (!faults.empty()) {
+            return faults;
+        }
+        if (launched_) {
+            before_request_ = port::PublishedProgress();
+        }
+        launched_ = true;
+        app_control_s request{arguments};
+        callback_.app_control(&request, user_data_);
+        return {};
+    }
+
+    // A subscriber to power events hears what it would if the machine went down. A second call ends
+    // at once.
+    void End() {
+        const port::DumpProgress before = port::PublishedProgress();
+        if (last_dump_) {
+            ui_app_exit();
+        } else if (port::AnnouncePowerDown()) {
+            last_dump_.emplace(before, kLastDumpMilliseconds, ui_app_exit);
+        } else if (before.known && before_request_) {
+            last_dump_.emplace(*before_request_, kLastDumpMilliseconds, ui_app_exit);
+        } else {
+            ui_app_exit();
+        }
+    }
+
+    // A launch that passes the check may still not be possible on this machine.
+    static std::vector<port::Fault> FirstLaunchFaults(const port::LaunchArguments& arguments) {
+        auto faults = port::CheckFirstLaunch(arguments);
+        if (faults.empty() && port::HasTrigger(arguments, "poweroff")) {
+            if (const std::string fault = port::PowerFault(); !fault.empty()) {
+                faults.push_back({"DLOGDUMPMODE", "poweroff needs the system bus: " + fault});
+            }
+        }
+        return faults;
+    }
 
 private:
-    static gboolean OnSignal(gpointer /*data*/) {
-        ui_app_exit();
+    const ui_app_lifecycle_callback_s& callback_;
+    void* user_data_;
+    bool launched_ = false;
+    std::optional<port::DumpProgress> before_request_;  // before the last request for a dump
+    std::optional<port::DumpWait> last_dump_;
+};
+
+// Ends the recording on a signal, for as long as it lives.
+class EndOnSignal {
+public:
+    EndOnSignal(int signal, Recording& recording)
+        : source_(g_unix_signal_add(signal, OnSignal, &recording)) {}
+    EndOnSignal(const EndOnSignal&) = delete;
+    EndOnSignal& operator=(const EndOnSignal&) = delete;
+    ~EndOnSignal() { g_source_remove(source_); }
+
+private:
+    static gboolean OnSignal(gpointer recording) {
+        static_cast<Recording*>(recording)->End();
         return G_SOURCE_CONTINUE;
     }
 
     guint source_;
 };
-
-// The command line's KEY=VALUE words; nothing, and one line on standard error, for any other word.
-std::optional<port::LaunchArguments> ReadCommandLine(int argc, char** argv) {
-    port::LaunchArguments arguments;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view word = argv[i];
-        const std::size_t equals = word.find('=');
-        if (equals == 0 || equals == std::string_view::npos) {
-            std::fprintf(stderr, "trelvo: '%s' is not KEY=VALUE\n", argv[i]);
-            return std::nullopt;
-        }
-        arguments[std::string(word.substr(0, equals))] = word.substr(equals + 1);
-    }
-    return arguments;
-}
 
 // So that the programs that were built with the service are found before any others.
 void PutOwnFolderFirstOnPath() {
@@ -103,7 +152,8 @@ void PutOwnFolderFirstOnPath() {
     }
 }
 
-// Empty when another process holds the lock. It ends with the process, whatever happens to it.
+// Empty when another process holds the lock, which has its holder's id as text. It ends with the
+// process, whatever happens to it.
 port::UniqueFd TakeLock(const std::string& path) {
     port::UniqueFd lock(
         open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
@@ -111,6 +161,11 @@ port::UniqueFd TakeLock(const std::string& path) {
         port::ThrowErrno(path);
     }
     if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) {
+        const std::string pid = std::to_string(getpid()) + "\n";
+        if (ftruncate(lock.Get(), 0) != 0 ||
+            write(lock.Get(), pid.data(), pid.size()) != static_cast<ssize_t>(pid.size())) {
+            port::ThrowErrno(path);
+        }
         return lock;
     }
     if (errno != EWOULDBLOCK) {
@@ -149,33 +204,40 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
     umask(umask(0) | S_IWGRP | S_IWOTH);
     PutOwnFolderFirstOnPath();
     const std::string folder = port::RuntimeFolder();
-    const std::string socket = folder + "/launch.sock";
-    const port::UniqueFd lock = TakeLock(folder + "/lock");
+    const std::string socket = folder + "/" + launch_interface::kSocketFile;
+    const port::UniqueFd lock = TakeLock(folder + "/" + launch_interface::kLockFile);
     if (!lock) {
         std::fprintf(stderr, "trelvo: another service is already running, it answers at %s\n",
                      socket.c_str());
         return APP_ERROR_ALREADY_RUNNING;
     }
-    // With the lock held, a socket that is still there is a dead service's.
-    if (unlink(socket.c_str()) != 0 && errno != ENOENT) {
-        port::ThrowErrno(socket);
+    // With the lock held, a socket that is still there is a dead service's, as is a status.
+    for (const char* const name : {launch_interface::kSocketFile, launch_interface::kStatusFile,
+                                   launch_interface::kCaptureFile}) {
+        const std::string path = folder + "/" + name;
+        if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+            port::ThrowErrno(path);
+        }
     }
     ClearCapture();
     PrepareDumpFolder();
+    if (setenv("TRELVO_SERVICE_TAG", "LOG_COMPRESSOR", 1) != 0) {  // read by the capture
+        port::ThrowErrno("TRELVO_SERVICE_TAG");
+    }
     const Lifeline lifeline;
-    const auto launch = [&](const port::LaunchArguments& arguments) {
-        app_control_s request{arguments};
-        callback.app_control(&request, user_data);
-    };
+    Recording recording(callback, user_data);
     exit_requested = false;
-    const ExitOnSignal on_terminate(SIGTERM);
-    const ExitOnSignal on_interrupt(SIGINT);
-    const port::LaunchServer server(socket, launch);
+    const EndOnSignal on_terminate(SIGTERM, recording);
+    const EndOnSignal on_interrupt(SIGINT, recording);
+    const port::LaunchServer server(socket, [&](const port::LaunchArguments& arguments) {
+        return recording.Launch(arguments);
+    });
     if (!callback.create(user_data)) {
         return APP_ERROR_IO;
     }
+    // Before the loop, so that no request of the socket can come first.
     if (!first.empty() && !exit_requested) {
-        launch(first);  // before the loop, so that no request of the socket can come first
+        port::Complain(recording.Launch(first));
     }
     while (!exit_requested) {
         g_main_context_iteration(nullptr, TRUE);
@@ -192,8 +254,17 @@ int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callback, vo
         return APP_ERROR_INVALID_PARAMETER;
     }
     try {
-        const auto first = ReadCommandLine(argc, argv);
-        return first ? Run(*first, *callback, user_data) : APP_ERROR_INVALID_PARAMETER;
+        const port::CommandLine line = port::ReadCommandLine(argc, argv);
+        if (line.exit) {
+            return *line.exit;
+        }
+        if (const auto faults = line.first.empty() ? std::vector<port::Fault>()
+                                                   : Recording::FirstLaunchFaults(line.first);
+            !faults.empty()) {
+            port::Complain(faults);
+            return port::kExitUsage;
+        }
+        return Run(line.first, *callback, user_data);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "trelvo: %s\n", error.what());
         return APP_ERROR_IO;

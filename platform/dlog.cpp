@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "dlog_threshold.h"
 #include "handles.h"
 
 namespace {
@@ -41,6 +43,29 @@ Level LevelOf(int priority) {
     }
 }
 
+// The priority of a level; DLOG_WARN for what is none.
+int PriorityOf(char letter) {
+    for (int priority = DLOG_VERBOSE; priority <= DLOG_SILENT; ++priority) {
+        if (LevelOf(priority).letter == letter) {
+            return priority;
+        }
+    }
+    return DLOG_WARN;
+}
+
+const char* ThresholdOfEnvironment() {
+    return std::getenv("TRELVO_LOG_LEVEL");
+}
+
+// Asked by every thread of the service.
+std::atomic<int>& Threshold() {
+    static std::atomic<int> threshold = [] {
+        const char* const name = ThresholdOfEnvironment();
+        return PriorityOf(port::LevelNamed(name != nullptr ? name : "").value_or('W'));
+    }();
+    return threshold;
+}
+
 // libsystemd reports success where there is no journal at all, so that is asked first.
 bool SendToJournal(const Level& level, const std::string& tag, const std::string& message) {
     if (access("/run/systemd/journal/socket", F_OK) != 0) {
@@ -66,7 +91,38 @@ bool WriteToStandardError(const Level& level, const std::string& tag, const std:
 
 }  // namespace
 
+namespace port {
+
+const std::vector<std::string_view>& LevelNames() {
+    static const std::vector<std::string_view> names = {"verbose", "debug", "info",  "warning",
+                                                        "error",   "fatal", "silent"};
+    return names;
+}
+
+std::optional<char> LevelNamed(std::string_view name) {
+    for (const std::string_view known : LevelNames()) {
+        const char letter = static_cast<char>(known[0] - 'a' + 'A');
+        if (name == known || name == std::string_view(&letter, 1)) {
+            return letter;
+        }
+    }
+    return std::nullopt;
+}
+
+void SetLogThreshold(char letter) {
+    if (ThresholdOfEnvironment() == nullptr) {
+        Threshold() = PriorityOf(letter);
+    }
+}
+
+}  // namespace port
+
 int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
+    // What is no level of its own is logged as information.
+    const int priority = prio >= DLOG_VERBOSE && prio <= DLOG_SILENT ? prio : DLOG_INFO;
+    if (priority < Threshold()) {
+        return 0;
+    }
     const int caller_errno = errno;
     va_list arguments;
     va_start(arguments, fmt);

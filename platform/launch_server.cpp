@@ -7,10 +7,15 @@
 #include <stdexcept>
 #include <utility>
 
+#include "launch_interface.h"
+
 namespace port {
 namespace {
 
-constexpr const char* kObject = "/trelvo/Launch";
+using launch_interface::kMaxBytes;
+using launch_interface::kMaxKeys;
+using launch_interface::kObject;
+
 constexpr const char* kDescription = R"(
 <node>
   <interface name='trelvo.Launch'>
@@ -19,8 +24,6 @@ constexpr const char* kDescription = R"(
 </node>)";
 
 constexpr std::size_t kMaxPeers = 16;
-constexpr std::size_t kMaxKeys = 64;
-constexpr std::size_t kMaxBytes = std::size_t{64} * 1024;
 
 gboolean AllowMechanism(GDBusAuthObserver* /*observer*/, const char* mechanism, gpointer /*data*/) {
     return std::strcmp(mechanism, "EXTERNAL") == 0 ? TRUE : FALSE;
@@ -120,15 +123,20 @@ void LaunchServer::OnClosed(GDBusConnection* connection, gboolean /*remote*/, GE
 void LaunchServer::OnCall(GDBusConnection* /*connection*/, const char* /*sender*/,
                           const char* /*object*/, const char* /*interface*/, const char* /*method*/,
                           GVariant* parameters, GDBusMethodInvocation* invocation, gpointer self) {
-    LaunchArguments arguments;
+    std::string refusal;
     try {
-        arguments = ReadArguments(parameters);
+        const auto faults = static_cast<LaunchServer*>(self)->handler_(ReadArguments(parameters));
+        for (const Fault& fault : faults) {
+            refusal += (refusal.empty() ? "" : "\n") + fault.key + ": " + fault.text;
+        }
     } catch (const std::invalid_argument& refused) {
+        refusal = refused.what();
+    }
+    if (!refusal.empty()) {
         g_dbus_method_invocation_return_error_literal(invocation, G_DBUS_ERROR,
-                                                      G_DBUS_ERROR_INVALID_ARGS, refused.what());
+                                                      G_DBUS_ERROR_INVALID_ARGS, refusal.c_str());
         return;
     }
-    static_cast<LaunchServer*>(self)->handler_(arguments);
     g_dbus_method_invocation_return_value(invocation, nullptr);
 }
 

@@ -5,28 +5,26 @@
 
 #include <functional>
 #include <list>
-#include <map>
 #include <string>
+#include <vector>
 
 #include "handles.h"
+#include "launch_check.h"
 
 namespace port {
 
-using LaunchArguments = std::map<std::string, std::string>;
-
 // Takes launch requests from processes of the same user and of root: a D-Bus peer on a Unix socket,
-// so no bus daemon is needed.
+// so no bus daemon is needed. launch_interface.h is its other half.
 //
-//   object /trelvo/Launch, interface trelvo.Launch, method Launch(a{ss} arguments) -> ()
-//
-// The reply is sent when the handler has returned. A request over the limits (64 keys, 64 KiB of
-// keys and values together, no empty key) is answered with an error and not handled.
+// The reply is sent when the handler has returned: an error with a line for each fault that it
+// found. A request over the limits, or with an empty key, is answered with an error and not
+// handled.
 //
 // Owns the socket and every connection. All of it runs on the thread that runs the default main
 // context, which must be the one that makes and destroys the server.
 class LaunchServer {
 public:
-    using Handler = std::function<void(const LaunchArguments&)>;
+    using Handler = std::function<std::vector<Fault>(const LaunchArguments&)>;
 
     // REQUIRES: nothing exists at `socket`. Throws std::runtime_error when it cannot listen there.
     LaunchServer(const std::string& socket, Handler handler);

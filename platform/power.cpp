@@ -6,9 +6,12 @@
 #include <cerrno>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
+#include "dump_progress.h"
 #include "handles.h"
+#include "power.h"
 
 namespace {
 
@@ -16,9 +19,30 @@ constexpr const char* kName = "org.freedesktop.login1";
 constexpr const char* kObject = "/org/freedesktop/login1";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
 
-// The callback only asks another thread for a dump and cannot say when it is written, so that
-// thread gets most of the 5 seconds that logind allows by default.
-constexpr guint kGraceMilliseconds = 4000;
+// The callback only asks another thread for a dump. That one gets most of the 5 seconds that logind
+// allows by default to say that it is written.
+constexpr gint64 kGraceMilliseconds = 4000;
+
+using Connection = port::Handle<GDBusConnection, g_object_unref>;
+
+// Throws std::runtime_error.
+Connection ConnectToSystemBus() {
+    g_autoptr(GError) error = nullptr;
+    Connection connection;
+    const port::Handle<char, g_free> address(
+        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
+    if (address) {
+        const auto flags =
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+        connection.reset(
+            g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, nullptr, &error));
+    }
+    if (!connection) {
+        throw std::runtime_error(error->message);
+    }
+    return connection;
+}
 
 // Hears from logind that the machine goes down or to sleep, and delays that until a dump is
 // written.
@@ -37,43 +61,30 @@ public:
 
     device_power_state_changed_cb Callback() const { return callback_; }
 
+    void AnnouncePowerDown();
+
 private:
     static void OnPrepare(GDBusConnection* connection, const char* sender, const char* object,
                           const char* interface, const char* signal, GVariant* parameters,
                           gpointer self);
     static void OnInhibited(GObject* connection, GAsyncResult* result, gpointer self);
-    static gboolean OnGraceOver(gpointer self);
 
     // Asks logind without waiting: a launch must not hang on another service.
     void TakeInhibitor();
-    void StopGrace();
 
     device_power_state_changed_cb callback_;
     void* user_data_;
-    port::Handle<GDBusConnection, g_object_unref> connection_;
+    Connection connection_;
     port::Handle<GCancellable, g_object_unref> cancellable_{g_cancellable_new()};
     guint shutdown_signal_ = 0;
     guint sleep_signal_ = 0;
-    guint grace_ = 0;  // source id, 0 when no grace period runs
+    std::optional<port::DumpWait> grace_;  // while logind waits for the dump
     bool asked_ = false;
     port::UniqueFd inhibitor_;
 };
 
 PowerSubscription::PowerSubscription(device_power_state_changed_cb callback, void* user_data)
-    : callback_(callback), user_data_(user_data) {
-    g_autoptr(GError) error = nullptr;
-    const port::Handle<char, g_free> address(
-        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
-    if (address) {
-        const auto flags =
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        connection_.reset(
-            g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, nullptr, &error));
-    }
-    if (!connection_) {
-        throw std::runtime_error(error->message);
-    }
+    : callback_(callback), user_data_(user_data), connection_(ConnectToSystemBus()) {
     const auto subscribe = [this](const char* signal) {
         return g_dbus_connection_signal_subscribe(connection_.get(), kName, kInterface, signal,
                                                   kObject, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
@@ -88,7 +99,6 @@ PowerSubscription::~PowerSubscription() {
     g_cancellable_cancel(cancellable_.get());
     g_dbus_connection_signal_unsubscribe(connection_.get(), shutdown_signal_);
     g_dbus_connection_signal_unsubscribe(connection_.get(), sleep_signal_);
-    StopGrace();
     static_cast<void>(g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr));
 }
 
@@ -101,14 +111,22 @@ void PowerSubscription::OnPrepare(GDBusConnection* /*connection*/, const char* /
     }
     gboolean starts = FALSE;
     g_variant_get(parameters, "(b)", &starts);
-    power->StopGrace();
+    power->grace_.reset();
     if (starts == FALSE) {  // woken up, or called off
         power->TakeInhibitor();
         return;
     }
+    const port::DumpProgress before = port::PublishedProgress();
+    power->AnnouncePowerDown();
+    power->grace_.emplace(before, kGraceMilliseconds, [power] {
+        power->inhibitor_ = {};
+        power->grace_.reset();
+    });
+}
+
+void PowerSubscription::AnnouncePowerDown() {
     _device_power_state_info info{DEVICE_POWER_STATE_NORMAL, DEVICE_POWER_STATE_STANDBY, 0};
-    static_cast<void>(power->callback_(&info, power->user_data_));
-    power->grace_ = g_timeout_add(kGraceMilliseconds, OnGraceOver, power);
+    static_cast<void>(callback_(&info, user_data_));
 }
 
 void PowerSubscription::TakeInhibitor() {
@@ -142,23 +160,31 @@ void PowerSubscription::OnInhibited(GObject* connection, GAsyncResult* result, g
     }
 }
 
-gboolean PowerSubscription::OnGraceOver(gpointer self) {
-    auto* const power = static_cast<PowerSubscription*>(self);
-    power->grace_ = 0;
-    power->inhibitor_ = {};
-    return G_SOURCE_REMOVE;
-}
-
-void PowerSubscription::StopGrace() {
-    if (grace_ != 0) {
-        g_source_remove(grace_);
-        grace_ = 0;
-    }
-}
-
 std::unique_ptr<PowerSubscription> subscription;
 
 }  // namespace
+
+namespace port {
+
+std::string PowerFault() {
+    try {
+        const Connection connection = ConnectToSystemBus();
+        static_cast<void>(g_dbus_connection_close_sync(connection.get(), nullptr, nullptr));
+        return {};
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+}
+
+bool AnnouncePowerDown() {
+    if (subscription == nullptr) {
+        return false;
+    }
+    subscription->AnnouncePowerDown();
+    return true;
+}
+
+}  // namespace port
 
 int device_power_subscribe_state_changed_event(device_power_state_changed_cb callback,
                                                void* user_data) {

@@ -9,19 +9,20 @@
 #include <stdexcept>
 
 #include "handles.h"
+#include "launch_interface.h"
 
 namespace port {
 namespace {
 
 std::string Path() {
     if (geteuid() == 0) {
-        return "/run/trelvo";
+        return launch_interface::kRootFolder;
     }
     const char* const base = std::getenv("XDG_RUNTIME_DIR");
     if (base == nullptr || *base != '/') {
         throw std::runtime_error("XDG_RUNTIME_DIR does not name a folder");
     }
-    return std::string(base) + "/trelvo";
+    return std::string(base) + "/" + launch_interface::kUserFolder;
 }
 
 }  // namespace

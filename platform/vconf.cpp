@@ -10,11 +10,15 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "dump_progress.h"
 #include "handles.h"
 #include "runtime_folder.h"
 
@@ -52,8 +56,17 @@ int Read(const std::string& path) {
     return value;
 }
 
-// Replaces the file, so that no reader sees half a number.
-void Write(const std::string& path, int value) {
+std::string ReadText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    if (!file) {
+        throw std::runtime_error(path);
+    }
+    return text;
+}
+
+// Replaces the file, so that no reader sees half a value.
+void Write(const std::string& path, const std::string& text) {
     for (auto slash = path.find("/vconf/"); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
         if (mkdir(path.substr(0, slash).c_str(), S_IRWXU) != 0 && errno != EEXIST) {
@@ -65,7 +78,6 @@ void Write(const std::string& path, int value) {
     if (!file) {
         port::ThrowErrno(temporary);
     }
-    const std::string text = std::to_string(value) + "\n";
     if (write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
         std::rename(temporary.c_str(), path.c_str()) != 0) {
         const int error = errno;
@@ -90,7 +102,28 @@ int vconf_get_int(const char* key, int* value) {
 
 int vconf_set_int(const char* key, int value) {
     try {
+        Write(PathOf(key), std::to_string(value) + "\n");
+        return 0;
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+char* vconf_get_str(const char* key) {
+    try {
+        return strdup(ReadText(PathOf(key)).c_str());
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+int vconf_set_str(const char* key, const char* value) {
+    if (value == nullptr) {
+        return -1;
+    }
+    try {
         Write(PathOf(key), value);
+        port::TakePublished(key, value);
         return 0;
     } catch (const std::exception&) {
         return -1;

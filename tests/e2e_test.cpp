@@ -431,8 +431,9 @@ TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
                                       {bomb + "]><p><policy version='&z;'/></p>", "known"},
                                       {policy + std::string(3000000, ' ') + "<", "<code 07F0>"}}) {
         WriteFile(kPolicyFolder / "policy_version.xml", text);
-        StartService({"LOGTAG=cut/locked/huge/good", "LOGLEVEL=V", "RQBBUFFER=64", "POLICYMODE=1"},
-                     "Start reading data");
+        StartService(
+            {"LOGTAG=cut/locked/huge/good", "LOGLEVEL=V/V/V/V", "RQBBUFFER=64", "POLICYMODE=1"},
+            "Start reading data");
         for (const char* tag : {"cut", "locked", "huge", "good"}) {
             Log(tag, "known");
         }
@@ -468,10 +469,12 @@ TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
     for (const auto& [dump, bytes] : complete) {
         EXPECT_EQ(ReadFile(dump), bytes) << dump;
     }
-    setenv("PID_FILE", "/tmp/pid", 1);
-    StartCapture("KILLED", "V & echo $! >$PID_FILE", "64");  // whoever may launch it has its shell
+    StartCapture("KILLED", "V", "64");
     AwaitRead(moments[2]);
-    kill(std::stoi(ReadFile("/tmp/pid")), SIGKILL);
+    const auto capture = RunProgram({"pgrep", "--ns", std::to_string(service_->Pid()), "--nslist",
+                                     "mnt", "--exact", "dlogutil"});
+    ASSERT_EQ(capture.status, 0);
+    kill(std::stoi(capture.out), SIGKILL);
     ASSERT_TRUE(IsCaptureGone("10"));
     EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected)) << "the capture is dead";
     // The capture file is this test's now; the service reads it on.

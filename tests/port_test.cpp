@@ -34,7 +34,10 @@ using testing::StartsWith;
 
 const fs::path kSocket = "/run/trelvo/launch.sock";
 
-// A service whose app_control hands the value of KEY to `on_launch`.
+// Launch arguments that can be believed.
+const std::vector<std::string> kFirst = {"LOGTAG=*", "LOGLEVEL=I", "RQBBUFFER=64", "POLICYMODE=0"};
+
+// A service whose app_control hands the value of DUMP to `on_launch`, or "start" without one.
 class Service {
 public:
     explicit Service(std::vector<std::string> words,
@@ -68,8 +71,9 @@ private:
         EXPECT_EQ(app_control_get_extra_data(request, "absent", &value),
                   APP_CONTROL_ERROR_KEY_NOT_FOUND);
         EXPECT_EQ(value, nullptr);
-        EXPECT_EQ(app_control_get_extra_data(request, "KEY", &value), APP_CONTROL_ERROR_NONE);
-        static_cast<Service*>(self)->on_launch_(Handle<char, std::free>(value).get());
+        static_cast<void>(app_control_get_extra_data(request, "DUMP", &value));
+        const Handle<char, std::free> owner(value);
+        static_cast<Service*>(self)->on_launch_(value != nullptr ? value : "start");
     }
 
     std::vector<std::string> words_;
@@ -97,7 +101,7 @@ std::string Launch(const std::map<std::string, std::string>& arguments) {
 
 TEST(App, CommandLineComesFirstThenTheSocketAndTheLastReplyIsSent) {
     std::vector<std::string> launches;
-    Service service({"OTHER=", "KEY=a=b"}, [&](const std::string& value) {
+    Service service(kFirst, [&](const std::string& value) {
         launches.push_back(value.substr(0, 9));
         if (value == "last") {
             ui_app_exit();
@@ -109,23 +113,24 @@ TEST(App, CommandLineComesFirstThenTheSocketAndTheLastReplyIsSent) {
         many[std::to_string(i)] = "";
     }
     EXPECT_THAT(Launch(many), HasSubstr("64 keys"));
-    EXPECT_THAT(Launch({{"KEY", std::string(65536, 'x')}}), HasSubstr("65536 bytes"));
+    EXPECT_THAT(Launch({{"DUMP", std::string(65536, 'x')}}), HasSubstr("65536 bytes"));
     EXPECT_THAT(Launch({{"", "x"}}), HasSubstr("empty"));
-    EXPECT_EQ(Launch({{"KEY", std::string(65533, 'y')}}), "");
-    EXPECT_EQ(Launch({{"KEY", "last"}}), "");
+    EXPECT_THAT(Launch({{"LOGTAG", "a"}, {"DUMP", ""}}),
+                HasSubstr("LOGTAG: cannot be changed, the recording has started; stop the service "
+                          "and start it with the new value\nDUMP: names no folder"));
+    EXPECT_EQ(Launch({{"DUMP", std::string(65532, 'y')}}), "");
+    EXPECT_EQ(Launch({{"DUMP", "last"}}), "");
     EXPECT_EQ(result.get(), APP_ERROR_NONE);
-    EXPECT_THAT(launches, ElementsAre("a=b", "yyyyyyyyy", "last"));
+    EXPECT_THAT(launches, ElementsAre("start", "yyyyyyyyy", "last"));
     EXPECT_FALSE(fs::exists(kSocket));
 }
 
-TEST(App, UnusableCommandLinesAndFoldersAreNamed) {
+TEST(App, UnusableFoldersAreNamed) {
     const auto run = [](std::vector<std::string> words) {
         testing::internal::CaptureStderr();
         const int result = Service(std::move(words)).Run();
         return std::to_string(result) + " " + testing::internal::GetCapturedStderr();
     };
-    EXPECT_EQ(run({"A=1", "word"}), "-22 trelvo: 'word' is not KEY=VALUE\n");
-    EXPECT_EQ(run({"=1"}), "-22 trelvo: '=1' is not KEY=VALUE\n");
     const fs::path folder = kSocket.parent_path();
     fs::remove_all(folder);
     fs::create_directory_symlink("/tmp", folder);
@@ -207,7 +212,7 @@ TEST(Power, ShutdownAndSleepAreHeardAndDelayed) {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
     EXPECT_LT(device_power_subscribe_state_changed_event(callback, &heard), 0) << "no bus";
     test_support::FakeLogind logind;
-    Service service({"KEY=start"}, [&](const std::string& value) {
+    Service service(kFirst, [&](const std::string& value) {
         if (value == "start") {
             EXPECT_EQ(device_power_subscribe_state_changed_event(callback, &heard), 0);
             EXPECT_LT(device_power_subscribe_state_changed_event(callback, &heard), 0) << "twice";
@@ -228,7 +233,7 @@ TEST(Power, ShutdownAndSleepAreHeardAndDelayed) {
         logind.Emit(signal, false);
     }
     ASSERT_TRUE(logind.WaitForInhibitor());
-    EXPECT_EQ(Launch({{"KEY", "stop"}}), "");
+    EXPECT_EQ(Launch({{"DUMP", "stop"}}), "");
     EXPECT_TRUE(logind.WaitForRelease());
     EXPECT_EQ(result.get(), APP_ERROR_NONE);
 }

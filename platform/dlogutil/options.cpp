@@ -93,6 +93,12 @@ Options ParseOptions(int argc, char** argv) {
     if (options.filters.IsEmpty()) {
         options.filters.Add("*:V");
     }
+    // The service that started this capture would grow by its own messages being captured. Whoever
+    // wants them names their tag.
+    const char* const service_tag = std::getenv("TRELVO_SERVICE_TAG");
+    if (service_tag != nullptr && !options.filters.Has(service_tag)) {
+        options.filters.Add(std::string(service_tag) + ":S");
+    }
     return options;
 }
 

@@ -24,6 +24,9 @@ public:
     // `level` is one of kLevels.
     [[nodiscard]] bool Passes(std::string_view tag, char level) const;
 
+    // Whether the tag has a filter of its own.
+    [[nodiscard]] bool Has(std::string_view tag) const { return minimum_.count(tag) != 0; }
+
     [[nodiscard]] bool IsEmpty() const { return minimum_.empty(); }
 
 private:

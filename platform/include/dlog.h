@@ -26,8 +26,9 @@ typedef enum {
     DLOG_SILENT
 } log_priority;
 
-/* Writes one log entry. `prio` is a log_priority. Returns the number of bytes of the message, or a
- * negative value when neither the log nor standard error took it. */
+/* Writes one log entry. `prio` is a log_priority. Returns the number of bytes of the message, 0
+ * for one below the log's threshold, or a negative value when neither the log nor standard error
+ * took it. */
 int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 

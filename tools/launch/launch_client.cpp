@@ -6,11 +6,9 @@
 #include <cstdlib>
 #include <memory>
 
-namespace {
+#include "platform/launch_interface.h"
 
-constexpr const char* kObjectPath = "/trelvo/Launch";
-constexpr const char* kInterface = "trelvo.Launch";
-constexpr const char* kMethod = "Launch";
+namespace {
 
 template <auto Free>
 struct Freer {
@@ -98,15 +96,19 @@ Object<GDBusConnection> Connect(const std::string& socket, const Deadline& deadl
 
 }  // namespace
 
-std::string LaunchSocket() {
+std::string RuntimeFolder() {
     if (geteuid() == 0) {
-        return "/run/trelvo/launch.sock";
+        return launch_interface::kRootFolder;
     }
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
     if (folder == nullptr || *folder != '/') {
         throw LaunchError("no service can be found: XDG_RUNTIME_DIR does not name a folder");
     }
-    return std::string(folder) + "/trelvo/launch.sock";
+    return std::string(folder) + "/" + launch_interface::kUserFolder;
+}
+
+std::string LaunchSocket() {
+    return RuntimeFolder() + "/" + launch_interface::kSocketFile;
 }
 
 void SendLaunch(const std::string& socket, const std::map<std::string, std::string>& arguments,
@@ -121,16 +123,18 @@ void SendLaunch(const std::string& socket, const std::map<std::string, std::stri
     }
     Result result;
     // The deadline alone bounds the call: its clock runs since before the connection.
-    g_dbus_connection_call(connection.get(), nullptr, kObjectPath, kInterface, kMethod,
-                           g_variant_new("(a{ss})", &builder), G_VARIANT_TYPE_UNIT,
-                           G_DBUS_CALL_FLAGS_NONE, G_MAXINT, deadline.Cancellable(),
-                           Result::OnReady, &result);
+    g_dbus_connection_call(
+        connection.get(), nullptr, launch_interface::kObject, launch_interface::kInterface,
+        launch_interface::kMethod, g_variant_new("(a{ss})", &builder), G_VARIANT_TYPE_UNIT,
+        G_DBUS_CALL_FLAGS_NONE, G_MAXINT, deadline.Cancellable(), Result::OnReady, &result);
     GError* failure = nullptr;
     const Variant reply(g_dbus_connection_call_finish(connection.get(), result.Wait(), &failure));
     if (const Error error(failure); error) {
         const bool refused = g_dbus_error_is_remote_error(error.get()) != FALSE;
         static_cast<void>(g_dbus_error_strip_remote_error(error.get()));
-        throw LaunchError(refused ? "the service at " + socket + " refused: " + error->message
-                                  : NoService(socket, *error, timeout));
+        if (refused) {
+            throw LaunchRefused(error->message);
+        }
+        throw LaunchError(NoService(socket, *error, timeout));
     }
 }

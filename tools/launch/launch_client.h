@@ -11,6 +11,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The service answered that the request cannot be carried out. what() has a line for each fault.
+class LaunchRefused : public LaunchError {
+public:
+    using LaunchError::LaunchError;
+};
+
+// The folder of this user's service. Throws LaunchError when the environment does not say.
+[[nodiscard]] std::string RuntimeFolder();
 // Where this user's service listens. Throws LaunchError when the environment does not say.
 [[nodiscard]] std::string LaunchSocket();
 

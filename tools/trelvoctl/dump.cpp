@@ -19,7 +19,7 @@ constexpr const char* kHelp =
     "Asks the running service for a dump, waits until the file is complete and prints its path.\n"
     "The buffer keeps its records. The request is repeated every other second, since the service\n"
     "loses some; a slow one may therefore write one more dump afterwards. A service that was not\n"
-    "launched yet takes the request for its first launch.\n\n";
+    "launched yet refuses it.\n\n";
 
 struct DumpOptions {
     std::string folder;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,12 @@ ExitCode Launch(const LaunchOptions& options) {
     }
     try {
         SendLaunch(LaunchSocket(), arguments, std::chrono::seconds(options.timeout_seconds));
+    } catch (const LaunchRefused& refused) {
+        std::istringstream faults(refused.what());
+        for (std::string fault; std::getline(faults, fault);) {
+            Complain("launch: " + fault);
+        }
+        return ExitCode::kUsage;
     } catch (const LaunchError& error) {
         Complain(error.what());
         return ExitCode::kNoService;

@@ -1,0 +1,16 @@
+#ifndef TRELVO_PLATFORM_POWER_H
+#define TRELVO_PLATFORM_POWER_H
+
+#include <string>
+
+namespace port {
+
+// Why no power event could be heard; empty when the system bus takes a connection.
+[[nodiscard]] std::string PowerFault();
+
+// Tells the subscriber that the machine goes down, as if it did. False without one.
+bool AnnouncePowerDown();
+
+}  // namespace port
+
+#endif
