@@ -80,6 +80,11 @@ public:
         if (!faults.empty()) {
             return faults;
         }
+        if (launched_ && IsPrivate(arguments.at("DUMP"))) {
+            return {{"DUMP", port::Quoted(arguments.at("DUMP")) +
+                                 " is seen by the service alone; choose another folder, such as "
+                                 "/var/tmp"}};
+        }
         if (launched_) {
             before_request_ = port::PublishedProgress();
         }
@@ -116,6 +121,13 @@ public:
     }
 
 private:
+    // Whether the folder lies in the one that the unit has covered by the service's own.
+    static bool IsPrivate(const std::string& folder) {
+        const char* const covered = std::getenv("TRELVO_PRIVATE_FOLDER");
+        const std::string path = std::filesystem::path(folder).lexically_normal().string() + "/";
+        return covered != nullptr && path.rfind(std::string(covered) + "/", 0) == 0;
+    }
+
     const ui_app_lifecycle_callback_s& callback_;
     void* user_data_;
     bool launched_ = false;

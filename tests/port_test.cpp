@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -167,6 +168,11 @@ TEST(Vconf, ValuesAreTextThatAnOperatorMayWrite) {
         EXPECT_EQ(vconf_get_int(key, &value), -1) << key;
     }
     EXPECT_EQ(value, 7) << "untouched by failures";
+    const std::string text(100000, 'x');
+    EXPECT_EQ(vconf_set_str(kKey, text.c_str()), 0);
+    const Handle<char, std::free> read(vconf_get_str(kKey));
+    EXPECT_EQ(read.get(), text);
+    EXPECT_EQ(vconf_get_str("memory/trelvo/absent"), nullptr);
     fs::remove(file);
     fs::create_directory(file);
     EXPECT_EQ(vconf_set_int(kKey, 1), -1) << "the place is taken";
@@ -200,42 +206,98 @@ TEST(Dlog, WithoutAJournalMessagesGoToStandardError) {
                                                           "\n");
 }
 
-TEST(Power, ShutdownAndSleepAreHeardAndDelayed) {
-    using Clock = std::chrono::steady_clock;
-    std::promise<Clock::time_point> heard;
-    const auto callback = [](_device_power_state_info* info, void* promise) {
+// What the service publishes about its dumps.
+void Publish(int finished, bool pending) {
+    const std::string text = "version=1\ndumps=" + std::to_string(finished) +
+                             "\npending=" + (pending ? "1" : "0") + "\n";
+    EXPECT_EQ(vconf_set_str("memory/trelvo/status", text.c_str()), 0);
+}
+
+// Hears of the machine going down. What it would ask for is a dump that the test publishes.
+class PowerListener {
+public:
+    static int OnChange(_device_power_state_info* info, void* self) {
         EXPECT_EQ(info->prev_state, DEVICE_POWER_STATE_NORMAL);
         EXPECT_EQ(info->next_state, DEVICE_POWER_STATE_STANDBY);
-        static_cast<decltype(heard)*>(promise)->set_value(Clock::now());
+        static_cast<PowerListener*>(self)->heard_.set_value();
         return 0;
-    };
+    }
+    void Wait() {
+        EXPECT_EQ(heard_.get_future().wait_for(test_support::kLimit), std::future_status::ready);
+        heard_ = {};
+    }
+
+private:
+    std::promise<void> heard_;
+};
+
+constexpr std::chrono::seconds kBeforeAnyLimit{3};
+
+TEST(Power, ShutdownSleepAndTheServicesOwnEndWaitForTheDump) {
+    using Clock = std::chrono::steady_clock;
+    PowerListener listener;
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
-    EXPECT_LT(device_power_subscribe_state_changed_event(callback, &heard), 0) << "no bus";
+    EXPECT_LT(device_power_subscribe_state_changed_event(PowerListener::OnChange, &listener), 0);
     test_support::FakeLogind logind;
-    Service service(kFirst, [&](const std::string& value) {
-        if (value == "start") {
-            EXPECT_EQ(device_power_subscribe_state_changed_event(callback, &heard), 0);
-            EXPECT_LT(device_power_subscribe_state_changed_event(callback, &heard), 0) << "twice";
-            return;
+    Service service(kFirst, [&](const std::string& /*start*/) {
+        for (const bool first : {true, false}) {
+            EXPECT_EQ(
+                device_power_subscribe_state_changed_event(PowerListener::OnChange, &listener) == 0,
+                first);
         }
-        EXPECT_EQ(device_power_unsubscribe_state_changed_event(callback), 0);
-        EXPECT_LT(device_power_unsubscribe_state_changed_event(callback), 0);
-        ui_app_exit();
     });
     auto result = service.Start();
+    int finished = 100;  // beyond what other tests of this process have published
+    // Of two dumps the one before is written already, and does not count as the last one.
+    const auto dump = [&](const std::function<bool()>& is_waiting) {
+        Publish(++finished, true);
+        EXPECT_TRUE(is_waiting());
+        const auto start = Clock::now();
+        Publish(++finished, false);
+        return start;
+    };
     for (const char* signal : {"PrepareForShutdown", "PrepareForSleep"}) {
-        heard = {};
         ASSERT_TRUE(logind.WaitForInhibitor()) << "at first, and when the shutdown is called off";
         logind.Emit(signal, true);
+        listener.Wait();
+        const auto start = dump([&] { return logind.WaitForInhibitor(); });
         EXPECT_TRUE(logind.WaitForRelease());
-        EXPECT_GT(Clock::now() - heard.get_future().get(), std::chrono::seconds(1))
-            << "no time for the dump";
+        EXPECT_LT(Clock::now() - start, kBeforeAnyLimit);
         logind.Emit(signal, false);
     }
     ASSERT_TRUE(logind.WaitForInhibitor());
-    EXPECT_EQ(Launch({{"DUMP", "stop"}}), "");
-    EXPECT_TRUE(logind.WaitForRelease());
+    kill(getpid(), SIGTERM);
+    listener.Wait();
+    const auto start = dump([&] {
+        return result.wait_for(std::chrono::milliseconds(100)) == std::future_status::timeout;
+    });
     EXPECT_EQ(result.get(), APP_ERROR_NONE);
+    EXPECT_LT(Clock::now() - start, kBeforeAnyLimit);
+    EXPECT_EQ(device_power_unsubscribe_state_changed_event(PowerListener::OnChange), 0);
+    EXPECT_LT(device_power_unsubscribe_state_changed_event(PowerListener::OnChange), 0);
+    EXPECT_TRUE(logind.WaitForRelease());
+}
+
+TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
+    for (const bool second_signal : {false, true}) {
+        setenv("TRELVO_PRIVATE_FOLDER", "/tmp", 1);
+        Service service(kFirst, [](const std::string& /*folder*/) {});
+        auto result = service.Start();
+        Publish(7, false);
+        EXPECT_THAT(Launch({{"DUMP", "/var/../tmp"}}), HasSubstr("seen by the service alone"));
+        EXPECT_EQ(Launch({{"DUMP", "/var/tmp"}}), "");
+        const auto start = std::chrono::steady_clock::now();
+        kill(getpid(), SIGTERM);
+        EXPECT_EQ(result.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        if (second_signal) {
+            kill(getpid(), SIGTERM);
+        } else {
+            Publish(8, false);
+        }
+        EXPECT_EQ(result.get(), APP_ERROR_NONE);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kBeforeAnyLimit);
+    }
+    unsetenv("TRELVO_PRIVATE_FOLDER");
 }
 
 }  // namespace
