@@ -1,8 +1,13 @@
 // What trelvoctl tells of dumps, and what it writes about itself for the shell and for man.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -112,6 +117,96 @@ TEST_F(Stat, ManualPagesAndCompletionComeFromTheDeclarations) {
         EXPECT_EQ(result.out, proposals + "\n") << words;
         EXPECT_EQ(result.err, "") << words;
     }
+}
+
+// A runtime folder whose lock this test holds, as a service does.
+class Status : public testing::Test {
+protected:
+    static constexpr const char* kFolder = "/run/trelvo/vconf/memory/trelvo";
+    Status() {
+        fs::create_directories(kFolder);
+        WriteFile("/run/trelvo/lock", std::to_string(getpid()) + "\n");
+        lock_ = open("/run/trelvo/lock", O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(flock(lock_, LOCK_EX | LOCK_NB), 0);
+    }
+    ~Status() override {
+        close(lock_);
+        fs::remove_all("/run/trelvo");
+    }
+    static void Publish(const std::string& status, const std::string& capture) {
+        WriteFile(kFolder + "/status"s, status);
+        WriteFile(kFolder + "/capture"s, capture);
+    }
+    static Output Run(const std::string& form) {
+        return RunProgram({TRELVO_BIN_DIR "/trelvoctl", "status", "-o", form});
+    }
+
+    int lock_;
+};
+
+TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
+    const std::string pid = std::to_string(getpid());
+    const std::string alive = "alive=1\n";
+    const std::vector<std::tuple<std::string, std::string, int, std::string>> rows{
+        {"", "", 3, "state           not recording\n"},
+        {"", "alive=0\nreason=the journal\x1B[2J\nlost_rotation=7\nrestarts=2\n", 3,
+         "capture         dead: the journal\\x1B[2J, restarted 2 times, lost 7 by rotation\n"},
+        {"pid=" + pid + "\nversion=1\nstarted=0\nnew=field\njunk\n", alive, 0,
+         ", version 1, since 1970-01-01 "},
+        {"pid=1\naccepted=5\n", alive, 0, "lines           unknown accepted"},  // left behind
+        {"accepted=5\nrefused=x\nnewest_at=99999999999999\n", alive, 0,
+         "newest line     0.000 s ago\nlines           5 accepted, unknown refused"},
+        {"dumps=1\nlast_dump_time=0\nlast_dump_trigger=timer\nlast_dump_path=/a\rb\n"
+         "last_dump_result=written\n",
+         alive, 0, " by timer, /a\\x0Db: written\n"},
+    };
+    for (const auto& [status, capture, code, out] : rows) {
+        Publish(status, capture);
+        const auto result = Run("text");
+        EXPECT_EQ(result.status, code) << status;
+        EXPECT_THAT(result.out, HasSubstr(out)) << status;
+        EXPECT_EQ(result.err, "") << status;
+    }
+    flock(lock_, LOCK_UN);
+    EXPECT_EQ(Run("text").out, "state           not running\n");
+    EXPECT_EQ(Run("text").status, 1);
+    EXPECT_EQ(Run("xml").status, 2);
+}
+
+TEST_F(Status, FormsForPrograms) {
+    std::string text = "version=1\"\nlast_dump_time=7\nlast_dump_result=a\\b\n";
+    for (const char* field :
+         {"started", "accepted", "dropped", "records", "record_bytes", "memory_bytes",
+          "limit_bytes", "tables", "dumps", "pending", "suppressed", "newest_at"}) {
+        text += field + "=5\n"s;
+    }
+    Publish(text, "alive=1\nrestarts=0\nlost_rotation=7\n");
+    WriteFile(kFolder + "/dlog_dump"s, "1\n");
+    const std::string json = Run("json").out;
+    EXPECT_THAT(json,
+                HasSubstr(R"({"running":true,"recording":true,"pid":)" + std::to_string(getpid()) +
+                          R"(,"version":"1\"","started":5,)"
+                          R"("accepted":5,"refused":null,)"));
+    EXPECT_THAT(json, HasSubstr(R"("last_dump":{"time":7,"trigger":null,"path":null,"result":)"
+                                R"("a\\\\b"},"capture":{"alive":true,"reason":null,)"
+                                R"("restarts":0,"lost":{"rotation":7}},"upload_key":1})"));
+    const std::string metrics = Run("prometheus").out;
+    EXPECT_THAT(metrics,
+                AllOf(HasSubstr("\ntrelvo_info{version=\"1\\\"\",policy_version=\"\"} 1\n"),
+                      HasSubstr("\n# TYPE trelvo_lines_accepted_total counter\n"
+                                "trelvo_lines_accepted_total 5\n"),
+                      HasSubstr("result=\"a\\\\\\\\b\"} 7\n"),
+                      HasSubstr("\ntrelvo_capture_lost_total{cause=\"rotation\"} 7\n")));
+    const std::regex sample(R"(trelvo_[a-z_]+(\{([a-z_]+="([^"\\]|\\["\\])*",?)+\})? -?[0-9.]+)");
+    std::istringstream lines(metrics);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_TRUE(line.rfind("# ", 0) == 0 || std::regex_match(line, sample)) << line;
+    }
+    // The collector's own word, where it is installed.
+    WriteFile("/tmp/metrics", metrics);
+    const auto check = RunProgram(
+        {"bash", "-c", "! command -v promtool >&2 || promtool check metrics </tmp/metrics"});
+    EXPECT_EQ(check.status, 0) << check.err;
 }
 
 }  // namespace

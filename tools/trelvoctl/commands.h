@@ -15,3 +15,4 @@ void AddLaunch(CLI::App& app, Action& action);
 void AddTrain(CLI::App& app, Action& action);
 void AddManual(CLI::App& app, Action& action);
 void AddStat(CLI::App& app, Action& action);
+void AddStatus(CLI::App& app, Action& action);

@@ -3,12 +3,13 @@
 // What trelvoctl tells a script; of several faults the highest. The numbers never change.
 enum class ExitCode {
     kSuccess = 0,
-    kNoService = 1,   // the service did not do what was asked
-    kNoMatch = 1,     // no line matched --grep
-    kUsage = 2,       // the command line was refused, nothing was done
-    kDamage = 3,      // input is missing or damaged; all that could be read was printed
-    kCodeTables = 4,  // code tables are missing, or of another policy version than the dump
-    kOutput = 5,      // standard output did not take all that was to be printed
+    kNoService = 1,     // the service did not do what was asked, or does not run
+    kNoMatch = 1,       // no line matched --grep
+    kUsage = 2,         // the command line was refused, nothing was done
+    kDamage = 3,        // input is missing or damaged; all that could be read was printed
+    kNotRecording = 3,  // the service runs without recording
+    kCodeTables = 4,    // code tables are missing, or of another policy version than the dump
+    kOutput = 5,        // standard output did not take all that was to be printed
 };
 
 inline constexpr const char* kExitCodesHelp =

@@ -18,6 +18,7 @@ ExitCode Run(int argc, char** argv) {
     AddStat(app, action);
     AddDump(app, action);
     AddLaunch(app, action);
+    AddStatus(app, action);
     AddTrain(app, action);
     AddManual(app, action);
     try {
