@@ -41,6 +41,8 @@ const std::string kBin = TRELVO_BIN_DIR "/";
 const std::string kServiceTag = "LOG_COMPRESSOR";
 const fs::path kCollectingFolder = "/opt/usr/share/svc-rk/dump";
 const fs::path kPolicyFolder = "/opt/usr/share/Trelvo/Server";
+const fs::path kDefaultPolicyFolder = "/opt/usr/share/Trelvo/Default";
+const fs::path kConfiguration = "/etc/trelvo";
 const fs::path kUploadKey = "/run/trelvo/vconf/memory/trelvo/dlog_dump";
 const fs::path kCapture = "/tmp/trelvo/RQB_Buffer";
 
@@ -65,7 +67,8 @@ class EndToEnd : public testing::Test {
 protected:
     EndToEnd() {
         for (const fs::path& folder :
-             {kCollectingFolder, kPolicyFolder, kUploadKey.parent_path(), fs::path("/tmp/dumps")}) {
+             {kCollectingFolder, kPolicyFolder, kDefaultPolicyFolder, kConfiguration,
+              kUploadKey.parent_path(), fs::path("/tmp/dumps")}) {
             fs::remove_all(folder);
             fs::create_directories(folder);
         }
@@ -256,6 +259,40 @@ TEST_F(EndToEnd, RequestedDumpsKeepAndTheOneBeforePowerOffConsumes) {
     EXPECT_THAT(Decode(kCollectingFolder / "trelvo.dump"),
                 ElementsAre(Printed("I/KEPT", "a line")));
     EXPECT_THAT(Decode(RequestDump()), IsEmpty());
+}
+
+TEST_F(EndToEnd, AsInstalledItIsSilentAndWritesALastDump) {
+    FakeLogind logind;
+    const fs::path installed = TRELVO_SOURCE_DIR "/platform/systemd";
+    fs::copy(installed / "policy_version.xml", kDefaultPolicyFolder);
+    fs::copy(installed / "trelvo.conf", kConfiguration);
+    fs::copy(installed / "system-info.ini", kConfiguration);
+    service_.emplace(std::vector{"env"s, "--unset=TRELVO_LOG_LEVEL"s, kBin + "trelvo"});
+    ASSERT_TRUE(logind.WaitForInhibitor());
+    Log(kServiceTag, "of the service's tag");
+    Log("LOUD", "below the level", 7);
+    Log("LOUD", "a line");
+    Lines lines;
+    const auto deadline = std::chrono::steady_clock::now() + kLimit;
+    while (lines.empty() && std::chrono::steady_clock::now() < deadline) {
+        const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp/dumps"});
+        ASSERT_EQ(dump.status, 0) << dump.err;
+        lines = Decode(dump.out.substr(0, dump.out.size() - 1));
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](const std::string& line) {
+                                       return line.find("LOUD") == std::string::npos &&
+                                              line.find(kServiceTag) == std::string::npos;
+                                   }),
+                    lines.end());
+    }
+    EXPECT_THAT(lines, ElementsAre(Printed("I/LOUD", "a line")));
+    service_->Signal(SIGTERM);
+    EXPECT_EQ(service_->Wait(), 0);
+    EXPECT_THAT(Decode(kCollectingFolder / "trelvo.dump"), Contains(Printed("I/LOUD", "a line")));
+    // Nothing at all of a service that is well.
+    const auto own = RunProgram(
+        {"journalctl", "--quiet", "--output=cat", "_PID=" + std::to_string(service_->Pid())});
+    EXPECT_EQ(own.out + own.err, "");
 }
 
 TEST_F(EndToEnd, DumpWaitsForTheFileOrSaysWhyNoneComes) {

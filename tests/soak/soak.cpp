@@ -371,6 +371,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     test_support::EnterPrivateNamespace();
+    setenv("TRELVO_LOG_LEVEL", "info", 1);  // its messages are waited for
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, 0));
     return test_support::Soak().Run(std::chrono::minutes(minutes));
 }
