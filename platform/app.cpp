@@ -98,11 +98,10 @@ public:
     // at once.
     void End() {
         const port::DumpProgress before = port::PublishedProgress();
-        if (last_dump_) {
-            ui_app_exit();
-        } else if (port::AnnouncePowerDown()) {
+        const bool second = last_dump_.has_value();
+        if (!second && port::AnnouncePowerDown()) {
             last_dump_.emplace(before, kLastDumpMilliseconds, ui_app_exit);
-        } else if (before.known && before_request_) {
+        } else if (!second && before.known && before_request_) {
             last_dump_.emplace(*before_request_, kLastDumpMilliseconds, ui_app_exit);
         } else {
             ui_app_exit();

@@ -126,10 +126,9 @@ private:
     }
 
     void RefuseUnknown() {
-        std::vector<std::string_view> groups;
-        for (const Key& key : kKeys) {
-            groups.emplace_back(key.group);
-        }
+        std::vector<std::string_view> groups(kKeys.size());
+        std::transform(kKeys.begin(), kKeys.end(), groups.begin(),
+                       [](const Key& key) { return key.group; });
         const Handle<char*, g_strfreev> found(g_key_file_get_groups(file_.get(), nullptr));
         for (char** group = found.get(); *group != nullptr; ++group) {
             if (std::find(groups.begin(), groups.end(), *group) == groups.end()) {
