@@ -26,9 +26,9 @@ struct Key {
 
 constexpr std::array<Key, 12> kKeys = {{
     {"recorder", "tags", "LOGTAG", "*:I"},
-    {"recorder", "size", "RQBBUFFER", "10 MiB"},
+    {"recorder", "size", "RQBHISTORY", "10 MiB"},
     {"recorder", "size-counts", "RQBCOUNT", nullptr},
-    {"recorder", "history", "RQBHISTORY", nullptr},
+    {"recorder", "capture", "RQBBUFFER", "4 MiB"},
     {"recorder", "tables", "POLICYMODE", "default"},
     {"dump", "triggers", "DLOGDUMPMODE", nullptr},
     {"dump", "timer", "DLOGDUMPVALUE", nullptr},
@@ -167,7 +167,7 @@ private:
         auto& launch = configuration_.launch;
         if (name == "tags") {
             TakeTags(key, value);
-        } else if (name == "size" || name == "history") {
+        } else if (name == "size" || name == "capture") {
             launch[key.launch] = Kibibytes(value);
             if (launch[key.launch].empty()) {
                 Report(NameOf(key), Quoted(value) + " is not a size such as 512 KiB or 10 MiB");

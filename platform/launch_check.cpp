@@ -15,6 +15,7 @@ using Words = std::vector<std::string_view>;
 
 constexpr std::size_t kMaxQuoted = 60;  // bytes
 constexpr std::size_t kMaxFaults = 10;
+constexpr int kMaxHistory = 999999999;  // KiB
 constexpr std::string_view kLevels = "VDIWEFS";
 constexpr std::string_view kLevelHelp = "a level is one of V D I W E F, or S for nothing";
 // What the shell, through which the service starts the capture, would not take as it is.
@@ -96,19 +97,22 @@ public:
                                          : std::nullopt;
     }
 
-    void Number(std::string_view key, int least, const std::string& unit) {
+    void Number(std::string_view key, int least, const std::string& unit,
+                int most = std::numeric_limits<int>::max()) {
         const auto text = Find(key);
         if (!text) {
             return;
         }
         int value = 0;
         const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
-        if (error != std::errc() || end != text->data() + text->size() || value < least) {
+        if (error != std::errc() || end != text->data() + text->size() || value < least ||
+            value > most) {
             Report(key, Quoted(*text) + " is not a number of " + unit + ", from " +
-                            std::to_string(least) + " to " +
-                            std::to_string(std::numeric_limits<int>::max()));
+                            std::to_string(least) + " to " + std::to_string(most));
         }
     }
+
+    void Form() { OneOf("DUMPFORM", {"plain", "zstd"}); }
 
     void OneOf(std::string_view key, const Words& words) {
         if (const auto text = Find(key); text && !Contains(words, *text)) {
@@ -229,8 +233,8 @@ std::vector<Fault> CheckFirstLaunch(const LaunchArguments& arguments) {
     checker.Number("POLICYMODE", 0, "the policy, 0 for Default and 1 for Server");
     checker.Triggers();
     checker.OneOf("RQBCOUNT", {"records", "memory"});
-    checker.Number("RQBHISTORY", 1, "KiB");
-    checker.OneOf("DUMPFORM", {"plain", "zstd"});
+    checker.Number("RQBHISTORY", 1, "KiB", kMaxHistory);
+    checker.Form();
     return checker.Take();
 }
 
@@ -238,7 +242,7 @@ std::vector<Fault> CheckLaterLaunch(const LaunchArguments& arguments) {
     Checker checker(arguments);
     checker.Keys();
     for (const auto& [key, value] : arguments) {
-        if (key != "DUMP" && Contains(kKeys, key)) {
+        if (key != "DUMP" && key != "DUMPFORM" && Contains(kKeys, key)) {
             checker.Report(key,
                            "cannot be changed, the recording has started; stop the service "
                            "and start it with the new value");
