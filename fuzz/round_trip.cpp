@@ -2,7 +2,7 @@
 // logs what, the recorder never stops, and what comes out is what was logged.
 //
 // Each line of the input is an entry: a letter for the time since the one before, then fields
-// "<number of the field in kFields, a letter><value>" that end at tabs.
+// "<number of the field in kFieldNames, a letter><value>" that end at tabs.
 
 #include <algorithm>
 #include <cctype>
@@ -36,10 +36,10 @@ dlogutil::Fields ReadFields(const std::string& entry) {
     std::istringstream text(entry);
     for (std::string field; std::getline(text, field, '\t');) {
         if (!field.empty()) {
-            const auto number = static_cast<unsigned char>(field[0]) % dlogutil::kFields.size();
-            std::string value = field.substr(1);
-            std::replace(value.begin(), value.end(), '\x1e', '\n');
-            fields[dlogutil::kFields[number]] = value;
+            const auto number = static_cast<unsigned char>(field[0]) % dlogutil::kFieldCount;
+            std::string data = std::string(dlogutil::kFieldNames[number]) + "=" + field.substr(1);
+            std::replace(data.begin(), data.end(), '\x1e', '\n');
+            fields.Take(data);
         }
     }
     return fields;
@@ -85,12 +85,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         usec += entry.empty() ? 0 : static_cast<std::uint64_t>(entry[0] & 31) * 1000;
         const dlogutil::Fields fields =
             ReadFields(entry.substr(std::min<std::size_t>(entry.size(), 1)));
-        for (std::string& line : dlogutil::FormatLines(fields, usec)) {
-            fuzz::Require(line.back() == '\n' && line.find('\n') == line.size() - 1, "two lines");
+        std::string lines;
+        dlogutil::AppendLines(fields, dlogutil::TagOf(fields), usec, lines);
+        fuzz::Require(lines.empty() || lines.back() == '\n', "half a line");
+        std::istringstream written(lines);
+        for (std::string line; std::getline(written, line);) {
             if (std::string shown = Expected(fields, line); !shown.empty()) {
                 expected.push_back(std::move(shown));
             }
-            line.pop_back();
             const std::string thrown = fuzz::Feed(line);
             fuzz::Require(thrown.empty(), thrown + " at " + line);
         }

@@ -86,9 +86,15 @@ TEST(Options, FiltersSelectByTagAndLevel) {
 Fields MakeFields(const std::string& text) {
     Fields fields;
     for (const std::string& field : Words(text, '|')) {
-        fields[field.substr(0, field.find('='))] = field.substr(field.find('=') + 1);
+        fields.Take(field);
     }
     return fields;
+}
+
+std::string Lines(const Fields& fields, std::uint64_t usec) {
+    std::string lines;
+    AppendLines(fields, TagOf(fields), usec, lines);
+    return lines;
 }
 
 TEST(LineFormat, EntriesBecomeLines) {
@@ -104,22 +110,38 @@ TEST(LineFormat, EntriesBecomeLines) {
         {"MESSAGE=a.c: f(1) > one > 1\r\n \t\n\ntwo\n|DLOG_LEVEL=V|SYSLOG_IDENTIFIER=LONG_ENOUGH",
          "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > one > 1\n"
          "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > two\n"},
-        {"MESSAGE=no prefix\ntwo|DLOG_LEVEL=VV|_COMM=c",
-         "12.005 I/c       (P0, T0): no prefix\n12.005 I/c       (P0, T0): c: c(0) > two\n"},
+        {"MESSAGE=no prefix\ntwo|DLOG_LEVEL=V|_COMM=c",
+         "12.005 V/c       (P0, T0): no prefix\n12.005 V/c       (P0, T0): c: c(0) > two\n"},
+        {"MESSAGE=x|DLOG_LEVEL=|PRIORITY=3|_COMM=c", "12.005 E/c       (P0, T0): c: c(0) > x\n"},
+        {"MESSAGE=x|DLOG_LEVEL=VV|_COMM=c", "12.005 I/c       (P0, T0): c: c(0) > x\n"},
+        {"MESSAGE=x|SYSLOG_IDENTIFIER= trelvo.clock|_COMM=c|_COMM=d|MESSAGE=y|MESSAGES=z",
+         "12.005 I/trelvo_clock(P0, T0): c: c(0) > x\n"},
         {"_COMM=c", ""},
     };
     for (const auto& row : rows) {
-        std::string lines;
-        for (const std::string& line : FormatLines(MakeFields(row.fields), 12005999)) {
-            lines += line;
-        }
-        EXPECT_EQ(lines, row.lines) << row.fields;
+        EXPECT_EQ(Lines(MakeFields(row.fields), 12005999), row.lines) << row.fields;
     }
     std::string levels;
     for (const char* priority : {"0", "1", "2", "3", "4", "5", "6", "7", "8", "", "-1"}) {
-        levels += LevelOf({{"PRIORITY", priority}});
+        levels += LevelOf(MakeFields(std::string("PRIORITY=") + priority));
     }
     EXPECT_EQ(levels, "FFFEWIIDIII");
+}
+
+TEST(LineFormat, LinesOfAnEntryAreBounded) {
+    for (const auto& [lines, end] : std::vector<std::pair<std::size_t, std::string>>{
+             {256, "(0) > x\n"},
+             {257, "(0) > lines of this entry left out: 1\n"},
+             {32768, "(0) > lines of this entry left out: 32512\n"},
+             {32769, "(0) > lines of this entry left out: at least 32512\n"}}) {
+        std::string message = "MESSAGE=";
+        for (std::size_t i = 0; i < lines; ++i) {
+            message += "x\n";
+        }
+        const std::string text = Lines(MakeFields(message), 1000000);
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), std::min<long>(257, long(lines)));
+        EXPECT_THAT(text, testing::EndsWith(end)) << lines;
+    }
 }
 
 // What a reader takes from a line that it splits at the first occurrence of each delimiter; empty
@@ -145,35 +167,44 @@ TEST(LineFormat, HostileFieldsCannotMoveADelimiter) {
         std::string fields;
         std::string expected;  // padded tag and message
     } const rows[] = {
-        {"SYSLOG_IDENTIFIER=x, Ty", "x_ Ty   |hi\n"},
-        {"SYSLOG_IDENTIFIER=(P(P1, T2): > > x", "_P_P1_ T2_: _ _ x|hi\n"},
-        {"SYSLOG_IDENTIFIER=a >", "a _     |hi\n"},  // the padding would complete it
-        {"SYSLOG_IDENTIFIER=> a)(,", "> a)(,  |hi\n"},
-        {std::string("SYSLOG_IDENTIFIER=a\n9.9 I/b\0\x7f", 29), "a_9.9 I/b__|hi\n"},
-        {"SYSLOG_IDENTIFIER=  |_COMM= c ", "c       |hi\n"},
-        {"SYSLOG_IDENTIFIER=" + std::string(9000, 't'), std::string(128, 't') + "|hi\n"},
-        {"_PID=2147483648|SYSLOG_PID=-1|TID=" + std::string(99, '0') + "1", "unknown |hi\n"},
-        {"SYSLOG_PID=1 |TID=1, T", "unknown |hi\n"},
-        {"CODE_FILE=> a > \n|CODE_FUNC=f > g >|CODE_LINE=1 > 2", "unknown |hi\n"},
-        {"_COMM=> a > b", "> a _ b |hi\n"},
+        {"SYSLOG_IDENTIFIER=x, Ty", "x_ Ty   |hi"},
+        {"SYSLOG_IDENTIFIER=(P(P1, T2): > > x", "_P_P1_ T2_: _ _ x|hi"},
+        {"SYSLOG_IDENTIFIER=a >", "a _     |hi"},  // the padding would complete it
+        {"SYSLOG_IDENTIFIER=> a)(,", "> a)(,  |hi"},
+        {std::string("SYSLOG_IDENTIFIER=a\n9.9 I/b\0\x7f", 29), "a_9.9 I/b__|hi"},
+        {"SYSLOG_IDENTIFIER=  |_COMM= c ", "c       |hi"},
+        {"SYSLOG_IDENTIFIER=" + std::string(9000, 't'), std::string(128, 't') + "|hi"},
+        {"_PID=2147483648|SYSLOG_PID=-1|TID=" + std::string(99, '0') + "1", "unknown |hi"},
+        {"SYSLOG_PID=1 |TID=1, T", "unknown |hi"},
+        {"CODE_FILE=> a > \n|CODE_FUNC=f > g >|CODE_LINE=1 > 2", "unknown |hi"},
+        {"_COMM=> a > b", "> a _ b |hi"},
     };
     for (const auto& row : rows) {
-        Fields fields = MakeFields(row.fields);
-        fields["MESSAGE"] = "hi\n2.0 F/evil(P1, T1): e > vil";
-        const auto lines = FormatLines(fields, 1000000);
+        const auto lines = Words(
+            Lines(MakeFields(row.fields + "|MESSAGE=hi\n2.0 F/evil(P1, T1): e > vil"), 1000000),
+            '\n');
         ASSERT_EQ(lines.size(), 2U) << row.fields;
         EXPECT_EQ(Split(lines[0]), row.expected) << lines[0];
-        EXPECT_THAT(Split(lines[1]), HasSubstr("|2.0 F/evil(P1, T1): e > vil\n")) << lines[1];
+        EXPECT_THAT(Split(lines[1]), HasSubstr("|2.0 F/evil(P1, T1): e > vil")) << lines[1];
     }
-    const auto lines = FormatLines(
-        {{"DLOG_LEVEL", "I"}, {"MESSAGE", std::string(60000, 'x') + " > y\nz"}}, 1000000);
-    EXPECT_EQ(Split(lines.at(1)), "unknown |z\n") << "a long prefix is not repeated";
+    const auto lines = Words(
+        Lines(MakeFields("DLOG_LEVEL=I|MESSAGE=" + std::string(60000, 'x') + " > y\nz"), 1000000),
+        '\n');
+    EXPECT_EQ(Split(lines.at(1)), "unknown |z") << "a long prefix is not repeated";
 }
 
 class RotatingFileTest : public testing::Test {
 protected:
     void SetUp() override { fs::remove_all(kFolder); }
     void TearDown() override { fs::remove_all(kFolder); }
+
+    static std::error_code Append(RotatingFile& file, std::string_view lines) {
+        std::error_code error;
+        while (!lines.empty() && !error) {
+            error = file.Append(lines);
+        }
+        return error;
+    }
 
     // The contents of the current file and of the rotated ones, newest first.
     static std::vector<std::string> Files() {
@@ -193,20 +224,18 @@ TEST_F(RotatingFileTest, FullFilesAreRenamedAndTheOldestVanishes) {
     {
         RotatingFile file(kFile, 8, 2);
         EXPECT_EQ(fs::status(kFolder).permissions(), fs::perms::owner_all);
-        for (const char* line :
-             {"1aa\n", "2aa\n", "3aaaaaaaa\n", "4aaa\n", "5aa\n", "6aaaaaaa\n"}) {
-            EXPECT_FALSE(file.Append(line));
+        for (const char* lines : {"1aa\n", "2aa\n3aaaaaaaa\n4aaa\n", "5aa\n6aaaaaaa\n"}) {
+            EXPECT_FALSE(Append(file, lines));
         }
         EXPECT_THAT(Files(), ElementsAre("6aaaaaaa\n", "4aaa\n5aa\n", "3aaaaaaaa\n"));
         fs::remove(kFile + ".1");  // a reader that has read it
-        EXPECT_FALSE(file.Append("7\n"));
+        EXPECT_FALSE(Append(file, "7\n"));
         EXPECT_THAT(Files(), ElementsAre("7\n", "6aaaaaaa\n", "3aaaaaaaa\n"));
     }
     (void)RotatingFile(kFile, 4, 2);
     EXPECT_THAT(Files(), ElementsAre("")) << "left-overs";
     RotatingFile file(kFile, 4, 0);
-    EXPECT_FALSE(file.Append("1234\n"));
-    EXPECT_FALSE(file.Append("5\n"));
+    EXPECT_FALSE(Append(file, "1234\n5\n"));
     EXPECT_THAT(Files(), ElementsAre("5\n")) << "none is kept";
 }
 
@@ -235,27 +264,28 @@ TEST_F(RotatingFileTest, ForeignPlacesAreRefused) {
 
 TEST_F(RotatingFileTest, HalfALineIsTakenBackAndCanBeTriedAgain) {
     RotatingFile file(kFile, 1000, 1);
-    ASSERT_FALSE(file.Append("first\n"));
+    ASSERT_FALSE(Append(file, "first\n"));
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    const rlimit full{10, before.rlim_max};
+    const rlimit full{15, before.rlim_max};
     const auto handler = signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
-    const std::error_code error = file.Append("second\n");
+    std::string_view lines = "second\nthird\n";
+    const std::error_code error = file.Append(lines);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
     signal(SIGXFSZ, handler);
     EXPECT_TRUE(error);
-    EXPECT_THAT(Files(), ElementsAre("first\n"));
-    EXPECT_FALSE(file.Append("second\n"));
     EXPECT_THAT(Files(), ElementsAre("first\nsecond\n"));
+    EXPECT_FALSE(Append(file, lines));
+    EXPECT_THAT(Files(), ElementsAre("first\nsecond\nthird\n"));
 }
 
 // The next line of entries under `tag`; empty when there is none at the limit.
 std::string NextLine(JournalFollower& follower, const std::string& tag) {
-    for (;;) {
-        while (const auto entry = follower.Next()) {
-            if (TagOf(entry->fields) == tag) {
-                const std::string line = FormatLines(entry->fields, entry->usec).at(0);
+    for (JournalEntry entry;;) {
+        while (follower.Next(entry)) {
+            if (TagOf(entry.fields) == tag) {
+                const std::string line = Lines(entry.fields, entry.usec);
                 return line.substr(line.find(' ') + 1);
             }
         }
@@ -300,7 +330,8 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
              const rlimit none{3, before.rlim_max};
              ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
              EXPECT_THROW(follower.Process(), JournalError);
-             EXPECT_THROW((void)follower.Next(), JournalError);
+             JournalEntry entry;
+             EXPECT_THROW((void)follower.Next(entry), JournalError);
              ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
          }},
         {"its files go",

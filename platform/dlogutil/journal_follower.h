@@ -4,7 +4,6 @@
 #include <systemd/sd-journal.h>
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <system_error>
 
@@ -14,8 +13,10 @@
 namespace dlogutil {
 
 struct JournalEntry {
-    Fields fields;       // of kFields, those that the entry has
-    std::uint64_t usec;  // monotonic, when the journal took the entry; never runs backwards
+    Fields fields;
+    std::uint64_t usec = 0;  // monotonic, when the journal took the entry; never runs backwards
+    std::uint64_t wall_usec = 0;  // since the epoch, when it was logged, as journalctl shows it
+    std::error_code error;        // why fields are missing, the message among them
 };
 
 // The journal cannot be read at the moment. what() names the step and the cause.
@@ -33,8 +34,17 @@ public:
     // Throws JournalError, std::system_error where folders cannot be watched.
     JournalFollower();
 
-    // The next entry; nothing when there is none at the moment. Throws JournalError.
-    [[nodiscard]] std::optional<JournalEntry> Next();
+    // Reads the next entry into `entry`. False when there is none at the moment. Throws
+    // JournalError.
+    [[nodiscard]] bool Next(JournalEntry& entry);
+
+    // How many entries the journal removed before they were read, by the gaps in its numbers.
+    // Counted up to the last Next() that gave none, or some hundred entries before. For a user
+    // other than root, who may read only some of the entries, it stays 0.
+    [[nodiscard]] std::uint64_t Lost() const { return lost_; }
+    // How often entries may be missing whose number cannot be told: the place was gone when the
+    // journal was opened again, and the numbers had begun anew.
+    [[nodiscard]] std::uint64_t UncountedGaps() const { return uncounted_gaps_; }
 
     // Both are readable when there may be news; then call Process() and Next() again. The first is
     // -1 after a JournalError.
@@ -46,6 +56,9 @@ public:
 private:
     void Open();
     void Close();
+    // Remembers the place of the last entry, and counts what is missing before it.
+    void Mark();
+    void ReadFields(JournalEntry& entry);
     // The result of a libsystemd call; a failed one closes the journal and throws JournalError.
     int Check(int result, const char* what);
     void WatchFolders();
@@ -54,8 +67,15 @@ private:
     port::Handle<sd_journal, sd_journal_close> journal_;  // null after an error
     int journal_fd_ = -1;                                 // borrowed from journal_
     port::UniqueFd folders_;
-    std::string cursor_;  // of the last entry that was given
-    bool at_cursor_ = false;
+    std::string cursor_;  // of the last entry given before `unmarked_` others
+    std::uint64_t unmarked_ = 0;
+    bool at_cursor_ = false;      // the next entry may be the one at the cursor
+    bool has_match_ = false;      // until the first entry of this boot was found
+    std::string sequence_;        // the id of the sequence of `number_`
+    std::uint64_t number_ = 0;    // of the entry at the cursor
+    bool is_place_lost_ = false;  // nothing was found at the cursor
+    std::uint64_t lost_ = 0;
+    std::uint64_t uncounted_gaps_ = 0;
     std::uint64_t last_usec_ = 0;
 };
 

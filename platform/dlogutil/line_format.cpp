@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cstdio>
+#include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include "dlogutil/options.h"
 
@@ -18,18 +19,9 @@ constexpr std::string_view kPrefixEnd = " > ";
 // thousands of lines would fill any disk.
 constexpr std::size_t kMaxPrefix = 512;
 
-bool Has(const Fields& fields, std::string_view field) {
-    return fields.find(field) != fields.end();
-}
-
-std::string_view Value(const Fields& fields, std::string_view field) {
-    const auto found = fields.find(field);
-    return found != fields.end() ? std::string_view(found->second) : std::string_view();
-}
-
-// A field as a name of bounded length without control characters and outer blanks.
-std::string NameOf(const Fields& fields, std::string_view field) {
-    std::string name(Value(fields, field).substr(0, kMaxName));
+// A field's value as a name of bounded length without control characters and outer blanks.
+std::string NameOf(std::string_view value) {
+    std::string name(value.substr(0, kMaxName));
     std::replace_if(
         name.begin(), name.end(),
         [](char letter) { return std::iscntrl(static_cast<unsigned char>(letter)) != 0; }, '_');
@@ -55,47 +47,45 @@ bool IsNumber(std::string_view text) {
            end == text.data() + text.size();
 }
 
-std::string_view FirstNumber(const Fields& fields,
-                             std::initializer_list<std::string_view> candidates) {
-    for (const std::string_view field : candidates) {
-        if (IsNumber(Value(fields, field))) {
-            return Value(fields, field);
+std::string_view FirstNumber(const Fields& fields, std::initializer_list<Field> candidates) {
+    for (const Field field : candidates) {
+        if (IsNumber(fields[field])) {
+            return fields[field];
         }
     }
     return "0";
 }
 
-std::string Header(const Fields& fields, std::uint64_t usec) {
-    std::array<char, 32> time{};
-    static_cast<void>(std::snprintf(time.data(), time.size(), "%llu.%03llu ",
-                                    static_cast<unsigned long long>(usec / 1000000),
-                                    static_cast<unsigned long long>(usec / 1000 % 1000)));
-    std::string tag = TagOf(fields);
-    tag.resize(std::max(tag.size(), kTagWidth), ' ');
-    std::string header(time.data());
+std::string Header(const Fields& fields, std::string_view tag, std::uint64_t usec) {
+    const std::string ms = std::to_string(1000 + usec / 1000 % 1000);
+    std::string header = std::to_string(usec / 1000000);
+    header += '.';
+    header.append(ms, 1);
+    header += ' ';
     header += LevelOf(fields);
     header += '/';
     header += tag;
+    header.append(kTagWidth - std::min(tag.size(), kTagWidth), ' ');
     header += "(P";
-    header += FirstNumber(fields, {"_PID", "SYSLOG_PID"});
+    header += FirstNumber(fields, {kPid, kSyslogPid});
     header += ", T";
-    header += FirstNumber(fields, {"TID", "_PID", "SYSLOG_PID"});
+    header += FirstNumber(fields, {kTid, kPid, kSyslogPid});
     header += "): ";
     return header;
 }
 
 // "<file>: <function>(<line>) > " from the code fields, from the program's name without them.
-std::string Prefix(const Fields& fields) {
-    std::string file = NameOf(fields, "_COMM");
-    file = file.empty() ? TagOf(fields) : file;
+std::string Prefix(const Fields& fields, std::string_view tag) {
+    std::string file = NameOf(fields[kComm]);
+    file = file.empty() ? std::string(tag) : file;
     std::string function = file;
     std::string_view line = "0";
-    if (const std::string_view path = Value(fields, "CODE_FILE"); !path.empty()) {
-        file = NameOf({{"CODE_FILE", std::string(path.substr(path.rfind('/') + 1))}}, "CODE_FILE");
+    if (const std::string_view path = fields[kCodeFile]; !path.empty()) {
+        file = NameOf(path.substr(path.rfind('/') + 1));
         file = file.empty() ? "?" : file;
-        function = NameOf(fields, "CODE_FUNC");
+        function = NameOf(fields[kCodeFunc]);
         function = function.empty() ? "?" : function;
-        line = FirstNumber(fields, {"CODE_LINE"});
+        line = FirstNumber(fields, {kCodeLine});
     }
     // Together with the blank that stands before it: "> " at its start is a delimiter, too.
     std::string prefix = " " + file + ": " + function + "(";
@@ -106,12 +96,46 @@ std::string Prefix(const Fields& fields) {
     return prefix.substr(1);
 }
 
+bool IsLevel(std::string_view text) {
+    return text.size() == 1 && kLevels.find(text[0]) != std::string_view::npos;
+}
+
+// Takes the next line from `text`, without its line end. False at the end.
+bool NextLine(std::string_view& text, std::string_view& line) {
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        line = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
+        if (!line.empty() && line.back() == '\r') {
+            line.remove_suffix(1);
+        }
+        if (line.find_first_not_of(" \t") != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
+void Fields::Take(std::string_view data) {
+    for (std::size_t field = 0; field < kFieldCount; ++field) {
+        const std::string_view name = kFieldNames[field];
+        if (data.size() > name.size() && data[0] == name[0] && data[name.size()] == '=' &&
+            data.substr(0, name.size()) == name) {
+            if (!std::exchange(has_[field], true)) {
+                values_[field] =
+                    data.substr(name.size() + 1, field == kMessage ? kMaxMessage + 1 : kMaxField);
+            }
+            return;
+        }
+    }
+}
+
 std::string TagOf(const Fields& fields) {
-    std::string tag = NameOf(fields, "SYSLOG_IDENTIFIER");
+    std::string tag = NameOf(fields[kIdentifier]);
     if (tag.empty()) {
-        tag = NameOf(fields, "_COMM");
+        tag = NameOf(fields[kComm]);
     }
     if (tag.empty()) {
         tag = "unknown";
@@ -123,48 +147,55 @@ std::string TagOf(const Fields& fields) {
         Defuse(tag, delimiter);
     }
     tag.resize(size);
+    if (tag == kClockTag) {
+        tag[kClockTag.find('.')] = '_';
+    }
     return tag;
 }
 
 char LevelOf(const Fields& fields) {
-    const std::string_view level = Value(fields, "DLOG_LEVEL");
-    if (level.size() == 1 && kLevels.find(level[0]) != std::string_view::npos) {
-        return level[0];
+    if (IsLevel(fields[kDlogLevel])) {
+        return fields[kDlogLevel][0];
     }
-    const std::string_view priority = Value(fields, "PRIORITY");
+    const std::string_view priority = fields[kPriority];
     const bool valid = priority.size() == 1 && priority[0] >= '0' && priority[0] <= '7';
     return valid ? "FFFEWIID"[priority[0] - '0'] : 'I';
 }
 
-std::vector<std::string> FormatLines(const Fields& fields, std::uint64_t usec) {
-    const std::string header = Header(fields, usec);
-    // __dlog_print's messages bring the writer's own prefix; the first line keeps its own.
-    const bool has_prefix = Has(fields, "DLOG_LEVEL");
-    std::string start = header + Prefix(fields);
-    std::vector<std::string> lines;
-    std::string_view rest = Value(fields, "MESSAGE").substr(0, kMaxMessage);
-    while (!rest.empty()) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size());
-        std::string_view text = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (!text.empty() && text.back() == '\r') {
-            text.remove_suffix(1);
-        }
-        if (text.find_first_not_of(" \t") == std::string_view::npos) {
-            continue;
-        }
-        std::string line = has_prefix && lines.empty() ? header : start;
-        line += text;
-        if (has_prefix && lines.empty()) {
-            const std::size_t prefix_end = line.find(kPrefixEnd, header.size() - 1);
-            if (prefix_end < header.size() + kMaxPrefix) {
-                start = line.substr(0, prefix_end + kPrefixEnd.size());
+std::size_t AppendLines(const Fields& fields, std::string_view tag, std::uint64_t usec,
+                        std::string& lines) {
+    const std::string header = Header(fields, tag, usec);
+    // __dlog_print's messages bring the writer's own prefix; the first line keeps its own. Anybody
+    // may send an empty level or a wrong one, which must not cost a line its prefix.
+    bool has_prefix = IsLevel(fields[kDlogLevel]);
+    std::string start = header + Prefix(fields, tag);
+    std::string_view message = fields[kMessage];
+    const bool is_cut = message.size() > kMaxMessage;
+    message = message.substr(0, kMaxMessage);
+    std::string_view text;
+    for (std::size_t count = 0; count < kMaxLines && NextLine(message, text); ++count) {
+        const std::size_t begin = lines.size();
+        lines += has_prefix ? header : start;
+        lines += text;
+        if (std::exchange(has_prefix, false)) {
+            const std::size_t end = lines.find(kPrefixEnd, begin + header.size() - 1) - begin;
+            if (end < header.size() + kMaxPrefix) {
+                start = lines.substr(begin, end + kPrefixEnd.size());
             }
         }
-        line += '\n';
-        lines.push_back(std::move(line));
+        lines += '\n';
     }
-    return lines;
+    std::size_t left_out = 0;
+    while (NextLine(message, text)) {
+        ++left_out;
+    }
+    if (left_out > 0) {
+        lines += start;
+        lines +=
+            is_cut ? "lines of this entry left out: at least " : "lines of this entry left out: ";
+        lines += std::to_string(left_out) + "\n";
+    }
+    return left_out;
 }
 
 }  // namespace dlogutil

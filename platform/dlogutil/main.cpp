@@ -17,11 +17,9 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <exception>
 #include <optional>
 #include <stdexcept>
@@ -37,13 +35,10 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;  // as the journal's monotonic times
-
 constexpr int kRetryMilliseconds = 1000;
 constexpr int kEntriesAtOnce = 256;
-// For so long lines wait in the journal for the service to read a rotated file. Later than this a
-// recorder would show the past; lines are lost instead.
-constexpr std::chrono::milliseconds kMaxLag{10000};
+// So much is written at once while the capture is behind.
+constexpr std::size_t kBlock = std::size_t{64} * 1024;
 
 // A detached program's standard error is rarely seen, so what ends or stalls the capture is said in
 // the journal as well.
@@ -90,7 +85,7 @@ port::UniqueFd HoldSignals() {
 }
 
 // The road from the journal to the file or standard output. Lines that could not be written wait
-// here; no further entries are read until they are.
+// here; no further entries are read until they are: the journal keeps them.
 class Capture {
 public:
     explicit Capture(const dlogutil::Options& options)
@@ -116,10 +111,12 @@ public:
     void Run() {
         for (;;) {
             const int timeout = Step();
+            // What is new does not matter while lines wait.
+            const bool reads = pending_.empty();
             std::array<pollfd, 5> waits{{{signals_.Get(), POLLIN, 0},
                                          {lifeline_, 0, 0},  // POLLHUP always counts
-                                         {follower_->JournalFd(), POLLIN, 0},
-                                         {follower_->FoldersFd(), POLLIN, 0},
+                                         {reads ? follower_->JournalFd() : -1, POLLIN, 0},
+                                         {reads ? follower_->FoldersFd() : -1, POLLIN, 0},
                                          {removals_.Get(), POLLIN, 0}}};
             if (poll(waits.data(), waits.size(), timeout) < 0 && errno != EINTR) {
                 port::ThrowErrno("poll");
@@ -127,94 +124,93 @@ public:
             if (waits[0].revents != 0 || waits[1].revents != 0) {
                 return;
             }
-            has_news_ = waits[2].revents != 0 || waits[3].revents != 0;
+            has_news_ = !reads || waits[2].revents != 0 || waits[3].revents != 0;
         }
     }
 
 private:
     // Writes what there is. Returns for how many milliseconds to wait for more, -1 without limit.
     int Step() {
-        try {
-            if (std::exchange(has_news_, false)) {
-                follower_->Process();
+        if (removals_) {
+            std::array<char, 4096> drained;
+            static_cast<void>(read(removals_.Get(), drained.data(), drained.size()));
+        }
+        bool more = false;
+        bool failed = false;
+        if (WritePending()) {
+            try {
+                if (std::exchange(has_news_, false)) {
+                    follower_->Process();
+                }
+                more = Read();
+                journal_failed_ = false;
+            } catch (const dlogutil::JournalError& error) {
+                // The service does not watch its capture: better a late line than none any more.
+                failed = true;
+                if (!std::exchange(journal_failed_, true)) {
+                    Report(std::string("will try again: ") + error.what());
+                }
             }
-            if (removals_) {
-                std::array<char, 4096> drained;
-                static_cast<void>(read(removals_.Get(), drained.data(), drained.size()));
-            }
-            const bool more = Forward();
-            journal_failed_ = false;
-            return more ? 0 : (pending_.empty() ? -1 : kRetryMilliseconds);
-        } catch (const dlogutil::JournalError& error) {
-            // The service does not watch its capture: better a late line than none any more.
-            if (!std::exchange(journal_failed_, true)) {
-                Report(std::string("will try again: ") + error.what());
-            }
+            static_cast<void>(WritePending());
+        }
+        if (failed || !pending_.empty()) {
             return kRetryMilliseconds;
         }
+        return more ? 0 : -1;
     }
 
-    // Writes the next entries. True when there may be more of them at once.
-    bool Forward() {
-        for (int i = 0; i < kEntriesAtOnce; ++i) {
-            while (!pending_.empty()) {
-                if (WaitsForService()) {
-                    return false;
-                }
-                if (const std::error_code error = Write(pending_.front())) {
-                    if (!std::exchange(stalled_, true)) {
-                        Report("cannot write, will try again: " + error.message());
-                    }
-                    return false;
-                }
-                stalled_ = false;
-                pending_.pop_front();
-            }
-            const auto entry = follower_->Next();
-            if (!entry) {
+    // Reads the next entries. True when there may be more of them at once.
+    bool Read() {
+        for (int i = 0; i < kEntriesAtOnce && pending_.size() < kBlock; ++i) {
+            if (!follower_->Next(entry_)) {
                 return false;
             }
-            logged_ = Clock::time_point(std::chrono::microseconds(entry->usec));
-            if (filters_.Passes(dlogutil::TagOf(entry->fields), dlogutil::LevelOf(entry->fields))) {
-                for (std::string& line : dlogutil::FormatLines(entry->fields, entry->usec)) {
-                    pending_.push_back(std::move(line));
-                }
+            const std::string tag = dlogutil::TagOf(entry_.fields);
+            if (filters_.Passes(tag, dlogutil::LevelOf(entry_.fields))) {
+                dlogutil::AppendLines(entry_.fields, tag, entry_.usec, pending_);
             }
         }
         return true;
     }
 
-    // Whether the next line has to wait until the service has read the rotated file.
+    // True when all pending lines are written.
+    bool WritePending() {
+        std::string_view lines = pending_;
+        while (!lines.empty() && !WaitsForService()) {
+            if (const std::error_code error = Write(lines)) {
+                if (!std::exchange(stalled_, true)) {
+                    Report("cannot write, will try again: " + error.message());
+                }
+                break;
+            }
+            stalled_ = false;
+        }
+        pending_.erase(0, pending_.size() - lines.size());
+        return pending_.empty();
+    }
+
+    // Whether the next line has to wait until the service has read the rotated file. The one that
+    // is full becomes the rotated file at once, so that it is read as well.
     bool WaitsForService() {
         if (!removals_) {
             return false;
         }
-        const auto waits = [this] {
-            return Clock::now() - logged_ < kMaxLag && file_->HasUnread();
-        };
-        if (waits()) {
+        if (file_->HasUnread()) {
             return true;
         }
-        const std::uint64_t before = file_->ReplacedUnread();
-        if (file_->RotateIfFull()) {
-            return false;  // the same error meets the line itself
-        }
-        if (file_->ReplacedUnread() == before) {
-            loses_ = loses_ && file_->HasUnread();
-        } else if (!std::exchange(loses_, true)) {
-            Report("the service reads too slowly, a rotated file was replaced: lines are lost");
-        }
-        return waits();
+        // An error meets the line itself as well.
+        return !file_->RotateIfFull() && file_->HasUnread();
     }
 
-    std::error_code Write(const std::string& line) {
+    std::error_code Write(std::string_view& lines) {
         if (file_) {
-            return file_->Append(line);
+            return file_->Append(lines);
         }
-        if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() ||
+        if (std::fwrite(lines.data(), 1, lines.size(), stdout) != lines.size() ||
             std::fflush(stdout) != 0) {
             port::ThrowErrno("standard output");
         }
+        lines = {};
         return {};
     }
 
@@ -223,10 +219,9 @@ private:
     port::UniqueFd signals_;
     std::optional<dlogutil::RotatingFile> file_;
     std::optional<dlogutil::JournalFollower> follower_;
-    std::deque<std::string> pending_;
-    Clock::time_point logged_;  // when the journal took these lines
-    port::UniqueFd removals_;   // readable when a file of the folder was removed
-    bool loses_ = false;
+    dlogutil::JournalEntry entry_;
+    std::string pending_;      // whole lines
+    port::UniqueFd removals_;  // readable when a file of the folder was removed
     bool stalled_ = false;
     bool has_news_ = false;  // Process() is to be called
     bool journal_failed_ = false;

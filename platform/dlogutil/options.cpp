@@ -59,6 +59,11 @@ bool TagFilters::Passes(std::string_view tag, char level) const {
            kLevels.find(level) >= filter->second;
 }
 
+bool TagFilters::Silences(std::string_view tag) const {
+    const auto filter = minimum_.find(tag);
+    return filter != minimum_.end() && filter->second == kLevels.find('S');
+}
+
 Options ParseOptions(int argc, char** argv) {
     Options options;
     optind = 0;  // glibc: starts anew, whatever was parsed before

@@ -27,6 +27,9 @@ public:
     // Whether the tag has a filter of its own.
     [[nodiscard]] bool Has(std::string_view tag) const { return minimum_.count(tag) != 0; }
 
+    // Whether a filter of the tag's own silences it.
+    [[nodiscard]] bool Silences(std::string_view tag) const;
+
     [[nodiscard]] bool IsEmpty() const { return minimum_.empty(); }
 
 private:

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -78,29 +79,41 @@ bool RotatingFile::HasUnread() const {
 }
 
 std::error_code RotatingFile::RotateIfFull() {
-    if (size_ < limit_bytes_) {
-        return {};
-    }
-    const bool replaces = HasUnread();
-    const std::error_code error = Rotate();
-    replaced_unread_ += replaces && !error ? 1 : 0;
-    return error;
+    return size_ < limit_bytes_ ? std::error_code() : Rotate();
 }
 
-std::error_code RotatingFile::Append(std::string_view line) {
+std::error_code RotatingFile::Append(std::string_view& lines) {
     if (const std::error_code error = RotateIfFull()) {
         return error;
     }
-    const ssize_t written = write(file_.Get(), line.data(), line.size());
-    if (written == static_cast<ssize_t>(line.size())) {
-        size_ += line.size();
-        return {};
+    std::string_view part = lines;
+    if (part.size() > limit_bytes_ - size_) {  // up to the line that fills the file
+        part = part.substr(0, part.find('\n', limit_bytes_ - size_ - 1) + 1);
     }
-    const std::error_code error =
-        written < 0 ? LastError() : std::make_error_code(std::errc::no_space_on_device);
-    if (ftruncate(file_.Get(), static_cast<off_t>(size_)) != 0) {
-        port::ThrowErrno(folder_path_ + name_);
+    // A full file system is met here, where no reader sees half a line.
+    const std::uint64_t end = size_ + part.size();
+    if (end > reserved_) {
+        if (fallocate(file_.Get(), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(size_),
+                      static_cast<off_t>(part.size())) == 0) {
+            reserved_ = end;
+        } else if (errno == ENOSPC || errno == EDQUOT) {
+            return LastError();
+        }
     }
+    const ssize_t written = write(file_.Get(), part.data(), part.size());
+    std::size_t whole = part.size();
+    std::error_code error;
+    if (written != static_cast<ssize_t>(part.size())) {
+        error = written < 0 ? LastError() : std::make_error_code(std::errc::no_space_on_device);
+        whole =
+            part.substr(0, static_cast<std::size_t>(std::max<ssize_t>(written, 0))).rfind('\n') + 1;
+        reserved_ = size_ + whole;
+        if (ftruncate(file_.Get(), static_cast<off_t>(reserved_)) != 0) {
+            port::ThrowErrno(folder_path_ + name_);
+        }
+    }
+    size_ += whole;
+    lines.remove_prefix(whole);
     return error;
 }
 
@@ -179,6 +192,7 @@ std::error_code RotatingFile::Rotate() {
     }
     file_ = std::move(fresh);
     size_ = 0;
+    reserved_ = 0;
     return {};
 }
 

@@ -25,9 +25,10 @@ public:
     // when another writer holds the folder for more than 5 seconds.
     RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count);
 
-    // Writes a whole line, which brings its line feed. An error leaves the files as they were, so
-    // the line can be tried again. Throws std::system_error when half a line cannot be taken back.
-    [[nodiscard]] std::error_code Append(std::string_view line);
+    // Writes of `lines`, each with its line feed, those that the current file still takes, and
+    // removes them from its front. An error leaves files and `lines` after the last whole line, so
+    // that it can be tried again. Throws std::system_error when half a line cannot be taken back.
+    [[nodiscard]] std::error_code Append(std::string_view& lines);
 
     // Whether the next line would begin a file while FILE.1 is still there. A reader that counts
     // lines and removes what it has read mistakes lines when it finds both, and loses those of a
@@ -35,8 +36,6 @@ public:
     [[nodiscard]] bool HasUnread() const;
     // Rotates a full file before the line that is to begin the next. Errors are those of Append.
     [[nodiscard]] std::error_code RotateIfFull();
-    // How many files were replaced that nobody had removed.
-    [[nodiscard]] std::uint64_t ReplacedUnread() const { return replaced_unread_; }
     // The folder, for watching it.
     [[nodiscard]] const std::string& Folder() const { return folder_path_; }
 
@@ -54,7 +53,7 @@ private:
     port::UniqueFd folder_;
     port::UniqueFd file_;
     std::uint64_t size_ = 0;
-    std::uint64_t replaced_unread_ = 0;
+    std::uint64_t reserved_ = 0;  // the size up to which the file has its space
 };
 
 }  // namespace dlogutil
