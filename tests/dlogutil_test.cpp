@@ -1,20 +1,27 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "dlog.h"
+#include "dlogutil/clock_lines.h"
 #include "dlogutil/journal_follower.h"
 #include "dlogutil/line_format.h"
+#include "dlogutil/losses.h"
 #include "dlogutil/options.h"
 #include "dlogutil/rotating_file.h"
 #include "support/journal.h"
@@ -366,6 +373,230 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
         send();
         expect_next(name);
     }
+}
+
+TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {
+    struct {
+        const char* moment;
+        std::uint64_t usec;
+        std::uint64_t wall_usec;
+        bool is_due;
+    } const rows[] = {
+        {"the first line", 1000000, 500, true},
+        {"the same clock", 2000000, 1000500, false},
+        {"20 ms later", 3000000, 2020500, false},
+        {"more than 20 ms later", 3000000, 2020501, true},
+        {"that clock", 3000001, 2020502, false},
+        {"set back", 4000000, 1000000, true},
+        {"nearly ten minutes", 603999999, 600999999, false},
+        {"ten minutes", 604000000, 601000000, true},
+        {"a day later", 90000000000, 89997000000, true},
+        {"a week later", 2147483647000, 2147480647000, true},
+        {"the last time that a line holds", 2147483647000, 2147480647000, false},
+        {"past it", 2147483647001, 2147480647001, false},
+        {"past it, a second later", 2147484000000, 2147481000000, true},
+        {"the same second", 2147484999999, 2147481999999, false},
+        {"the next one", 2147485000000, 2147482000000, true},
+    };
+    ClockLines clock;
+    for (const auto& row : rows) {
+        EXPECT_EQ(clock.IsDue(row.usec, row.wall_usec), row.is_due) << row.moment;
+    }
+    EXPECT_EQ(ClockMessage("0f", "a b\xc3_.-Z9" + std::string(99, 'x'), 1000001, 1700000000000020),
+              "boot=0f host=a?b?_.-Z9" + std::string(55, 'x') +
+                  " wall=1700000000.000020 monotonic=1.000001");
+}
+
+TEST(LossReport, SaysWhatIsNewOnceAMinute) {
+    const LossReport::Time start;
+    LossReport report;
+    LossCounts counts;
+    EXPECT_EQ(report.Take(counts, start), std::nullopt);
+    counts.left_out = 5;
+    EXPECT_EQ(report.Take(counts, start), "lost: 5 lines of entries of too many lines");
+    counts.left_out = 7;
+    counts.unreadable = 1;
+    EXPECT_EQ(report.Take(counts, start + std::chrono::seconds(59)), std::nullopt);
+    EXPECT_EQ(report.Next(counts), start + std::chrono::seconds(60));
+    EXPECT_EQ(report.Take(counts, start + std::chrono::seconds(60)),
+              "lost: 1 entries that could not be read, 2 lines of entries of too many lines");
+    EXPECT_EQ(report.Next(counts), std::nullopt);
+}
+
+// The program on a journal, writing to kFile.
+class CaptureTest : public testing::Test {
+protected:
+    static inline const std::string kFile = "/tmp/capture/file";
+
+    CaptureTest() { fs::remove_all("/tmp/capture"); }
+
+    void Start(std::vector<std::string> filters, const std::string& kib = "100000") {
+        filters.insert(filters.begin(),
+                       {TRELVO_BIN_DIR "/dlogutil", "-r", kib, "-n", "1", "-f", kFile});
+        capture_.reset();
+        fs::remove(kFile + ".sync");
+        capture_.emplace(filters);
+        ASSERT_TRUE(test_support::WaitForChange("/tmp", [] { return fs::exists("/tmp/capture"); }));
+        ASSERT_TRUE(test_support::WaitForChange("/tmp/capture",
+                                                [] { return fs::exists(kFile + ".sync"); }));
+    }
+
+    // Connects to the capture's socket, or another one.
+    static port::UniqueFd Connect(const std::string& path = kFile + ".sync",
+                                  int type = SOCK_STREAM) {
+        port::UniqueFd fd(socket(AF_UNIX, type, 0));
+        sockaddr_un address{AF_UNIX, {}};
+        path.copy(address.sun_path, path.size());
+        EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        return fd;
+    }
+
+    // What the capture answers before it closes.
+    static std::string Answer(const port::UniqueFd& client) {
+        std::string answer;
+        char byte = 0;
+        while (test_support::WaitForInput(client.Get()) && read(client.Get(), &byte, 1) > 0) {
+            answer += byte;
+        }
+        return answer;
+    }
+
+    // The lines of `tag` that are captured, after a sync, from " > " on.
+    static std::vector<std::string> Captured(const std::string& tag) {
+        EXPECT_EQ(Answer(Connect()), "k");
+        std::vector<std::string> lines = Words(ReadFile(kFile), '\n');
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [&](const std::string& line) {
+                                       return line.find("/" + tag) == std::string::npos;
+                                   }),
+                    lines.end());
+        std::for_each(lines.begin(), lines.end(),
+                      [](std::string& line) { line.erase(0, line.find(" > ") + 3); });
+        return lines;
+    }
+
+    static void Log(const std::string& tag, const std::string& text) {
+        test_support::Journal::Send({"SYSLOG_IDENTIFIER=" + tag, "MESSAGE=" + text});
+    }
+
+    test_support::Journal journal_;
+    std::optional<test_support::Process> capture_;
+};
+
+TEST_F(CaptureTest, SaysWhichWallClockItsTimesStandFor) {
+    Log("QUIET", "does not pass");
+    Log("trelvo.clock", "boot=forged");
+    Start({"LOUD:V", "trelvo_clock:V", "*:S"});
+    EXPECT_THAT(Captured("trelvo_clock"), ElementsAre("boot=forged"));
+    const std::string entry =
+        test_support::RunProgram({"journalctl", "-t", "trelvo.clock", "-o", "export"}).out;
+    const auto value = [&](const std::string& name) {
+        const std::string text = entry.substr(entry.find("\n" + name + "=") + name.size() + 2);
+        std::string digits = text.substr(0, text.find('\n'));
+        return name == "_BOOT_ID" ? digits : digits.insert(digits.size() - 6, ".");
+    };
+    EXPECT_THAT(Captured("trelvo.clock"),
+                ElementsAre(testing::MatchesRegex(
+                    "boot=" + value("_BOOT_ID") +
+                    " host=[A-Za-z0-9._-]+ wall=" + value("_SOURCE_REALTIME_TIMESTAMP") +
+                    " monotonic=" + value("__MONOTONIC_TIMESTAMP"))));
+    const std::vector<std::string> lines = Words(ReadFile(kFile), '\n');
+    EXPECT_EQ(lines[0].substr(0, lines[0].find(' ')), lines[1].substr(0, lines[1].find(' ')));
+    EXPECT_THAT(lines[0], HasSubstr("(P" + std::to_string(capture_->Pid()) + ", T"));
+    Start({"*:V", "trelvo.clock:S"});
+    EXPECT_THAT(Captured("trelvo.clock"), ElementsAre());
+}
+
+TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
+    Start({"MARK:V", "LOAD:V"});
+    const fs::path journal = "/run/systemd/journal/io.systemd.journal";
+    for (const bool is_root : {true, false}) {
+        if (!is_root) {
+            fs::rename(journal, "/run/away");  // as if it did not answer this user
+        }
+        for (const int load : {0, 5000}) {
+            std::atomic<bool> ends = false;
+            std::thread writer([&] {
+                for (long sent = 0; load > 0 && !ends; ++sent) {
+                    Log("LOAD", std::string(60, '.') + std::to_string(sent));
+                    std::this_thread::sleep_for(std::chrono::microseconds(1000000 / load));
+                }
+            });
+            for (int number = 0; number < 200; ++number) {
+                const std::string text = "<" + std::to_string(number) + ">";
+                if (number % 2 == 0) {
+                    Log("MARK", text);
+                } else {
+                    const std::string datagram = "<14>MARK: " + text;
+                    const port::UniqueFd log = Connect("/run/systemd/journal/dev-log", SOCK_DGRAM);
+                    (void)write(log.Get(), datagram.data(), datagram.size());
+                }
+                const port::UniqueFd gone = Connect();
+                EXPECT_EQ(Answer(Connect()), "k");
+                const std::string file = ReadFile(kFile);
+                const std::size_t end = file.size() - std::min<std::size_t>(file.size(), 50000);
+                EXPECT_NE(file.find("> " + text + "\n", end), std::string::npos) << text;
+            }
+            ends = true;
+            writer.join();
+        }
+    }
+    EXPECT_THAT(Captured("trelvo.sync"), ElementsAre());
+    EXPECT_EQ(fs::status(kFile + ".sync").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(CaptureTest, LosesNothingThatTheJournalKeepsAndCountsTheRest) {
+    fs::create_directory("/tmp/capture");
+    ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", 0, "size=64k,mode=0700"), 0);
+    Start({"COUNTED:V"});
+    std::vector<std::string> expected;
+    const auto send = [&expected](int count) {
+        for (int i = 0; i < count; ++i) {
+            expected.push_back(std::to_string(expected.size()) + std::string(100, '.'));
+            Log("COUNTED", expected.back());
+        }
+    };
+    test_support::LogFollower log("dlogutil");
+    send(1000);
+    ASSERT_NE(log.WaitFor("cannot write, will try again: No space left"), "");
+    send(1000);
+    ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", MS_REMOUNT, "size=1m"), 0);
+    EXPECT_EQ(Captured("COUNTED"), expected) << "a full file system";
+
+    capture_->Signal(SIGSTOP);
+    send(1000);
+    capture_->Signal(SIGCONT);
+    EXPECT_EQ(Captured("COUNTED"), expected) << "a stopped capture";
+
+    capture_->Signal(SIGSTOP);
+    const std::vector<std::string> kept = expected;
+    send(500);
+    (void)test_support::RunProgram({"journalctl", "--rotate", "--vacuum-time=1us"});
+    capture_->Signal(SIGCONT);
+    Log("COUNTED", "after");
+    const std::vector<std::string> captured = Captured("COUNTED");
+    const std::string text = log.WaitFor("lost: ");
+    EXPECT_THAT(text, HasSubstr(" entries that the journal removed before they were read"));
+    const long missing = static_cast<long>(expected.size() + 1 - captured.size());
+    const long entries = std::stol(text.substr(6));
+    EXPECT_GT(missing, 400);
+    // The journal's own entries about it are not counted here.
+    EXPECT_THAT(entries, testing::AllOf(testing::Ge(missing), testing::Le(missing + 9)));
+    (void)umount2("/tmp/capture", MNT_DETACH);
+}
+
+TEST_F(CaptureTest, HoldsNoHugeEntry) {
+    Start({"HUGE:V"});
+    const std::string huge(std::size_t{64} << 20, 'x');
+    test_support::Journal::Send({"SYSLOG_IDENTIFIER=HUGE", "CODE_FILE=a.c", "CODE_FUNC=" + huge,
+                                 "OTHER=" + huge, "MESSAGE=m " + huge});
+    Log("HUGE", "after");
+    const std::vector<std::string> lines = Captured("HUGE");
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].size(), kMaxMessage);
+    const std::string status = ReadFile("/proc/" + std::to_string(capture_->Pid()) + "/status");
+    EXPECT_LT(std::stol(status.substr(status.find("RssAnon:") + 8)), 16384);
 }
 
 }  // namespace

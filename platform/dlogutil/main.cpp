@@ -1,7 +1,8 @@
 // dlogutil [-r KiB] [-n count] [-f file] [-v kerneltime] [TAG:LEVEL ...]
 //
 // Writes the journal of this boot as log lines, first what is there and then what comes, to a
-// rotating file or to standard output. A service that starts it detached hands it a pipe
+// rotating file or to standard output. Who connects to the socket FILE.sync is told when all that
+// was logged before is in the file. A service that starts it detached hands it a pipe
 // (TRELVO_LIFELINE_FD) and it ends when the pipe does.
 //
 // Exit status: 0 told to end, 1 the capture failed, 2 wrong arguments.
@@ -11,12 +12,17 @@
 #include <sys/inotify.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
+#include <syslog.h>
+#include <systemd/sd-id128.h>
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -26,11 +32,16 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
+#include <vector>
 
+#include "dlogutil/clock_lines.h"
 #include "dlogutil/journal_follower.h"
 #include "dlogutil/line_format.h"
+#include "dlogutil/losses.h"
 #include "dlogutil/options.h"
 #include "dlogutil/rotating_file.h"
+#include "dlogutil/sync_server.h"
 #include "handles.h"
 
 namespace {
@@ -65,6 +76,13 @@ int LifelineFd() {
     return fd;
 }
 
+std::string BootId() {
+    sd_id128_t id{};
+    std::array<char, SD_ID128_STRING_MAX> text{};
+    static_cast<void>(sd_id128_get_boot(&id));
+    return sd_id128_to_string(id, text.data());
+}
+
 // Lets the signals that end the program wait until the line under way is written.
 port::UniqueFd HoldSignals() {
     sigset_t signals;
@@ -89,7 +107,9 @@ port::UniqueFd HoldSignals() {
 class Capture {
 public:
     explicit Capture(const dlogutil::Options& options)
-        : filters_(options.filters), lifeline_(LifelineFd()) {
+        : filters_(options.filters),
+          lifeline_(LifelineFd()),
+          has_clock_(!filters_.Silences(dlogutil::kClockTag)) {
         // Standard output may be a pipe that nobody reads: there the signals end the program at
         // once, as they do by default.
         if (!options.file.empty()) {
@@ -104,6 +124,13 @@ public:
                 port::ThrowErrno(file_->Folder());
             }
         }
+        if (file_) {
+            try {
+                sync_.emplace(file_->Listen());
+            } catch (const std::system_error& error) {  // rather a late dump than no capture
+                Report(error.what());
+            }
+        }
         follower_.emplace();
     }
 
@@ -113,18 +140,21 @@ public:
             const int timeout = Step();
             // What is new does not matter while lines wait.
             const bool reads = pending_.empty();
-            std::array<pollfd, 5> waits{{{signals_.Get(), POLLIN, 0},
-                                         {lifeline_, 0, 0},  // POLLHUP always counts
-                                         {reads ? follower_->JournalFd() : -1, POLLIN, 0},
-                                         {reads ? follower_->FoldersFd() : -1, POLLIN, 0},
-                                         {removals_.Get(), POLLIN, 0}}};
+            std::vector<pollfd> waits{{signals_.Get(), POLLIN, 0},
+                                      {lifeline_, 0, 0},  // POLLHUP always counts
+                                      {reads ? follower_->JournalFd() : -1, POLLIN, 0},
+                                      {reads ? follower_->FoldersFd() : -1, POLLIN, 0},
+                                      {removals_.Get(), POLLIN, 0}};
+            if (sync_) {
+                sync_->AddTo(waits);
+            }
             if (poll(waits.data(), waits.size(), timeout) < 0 && errno != EINTR) {
                 port::ThrowErrno("poll");
             }
             if (waits[0].revents != 0 || waits[1].revents != 0) {
                 return;
             }
-            has_news_ = !reads || waits[2].revents != 0 || waits[3].revents != 0;
+            has_news_ = has_news_ || !reads || waits[2].revents != 0 || waits[3].revents != 0;
         }
     }
 
@@ -135,6 +165,11 @@ private:
             std::array<char, 4096> drained;
             static_cast<void>(read(removals_.Get(), drained.data(), drained.size()));
         }
+        if (sync_) {
+            sync_->Process();
+        }
+        const bool answers = sync_ && sync_->NeedsReading();
+        has_news_ = has_news_ || answers;
         bool more = false;
         bool failed = false;
         if (WritePending()) {
@@ -153,10 +188,22 @@ private:
             }
             static_cast<void>(WritePending());
         }
+        int timeout = SayLosses();
+        const auto shorten = [&timeout](int milliseconds) {
+            timeout = timeout < 0 ? milliseconds : std::min(timeout, milliseconds);
+        };
         if (failed || !pending_.empty()) {
-            return kRetryMilliseconds;
+            shorten(kRetryMilliseconds);
+        } else if (more || (sync_ && sync_->NeedsReading())) {
+            if (answers && !more) {
+                sync_->Answer();
+            }
+            shorten(0);
         }
-        return more ? 0 : -1;
+        if (sync_ && sync_->Timeout() >= 0) {
+            shorten(sync_->Timeout());
+        }
+        return timeout;
     }
 
     // Reads the next entries. True when there may be more of them at once.
@@ -165,12 +212,59 @@ private:
             if (!follower_->Next(entry_)) {
                 return false;
             }
+            if (sync_ && sync_->TakeMarker(entry_.fields)) {
+                continue;
+            }
             const std::string tag = dlogutil::TagOf(entry_.fields);
-            if (filters_.Passes(tag, dlogutil::LevelOf(entry_.fields))) {
-                dlogutil::AppendLines(entry_.fields, tag, entry_.usec, pending_);
+            if (!filters_.Passes(tag, dlogutil::LevelOf(entry_.fields))) {
+                continue;
+            }
+            if (entry_.error && !entry_.fields.Has(dlogutil::kMessage)) {
+                ++losses_.unreadable;
+                AppendOwnLine(tag, LOG_WARNING,
+                              "an entry left out, it cannot be read: " + entry_.error.message());
+            } else {
+                AppendClockLine();
+                losses_.left_out +=
+                    dlogutil::AppendLines(entry_.fields, tag, entry_.usec, pending_);
             }
         }
         return true;
+    }
+
+    // Before an entry's lines, where they would not tell their wall clock otherwise.
+    void AppendClockLine() {
+        if (has_clock_ && clock_.IsDue(entry_.usec, entry_.wall_usec)) {
+            std::array<char, HOST_NAME_MAX + 1> host{};
+            static_cast<void>(gethostname(host.data(), host.size() - 1));
+            AppendOwnLine(
+                dlogutil::kClockTag, LOG_INFO,
+                dlogutil::ClockMessage(boot_, host.data(), entry_.usec, entry_.wall_usec));
+        }
+    }
+
+    // A line of this program's own at the time of the entry.
+    void AppendOwnLine(std::string_view tag, int priority, const std::string& message) {
+        dlogutil::Fields fields;
+        fields.Take("_COMM=dlogutil");
+        fields.Take("_PID=" + std::to_string(getpid()));
+        fields.Take("PRIORITY=" + std::to_string(priority));
+        fields.Take("MESSAGE=" + message);
+        dlogutil::AppendLines(fields, tag, entry_.usec, pending_);
+    }
+
+    // Returns for how many milliseconds there is nothing to say, -1 without limit.
+    int SayLosses() {
+        losses_.removed = follower_->Lost();
+        losses_.uncounted = follower_->UncountedGaps();
+        const auto now = std::chrono::steady_clock::now();
+        if (const auto text = loss_report_.Take(losses_, now)) {
+            Report(*text);
+        }
+        const auto next = loss_report_.Next(losses_);
+        return next ? static_cast<int>(
+                          std::chrono::ceil<std::chrono::milliseconds>(*next - now).count())
+                    : -1;
     }
 
     // True when all pending lines are written.
@@ -219,7 +313,13 @@ private:
     port::UniqueFd signals_;
     std::optional<dlogutil::RotatingFile> file_;
     std::optional<dlogutil::JournalFollower> follower_;
+    std::optional<dlogutil::SyncServer> sync_;
     dlogutil::JournalEntry entry_;
+    dlogutil::ClockLines clock_;
+    bool has_clock_;
+    std::string boot_ = BootId();
+    dlogutil::LossCounts losses_;
+    dlogutil::LossReport loss_report_;
     std::string pending_;      // whole lines
     port::UniqueFd removals_;  // readable when a file of the folder was removed
     bool stalled_ = false;

@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -62,10 +64,11 @@ RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, i
     if (!LockFolder(folder_.Get())) {
         throw std::runtime_error(folder + ": another dlogutil writes there");
     }
-    RemoveLeftOver(name_);
-    RemoveLeftOver(FreshName());
+    RemoveLeftOver(name_, S_IFREG);
+    RemoveLeftOver(FreshName(), S_IFREG);
+    RemoveLeftOver(SocketName(), S_IFSOCK);
     for (int number = 1; number <= rotated_count_; ++number) {
-        RemoveLeftOver(Rotated(number));
+        RemoveLeftOver(Rotated(number), S_IFREG);
     }
     file_ = Create(name_);
     if (!file_) {
@@ -117,6 +120,26 @@ std::error_code RotatingFile::Append(std::string_view& lines) {
     return error;
 }
 
+port::UniqueFd RotatingFile::Listen() const {
+    port::UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    // Relative to the opened folder, which no system call can do for sockets.
+    const std::string path = "/proc/self/fd/" + std::to_string(folder_.Get()) + "/" + SocketName();
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        port::ThrowErrno(folder_path_ + SocketName());
+    }
+    path.copy(address.sun_path, path.size());
+    // The mode of the socket becomes that of its name. A name that is taken is not followed.
+    if (!listener || fchmod(listener.Get(), S_IRUSR | S_IWUSR) != 0 ||
+        bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener.Get(), SOMAXCONN) != 0) {
+        port::ThrowErrno(folder_path_ + SocketName());
+    }
+    return listener;
+}
+
 std::string RotatingFile::Rotated(int number) const {
     return name_ + "." + std::to_string(number);
 }
@@ -125,7 +148,11 @@ std::string RotatingFile::FreshName() const {
     return name_ + ".new";
 }
 
-void RotatingFile::RemoveLeftOver(const std::string& name) const {
+std::string RotatingFile::SocketName() const {
+    return name_ + ".sync";
+}
+
+void RotatingFile::RemoveLeftOver(const std::string& name, mode_t type) const {
     struct stat info {};
     if (fstatat(folder_.Get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT) {
@@ -133,8 +160,9 @@ void RotatingFile::RemoveLeftOver(const std::string& name) const {
         }
         port::ThrowErrno(folder_path_ + name);
     }
-    if (!S_ISREG(info.st_mode) || info.st_uid != geteuid() || info.st_nlink != 1) {
-        throw std::runtime_error(folder_path_ + name + ": not a plain file of this user's own");
+    if ((info.st_mode & S_IFMT) != type || info.st_uid != geteuid() || info.st_nlink != 1) {
+        throw std::runtime_error(folder_path_ + name + ": not a plain " +
+                                 (type == S_IFREG ? "file" : "socket") + " of this user's own");
     }
     if (unlinkat(folder_.Get(), name.c_str(), 0) != 0) {
         port::ThrowErrno(folder_path_ + name);

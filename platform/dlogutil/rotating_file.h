@@ -1,6 +1,8 @@
 #ifndef TRELVO_PLATFORM_DLOGUTIL_ROTATING_FILE_H
 #define TRELVO_PLATFORM_DLOGUTIL_ROTATING_FILE_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,8 +23,8 @@ public:
     // left. A full file has `limit_bytes` or one line more. `rotated_count` files are kept.
     //
     // Throws std::runtime_error, which names the file or folder, when the folder is a link or
-    // another user's, when one of the names is taken by anything but a plain file of this user, or
-    // when another writer holds the folder for more than 5 seconds.
+    // another user's, when one of the names is taken by anything but what this user's writer
+    // leaves, or when another writer holds the folder for more than 5 seconds.
     RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count);
 
     // Writes of `lines`, each with its line feed, those that the current file still takes, and
@@ -36,13 +38,17 @@ public:
     [[nodiscard]] bool HasUnread() const;
     // Rotates a full file before the line that is to begin the next. Errors are those of Append.
     [[nodiscard]] std::error_code RotateIfFull();
+    // A socket FILE.sync beside the file, of mode 0600, that listens and does not block. Throws
+    // std::system_error.
+    [[nodiscard]] port::UniqueFd Listen() const;
     // The folder, for watching it.
     [[nodiscard]] const std::string& Folder() const { return folder_path_; }
 
 private:
     [[nodiscard]] std::string Rotated(int number) const;
     [[nodiscard]] std::string FreshName() const;
-    void RemoveLeftOver(const std::string& name) const;
+    [[nodiscard]] std::string SocketName() const;
+    void RemoveLeftOver(const std::string& name, mode_t type) const;
     [[nodiscard]] port::UniqueFd Create(const std::string& name) const;
     [[nodiscard]] std::error_code Rotate();
 

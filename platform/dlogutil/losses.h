@@ -1,0 +1,38 @@
+#ifndef TRELVO_PLATFORM_DLOGUTIL_LOSSES_H
+#define TRELVO_PLATFORM_DLOGUTIL_LOSSES_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace dlogutil {
+
+// What the capture could not write, since it started.
+struct LossCounts {
+    std::uint64_t removed = 0;     // entries that the journal removed before they were read
+    std::uint64_t unreadable = 0;  // entries that could not be read
+    std::uint64_t left_out = 0;    // lines of entries of too many lines
+    std::uint64_t uncounted = 0;   // gaps of unknown size
+
+    [[nodiscard]] bool operator==(const LossCounts& other) const;
+};
+
+// Says in words what is lost, at most once a minute.
+class LossReport {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    // One message about all since the last one; nothing when there is none or it is too early.
+    [[nodiscard]] std::optional<std::string> Take(const LossCounts& counts, Time now);
+    // When to ask again at the latest.
+    [[nodiscard]] std::optional<Time> Next(const LossCounts& counts) const;
+
+private:
+    LossCounts said_;
+    std::optional<Time> last_;
+};
+
+}  // namespace dlogutil
+
+#endif
