@@ -67,18 +67,9 @@ bool JournalFollower::Next(JournalEntry& entry) {
 }
 
 void JournalFollower::ReadFields(JournalEntry& entry) {
-    sd_journal* const journal = journal_.get();
-    const void* data = nullptr;
-    std::size_t size = 0;
-    int result = 0;
-    sd_journal_restart_data(journal);
-    while ((result = sd_journal_enumerate_available_data(journal, &data, &size)) > 0) {
-        entry.fields.Take({static_cast<const char*>(data), size});
-    }
-    if (result == 0 && !entry.fields.Has(kMessage)) {
-        // The loop above passes over fields that cannot be unpacked.
-        result = sd_journal_get_data(journal, "MESSAGE", &data, &size);
-        result = result == -ENOENT ? 0 : std::min(result, 0);
+    int result = Enumerate(entry.fields);
+    if (result == -ENOMEM) {
+        result = ReadOneByOne(entry.fields);
     }
     if (result < 0) {
         entry.error = {-result, std::generic_category()};
@@ -88,7 +79,55 @@ void JournalFollower::ReadFields(JournalEntry& entry) {
         std::from_chars(source.data(), source.data() + source.size(), entry.wall_usec);
     if (error != std::errc() || end != source.data() + source.size()) {
         entry.wall_usec = 0;
-        static_cast<void>(sd_journal_get_realtime_usec(journal, &entry.wall_usec));
+        static_cast<void>(sd_journal_get_realtime_usec(journal_.get(), &entry.wall_usec));
+    }
+}
+
+int JournalFollower::Enumerate(Fields& fields) {
+    sd_journal* const journal = journal_.get();
+    const void* data = nullptr;
+    std::size_t size = 0;
+    int result = 0;
+    sd_journal_restart_data(journal);
+    while ((result = sd_journal_enumerate_available_data(journal, &data, &size)) > 0) {
+        fields.Take({static_cast<const char*>(data), size});
+    }
+    if (result == 0 && !fields.Has(kMessage)) {
+        // The loop above passes over fields that cannot be unpacked.
+        result = sd_journal_get_data(journal, "MESSAGE", &data, &size);
+        result = result == -ENOENT ? 0 : std::min(result, 0);
+    }
+    return result;
+}
+
+// libsystemd unpacks some fields as a whole, and keeps that memory for each file until the journal
+// is closed. After this a field is missing only if it is too large by itself.
+int JournalFollower::ReadOneByOne(Fields& fields) {
+    Mark();
+    Close();
+    try {
+        Open();
+        sd_journal* const journal = journal_.get();
+        if (Check(sd_journal_next(journal), "reading the journal") <= 0 ||
+            sd_journal_test_cursor(journal, cursor_.c_str()) <= 0) {
+            Close();
+            return -ENOMEM;
+        }
+        at_cursor_ = false;
+        int result = 0;
+        for (std::size_t field = 0; field < kFieldCount; ++field) {
+            const void* data = nullptr;
+            std::size_t size = 0;
+            const int found = sd_journal_get_data(journal, kFieldNames[field].data(), &data, &size);
+            if (found >= 0) {
+                fields.Take({static_cast<const char*>(data), size});
+            } else if (found != -ENOENT) {
+                result = found;
+            }
+        }
+        return result;
+    } catch (const JournalError& error) {
+        return -error.code().value();
     }
 }
 

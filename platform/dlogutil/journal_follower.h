@@ -59,6 +59,9 @@ private:
     // Remembers the place of the last entry, and counts what is missing before it.
     void Mark();
     void ReadFields(JournalEntry& entry);
+    // Both return 0 or a negative errno.
+    int Enumerate(Fields& fields);
+    int ReadOneByOne(Fields& fields);
     // The result of a libsystemd call; a failed one closes the journal and throws JournalError.
     int Check(int result, const char* what);
     void WatchFolders();

@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -27,6 +28,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -327,6 +329,24 @@ private:
     bool journal_failed_ = false;
 };
 
+// Anybody may log fields of hundreds of megabytes, which the journal's library may unpack as a
+// whole. That fails then, and costs the field, or its entry.
+void LimitMemory() {
+    constexpr rlim_t kOwnMemory = rlim_t{16} << 20;
+    constexpr rlim_t kSanitizer = rlim_t{1} << 40;  // reserves more than this for itself
+    std::array<rlim_t, 6> pages{};                  // the last is that of data and stack
+    std::ifstream statm("/proc/self/statm");
+    for (rlim_t& count : pages) {
+        statm >> count;
+    }
+    const rlim_t used = pages.back() * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+    rlimit limit{};
+    if (statm && used < kSanitizer && getrlimit(RLIMIT_DATA, &limit) == 0) {
+        limit.rlim_cur = std::min(limit.rlim_max, used + kOwnMemory);
+        static_cast<void>(setrlimit(RLIMIT_DATA, &limit));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -337,6 +357,7 @@ int main(int argc, char** argv) {
         static_cast<void>(std::fprintf(stderr, "dlogutil: %s\n", wrong.what()));
         return 2;
     }
+    LimitMemory();
     try {
         Capture(options).Run();
         return 0;
