@@ -63,6 +63,7 @@ int main(int argc, char** argv) {
         bench::AddTools(subjects.front());
         bench::AddIdle(subjects.front(), idle_seconds);
         bench::AddStart();
+        bench::AddCapture();
         bench::TableReporter table;
         benchmark::RunSpecifiedBenchmarks(&table);
         benchmark::ClearRegisteredBenchmarks();  // and the files that they hold

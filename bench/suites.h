@@ -30,6 +30,7 @@ void AddHistoryTrained(std::vector<Subject>& subjects);
 void AddStart();
 void AddTools(Subject& subject);
 void AddIdle(Subject& subject, int seconds);
+void AddCapture();
 
 // The median of five repetitions, by processor time unless the caller says otherwise.
 benchmark::internal::Benchmark* AddTimed(const std::string& name,
