@@ -113,6 +113,10 @@ void TableReporter::Finalize() {
         if (EndsWith(row, "100 % handed on")) {
             Judge(row, "MB/s", folder + "wc -l", 0.5, true, "wc -l");
         }
+        if (row.find("capture/") == 0) {
+            Judge(row, "dlogutil, times journalctl's", "", 1, false, "journalctl's processor time");
+            Judge(row, "dlogutil, resident MB without journal files", "", 8, false, "MB");
+        }
         if (row.find("start/1000000 rows/recorder") == 0) {
             Judge(row, "rows/s", folder + "sqlite3_step", 0.5, true, "sqlite3_step");
             Judge(row, "B/row beyond text and code", "", 24, false, "bytes a row");
