@@ -199,7 +199,7 @@ public:
         }
         // What the capture gives up when the service does not keep up, it tells the journal.
         const bool is_told =
-            RunProgram({"journalctl", "--identifier=dlogutil"}).out.find("lines are lost") !=
+            RunProgram({"journalctl", "--identifier=dlogutil"}).out.find("lost: ") !=
             std::string::npos;
         std::printf("lost %" PRId64 "%s, repeated %" PRId64 ", faults %d\n", lost_,
                     is_told ? " (overload, as the capture told)" : "", repeated_, faults_);
