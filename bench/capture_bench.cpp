@@ -1,11 +1,8 @@
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -113,43 +110,15 @@ Costs Measure() {
     return costs;
 }
 
-// In a child, since a process leaves its mount namespace only by ending.
-Costs MeasureInChild() {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0) {
-        throw std::runtime_error("pipe failed");
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        Costs costs;
-        try {
-            costs = Measure();
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "trelvo_bench: %s\n", error.what());
-            _exit(1);
-        }
-        _exit(write(ends[1], &costs, sizeof costs) == sizeof costs ? 0 : 1);
-    }
-    close(ends[1]);
-    Costs costs;
-    const bool is_read = read(ends[0], &costs, sizeof costs) == sizeof costs;
-    close(ends[0]);
-    int status = 0;
-    if (waitpid(child, &status, 0) != child || status != 0 || !is_read) {
-        throw std::runtime_error("the capture could not be measured");
-    }
-    return costs;
-}
-
 }  // namespace
 
 void AddCapture() {
-    AddMeasured("capture/200000 entries behind", [](benchmark::State& state) {
-        const Costs costs = MeasureInChild();
-        state.counters["1. us a line, journalctl -o short-monotonic"] = costs.journalctl;
-        state.counters["2. us a line, dlogutil"] = costs.dlogutil;
-        state.counters["3. dlogutil, times journalctl's"] = costs.dlogutil / costs.journalctl;
-        state.counters["4. dlogutil, resident MB without journal files"] = costs.resident_mb;
+    AddMeasured("capture/200000 entries behind", [] {
+        const Costs costs = Measure();
+        return Counters{{"1. us a line, journalctl -o short-monotonic", costs.journalctl},
+                        {"2. us a line, dlogutil", costs.dlogutil},
+                        {"3. dlogutil, times journalctl's", costs.dlogutil / costs.journalctl},
+                        {"4. dlogutil, resident MB without journal files", costs.resident_mb}};
     });
 }
 

@@ -141,9 +141,7 @@ protected:
         const std::regex padding(R"(^(./.*?) *\(P +(-?\d+), T +(-?\d+)\): )");
         for (std::string line; text >> time && std::getline(text.ignore(), line); last = time) {
             EXPECT_GE(time, last);
-            if (line.find("I/trelvo.clock") != 0) {
-                lines.push_back(std::regex_replace(line, padding, "$1(P $2, T $3): "));
-            }
+            lines.push_back(std::regex_replace(line, padding, "$1(P $2, T $3): "));
         }
         return lines;
     }

@@ -57,6 +57,16 @@ bool PlatformFake::WaitFor(const std::string& event, long count) {
     });
 }
 
+std::string PlatformFake::Status() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return status_;
+}
+
+void PlatformFake::SetStatus(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    status_ = text;
+}
+
 std::string Hex(const Bytes& bytes) {
     std::string text;
     char digits[4];
@@ -143,6 +153,12 @@ int vconf_get_int(const char* key, int* value) {
 int vconf_set_int(const char* key, int value) {
     Platform().Record(std::string("set ") + key + "=" + std::to_string(value));
     return Platform().vconf_set_result;
+}
+
+// The status: published at any time, so it is not an event.
+int vconf_set_str(const char* /*key*/, const char* value) {
+    Platform().SetStatus(value);
+    return 0;
 }
 
 int system_info_get_custom_int(const char* key, int* value) {

@@ -39,12 +39,16 @@ struct PlatformFake {
     void Record(const std::string& event);
     // The events since the last call, "; " between them.
     std::string Take(bool of_this_thread_only = false);
+    // What the service has published last.
+    std::string Status();
+    void SetStatus(const std::string& text);
     // Waits until `event` was recorded `count` times since Take(). False at the limit.
     [[nodiscard]] bool WaitFor(const std::string& event, long count = 1);
 
 private:
     std::mutex mutex_;
     std::condition_variable changed_;
+    std::string status_;
     std::vector<std::pair<std::thread::id, std::string>> events_;
 };
 
