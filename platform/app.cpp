@@ -211,8 +211,8 @@ void PrepareDumpFolder() {
 
 int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& callback,
         void* user_data) {
-    // Whatever the launcher's umask: nobody else may write what this service has written.
-    umask(umask(0) | S_IWGRP | S_IWOTH);
+    // Whatever the launcher's umask: what this service writes is the machine's log.
+    umask(S_IRWXG | S_IRWXO);
     PutOwnFolderFirstOnPath();
     const std::string folder = port::RuntimeFolder();
     const std::string socket = folder + "/" + launch_interface::kSocketFile;

@@ -1,24 +1,24 @@
 #include "CDataDump.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vconf.h>
 
-#include <boost/filesystem/operations.hpp>
-#include <boost/version.hpp>
+#include <boost/filesystem/path.hpp>
 #include <cerrno>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "CDataProvider.h"
 #include "CTREventManager.h"
 #include "CUtility.h"
 #include "CatchUp.h"
+#include "DumpFile.h"
 #include "Log.h"
-
-namespace fs = boost::filesystem;
 
 CDataDump* CDataDump::m_pInstance = nullptr;
 bool CDataDump::m_bRuning = true;
@@ -32,17 +32,6 @@ constexpr const char* kDumpName = "trelvo";
 constexpr const char* kUploadKey = "memory/trelvo/dlog_dump";
 constexpr boost::chrono::milliseconds kCatchUpLimit(500);
 constexpr unsigned long long kCollectingLimit = 20971520;  // bytes
-
-// Boost renamed it in 1.74.
-#if BOOST_VERSION >= 107400
-constexpr auto kOverwrite = fs::copy_options::overwrite_existing;
-#else
-constexpr auto kOverwrite = fs::copy_option::overwrite_if_exists;
-#endif
-
-struct CloseFile {
-    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
-};
 
 // False when the folder is missing and cannot be made. Anything else that is wrong with it shows
 // when a dump is written.
@@ -91,42 +80,73 @@ bool MayAddToCollectingFolder() {
     return true;
 }
 
-bool WriteTemporaryFile(DumpSnapshot& snapshot, DumpForm form) {
-    const std::unique_ptr<FILE, CloseFile> file(std::fopen(kTemporaryFile, "wb"));
-    if (file == nullptr) {
+// Null when the temporary file cannot be made. What is left of an earlier dump goes: written over,
+// it would still have the modes and the names that somebody gave it.
+std::unique_ptr<NewFile> OpenTemporaryFile() {
+    static_cast<void>(unlink(kTemporaryFile));
+    try {
+        return std::make_unique<NewFile>(AT_FDCWD, kTemporaryFile);
+    } catch (const std::system_error&) {
         TR_LOGE("Unable to open compressed file path: %s", kTemporaryFile);
-        return false;
+        return nullptr;
     }
-    TR_LOGI("Dumping to File Started..[%s]", kTemporaryFile);
-    snapshot.Drain(form, [&](const unsigned char* data, size_t size) {
-        // A short write is not an error: the records may already be consumed, and a cut dump can be
-        // read up to the cut.
-        static_cast<void>(std::fwrite(data, 1, size, file.get()));
-    });
-    return true;
 }
 
-void CopyToDestination(const std::string& folder, DumpForm form, bool isSelfInitiated) {
-    fs::path destination;
-    // A folder that cannot be examined fails in the copy, which says so.
-    static_cast<void>(CUtility::Instance()->GenerateUniqueName(
-        folder, kDumpName, form == DumpForm::kZstd ? ".dump.zst" : ".dump", destination));
-    boost::system::error_code copyError;
-    boost::system::error_code removeError;
-    fs::copy_file(kTemporaryFile, destination, kOverwrite, copyError);
-    fs::remove(kTemporaryFile, removeError);
-    if (copyError) {
-        TR_LOGE("Could not copy file: error code: %s", copyError.message().c_str());
-        return;
+DumpFolder OpenDestination(const std::string& folder) {
+    try {
+        return DumpFolder(folder);
+    } catch (const std::system_error& failure) {
+        const int error = failure.code().value();
+        if (error != ENOENT && error != ENOTDIR) {
+            TR_LOGE("Not expected boost error %d", error);
+        }
+        throw;
     }
-    TR_LOGI("Dump to File[%s] Completed", destination.c_str());
+}
+
+// Returns the path of the copy.
+std::string CopyToDestination(const NewFile& dump, const std::string& folder, DumpForm form) {
+    const std::string name = OpenDestination(folder).Store(
+        dump, kDumpName, form == DumpForm::kZstd ? ".dump.zst" : ".dump");
+    return (boost::filesystem::path(folder) / name).string();
+}
+
+DumpOutcome WriteDump(DumpSnapshot& snapshot, DumpForm form, bool isSelfInitiated) {
+    std::unique_ptr<NewFile> file = OpenTemporaryFile();
+    if (file == nullptr) {
+        return {"", std::string("cannot create ") + kTemporaryFile};
+    }
+    TR_LOGI("Dumping to File Started..[%s]", kTemporaryFile);
+    DumpOutcome outcome;
+    try {
+        snapshot.Drain(form,
+                       [&](const unsigned char* data, size_t size) { file->Write(data, size); });
+        const std::string folder =
+            isSelfInitiated ? kCollectingFolder : CUtility::Instance()->getDumpPath();
+        if (folder.empty()) {
+            // The temporary file stays: it is the only place where this dump is.
+            file->Stay();
+            TR_LOGE("File Path Not Available Abort..Dumping");
+            return {"", "no folder to write to"};
+        }
+        outcome.path = CopyToDestination(*file, folder, form);
+    } catch (const std::system_error& failure) {
+        outcome.error = failure.code().message();
+    }
+    file.reset();
+    if (!outcome.error.empty()) {
+        TR_LOGE("Could not copy file: error code: %s", outcome.error.c_str());
+        return outcome;
+    }
+    TR_LOGI("Dump to File[%s] Completed", outcome.path.c_str());
     if (isSelfInitiated) {
         CheckCollectingFolder("MAX Limit reached of dump folder, Notifying RK");
     }
+    return outcome;
 }
 
 // One wake-up of the dump thread. REQUIRES: the dump mutex is held.
-void Dump() {
+DumpOutcome Dump() {
     TR_LOGI("Dumping Start..");
     CatchUp::Instance().Wait(kCatchUpLimit);
     CUtility* const utility = CUtility::Instance();
@@ -135,29 +155,17 @@ void Dump() {
 
     const bool isSelfInitiated = utility->isSelfInitiatePending();
     if (isSelfInitiated && !MayAddToCollectingFolder()) {
-        utility->setSelfInitate(false);
-        return;
+        return {"", "the collecting service has not fetched what it was told of"};
     }
     if (snapshot.head.empty()) {  // which it never is: there is always a dictionary
         TR_LOGE("No compress data available");
-        utility->setSelfInitate(false);
-        return;
+        return {"", "no data"};
     }
     if (!utility->CheckSymbolicLink(kTemporaryFile)) {
-        utility->setSelfInitate(false);
         TR_LOGE("Error occurred in CheckSymbolicLink..continuing");
-        return;
+        return {"", std::string("refused to write to ") + kTemporaryFile};
     }
-    if (WriteTemporaryFile(snapshot, form)) {
-        const std::string folder = isSelfInitiated ? kCollectingFolder : utility->getDumpPath();
-        if (folder.empty()) {
-            // The temporary file stays: it is the only place where this dump is.
-            TR_LOGE("File Path Not Available Abort..Dumping");
-            return;
-        }
-        CopyToDestination(folder, form, isSelfInitiated);
-    }
-    utility->setSelfInitate(false);
+    return WriteDump(snapshot, form, isSelfInitiated);
 }
 
 }  // namespace
@@ -179,7 +187,7 @@ CDataDump::~CDataDump() {
     g_thread_unref(m_Thread);
 }
 
-void* CDataDump::t_Main(void* /*self*/) {
+void* CDataDump::t_Main(void* self) {
     TR_LOGI("%s called", __func__);
     if (!PrepareTemporaryFolder()) {
         return nullptr;
@@ -192,13 +200,16 @@ void* CDataDump::t_Main(void* /*self*/) {
     g_mutex_lock(manager->GetMutex());
     while (m_bRuning) {
         g_cond_wait(manager->GetCondition(), manager->GetMutex());
+        DumpOutcome outcome;
         try {
-            Dump();
+            outcome = Dump();
         } catch (const std::exception& failure) {
             // Memory that ran out, above all; the next dump may be smaller.
             TR_LOGE("Dump failed: %s", failure.what());
-            CUtility::Instance()->setSelfInitate(false);
+            outcome.error = failure.what();
         }
+        CUtility::Instance()->setSelfInitate(false);
+        static_cast<CDataDump*>(self)->m_LastOutcome = outcome;
     }
     g_mutex_unlock(manager->GetMutex());
     return nullptr;

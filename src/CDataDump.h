@@ -2,14 +2,24 @@
 
 #include <glib.h>
 
+#include <string>
+
+// How a dump ended: with the path of its file, or with the reason why there is none.
+struct DumpOutcome {
+    std::string path;
+    std::string error;
+};
+
 // Turns dump signals into dump files, on one thread that lives as long as the process.
 //
 // Owns the thread. Borrows the trigger manager's mutex and condition: the mutex is held from
 // wake-up to the next wait, so dumps never overlap and triggers queue behind a running dump.
 // Lock order: dump mutex, then the data provider's buffer mutex (inside the snapshot).
 //
-// A failed step ends that dump only; the thread goes on waiting. A self-initiated dump consumes
-// the buffer even when it is then not written (the collecting service has not fetched the last).
+// A dump is announced once its file and the file's name are on the disk; a cut one never has that
+// name. A failed step ends that dump only; the thread goes on waiting. A self-initiated dump
+// consumes the buffer even when it is then not written (the collecting service has not fetched the
+// last).
 class CDataDump {
 public:
     // Called on the main thread only.
@@ -23,9 +33,13 @@ public:
 
     static void* t_Main(void* self);
 
+    // Both empty before the first dump. REQUIRES: the dump mutex is held.
+    const DumpOutcome& m_Outcome() const { return m_LastOutcome; }
+
 private:
     static CDataDump* m_pInstance;
     static bool m_bRuning;
 
-    GThread* m_Thread;
+    DumpOutcome m_LastOutcome;
+    GThread* m_Thread;  // last: it uses the rest
 };

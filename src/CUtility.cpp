@@ -12,6 +12,7 @@
 #include <memory>
 #include <string_view>
 
+#include "DumpFile.h"
 #include "Log.h"
 #include "RecordPacking.h"
 
@@ -278,23 +279,13 @@ bool CUtility::CheckSymbolicLink(const char* path) {
 bool CUtility::GenerateUniqueName(const fs::path& folder, const fs::path& name, fs::path& result) {
     const std::string& text = name.string();
     const size_t dot = text.rfind('.');
-    if (dot == std::string::npos) {
-        boost::system::error_code error;
-        if (fs::exists(fs::status(folder / name, error))) {
-            static_cast<void>(text.substr(dot));  // throws; the writer's own names have a dot
-        }
-        return GenerateUniqueName(folder, text, "", result);
-    }
-    return GenerateUniqueName(folder, text.substr(0, dot), text.substr(dot), result);
-}
-
-bool CUtility::GenerateUniqueName(const fs::path& folder, const std::string& stem,
-                                  const std::string& extension, fs::path& result) {
     boost::system::error_code error;
-    result = folder / (stem + extension);
+    result = folder / name;
     fs::file_status status = fs::status(result, error);
-    for (int counter = 1; fs::exists(status); ++counter) {
-        result = folder / (stem + "_" + std::to_string(counter) + extension);
+    for (int number = 1; fs::exists(status); ++number) {
+        // Throws without a dot; the dump writer's own names have one.
+        const std::string extension = text.substr(dot);
+        result = folder / NumberedName(text.substr(0, dot), extension, number);
         status = fs::status(result, error);
     }
     if (status.type() != fs::file_not_found) {

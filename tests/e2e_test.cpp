@@ -546,8 +546,8 @@ TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
     };
     EXPECT_EQ(mode("/run/trelvo") | mode("/tmp/trelvo"), 0700);
     EXPECT_EQ(mode("/run/trelvo/lock") | mode("/tmp/trelvo/RQB_Buffer"), 0600);
-    EXPECT_EQ(mode("/tmp/Trelvo_Dump"), 0755);
-    EXPECT_EQ(mode("/tmp/dumps/trelvo.dump"), 0644);
+    EXPECT_EQ(mode("/tmp/Trelvo_Dump"), 0700);
+    EXPECT_EQ(mode("/tmp/dumps/trelvo.dump"), 0600);
     std::vector<std::string> stranger = {
         "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "test", "-e", "/tmp"};
     // An ordinary user's namespace has no other users.
