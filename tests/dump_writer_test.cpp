@@ -1,9 +1,17 @@
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <boost/filesystem/path.hpp>
+#include <csignal>
 #include <filesystem>
+#include <map>
+#include <new>
 #include <stdexcept>
 
 #include "CDataDump.h"
@@ -130,6 +138,284 @@ TEST(DumpWriterTest, EveryStepSaysWhereADumpWentOrWhyItDidNot) {
         MakeFolder(kTemporary);
         EXPECT_EQ(DumpBySelf(), kGet + "E Unable to open compressed file path: " + kTemporary);
     });
+}
+
+// Several times what is copied at once.
+void Fill() {
+    for (int i = 0; i < 5000; ++i) {
+        std::string line = std::to_string(i + 1) + ".5 I/TAG(P 10, T 11): f: g(1) > " +
+                           std::string(100, static_cast<char>('a' + i % 26));
+        CDataProvider::Instance()->m_GetDataDDP(line);
+    }
+}
+
+std::vector<std::string> Names(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(DumpWriterTest, AFailedStepLeavesNoFileAndSaysWhy) {
+    InFreshProcess([] {
+        fs::remove_all(kFolder);
+        MakeFolder("/tmp/out");
+        Start();
+        Fill();
+        const struct {
+            const char* step;
+            const char* call;
+            int number;  // of the calls of that name
+            int error;   // 0 throws instead
+            const char* message;
+            size_t files;
+        } rows[] = {
+            {"temporary file", "write", 2, ENOSPC, "Could not copy file: error code: No space", 0},
+            {"out of memory", "write", 2, 0, "Dump failed: std::bad_alloc", 0},
+            {"hidden file", "create", 2, EDQUOT, "Could not copy file: error code: Disk quota", 0},
+            {"copy", "write", 30, ENOSPC, "Could not copy file: error code: No space left", 0},
+            {"sync", "fsync", 1, EIO, "Could not copy file: error code: Input/output error", 0},
+            {"name", "rename", 1, EACCES, "Could not copy file: error code: Permission denied", 0},
+            {"link", "rename", 1, EINVAL, "Completed", 1},
+            {"sync not known", "fsync", 2, EINVAL, "Completed", 2},
+            {"sync of the name", "fsync", 2, EIO, "Could not copy file: error code: Input", 3},
+        };
+        std::string whole;
+        for (const auto& row : rows) {
+            int count = 0;
+            Platform().on_file_call = [&](const FileCall& call, const std::function<long()>& real) {
+                if (call.name != row.call || ++count != row.number) {
+                    return real();
+                }
+                if (row.error == 0) {
+                    throw std::bad_alloc();
+                }
+                errno = row.error;
+                return -1L;
+            };
+            EXPECT_THAT(DumpTo("/tmp/out"), testing::HasSubstr(row.message)) << row.step;
+            EXPECT_GE(count, row.number) << row.step;
+            g_mutex_lock(CTREventManager::GetInstance()->GetMutex());
+            const DumpOutcome outcome = CDataDump::Instance()->m_Outcome();
+            g_mutex_unlock(CTREventManager::GetInstance()->GetMutex());
+            const bool is_written = row.message == std::string("Completed");
+            EXPECT_EQ(outcome.error.empty(), is_written) << row.step;
+            EXPECT_EQ(fs::exists(outcome.path), is_written) << row.step << outcome.path;
+            const std::vector<std::string> names = Names("/tmp/out");
+            EXPECT_EQ(names.size(), row.files) << row.step << testing::PrintToString(names);
+            EXPECT_FALSE(fs::exists(kTemporary)) << row.step;
+            for (const std::string& name : names) {
+                whole = whole.empty() ? ReadFile("/tmp/out/" + name) : whole;
+                EXPECT_EQ(ReadFile("/tmp/out/" + name), whole) << row.step << name;
+            }
+        }
+    });
+}
+
+// The calls that change one folder, and what the folder may hold after a power cut between them.
+class PowerCuts {
+public:
+    explicit PowerCuts(const std::string& folder) {
+        for (const std::string& name : Names(folder)) {
+            start_[name] = Create();
+        }
+        now_ = start_;
+    }
+
+    long Record(const FileCall& call, const std::function<long()>& real) {
+        const long result = real();
+        if (result < 0 || call.fd == AT_FDCWD) {
+            descriptors_.erase(static_cast<int>(result));
+            return result;
+        }
+        Step step{call.name, 0, call.from, call.to};
+        if (call.name == "create") {
+            step.file = descriptors_[static_cast<int>(result)] = now_[call.to] = Create();
+        } else if (call.name == "write" || call.name == "fsync") {
+            struct stat status {};
+            static_cast<void>(fstat(call.fd, &status));
+            if (!S_ISDIR(status.st_mode) && descriptors_.count(call.fd) == 0) {
+                return result;  // not in this folder
+            }
+            step.file = S_ISDIR(status.st_mode) ? kTheFolder : descriptors_[call.fd];
+            unwritten_[step.file] += call.name == "write" ? 1 : 0;
+        } else {
+            step.file = now_[call.from];
+            now_.erase(call.name == "link" ? "" : call.from);
+            if (!call.to.empty()) {
+                now_[call.to] = step.file;
+            }
+        }
+        steps_.push_back(step);
+        return result;
+    }
+
+    void Announce(const std::string& name) { steps_.push_back({"announce", 0, "", name}); }
+
+    // Every name that may be there belongs to a file all of whose data is there, and whoever was
+    // announced or there at the start is there. Returns the number of folders seen.
+    int Check() {
+        int seen = 0;
+        std::map<std::string, int> synced = start_;
+        std::map<int, int> unsynced;  // writes
+        std::vector<Step> pending;    // changes of names, of which each may have reached the disk
+        std::vector<std::string> promised;
+        for (const auto& [name, file] : start_) {
+            promised.push_back(name);
+        }
+        for (const Step& step : steps_) {
+            if (step.call == "write") {
+                --unwritten_[step.file];
+                ++unsynced[step.file];
+            } else if (step.call == "announce") {
+                promised.push_back(step.to);
+            } else if (step.call != "fsync") {
+                pending.push_back(step);
+            } else if (step.file != kTheFolder) {
+                unsynced[step.file] = 0;
+            } else {
+                std::for_each(pending.begin(), pending.end(),
+                              [&](const Step& change) { Apply(change, synced); });
+                pending.clear();
+            }
+            for (unsigned subset = 0; subset < 1U << pending.size(); ++subset, ++seen) {
+                std::map<std::string, int> folder = synced;
+                for (size_t i = 0; i < pending.size(); ++i) {
+                    if ((subset >> i & 1U) != 0) {
+                        Apply(pending[i], folder);
+                    }
+                }
+                for (const std::string& name : promised) {
+                    EXPECT_TRUE(name[0] == '.' || folder.count(name) == 1)
+                        << name << " lost after " << step.call;
+                }
+                for (const auto& [name, file] : folder) {
+                    EXPECT_TRUE(name[0] == '.' || unwritten_[file] + unsynced[file] == 0)
+                        << name << " cut after " << step.call;
+                }
+            }
+        }
+        return seen;
+    }
+
+private:
+    static constexpr int kTheFolder = 0;
+    struct Step {
+        std::string call;
+        int file;
+        std::string from;
+        std::string to;
+    };
+
+    int Create() { return ++files_; }
+    static void Apply(const Step& change, std::map<std::string, int>& folder) {
+        folder.erase(change.call == "link" ? "" : change.from);
+        if (!change.to.empty()) {
+            folder[change.to] = change.file;
+        }
+    }
+
+    int files_ = 0;
+    std::map<std::string, int> start_;
+    std::map<std::string, int> now_;
+    std::map<int, int> descriptors_;
+    std::map<int, int> unwritten_;  // writes of each file that are still to come
+    std::vector<Step> steps_;
+};
+
+TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced) {
+    InFreshProcess([] {
+        MakeFolder("/tmp/out");
+        WriteFile("/tmp/out/trelvo.dump", "earlier");
+        const std::string hidden = "/tmp/out/.trelvo-0123456789abcdef.part";
+        WriteFile(hidden, "left by a crash");
+        fs::create_symlink("/tmp/out/trelvo.dump", hidden + ".part");
+        fs::create_hard_link("/tmp/out/trelvo.dump", "/tmp/out/.trelvo-2.part");
+        Start();
+        Fill();
+        PowerCuts cuts("/tmp/out");
+        bool can_rename = true;
+        Platform().on_file_call = [&](const FileCall& call, const std::function<long()>& real) {
+            if (call.name == "rename" && !can_rename) {
+                errno = EINVAL;
+                return -1L;
+            }
+            return cuts.Record(call, real);
+        };
+        Platform().on_event = [&](const std::string& event) {
+            const size_t name = event.find("trelvo", event.find("Dump to File["));
+            if (event.find("] Completed") != std::string::npos) {
+                cuts.Announce(event.substr(name, event.find(']') - name));
+            }
+        };
+        for (const bool renames : {true, false}) {
+            can_rename = renames;
+            EXPECT_THAT(DumpTo("/tmp/out"), testing::HasSubstr("Completed"));
+        }
+        Platform().on_event = nullptr;
+        Platform().on_file_call = nullptr;
+        EXPECT_GT(cuts.Check(), 20);
+        EXPECT_EQ(Names("/tmp/out"),
+                  (std::vector<std::string>{".trelvo-0123456789abcdef.part.part", ".trelvo-2.part",
+                                            "trelvo.dump", "trelvo_1.dump", "trelvo_2.dump"}));
+        EXPECT_EQ(ReadFile("/tmp/out/trelvo.dump"), "earlier");
+        Bytes image = Snapshot(false);
+        for (const char* name : {"/tmp/out/trelvo_1.dump", "/tmp/out/trelvo_2.dump"}) {
+            EXPECT_EQ(ReadFile(name), std::string(image.begin(), image.end()));
+        }
+    });
+}
+
+// Changes names in its folder, as another user, until the test ends.
+[[noreturn]] void SwapNames(uid_t user, const char* folder) {
+    const char* const dump = "trelvo.dump";
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || chdir(folder) != 0 || setgid(user) != 0 ||
+        setuid(user) != 0) {
+        _exit(1);
+    }
+    for (;;) {
+        for (const char* target : {"/tmp/created", "/tmp/kept", ""}) {
+            static_cast<void>(*target != '\0' ? symlink(target, dump) : mkfifo(dump, 0666));
+            std::error_code error;
+            for (const auto& entry : fs::directory_iterator(".", error)) {
+                const fs::path name = entry.path().filename();
+                if (name.string()[0] == '.' && unlink(name.c_str()) == 0) {
+                    static_cast<void>(symlink("/tmp/kept", name.c_str()));
+                }
+            }
+            static_cast<void>(unlink(dump));
+        }
+    }
+}
+
+TEST(DumpWriterTest, TheOwnerOfTheFolderReachesNothingElseAndStopsNoDump) {
+    constexpr uid_t kStranger = 65534;
+    MakeFolder("/tmp/theirs");
+    if (chown("/tmp/theirs", kStranger, kStranger) != 0) {
+        GTEST_SKIP() << "needs root and another user";
+    }
+    WriteFile("/tmp/kept", "root's");
+    InFreshProcess([] {
+        Start();
+        Fill();
+        const pid_t stranger = fork();
+        if (stranger == 0) {
+            SwapNames(kStranger, "/tmp/theirs");
+        }
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_THAT(DumpTo("/tmp/theirs"),
+                        testing::AnyOf(testing::HasSubstr("Completed"),
+                                       testing::HasSubstr("Could not copy file: error code: ")));
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(stranger, &status, WNOHANG), 0) << "it still swaps";
+        kill(stranger, SIGKILL);
+        waitpid(stranger, &status, 0);
+    });
+    EXPECT_FALSE(fs::exists("/tmp/created"));
+    EXPECT_EQ(ReadFile("/tmp/kept"), "root's");
 }
 
 TEST(DumpFolderTest, HelpersAnswerForOddFolders) {

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <dlog.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <system_info.h>
@@ -132,6 +133,10 @@ Function* Real(Function* /*hides*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+long Ask(const test_support::FileCall& call, const std::function<long()>& real) {
+    return Platform().on_file_call ? Platform().on_file_call(call, real) : real();
+}
+
 extern "C" {
 
 int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
@@ -204,6 +209,48 @@ int app_control_get_extra_data(app_control_h, const char* key, char** value) {
 int system(const char* command) {
     Platform().Record(std::string("system ") + command);
     return Platform().system_result;
+}
+
+int openat(int folder, const char* name, int flags, ...) {
+    static const auto real = Real(openat, "openat");
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+    va_end(args);
+    if ((flags & O_CREAT) == 0) {
+        return real(folder, name, flags);
+    }
+    return static_cast<int>(
+        Ask({"create", folder, "", name, ""}, [&] { return real(folder, name, flags, mode); }));
+}
+
+ssize_t write(int fd, const void* data, size_t size) {
+    static const auto real = Real(write, "write");
+    return Ask({"write", fd, "", "", {static_cast<const char*>(data), size}},
+               [&] { return real(fd, data, size); });
+}
+
+int fsync(int fd) {
+    static const auto real = Real(fsync, "fsync");
+    return static_cast<int>(Ask({"fsync", fd, "", "", ""}, [&] { return real(fd); }));
+}
+
+int renameat2(int folder, const char* from, int other, const char* to, unsigned flags) noexcept {
+    static const auto real = Real(renameat2, "renameat2");
+    return static_cast<int>(Ask({"rename", folder, from, to, ""},
+                                [&] { return real(folder, from, other, to, flags); }));
+}
+
+int linkat(int folder, const char* from, int other, const char* to, int flags) noexcept {
+    static const auto real = Real(linkat, "linkat");
+    return static_cast<int>(
+        Ask({"link", folder, from, to, ""}, [&] { return real(folder, from, other, to, flags); }));
+}
+
+int unlinkat(int folder, const char* name, int flags) noexcept {
+    static const auto real = Real(unlinkat, "unlinkat");
+    return static_cast<int>(
+        Ask({"unlink", folder, name, "", ""}, [&] { return real(folder, name, flags); }));
 }
 
 void g_cond_wait(GCond* condition, GMutex* mutex) {

@@ -15,6 +15,15 @@ namespace test_support {
 
 using Bytes = std::vector<unsigned char>;
 
+// A call that changes a file or a folder: "create", "write", "fsync", "rename", "link" or "unlink".
+struct FileCall {
+    std::string name;
+    int fd;  // the folder's for a call on names
+    std::string from;
+    std::string to;
+    std::string data;
+};
+
 // Stands in for the platform: answers what the test sets and records, in one order over all
 // threads, what the service does with it. Events read:
 //
@@ -34,6 +43,8 @@ struct PlatformFake {
     int system_result = 0;
     std::map<std::string, std::string> launch_arguments;
     std::function<void(const std::string& event)> on_event;  // on the event's thread, unlocked
+    // Makes the call, by `real`, or fails it. May throw from a write.
+    std::function<long(const FileCall& call, const std::function<long()>& real)> on_file_call;
     device_power_state_changed_cb power_callback = nullptr;
 
     void Record(const std::string& event);
