@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* kHiddenStart = ".trelvo-";
 constexpr const char* kHiddenEnd = ".part";
-constexpr size_t kCopySize = 128 * 1024;  // bytes
+constexpr size_t kCopySize = 131072;  // bytes
 // So that whoever fills a folder with names does not keep the writer busy for ever.
 constexpr int kMaxNames = 100000;
 

@@ -315,7 +315,7 @@ TEST_F(EndToEnd, DumpWaitsForTheFileOrSaysWhyNoneComes) {
     ASSERT_EQ(mount("tmpfs", "/run/full", "tmpfs", 0, "size=4k"), 0);
     for (const auto& [folder, status, message] :
          std::vector<std::tuple<std::string, int, std::string>>{
-             {"/run/full", 1, "left; the folder's file system is full\n"},
+             {"/run/full", 1, "/run/full: the dump could not be written; the service's log says "},
              {kUploadKey, 2, "dump: " + kUploadKey.string() + ": Not a directory\n"},
              {"/run/none", 2, "dump: /run/none: No such file or directory\n"}}) {
         const auto result = dump(folder, "30");

@@ -22,6 +22,7 @@ constexpr std::chrono::seconds kAskAgain{2};
 constexpr std::string_view kNameStart = "trelvo";
 constexpr std::string_view kNameEnd = ".dump";
 constexpr std::string_view kCompressedNameEnd = ".dump.zst";
+constexpr std::string_view kHiddenStart = ".trelvo-";  // until a dump is whole
 
 std::string LastError() {
     return std::generic_category().message(errno);
@@ -56,7 +57,7 @@ bool IsServiceDump(std::string_view name, std::string_view end) {
            name.substr(name.size() - end.size()) == end;
 }
 
-// The service takes a disk that fills up for no fault: it leaves the file cut.
+// Whoever may write to the folder may have put something else there.
 void RefuseCutDump(const std::string& folder, const std::string& path) {
     std::string fault;
     try {
@@ -86,8 +87,8 @@ DumpWaiter::DumpWaiter(const std::string& folder, bool compressed)
     }
     std::string fault = FolderFault(folder);
     if (fault.empty() && inotify_add_watch(fd_, folder.c_str(),
-                                           IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVE_SELF |
-                                               IN_DELETE_SELF | IN_ONLYDIR) < 0) {
+                                           IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE |
+                                               IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR) < 0) {
         fault = "cannot be watched: " + LastError();
     }
     if (!fault.empty()) {
@@ -137,14 +138,28 @@ std::string DumpWaiter::TakeEvents() {
         if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0) {
             throw DumpWaitError(folder_ + ": the folder was moved or removed");
         }
-        if (event.len == 0 || !IsServiceDump(name, name_end_)) {
+        std::string_view file = event.len == 0 ? "" : name;
+        const bool is_hidden = file.substr(0, kHiddenStart.size()) == kHiddenStart;
+        if (!is_hidden && !IsServiceDump(file, name_end_)) {
             continue;
         }
         if ((event.mask & IN_CREATE) != 0) {
             under_way_ = true;
+            (is_hidden ? hidden_ : linked_) = file;
             continue;
         }
-        std::string path = folder_ + "/" + name;
+        if (is_hidden && (event.mask & IN_DELETE) != 0 && file == hidden_) {
+            // Where a file cannot be renamed without replacing another, the dump is a link to it.
+            if (linked_.empty()) {
+                throw DumpWaitError(folder_ +
+                                    ": the dump could not be written; the service's log says why: "
+                                    "journalctl -t LOG_COMPRESSOR");
+            }
+            file = linked_;
+        } else if (is_hidden || (event.mask & IN_DELETE) != 0) {
+            continue;
+        }
+        std::string path = folder_ + "/" + std::string(file);
         RefuseCutDump(folder_, path);
         return path;
     }

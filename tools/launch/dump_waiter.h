@@ -43,4 +43,6 @@ private:
     std::string_view name_end_;
     int fd_;
     bool under_way_ = false;  // the service has created a file
+    std::string hidden_;      // the name that file had
+    std::string linked_;      // the dump's name that appeared beside it
 };
