@@ -246,11 +246,7 @@ void RecordStore::Seal() {
         group_ = std::move(group);
         return;
     }
-    if (plain_.capacity() > 2 * pageSize_) {
-        Bytes().swap(plain_);  // was made for a large record
-    } else {
-        plain_.clear();
-    }
+    EmptyOpenPage();
     if (group_ == nullptr) {
         withoutDictionary_ -= std::min<size_t>(withoutDictionary_, 1);
     } else if (page->base == nullptr) {
@@ -261,11 +257,20 @@ void RecordStore::Seal() {
     }
 }
 
+void RecordStore::EmptyOpenPage() noexcept {
+    if (plain_.capacity() > 2 * pageSize_) {
+        Bytes().swap(plain_);  // was made for a large record
+    } else {
+        plain_.clear();
+    }
+    openRecords_ = 0;
+}
+
 void RecordStore::Clear() noexcept {
-    plain_.clear();
+    EmptyOpenPage();
     group_.reset();
     pages_.clear();
-    skippedBytes_ = skippedRecords_ = openRecords_ = records_ = packed_ = kept_ = 0;
+    skippedBytes_ = skippedRecords_ = records_ = packed_ = kept_ = 0;
 }
 
 size_t RecordStore::DropOldest(size_t count, RecordLength length) {
@@ -305,8 +310,8 @@ size_t RecordStore::DropOldest(size_t count, RecordLength length) {
 size_t RecordStore::DropOldestPage() {
     if (pages_.empty()) {
         const size_t bytes = plain_.size();
-        plain_.clear();
-        records_ = openRecords_ = 0;
+        EmptyOpenPage();
+        records_ = 0;
         return bytes;
     }
     const std::shared_ptr<const Page> page = std::move(pages_.front());

@@ -80,6 +80,7 @@ private:
 
     [[nodiscard]] bool IsBaseOpen() const;
     void Seal();
+    void EmptyOpenPage() noexcept;
 
     size_t pageSize_;
     bool withDictionary_;
