@@ -34,8 +34,9 @@ constexpr unsigned long long kSmallestPage = 1024;   // bytes
 constexpr unsigned long long kLargestPage = 262144;  // bytes
 constexpr unsigned long long kPages = 40;            // that the limit is to have room for, plain
 // A dictionary is gone through for entries that no record refers to when it has this many bytes
-// and more than an eighth of the limit.
+// and more than this share of the limit.
 constexpr unsigned long long kDictionaryFloor = 1048576;
+constexpr unsigned long long kDictionaryShare = 8;
 
 // REQUIRES: called from a handler; logs the exception in flight.
 void LogReaderException() {
@@ -156,8 +157,14 @@ bool CDataProvider::m_ApplyLimit() {
     const size_t records = m_Records.Records();
     size_t bytes = 0;
     if (m_CountMemory) {
+        SourceDictionary& dictionary = CUtility::Instance()->m_Dictionary();
         while (m_Records.Records() != 0 && m_HistoryMemory() >= m_BufferLimit) {
             bytes += m_Records.DropOldestPage();
+            // Its tables double when they are full: without this they would not shrink before they
+            // had pushed out all history.
+            if (dictionary.Memory() > m_BufferLimit / kDictionaryShare) {
+                dictionary.Forget(m_RecordNumber - m_Records.Records());
+            }
         }
     } else {
         // A tenth at once, so that the limit is not met again by the very next line; with fewer
@@ -194,7 +201,7 @@ bool CDataProvider::ReadStatistics(Statistics& out) {
 void CDataProvider::m_BoundDictionary() {
     SourceDictionary& dictionary = CUtility::Instance()->m_Dictionary();
     const auto size = [&] { return m_CountMemory ? dictionary.Memory() : dictionary.ImageSize(); };
-    const unsigned long long share = m_BufferLimit / 8;
+    const unsigned long long share = m_BufferLimit / kDictionaryShare;
     const size_t bound =
         m_CountMemory ? share : std::max<unsigned long long>(share, kDictionaryFloor);
     if (size() > std::max(bound, m_NextForgetting)) {
