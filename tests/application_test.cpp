@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <climits>
 
@@ -20,8 +20,10 @@ CTREventManager& Manager() {
 }
 
 // What a launch with these values of the four required keys does on the main thread.
-std::string Launch(const char* tags, const char* levels, const char* buffer, const char* mode) {
-    Platform().launch_arguments = {{"LOGTAG", tags}, {"LOGLEVEL", levels}, {"RQBBUFFER", buffer}};
+std::string Launch(const char* tags, const char* levels, const char* buffer, const char* mode,
+                   const std::pair<const std::string, std::string>& further = {}) {
+    Platform().launch_arguments = {
+        {"LOGTAG", tags}, {"LOGLEVEL", levels}, {"RQBBUFFER", buffer}, further};
     if (mode != nullptr) {
         Platform().launch_arguments["POLICYMODE"] = mode;
     }
@@ -93,6 +95,35 @@ TEST(ApplicationTest, FirstLaunchThatLacksSomething) {
     });
 }
 
+TEST(ApplicationTest, FurtherKeysOfTheFirstLaunchTakeTheirWordsOnly) {
+    const std::string many = "RQBHISTORY must be a number of KiB from 1 to 999999999, not ";
+    // Expected: what comes after the buffer's size, or the refusal.
+    const std::tuple<const char*, const char*, std::string> rows[] = {
+        {"RQBCOUNT", "records", "[10485760]Bytes"},
+        {"RQBCOUNT", "memory", "[10485760]Bytes; I SetBufferCount called"},
+        {"RQBCOUNT", "Memory", "E RQBCOUNT must be records or memory, not [Memory]; ui_app_exit"},
+        {"RQBCOUNT", "", "E RQBCOUNT must be records or memory, not []; ui_app_exit"},
+        {"RQBHISTORY", "999999999",
+         "[10485760]Bytes; I SetHistorySize called; I set history Size :[1023999998976]Bytes"},
+        {"RQBHISTORY", "0", "E " + many + "[0]; ui_app_exit"},
+        {"RQBHISTORY", "1000000000", "E " + many + "[1000000000]; ui_app_exit"},
+        {"RQBHISTORY", "-1", "E " + many + "[-1]; ui_app_exit"},
+        {"RQBHISTORY", " 1", "E " + many + "[ 1]; ui_app_exit"},
+        {"RQBHISTORY", "64k", "E " + many + "[64k]; ui_app_exit"},
+        {"DUMPFORM", "plain", "[10485760]Bytes"},
+        {"DUMPFORM", "zst", "E DUMPFORM must be plain or zstd, not [zst]; ui_app_exit"}};
+    for (const auto& [key, word, expected] : rows) {
+        InFreshProcess([&, key = key, word = word, &expected = expected] {
+            Platform().feature_value = 1;
+            CDataProvider::Instance();
+            Manager();
+            const std::string log = Launch("A", "I", "1", "0", {key, word});
+            EXPECT_THAT(log, testing::EndsWith(expected)) << key << word;
+            EXPECT_EQ(log.find("system ") == std::string::npos, expected[0] == 'E') << key << word;
+        });
+    }
+}
+
 TEST(TriggerTest, EveryTriggerRestartsAnEnabledTimer) {
     const auto timer = [] { return g_main_context_find_source_by_user_data(nullptr, &Manager()); };
     InFreshProcess([&timer] {
@@ -121,7 +152,12 @@ TEST(TriggerTest, EveryTriggerRestartsAnEnabledTimer) {
             EXPECT_EQ(Platform().Take(), expected);
             EXPECT_EQ(g_main_context_find_source_by_id(nullptr, before), nullptr);
         }
-        EXPECT_NE(timer(), nullptr);
+        Manager().RegisterDumpTimer(3600);
+        Manager().RegisterDumpTimer(-1);
+        Manager().RequestDumpOnFullBuffer();
+        ASSERT_NE(timer(), nullptr);
+        const gint64 left = g_source_get_ready_time(timer()) - g_get_monotonic_time();
+        EXPECT_TRUE(left > 3500000000 && left < 3602000000) << left << ": not the earlier interval";
     });
 }
 

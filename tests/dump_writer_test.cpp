@@ -18,6 +18,7 @@
 #include "CDataProvider.h"
 #include "CTREventManager.h"
 #include "CUtility.h"
+#include "Main.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
 
@@ -45,6 +46,7 @@ void MakeFile(const std::string& path, uintmax_t size) {
 
 // What the writer does up to its first wait.
 std::string Start() {
+    fs::remove_all(kFolder);
     CTREventManager::GetInstance();
     CDataProvider::Instance();
     Platform().Take();
@@ -81,7 +83,6 @@ void Signal(CTREventManager& manager) {
 
 TEST(DumpWriterTest, EveryStepSaysWhereADumpWentOrWhyItDidNot) {
     InFreshProcess([] {
-        fs::remove_all(kFolder);
         for (const char* folder : {"/opt/usr/share/svc-rk/dump", "/tmp/out", "/tmp/other"}) {
             MakeFolder(folder);
         }
@@ -416,6 +417,72 @@ TEST(DumpWriterTest, TheOwnerOfTheFolderReachesNothingElseAndStopsNoDump) {
     });
     EXPECT_FALSE(fs::exists("/tmp/created"));
     EXPECT_EQ(ReadFile("/tmp/kept"), "root's");
+}
+
+TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
+    InFreshProcess([] {
+        MakeFolder(kCollecting);
+        MakeFolder("/tmp/out");
+        Start();
+        CTREventManager& manager = *CTREventManager::GetInstance();
+        const auto hold = [&](bool holds) {
+            g_mutex_lock(manager.GetMutex());
+            Platform().holds_writer = holds;
+            g_mutex_unlock(manager.GetMutex());
+        };
+        Platform().on_event = [&](const std::string& event) {
+            if (event.find("Dumping") != std::string::npos || event.find("Completed") < 100) {
+                EXPECT_FALSE(g_mutex_trylock(manager.GetMutex())) << event;
+            }
+        };
+        const std::string self = kGet + "I Dumping to File Started..[" + kTemporary +
+                                 "]; I Dump to File[" + kCollecting + "trelvo.dump] Completed";
+        hold(true);
+        manager.RequestDumpOnFullBuffer();
+        manager.RequestDumpOnFile("/tmp/out");
+        EXPECT_EQ(Dump([&](CTREventManager&) { (hold(false), Signal(manager)); }), self);
+        EXPECT_TRUE(fs::is_empty("/tmp/out")) << "the request is absorbed";
+        manager.RequestDumpOnFile("");
+        Dump(Signal);
+        EXPECT_TRUE(fs::exists("/tmp/out/trelvo.dump")) << "its path is kept";
+    });
+}
+
+TEST(DumpWriterTest, CompressedDumpsAreThePlainOnes) {
+    InFreshProcess([] {
+        MakeFolder(kCollecting);
+        MakeFolder("/tmp/out");
+        Platform().launch_arguments = {{"LOGTAG", "T"},       {"LOGLEVEL", "I"},
+                                       {"RQBBUFFER", "1"},    {"POLICYMODE", "0"},
+                                       {"RQBHISTORY", "256"}, {"DUMPFORM", "zstd"}};
+        Start();
+        app_control(nullptr, nullptr);
+        for (const bool count_memory : {false, true}) {
+            CDataProvider::Instance()->SetBufferCount(count_memory);
+            for (int i = 0; i < 20000; ++i) {
+                std::string line = "1.5 I/T(P 1, T 2): f > line " + std::to_string(i);
+                CDataProvider::Instance()->m_GetDataDDP(line);
+            }
+            const auto request = [](const char* form) {
+                Platform().launch_arguments = {{"DUMP", "/tmp/out"}, {"DUMPFORM", form}};
+                Dump([](CTREventManager&) { app_control(nullptr, nullptr); });
+            };
+            const std::string number = count_memory ? "_1" : "";
+            request("plain");
+            request("zstd");
+            Platform().launch_arguments["DUMPFORM"] = "Zstd";
+            app_control(nullptr, nullptr);
+            DumpBySelf();
+            const std::string plain = ReadFile("/tmp/out/trelvo" + number + ".dump");
+            EXPECT_GT(plain.size(), 200000U);
+            for (const std::string& folder : {std::string("/tmp/out/"), kCollecting}) {
+                const std::string packed = folder + "trelvo" + number + ".dump.zst";
+                EXPECT_LT(fs::file_size(packed), plain.size());
+                EXPECT_EQ(RunProgram({"zstd", "-dcq", packed}).out, plain) << packed;
+            }
+        }
+        EXPECT_EQ(std::distance(fs::directory_iterator("/tmp/out"), {}), 4);
+    });
 }
 
 TEST(DumpFolderTest, HelpersAnswerForOddFolders) {

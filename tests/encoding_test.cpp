@@ -46,6 +46,7 @@ TEST(LineParserTest, DeltasCountSinglePrecisionMillisecondsFromTheLastAcceptedTi
         {"12.504", "4|I|T|1|2|b"},
         {"12.504", "0|I|T|1|2|b"},
         {"12.4", "refused -104|?|?|-7|-7|?"},
+        {"12.504", "0|I|T|1|2|b"},
         {"13 I/T(P broken)", "stoi"},
         {"14", "1000|I|T|1|2|b"},
         {"345678.123", "345664112|I|T|1|2|b"},

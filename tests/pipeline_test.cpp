@@ -4,9 +4,12 @@
 #include <boost/thread/exceptions.hpp>
 #include <filesystem>
 #include <future>
+#include <new>
 #include <regex>
 
 #include "CDataProvider.h"
+#include "CUtility.h"
+#include "support/failing_memory.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
 
@@ -128,6 +131,67 @@ TEST_F(PipelineTest, LimitDropsTheOldestTenth) {
         }
         EXPECT_EQ(Names().substr(0, 4), oldest) << name;
     }
+}
+
+TEST_F(PipelineTest, EverySnapshotIsOneRunOfLinesWhileOthersComeAndGo) {
+    constexpr int kLines = 30000;
+    const auto number = [](const std::string& line) {
+        return std::stoi(line.substr(line.find('[') + 1));
+    };
+    provider_.SetHistorySize(48);
+    for (const bool count_memory : {false, true}) {
+        Snapshot(true);
+        provider_.SetBufferCount(count_memory);
+        std::thread feeder([this] {
+            for (int i = 0; i < kLines; ++i) {
+                Feed(Line(std::to_string(i), 60));
+            }
+        });
+        int taken = -1, last = -1;
+        for (unsigned i = 0; last < kLines - 1; ++i) {
+            const bool consume = i % 4 == 3;
+            const std::vector<std::string> lines = Decode(Snapshot(consume));
+            for (size_t at = 0; at < lines.size(); ++at) {
+                ASSERT_EQ(number(lines[at]), number(lines[0]) + static_cast<int>(at));
+            }
+            if (!lines.empty()) {
+                EXPECT_GT(number(lines[0]), taken);
+                EXPECT_GE(number(lines.back()), last);
+                last = number(lines.back());
+                taken = consume ? last : taken;
+            }
+        }
+        feeder.join();
+    }
+    provider_.SetBufferCount(false);
+}
+
+TEST_F(PipelineTest, SnapshotWithoutMemoryConsumesNothing) {
+    SetLimit(0, 2, false, 1);
+    for (int i = 0; i < 15; ++i) {
+        Feed("2.5 I/T" + std::to_string(i % 5) + "(P 1, T " + std::to_string(i) + "): f > text");
+    }
+    const std::string before = Hex(Snapshot(false));
+    int failures = 0;
+    for (;; ++failures) {
+        CUtility::Instance()->setSelfInitate(true);
+        FailAllocationAfter(failures);
+        try {
+            DumpSnapshot snapshot = provider_.TakeSnapshot();
+            EXPECT_FALSE(AllocationFailed());
+            Bytes image;
+            snapshot.Drain(DumpForm::kPlain, [&](const unsigned char* data, size_t size) {
+                image.insert(image.end(), data, data + size);
+            });
+            EXPECT_EQ(Hex(image), before);
+            break;
+        } catch (const std::bad_alloc&) {
+            ASSERT_TRUE(AllocationFailed());
+        }
+        ASSERT_EQ(Hex(Snapshot(false)), before) << failures;
+    }
+    EXPECT_GT(failures, 5);
+    EXPECT_EQ(Hex(Snapshot(false)), "00 00 00");
 }
 
 TEST_F(PipelineTest, FullBufferWaitsUntilADumpHasConsumedIt) {

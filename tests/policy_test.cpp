@@ -9,6 +9,7 @@
 
 #include "CDBOperations.h"
 #include "CDataProvider.h"
+#include "CLogCompressor.h"
 #include "CTRXMLParser.h"
 #include "CUtility.h"
 #include "CodeTable.h"
@@ -69,12 +70,12 @@ TEST(PolicyParserTest, AttributesConvertLeniently) {
 const std::string kServer = "/opt/usr/share/Trelvo/Server";
 const std::string kDefault = "/opt/usr/share/Trelvo/Default";
 
-// Writes a policy file; none for "", a folder of that name for "/".
+// Writes a policy file; none for "", a folder of that name for "/", an empty one for "0".
 void WritePolicy(const std::string& folder, const std::string& content) {
     fs::remove_all(folder);
     fs::create_directories(folder + (content == "/" ? "/policy_version.xml" : ""));
-    if (content.size() > 1) {
-        WriteFile(folder + "/policy_version.xml", content);
+    if (!content.empty() && content != "/") {
+        WriteFile(folder + "/policy_version.xml", content == "0" ? "" : content);
     }
 }
 
@@ -133,6 +134,18 @@ TEST(CodeTableTest, LoadsEveryGoodRowOfEveryGoodDatabase) {
     EXPECT_EQ(Hex(Snapshot(false)), "03 31 2E 30 00 00");
 }
 
+TEST(CodeTableTest, TheFirstBootLineFindsTheTables) {
+    InFreshProcess([] {
+        WritePolicy(kDefault, "<r><policy version='1'/><db logtag='T' name='t'/></r>");
+        MakeCodeTable(kDefault + "/t", "('boot', '10110000')");
+        fs::create_directories("/tmp/trelvo/boot");
+        WriteFile("/tmp/trelvo/boot/RQB_Buffer", "1.0 I/T(P 1, T 2): f > boot\n");
+        CLogCompressor::Instance();
+        ASSERT_TRUE(Platform().WaitFor("E exception: =[TRELVO_BUFFER could not be opened]"));
+        EXPECT_EQ(Decode(Snapshot(false)), std::vector<std::string>{"I/T(P 1, T 2): \xB0"});
+    });
+}
+
 TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {
     const std::string read = "I ReadRawXML FUNCTION --; ";
     const std::string no_server =
@@ -142,6 +155,10 @@ TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {
                                    "/policy_version.xml; E XML Read Error for Default Policy ";
     const std::tuple<int, std::string, std::string, std::string> rows[] = {
         {-1, "<policy/>", "<x/>", read + "I <policy/>; I POLICY_VERSION []"},
+        {1, "0", "<policy/>", read + "I "},
+        {1, "<a></b>", "<policy/>",
+         read + "I <a></b>; E Error while parsing xml: mismatched tag, line: 1, col: 5; E Parsing "
+                "failed.; E Policy Parsing failed!!!!"},
         {1, "", "<policy/>", no_server + read + "I <policy/>; I POLICY_VERSION []"},
         {1, "/", "/", no_server + no_default + "too - continue without hash map"},
         {0, "<x/>", "", no_default + "- continue without hash map"}};

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <dlog.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <system_info.h>
@@ -15,9 +16,7 @@
 #include <cstring>
 #include <regex>
 
-#include "CDataProvider.h"
-#include "CTREventManager.h"
-#include "CUtility.h"
+#include "support/failing_memory.h"
 #include "support/process.h"
 
 namespace test_support {
@@ -78,17 +77,6 @@ std::string Hex(const Bytes& bytes) {
     return text.substr(0, text.size() - (text.empty() ? 0 : 1));
 }
 
-Bytes Snapshot(bool consume) {
-    Bytes image;
-    GMutex* const mutex = CTREventManager::GetInstance()->GetMutex();
-    g_mutex_lock(mutex);
-    CUtility::Instance()->setSelfInitate(consume);
-    CDataProvider::Instance()->m_GetCompressedData(image);
-    CUtility::Instance()->setSelfInitate(false);
-    g_mutex_unlock(mutex);
-    return image;
-}
-
 void InFreshProcess(const std::function<void()>& body) {
     const pid_t child = fork();
     if (child == 0) {
@@ -140,6 +128,10 @@ long Ask(const test_support::FileCall& call, const std::function<long()>& real) 
 extern "C" {
 
 int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
+    if (Platform().ignores_log) {
+        return 0;
+    }
+    const test_support::SpareMemory spare;
     char message[4096];
     va_list args;
     va_start(args, fmt);
@@ -256,9 +248,11 @@ int unlinkat(int folder, const char* name, int flags) noexcept {
 void g_cond_wait(GCond* condition, GMutex* mutex) {
     static const auto wait = Real(g_cond_wait, "g_cond_wait");
     Platform().Record("writer waits");
-    TSAN_RELEASE(mutex);
-    wait(condition, mutex);
-    TSAN_ACQUIRE(mutex);
+    do {
+        TSAN_RELEASE(mutex);
+        wait(condition, mutex);
+        TSAN_ACQUIRE(mutex);
+    } while (Platform().holds_writer);
 }
 
 void g_cond_signal(GCond* condition) {

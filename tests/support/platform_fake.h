@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-namespace test_support {
+#include "support/image.h"
 
-using Bytes = std::vector<unsigned char>;
+namespace test_support {
 
 // A call that changes a file or a folder: "create", "write", "fsync", "rename", "link" or "unlink".
 struct FileCall {
@@ -46,6 +46,8 @@ struct PlatformFake {
     // Makes the call, by `real`, or fails it. May throw from a write.
     std::function<long(const FileCall& call, const std::function<long()>& real)> on_file_call;
     device_power_state_changed_cb power_callback = nullptr;
+    bool ignores_log = false;
+    bool holds_writer = false;  // a signal does not wake it; set with the dump mutex held
 
     void Record(const std::string& event);
     // The events since the last call, "; " between them.
@@ -67,9 +69,6 @@ private:
 PlatformFake& Platform();
 
 std::string Hex(const Bytes& bytes);
-
-// The dump image, taken as the dump writer takes it.
-Bytes Snapshot(bool consume);
 
 // Runs `body` in a forked child, for what a process can do only once. Failed expectations in it
 // fail the test; singletons and threads of the service end with it.

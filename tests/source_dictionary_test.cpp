@@ -1,0 +1,123 @@
+#include "SourceDictionary.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <map>
+#include <random>
+#include <set>
+
+#include "CDataProvider.h"
+#include "RecordPacking.h"
+#include "support/platform_fake.h"
+
+namespace test_support {
+namespace {
+
+struct Known {
+    int index;
+    uint64_t record;
+};
+using Model = std::map<std::string, std::map<int, Known>>;  // by "tag,pid" and tid
+
+Bytes ImageOf(const Model& model) {
+    Bytes image;
+    for (const auto& [key, threads] : model) {
+        Bytes pairs;
+        for (const auto& [tid, known] : threads) {
+            packing::AppendLeb128(tid, pairs);
+            packing::AppendLeb128(known.index, pairs);
+        }
+        packing::AppendLeb128(static_cast<int>(key.size()), image);
+        image.insert(image.end(), key.begin(), key.end());
+        packing::AppendLeb128(static_cast<int>(pairs.size()), image);
+        image.insert(image.end(), pairs.begin(), pairs.end());
+    }
+    return image;
+}
+
+TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
+    const std::string tags[] = {"", "A", "A,1", "A,", "B", "\xC3\xA4", std::string(300, 'x')};
+    const int numbers[] = {0, 1, -1, 9, 10, 100, 63, 64, -64, -65, INT32_MAX, INT32_MIN};
+    std::mt19937 random(7);
+    SourceDictionary dictionary;
+    Model model;
+    std::set<int> used;
+    for (uint64_t record = 0; record < 20000; ++record) {
+        const std::string& tag = tags[random() % std::size(tags)];
+        const int pid = numbers[random() % std::size(numbers)];
+        const int tid = random() % 4 == 0 ? static_cast<int>(random() % 500)
+                                          : numbers[random() % std::size(numbers)];
+        const SourceDictionary::Entry found = dictionary.Find(tag, pid, tid, record);
+        const std::string key = tag + "," + std::to_string(pid);
+        ASSERT_EQ(found.isNewKey, model.count(key) == 0) << key;
+        const auto [known, is_new] = model[key].insert({tid, {0, 0}});
+        ASSERT_EQ(found.isNew, is_new);
+        if (is_new) {
+            known->second.index = 1;
+            while (!used.insert(known->second.index).second) {
+                ++known->second.index;
+            }
+        }
+        ASSERT_EQ(found.index, known->second.index);
+        known->second.record = record;
+        if (record % 3000 == 2999) {
+            const uint64_t oldest = record - random() % 1500;
+            dictionary.Forget(oldest);
+            for (auto entry = model.begin(); entry != model.end();) {
+                auto& threads = entry->second;
+                for (auto thread = threads.begin(); thread != threads.end();) {
+                    const bool is_kept = thread->second.record >= oldest;
+                    used.erase(is_kept ? 0 : thread->second.index);
+                    thread = is_kept ? std::next(thread) : threads.erase(thread);
+                }
+                entry = threads.empty() ? model.erase(entry) : std::next(entry);
+            }
+        }
+        if (record % 500 == 0 || record % 3000 == 2999) {
+            Bytes image{'+'};
+            dictionary.AppendImage(image);
+            ASSERT_EQ(dictionary.ImageSize(), image.size() - 1);
+            image.erase(image.begin());
+            ASSERT_EQ(image, ImageOf(model)) << record;
+        }
+    }
+}
+
+TEST(SourceDictionaryTest, SourcesThatComeAndGoNeitherFillTheMemoryNorMixUpTheRecords) {
+    constexpr int kSources = 400000;
+    constexpr size_t kLimit = 512 << 10U;
+    CDataProvider& provider = *CDataProvider::Instance();
+    provider.SetHistorySize(kLimit >> 10U);
+    Platform().ignores_log = true;
+    for (const bool count_memory : {false, true}) {
+        Snapshot(true);
+        provider.SetBufferCount(count_memory);
+        std::deque<std::string> fed;
+        for (int i = 0; i < kSources; ++i) {
+            const std::string tag = "TAG" + std::to_string(i % 7);
+            const std::string pid = std::to_string(i % 90000), tid = std::to_string(i / 3);
+            const std::string text = std::to_string(i);
+            std::string line = "1.5 I/" + tag;
+            line.append("(P ").append(pid).append(", T ").append(tid).append("): f > ");
+            line.append(text);
+            provider.m_GetDataDDP(line);
+            fed.push_back("I/" + tag + "(P " + pid + ", T " + tid + "): " + text);
+            if (fed.size() > 150000) {
+                fed.pop_front();
+            }
+            if (i % 10000 == 9999) {
+                // With records counted, a dictionary of 1 MiB as serialised, and tables for it.
+                ASSERT_LE(provider.GetHistoryMemory(), count_memory ? kLimit : 24 * kLimit) << i;
+                ASSERT_GT(provider.GetRecordCount(), 2500U) << i;
+            }
+        }
+        const std::vector<std::string> decoded = Decode(Snapshot(false));
+        ASSERT_EQ(decoded.size(), provider.GetRecordCount());
+        ASSERT_TRUE(std::equal(decoded.rbegin(), decoded.rend(), fed.rbegin())) << count_memory;
+    }
+    Platform().ignores_log = false;
+}
+
+}  // namespace
+}  // namespace test_support
