@@ -33,8 +33,10 @@ constexpr useconds_t kFullBufferPoll = 50000;            // microseconds
 constexpr unsigned long long kSmallestPage = 1024;   // bytes
 constexpr unsigned long long kLargestPage = 262144;  // bytes
 constexpr unsigned long long kPages = 40;            // that the limit is to have room for, plain
-// A dictionary is gone through for entries that no record refers to when it has this many bytes
-// and more than this share of the limit.
+// A prepared dictionary for pages takes some 100 KiB with what belongs to it.
+constexpr unsigned long long kDictionaryPaysFrom = 1048576;  // bytes
+// A dictionary of sources is gone through for entries that no record refers to when it has this
+// many bytes and more than this share of the limit.
 constexpr unsigned long long kDictionaryFloor = 1048576;
 constexpr unsigned long long kDictionaryShare = 8;
 
@@ -123,7 +125,7 @@ void CDataProvider::m_FitPages() {
         pageSize /= 2;
     }
     const std::lock_guard<std::mutex> lock(m_BufferMutex);
-    m_Records.SetPages(pageSize, m_CountMemory);
+    m_Records.SetPages(pageSize, m_CountMemory && m_BufferLimit >= kDictionaryPaysFrom);
 }
 
 size_t CDataProvider::GetHistoryMemory() {

@@ -4,6 +4,7 @@
 #include <boost/thread/exceptions.hpp>
 #include <filesystem>
 #include <future>
+#include <map>
 #include <new>
 #include <regex>
 
@@ -162,6 +163,26 @@ TEST_F(PipelineTest, EverySnapshotIsOneRunOfLinesWhileOthersComeAndGo) {
             }
         }
         feeder.join();
+    }
+    provider_.SetBufferCount(false);
+}
+
+TEST_F(PipelineTest, TheSameLimitOnMemoryKeepsMore) {
+    for (const unsigned kib : {8U, 64U, 512U}) {
+        std::map<bool, size_t> kept;
+        for (const bool count_memory : {false, true}) {
+            Snapshot(true);
+            provider_.SetHistorySize(kib);
+            provider_.SetBufferCount(count_memory);
+            for (unsigned i = 0; i < kib * 100; ++i) {
+                Feed(Line(std::to_string(i * 7919 % 10007), 50));
+                if (i == kib * 50) {
+                    Feed(Line("large", kib << 11U));  // twice the limit
+                }
+            }
+            kept[count_memory] = provider_.GetRecordCount();
+        }
+        EXPECT_GT(kept[true], kept[false]) << kib;
     }
     provider_.SetBufferCount(false);
 }
