@@ -7,29 +7,13 @@
 #include <algorithm>
 #include <cctype>
 #include <sstream>
+#include <vector>
 
 #include "CDataProvider.h"
 #include "dlogutil/line_format.h"
-#include "dump/dump_reader.h"
 #include "support/fuzz_support.h"
 
 namespace {
-
-class MemorySource : public ByteSource {
-public:
-    explicit MemorySource(const fuzz::Bytes& bytes) : bytes_(bytes.begin(), bytes.end()) {}
-
-    [[nodiscard]] std::size_t Read(char* data, std::size_t size) override {
-        const std::size_t count = bytes_.copy(data, size, position_);
-        position_ += count;
-        return count;
-    }
-    void Seek(std::uint64_t offset) override { position_ = offset; }
-
-private:
-    std::string bytes_;
-    std::size_t position_ = 0;
-};
 
 dlogutil::Fields ReadFields(const std::string& entry) {
     dlogutil::Fields fields;
@@ -67,12 +51,6 @@ std::string Expected(const dlogutil::Fields& fields, const std::string& written)
            ", T " + std::to_string(std::stoi(line.substr(thread))) + "): " + line.substr(arrow + 3);
 }
 
-std::string Shown(const Record& record) {
-    return std::string(1, record.level) + "/" + std::string(record.origin.tag) + "(P " +
-           std::to_string(record.origin.pid) + ", T " + std::to_string(record.origin.tid) +
-           "): " + std::string(record.message);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -97,14 +75,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             fuzz::Require(thrown.empty(), thrown + " at " + line);
         }
     }
-    const fuzz::Bytes dump = fuzz::Snapshot(true);
-    MemorySource source(dump);
-    DumpReader reader(source);
-    Record record;
-    for (const std::string& line : expected) {
-        fuzz::Require(reader.Next(record), "lacks " + line);
-        fuzz::Require(Shown(record) == line, Shown(record) + " instead of " + line);
+    const std::vector<std::string> decoded = fuzz::Decode(fuzz::Snapshot(true));
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        fuzz::Require(i < decoded.size(), "lacks " + expected[i]);
+        fuzz::Require(decoded[i] == expected[i], decoded[i] + " instead of " + expected[i]);
     }
-    fuzz::Require(!reader.Next(record), "more records than lines");
+    fuzz::Require(decoded.size() == expected.size(), "more records than lines");
     return 0;
 }

@@ -423,7 +423,6 @@ TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
     InFreshProcess([] {
         MakeFolder(kCollecting);
         MakeFolder("/tmp/out");
-        Start();
         CTREventManager& manager = *CTREventManager::GetInstance();
         const auto hold = [&](bool holds) {
             g_mutex_lock(manager.GetMutex());
@@ -432,9 +431,14 @@ TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
         };
         Platform().on_event = [&](const std::string& event) {
             if (event.find("Dumping") != std::string::npos || event.find("Completed") < 100) {
-                EXPECT_FALSE(g_mutex_trylock(manager.GetMutex())) << event;
+                const bool is_free = g_mutex_trylock(manager.GetMutex()) != FALSE;
+                EXPECT_FALSE(is_free) << event;
+                if (is_free) {
+                    g_mutex_unlock(manager.GetMutex());
+                }
             }
         };
+        Start();
         const std::string self = kGet + "I Dumping to File Started..[" + kTemporary +
                                  "]; I Dump to File[" + kCollecting + "trelvo.dump] Completed";
         hold(true);

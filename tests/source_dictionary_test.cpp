@@ -43,7 +43,7 @@ TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
     SourceDictionary dictionary;
     Model model;
     std::set<int> used;
-    for (uint64_t record = 0; record < 20000; ++record) {
+    for (uint64_t record = 0; record < 9000; ++record) {
         const std::string& tag = tags[random() % std::size(tags)];
         const int pid = numbers[random() % std::size(numbers)];
         const int tid = random() % 4 == 0 ? static_cast<int>(random() % 500)
@@ -61,8 +61,8 @@ TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
         }
         ASSERT_EQ(found.index, known->second.index);
         known->second.record = record;
-        if (record % 3000 == 2999) {
-            const uint64_t oldest = record - random() % 1500;
+        if (record % 1500 == 1499) {
+            const uint64_t oldest = record - random() % 1000;
             dictionary.Forget(oldest);
             for (auto entry = model.begin(); entry != model.end();) {
                 auto& threads = entry->second;
@@ -74,7 +74,7 @@ TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
                 entry = threads.empty() ? model.erase(entry) : std::next(entry);
             }
         }
-        if (record % 500 == 0 || record % 3000 == 2999) {
+        if (record % 500 == 0 || record % 1500 == 1499) {
             Bytes image{'+'};
             dictionary.AppendImage(image);
             ASSERT_EQ(dictionary.ImageSize(), image.size() - 1);
@@ -85,7 +85,7 @@ TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
 }
 
 TEST(SourceDictionaryTest, SourcesThatComeAndGoNeitherFillTheMemoryNorMixUpTheRecords) {
-    constexpr int kSources = 400000;
+    constexpr int kSources = 150000;
     constexpr size_t kLimit = 512 << 10U;
     CDataProvider& provider = *CDataProvider::Instance();
     provider.SetHistorySize(kLimit >> 10U);
@@ -103,7 +103,7 @@ TEST(SourceDictionaryTest, SourcesThatComeAndGoNeitherFillTheMemoryNorMixUpTheRe
             line.append(text);
             provider.m_GetDataDDP(line);
             fed.push_back("I/" + tag + "(P " + pid + ", T " + tid + "): " + text);
-            if (fed.size() > 150000) {
+            if (fed.size() > 100000) {
                 fed.pop_front();
             }
             if (i % 10000 == 9999) {

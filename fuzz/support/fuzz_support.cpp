@@ -6,8 +6,6 @@
 #include <stdexcept>
 
 #include "CDataProvider.h"
-#include "CTREventManager.h"
-#include "CUtility.h"
 #include "support/private_namespace.h"
 
 namespace fuzz {
@@ -22,14 +20,6 @@ void Require(bool holds, const std::string& what) {
         static_cast<void>(std::fprintf(stderr, "FAULT: %s\n", what.c_str()));
         std::abort();
     }
-}
-
-Bytes Snapshot(bool consume) {
-    Bytes image;
-    CUtility::Instance()->setSelfInitate(consume);
-    CDataProvider::Instance()->m_GetCompressedData(image);
-    CUtility::Instance()->setSelfInitate(false);
-    return image;
 }
 
 std::string Feed(std::string line) {

@@ -2,17 +2,17 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "support/image.h"
 
 namespace fuzz {
 
-using Bytes = std::vector<unsigned char>;
+using test_support::Bytes;
+using test_support::Decode;
+using test_support::Snapshot;  // a consuming one lets the next input start afresh
 
 // Ends the program, which the fuzzer takes for a fault, unless `holds`.
 void Require(bool holds, const std::string& what);
-
-// The dump image, taken as the dump writer takes it. With `consume` the next input starts afresh.
-Bytes Snapshot(bool consume);
 
 // Feeds a line to the service's pipeline. Returns "type: what()" of what it throws, "" otherwise.
 // The buffer mutex, which an exception leaves held, is free again afterwards.

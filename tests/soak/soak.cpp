@@ -2,9 +2,14 @@
 //
 // The whole road under load, on a journal of its own: numbered lines in bursts, the capture rotated
 // several times a minute, dumps by timer, by full buffer and on request at once. Every number must
-// come out of the dumps exactly once. Prints what happened, and the memory, descriptors and threads
-// of the service and its capture early on and at the end. Exit status 1 where anything is lost,
-// repeated or grows.
+// come out of the dumps exactly once. In the second half of the time the service counts memory,
+// drops what is too old and compresses its dumps: each dump is then one run of numbers up to the
+// newest, and none comes after a dump that consumed it. Prints what happened, and the memory,
+// descriptors and threads of the service and its capture early on and at the end. Exit status 1
+// where anything is lost, repeated or grows.
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -50,6 +55,8 @@ struct Phase {
     std::chrono::seconds length;
     int requested_dumps;
 };
+// When it drops, the fastest phase fills this several times between two dumps.
+constexpr const char* kHistoryKib = "256";
 // Fast enough to fill the buffer before the timer fires; with requests; then the timer alone.
 constexpr Phase kCycle[] = {{20000, 6s, 1}, {5000, 5s, 4}, {1000, 8s, 0}};
 
@@ -149,7 +156,7 @@ pid_t FindProgram(const fs::path& program) {
 
 class Soak {
 public:
-    Soak() {
+    explicit Soak(bool drops) : drops_(drops) {
         for (const fs::path& folder :
              {kCollectingFolder, kRequestFolder, kFetched, kUploadKey.parent_path()}) {
             fs::create_directories(folder);
@@ -158,16 +165,23 @@ public:
         WriteFile(kUploadKey, "0\n");
         log_.emplace();
         LogFollower starts("LOG_COMPRESSOR");
-        service_.emplace(std::vector<std::string>{kBin + "trelvo", "LOGTAG=SOAK", "LOGLEVEL=V",
-                                                  std::string("RQBBUFFER=") + kBufferKib,
-                                                  "POLICYMODE=0", "DLOGDUMPMODE=timer&bufferfull",
-                                                  std::string("DLOGDUMPVALUE=") + kTimerSeconds});
+        std::vector<std::string> command = {
+            kBin + "trelvo", "LOGTAG=SOAK",
+            "LOGLEVEL=V",    std::string("RQBBUFFER=") + kBufferKib,
+            "POLICYMODE=0",  std::string("DLOGDUMPVALUE=") + kTimerSeconds};
+        if (drops_) {
+            command.insert(command.end(), {"DLOGDUMPMODE=timer", "RQBCOUNT=memory", "DUMPFORM=zstd",
+                                           std::string("RQBHISTORY=") + kHistoryKib});
+        } else {
+            command.emplace_back("DLOGDUMPMODE=timer&bufferfull");
+        }
+        service_.emplace(command);
         if (starts.WaitFor("set buffer Size").empty()) {
             Fault("the service does not start");
         }
     }
 
-    int Run(std::chrono::minutes length) {
+    int Run(std::chrono::seconds length) {
         const auto start = Clock::now();
         RunCycle();
         const pid_t capture = FindProgram(kBin + "dlogutil");
@@ -188,9 +202,15 @@ public:
         Compare("capture", capture_first, UsageOf(capture));
         for (const char* event :
              {ServiceLog::kRotation, ServiceLog::kTimer, ServiceLog::kFull, ServiceLog::kRequest}) {
-            if (log_->Count(event) == 0) {
+            if (log_->Count(event) == 0 && !(drops_ && event == ServiceLog::kFull)) {
                 Fault(std::string("never: ") + event);
             }
+        }
+        if (drops_) {
+            std::printf("dropped %" PRId64 "\n", dropped_);
+        }
+        if ((dropped_ != 0) != drops_) {
+            Fault("it drops when it should not, or the other way round");
         }
         for (const char* failure : {ServiceLog::kException, ServiceLog::kFailure}) {
             if (log_->Count(failure) != 0) {
@@ -259,7 +279,8 @@ private:
 
     void Request() {
         const auto answer =
-            RunProgram({kBin + "trelvoctl", "launch", "DUMP=" + kRequestFolder.string()});
+            RunProgram({kBin + "trelvoctl", "launch", "DUMP=" + kRequestFolder.string(),
+                        drops_ ? "DUMPFORM=zstd" : "DUMPFORM=plain"});
         if (answer.status != 0) {
             Fault("a launch request: " + answer.err);
         }
@@ -274,37 +295,75 @@ private:
         }
     }
 
-    // Merges the first `count` dumps that were fetched and removes them. Together they must hold
-    // the numbers that follow the last one seen, each once.
+    // Accounts for the first `count` dumps that were fetched and removes them.
     void Decode(std::size_t count) {
-        if (count == 0) {
-            return;
-        }
         const auto end = fetched_.begin() + static_cast<std::ptrdiff_t>(count);
-        std::vector<std::string> command = {kBin + "trelvoctl", "decode", "--one-boot"};
-        std::for_each(fetched_.begin(), end,
-                      [&](const Dump& dump) { command.push_back(dump.path.string()); });
+        for (auto dump = fetched_.begin(); drops_ && dump != end; ++dump) {
+            AccountForRun(*dump);
+        }
+        if (!drops_ && count != 0) {
+            AccountForAll(end);
+        }
+        std::for_each(fetched_.begin(), end, [](const Dump& dump) { fs::remove(dump.path); });
+        fetched_.erase(fetched_.begin(), end);
+    }
+
+    std::vector<std::int64_t> Numbers(std::vector<std::string> command) {
         const fs::path lines = "/tmp/lines";
-        if (Process(command, lines).Wait() != 0) {
+        if (Process(std::move(command), lines).Wait() != 0) {
             Fault("trelvoctl decode");
         }
+        std::vector<std::int64_t> numbers;
         std::ifstream text(lines);
         for (std::string line; std::getline(text, line);) {
             const std::size_t message = line.find("): ");
-            if (message == std::string::npos) {
-                continue;  // a line of dashes between two dumps
+            if (message != std::string::npos) {  // not a line of dashes between two dumps
+                numbers.push_back(std::atoll(line.c_str() + message + 3));
             }
-            const std::int64_t number = std::atoll(line.c_str() + message + 3);
-            if (number > next_) {
-                std::printf("lost %" PRId64 " to %" PRId64 "\n", next_, number - 1);
-                lost_ += number - next_;
-            }
-            repeated_ += number < next_ ? 1 : 0;
-            next_ = std::max(next_, number + 1);
         }
         fs::remove(lines);
-        std::for_each(fetched_.begin(), end, [](const Dump& dump) { fs::remove(dump.path); });
-        fetched_.erase(fetched_.begin(), end);
+        return numbers;
+    }
+
+    void Account(std::int64_t number) {
+        if (number > next_) {
+            std::printf("lost %" PRId64 " to %" PRId64 "\n", next_, number - 1);
+            lost_ += number - next_;
+        }
+        repeated_ += number < next_ ? 1 : 0;
+        next_ = std::max(next_, number + 1);
+    }
+
+    struct Dump {
+        fs::path path;
+        bool is_self_initiated;
+    };
+
+    // Together, merged, they must hold the numbers that follow the last one seen, each once.
+    void AccountForAll(std::vector<Dump>::iterator end) {
+        std::vector<std::string> command = {kBin + "trelvoctl", "decode", "--one-boot"};
+        std::for_each(fetched_.begin(), end,
+                      [&](const Dump& dump) { command.push_back(dump.path.string()); });
+        for (const std::int64_t number : Numbers(command)) {
+            Account(number);
+        }
+    }
+
+    // What is missing before its first number was dropped; what was consumed must not come again.
+    void AccountForRun(const Dump& dump) {
+        const auto numbers = Numbers({kBin + "trelvoctl", "decode", dump.path.string()});
+        const std::int64_t before = next_;
+        if (!numbers.empty()) {
+            dropped_ += std::max<std::int64_t>(numbers.front() - next_, 0);
+            next_ = std::max(numbers.front(), consumed_);
+        }
+        for (const std::int64_t number : numbers) {
+            Account(number);
+        }
+        if (next_ < before) {
+            Fault("a dump ends before an earlier one");
+        }
+        consumed_ = dump.is_self_initiated ? next_ : consumed_;
     }
 
     // Waits until all is read, and takes what the buffer holds.
@@ -344,11 +403,6 @@ private:
         }
     }
 
-    struct Dump {
-        fs::path path;
-        bool is_self_initiated;
-    };
-
     Journal journal_;
     std::optional<ServiceLog> log_;
     std::optional<Process> service_;
@@ -357,6 +411,9 @@ private:
     std::int64_t next_ = 0;  // the number to be decoded next
     std::int64_t lost_ = 0;
     std::int64_t repeated_ = 0;
+    std::int64_t consumed_ = 0;  // the numbers below it were in a self-initiated dump
+    std::int64_t dropped_ = 0;
+    const bool drops_;
     int dumps_ = 0;
     int faults_ = 0;
 };
@@ -370,8 +427,18 @@ int main(int argc, char** argv) {
         std::fputs("usage: soak MINUTES\n", stderr);
         return 2;
     }
-    test_support::EnterPrivateNamespace();
     setenv("TRELVO_LOG_LEVEL", "info", 1);  // its messages are waited for
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, 0));
-    return test_support::Soak().Run(std::chrono::minutes(minutes));
+    int result = 0;
+    for (const bool drops : {false, true}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            test_support::EnterPrivateNamespace();
+            const int failed = test_support::Soak(drops).Run(std::chrono::seconds(30 * minutes));
+            std::exit(failed);  // now that the service and the journal are gone
+        }
+        int status = -1;
+        result |= waitpid(child, &status, 0) == child && status == 0 ? 0 : 1;
+    }
+    return result;
 }
