@@ -19,11 +19,18 @@
 #include "CatchUp.h"
 #include "DumpFile.h"
 #include "Log.h"
+#include "Status.h"
 
 CDataDump* CDataDump::m_pInstance = nullptr;
 bool CDataDump::m_bRuning = true;
 
 namespace {
+
+// How a dump ended: with the path of its file, or with the reason why there is none.
+struct DumpOutcome {
+    std::string path;
+    std::string error;
+};
 
 constexpr const char* kTemporaryFolder = "/tmp/Trelvo_Dump";
 constexpr const char* kTemporaryFile = "/tmp/Trelvo_Dump/trelvo_Temp.dump";
@@ -187,7 +194,7 @@ CDataDump::~CDataDump() {
     g_thread_unref(m_Thread);
 }
 
-void* CDataDump::t_Main(void* self) {
+void* CDataDump::t_Main(void* /*self*/) {
     TR_LOGI("%s called", __func__);
     if (!PrepareTemporaryFolder()) {
         return nullptr;
@@ -209,7 +216,7 @@ void* CDataDump::t_Main(void* self) {
             outcome.error = failure.what();
         }
         CUtility::Instance()->setSelfInitate(false);
-        static_cast<CDataDump*>(self)->m_LastOutcome = outcome;
+        status::DumpEnded(outcome.path, outcome.error);
     }
     g_mutex_unlock(manager->GetMutex());
     return nullptr;

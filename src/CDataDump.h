@@ -2,14 +2,6 @@
 
 #include <glib.h>
 
-#include <string>
-
-// How a dump ended: with the path of its file, or with the reason why there is none.
-struct DumpOutcome {
-    std::string path;
-    std::string error;
-};
-
 // Turns dump signals into dump files, on one thread that lives as long as the process.
 //
 // Owns the thread. Borrows the trigger manager's mutex and condition: the mutex is held from
@@ -33,13 +25,9 @@ public:
 
     static void* t_Main(void* self);
 
-    // Both empty before the first dump. REQUIRES: the dump mutex is held.
-    const DumpOutcome& m_Outcome() const { return m_LastOutcome; }
-
 private:
     static CDataDump* m_pInstance;
     static bool m_bRuning;
 
-    DumpOutcome m_LastOutcome;
-    GThread* m_Thread;  // last: it uses the rest
+    GThread* m_Thread;
 };

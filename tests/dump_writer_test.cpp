@@ -198,12 +198,11 @@ TEST(DumpWriterTest, AFailedStepLeavesNoFileAndSaysWhy) {
             };
             EXPECT_THAT(DumpTo("/tmp/out"), testing::HasSubstr(row.message)) << row.step;
             EXPECT_GE(count, row.number) << row.step;
-            g_mutex_lock(CTREventManager::GetInstance()->GetMutex());
-            const DumpOutcome outcome = CDataDump::Instance()->m_Outcome();
-            g_mutex_unlock(CTREventManager::GetInstance()->GetMutex());
             const bool is_written = row.message == std::string("Completed");
-            EXPECT_EQ(outcome.error.empty(), is_written) << row.step;
-            EXPECT_EQ(fs::exists(outcome.path), is_written) << row.step << outcome.path;
+            const std::string status = Platform().Status();
+            EXPECT_EQ(status.find("last_dump_result=written") < status.size(), is_written)
+                << status;
+            EXPECT_EQ(status.find("last_dump_path=/tmp/out/t") < status.size(), is_written);
             const std::vector<std::string> names = Names("/tmp/out");
             EXPECT_EQ(names.size(), row.files) << row.step << testing::PrintToString(names);
             EXPECT_FALSE(fs::exists(kTemporary)) << row.step;
