@@ -1,4 +1,5 @@
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <cstdio>
 #include <exception>
@@ -29,6 +30,7 @@ bench::Subject Generated(const std::string& name, double verbatim_share) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    static_cast<void>(mallopt(M_MMAP_THRESHOLD, 128 * 1024));  // as the service does
     benchmark::Initialize(&argc, argv);
     try {
         std::vector<bench::Subject> subjects;

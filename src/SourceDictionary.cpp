@@ -15,20 +15,22 @@ constexpr size_t kFirstSlots = 64;
 // The slot of open addressing for which `isIt` holds, or the first free one.
 template <typename Slot, typename IsFree, typename IsIt>
 Slot& Locate(std::vector<Slot>& slots, uint64_t hash, IsFree isFree, IsIt isIt) {
-    size_t at = hash & (slots.size() - 1);
+    // The hash as a fraction of 1: any number of slots will do.
+    size_t at = static_cast<size_t>((hash >> 32U) * slots.size() >> 32U);
     while (!isFree(slots[at]) && !isIt(slots[at])) {
-        at = (at + 1) & (slots.size() - 1);
+        at = at + 1 == slots.size() ? 0 : at + 1;
     }
     return slots[at];
 }
 
-// Room for one more of `count`; `place` finds a slot's new place.
+// Room for one more of `count`; `place` finds a slot's new place. Grows by a half: what both tables
+// take for a moment is memory, too.
 template <typename Slot, typename IsFree, typename Place>
 void MakeRoom(std::vector<Slot>& slots, size_t count, IsFree isFree, Place place) {
     if (4 * (count + 1) <= 3 * slots.size()) {
         return;
     }
-    std::vector<Slot> old(slots.empty() ? kFirstSlots : 2 * slots.size());
+    std::vector<Slot> old(slots.empty() ? kFirstSlots : slots.size() + slots.size() / 2);
     old.swap(slots);
     for (const Slot& slot : old) {
         if (!isFree(slot)) {

@@ -68,7 +68,7 @@ private:
 
     std::vector<char> texts_;
     std::vector<Tag> tags_;
-    // Open addressing: none, or a power of two slots of which at most three quarters are used.
+    // Open addressing, at most three quarters of the slots are used.
     std::vector<uint32_t> tag_slots_;  // number in tags_ plus 1; 0 in a free slot
     std::vector<Key> keys_;
     std::vector<Source> sources_;
