@@ -6,6 +6,8 @@
 #include "CTREventManager.h"
 #include "CUtility.h"
 #include "Main.h"
+#include "MatchTrigger.h"
+#include "Status.h"
 #include "support/platform_fake.h"
 
 int ServiceMain(int argc, char** argv);  // the service's main()
@@ -68,6 +70,40 @@ TEST(ApplicationTest, FirstLaunchConfiguresAndLaterOnesDump) {
         app_control(nullptr, nullptr);
         EXPECT_TRUE(
             Platform().WaitFor("I Trigger received to dump data on request at path [/tmp]"));
+    });
+}
+
+TEST(ApplicationTest, LinesThatMatchAskForOneDumpInARest) {
+    InFreshProcess([] {
+        Platform().launch_arguments = {{"DLOGDUMPDELAY", "0"}, {"DLOGDUMPREST", "1000"}};
+        app_create(nullptr);
+        EXPECT_THAT(Launch("A", "I", "1", "0", {"DLOGDUMPMODE", "match"}),
+                    testing::HasSubstr("E DLOGDUMPMODE has match, but there is no DLOGDUMPMATCH"));
+        MatchTrigger& trigger = MatchTrigger::Instance();
+        for (const char* items : {"", "A", "A:", ":E", "A:X", "A:Ex", "A:E&", "A:E&&B:E"}) {
+            EXPECT_THROW(trigger.Enable({items}), std::invalid_argument) << items;
+        }
+        const auto dumps = [&](const MatchTrigger::Settings& settings, std::string_view tag,
+                               char level, std::string_view message) {
+            trigger.Enable(settings);
+            Platform().Take();
+            trigger.Look(tag, level, message);
+            while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+            }
+            return Platform().Take(true).find("I RequestDumpOnMatch called") == 0;
+        };
+        const MatchTrigger::Settings at_once{"A:W:x:y&*:F&B:V", 0, 0};
+        EXPECT_TRUE(dumps(at_once, "A", 'W', "ax:yz"));
+        EXPECT_TRUE(dumps(at_once, "A", 'E', "x:y"));
+        EXPECT_TRUE(dumps(at_once, "C", 'F', ""));
+        EXPECT_TRUE(dumps(at_once, "B", 'D', "any"));
+        EXPECT_FALSE(dumps(at_once, "A", 'I', "x:y"));
+        EXPECT_FALSE(dumps(at_once, "A", 'W', "x y"));
+        EXPECT_FALSE(dumps(at_once, "C", 'E', "x:y"));
+        EXPECT_TRUE(dumps({"A:E", 0, 1000}, "A", 'E', ""));
+        EXPECT_FALSE(dumps({"A:E", 0, 1000}, "A", 'E', "")) << "too soon";
+        status::DumpEnded("", "");
+        EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nsuppressed=1\n"));
     });
 }
 
