@@ -1,6 +1,7 @@
 #include <ctime>
 #include <memory>
 
+#include "MatchTrigger.h"
 #include "memory.h"
 #include "peers.h"
 #include "recorder.h"
@@ -46,6 +47,14 @@ Counters EncodeByRecorder(Corpus& corpus, Count count) {
     Counters counters = CountSpeed(corpus, seconds);
     counters["3. allocations/line"] = allocations / kRepetitions / lines;
     return counters;
+}
+
+// How many times what it takes otherwise a line takes that is looked at for what asks for a dump,
+// and does not match.
+Counters CompareWithMatch(Corpus& corpus) {
+    const double without = EncodeByRecorder(corpus, Count::kMemory).at("2. us/line");
+    MatchTrigger::Instance().Enable({"*:E:a text that is never logged&NO_SUCH_TAG:V", 0, 0});
+    return {{"times without", EncodeByRecorder(corpus, Count::kMemory).at("2. us/line") / without}};
 }
 
 // One pass at the most of each repetition, and no more of it than takes long enough.
@@ -110,6 +119,9 @@ void AddEncode(std::vector<Subject>& subjects) {
                         [&] { return EncodeByPeer(subject.corpus, kind.make()); });
         }
     }
+    Corpus& first = subjects.front().corpus;
+    AddMeasured("encode/" + first.Name() + "/recorder, match",
+                [&] { return CompareWithMatch(first); });
     for (const size_t sources : {10, 1000, 100000}) {
         const auto corpus = std::make_shared<Corpus>(WithSources(subjects.front().corpus, sources));
         AddMeasured("encode/" + corpus->Name() + "/recorder",

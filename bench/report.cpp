@@ -84,6 +84,9 @@ void TableReporter::Finalize() {
             }
             Judge(row, "allocations/line", "", 0.1, false, "allocations a line");
         }
+        if (values.count("times without") != 0) {
+            Judge(row, "times without", "", 1.03, false, "times the time without");
+        }
         if (row == "encode/100000 sources/recorder") {
             Judge(row, "us/line", "encode/10 sources/recorder", 1.5, false,
                   "the time with 10 sources");

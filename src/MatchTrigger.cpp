@@ -18,11 +18,6 @@ MatchTrigger& MatchTrigger::Instance() {
     return *instance;
 }
 
-int MatchTrigger::Rank(char level) {
-    const size_t rank = kLevels.find(level);
-    return rank == std::string_view::npos ? 0 : static_cast<int>(rank);
-}
-
 MatchTrigger::Item MatchTrigger::ReadItem(std::string_view text) {
     const size_t level = text.find(':');
     if (level == std::string_view::npos || level == 0 || level + 1 == text.size() ||
@@ -46,17 +41,14 @@ void MatchTrigger::Enable(const Settings& settings) {
         }
         rest.remove_prefix(end + 1);
     }
-    leastRank_ = std::min_element(items.begin(), items.end(), [](const Item& a, const Item& b) {
-                     return a.rank < b.rank;
-                 })->rank;
     items_ = std::move(items);
     delay_ = settings.delay;
     rest_ = settings.rest;
 }
 
-bool MatchTrigger::Matches(std::string_view tag, char level, std::string_view message) const {
+bool MatchTrigger::Matches(std::string_view tag, int rank, std::string_view message) const {
     return std::any_of(items_.begin(), items_.end(), [&](const Item& item) {
-        return Rank(level) >= item.rank && (item.tag.empty() || item.tag == tag) &&
+        return rank >= item.rank && (item.tag.empty() || item.tag == tag) &&
                message.find(item.text) != std::string_view::npos;
     });
 }

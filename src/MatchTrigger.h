@@ -29,7 +29,7 @@ public:
 
     // REQUIRES: no lock is held.
     void Look(std::string_view tag, char level, std::string_view message) {
-        if (!items_.empty() && Rank(level) >= leastRank_ && Matches(tag, level, message)) {
+        if (!items_.empty() && Matches(tag, Rank(level), message)) {
             Ask();
         }
     }
@@ -43,15 +43,29 @@ private:
 
     MatchTrigger() = default;
 
-    // 0 for V, D and every other letter, as a record has them, up to 4 for F; see Enable() for V.
-    static int Rank(char level);
+    // Counts from V up to F; 0 for any other letter.
+    static int Rank(char level) {
+        switch (level) {
+            case 'D':
+                return 1;
+            case 'I':
+                return 2;
+            case 'W':
+                return 3;
+            case 'E':
+                return 4;
+            case 'F':
+                return 5;
+            default:
+                return 0;
+        }
+    }
     static Item ReadItem(std::string_view text);
-    [[nodiscard]] bool Matches(std::string_view tag, char level, std::string_view message) const;
+    [[nodiscard]] bool Matches(std::string_view tag, int rank, std::string_view message) const;
     void Ask();
     static gboolean OnDelayOver(gpointer self);
 
     std::vector<Item> items_;
-    int leastRank_ = 0;
     unsigned delay_ = 0;
     unsigned rest_ = 0;
     int64_t next_ = 0;  // monotonic microseconds before which a match is not answered
