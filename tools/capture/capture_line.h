@@ -15,7 +15,7 @@ struct CaptureLine {
 };
 
 // The line must come without its line feed. Nothing for a line that the recorder passes over, and
-// for one whose time or ids are no numbers, at which the recorder stops for good.
+// for one with a malformed time or id, at which the recorder stops for good.
 //
 //   1234.567 I/MY_TAG  (P 1234, T 1240): main.c: run(52) > started
 //   time     level/tag   pid     tid     writer's prefix   message

@@ -19,7 +19,7 @@ public:
     [[nodiscard]] const std::string& Version() const { return version_; }
     // One line for each database that gave no table, or a part of one; names the file.
     [[nodiscard]] const std::vector<std::string>& Faults() const { return faults_; }
-    // Nothing where the bytes are no code of the tag, or a code that several messages share.
+    // Nothing where the bytes are not a code of the tag, or one that several messages share.
     [[nodiscard]] std::optional<std::string_view> Message(std::string_view tag,
                                                           std::string_view code) const;
 
