@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "patterns/pattern_finder.h"
 #include "recorder.h"
 #include "suites.h"
 
@@ -77,6 +78,26 @@ void AddTools(Subject& subject) {
     const auto files = Write(subject.corpus);
     const std::string tool = TRELVO_BIN_DIR "/trelvoctl";
     AddProgram("tools/decode", tool + " decode " + files->dump + " | cat >/dev/null", files,
+               files->dump_bytes);
+    // Grouping alone, by processor time: the messages without the writer's prefix.
+    AddTimed("tools/patterns, grouping", [&subject](benchmark::State& state) {
+        size_t bytes = 0;
+        while (state.KeepRunning()) {
+            PatternFinder finder;
+            bytes = 0;
+            for (size_t i = 0; i < subject.corpus.Size(); ++i) {
+                const std::string_view line = subject.corpus.Line(i);
+                const size_t prefix = line.find(" > ");
+                const std::string_view message =
+                    prefix == std::string_view::npos ? line : line.substr(prefix + 3);
+                benchmark::DoNotOptimize(finder.Take(message));
+                bytes += message.size();
+            }
+            finder.Finish();
+        }
+        CountRates(state, subject.corpus.Size(), bytes);
+    });
+    AddProgram("tools/patterns", tool + " patterns " + files->dump + " | cat >/dev/null", files,
                files->dump_bytes);
     AddProgram("tools/zstdcat | grep",
                "zstdcat " + files->compressed + " | grep -F ' > ' | cat >/dev/null", files,

@@ -430,7 +430,7 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
         {"decode --wall - ", "2", "",
          "decode: --wall needs a file with a time of its own; --boot-time sets one"},
         {"decode", "2", "", "FILE is required"},
-        {"decode A:I", "2", "", "decode: FILE is required"},
+        {"decode A:I", "2", "", "FILE is required"},
         {"decod whole", "2", "", "unknown command or option 'decod'"},
         {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
     };

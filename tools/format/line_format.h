@@ -33,6 +33,8 @@ public:
 
     // Whether words about the log, such as a gap, may stand between the lines.
     [[nodiscard]] virtual bool TakesMarkers() const { return false; }
+    // Asked after the last line: whether all lines are to be given once more.
+    [[nodiscard]] virtual bool WantsAgain() { return false; }
     // What comes before the first line.
     virtual void AppendHead(std::string& /*out*/) const {}
     virtual void Append(const Line& line, const LineContext& context, std::string& out) = 0;

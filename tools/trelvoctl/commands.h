@@ -14,5 +14,6 @@ void AddDump(CLI::App& app, Action& action);
 void AddLaunch(CLI::App& app, Action& action);
 void AddTrain(CLI::App& app, Action& action);
 void AddManual(CLI::App& app, Action& action);
+void AddPatterns(CLI::App& app, Action& action);
 void AddStat(CLI::App& app, Action& action);
 void AddStatus(CLI::App& app, Action& action);

@@ -71,8 +71,10 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle s
 
 }  // namespace
 
-Decoder::Decoder(DecodeOptions options)
-    : options_(std::move(options)), sink_(options_.last, options_.reversed) {
+Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
+    : options_(std::move(options)),
+      make_format_(std::move(make_format)),
+      sink_(options_.last, options_.reversed) {
     for (const std::string& word : options_.words) {
         if (LineFilter::IsTagLevel(word) && !fs::exists(word)) {
             filter_.AddTagLevel(word);
@@ -107,7 +109,7 @@ Decoder::Decoder(DecodeOptions options)
 
 ExitCode Decoder::Run() {
     if (inputs_.empty()) {
-        Complain("decode: FILE is required");
+        Complain("FILE is required");
         return ExitCode::kUsage;
     }
     if (options_.follow && (inputs_.size() != 1 || !fs::is_directory(inputs_.front()))) {
@@ -142,6 +144,10 @@ ExitCode Decoder::Run() {
     if (timeline_->Boots() > 0 || !watch) {
         SettleStyle();
         ShowFrom(0);
+        again_ = format_->WantsAgain();
+        if (again_) {
+            ShowFrom(0);
+        }
     }
     sink_.Finish();
     progress_.reset();
@@ -339,7 +345,7 @@ void Decoder::SettleStyle() {
             "in them is " +
             TimeText(silence_ms, {}) + " s");
     }
-    format_ = MakeFormat(options_, style_);
+    format_ = make_format_ ? make_format_(style_) : MakeFormat(options_, style_);
     std::string head;
     format_->AppendHead(head);
     Print(head);
@@ -390,7 +396,11 @@ void Decoder::ShowFrom(size_t first_part) {
             [this, &parts](const Line& line, Break before) {
                 Show(line, before, parts[line.dump]);
             },
-            [this](const Part& part) { TellFaults(part); });
+            [this](const Part& part) {
+                if (!again_) {
+                    TellFaults(part);
+                }
+            });
     });
 }
 
@@ -427,7 +437,7 @@ std::string Decoder::MarkerText(Break before, const Line& line, const Part& part
 
 void Decoder::Show(const Line& line, Break before, const Part& part) {
     const auto boot_time_ms = BootTime(line, part.boot);
-    if (before != Break::kNone) {
+    if (before != Break::kNone && !again_) {
         marker_ = MarkerText(before, line, part);
     }
     if (part.boot != last_boot_) {
@@ -440,6 +450,9 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
             return;
         }
     } catch (const SearchError& error) {
+        if (again_) {
+            return;
+        }
         Complain(part.name + ": line at " + TimeText(line.time_ms, boot_time_ms) + ": " +
                  error.what());
         worst_ = std::max(worst_, ExitCode::kDamage);

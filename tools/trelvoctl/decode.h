@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -43,8 +44,11 @@ struct DecodeOptions {
 // Everything that cannot be read costs one line on standard error; the rest is printed.
 class Decoder {
 public:
-    // Throws FilterError when an option's value cannot be used.
-    explicit Decoder(DecodeOptions options);
+    using FormatMaker = std::function<std::unique_ptr<LineFormat>(TimeStyle)>;
+
+    // `make_format` makes the format in the place of that of the options. Throws FilterError when
+    // an option's value cannot be used.
+    explicit Decoder(DecodeOptions options, FormatMaker make_format = {});
 
     [[nodiscard]] ExitCode Run();
 
@@ -87,6 +91,7 @@ private:
     void TellFaults(const Part& part);
 
     DecodeOptions options_;
+    FormatMaker make_format_;
     std::unique_ptr<LineFormat> format_;
     LineSink sink_;
     LineFilter filter_;
@@ -107,6 +112,7 @@ private:
     std::optional<size_t> last_boot_;              // of the line before
     LastLine* last_line_ = nullptr;                // of that boot's host
     bool clock_lines_ = false;                     // are shown
+    bool again_ = false;                           // all lines once more: their faults were told
     uint64_t shown_ = 0;
     ExitCode worst_ = ExitCode::kSuccess;
 };

@@ -16,6 +16,7 @@ ExitCode Run(int argc, char** argv) {
     Action action;
     AddDecode(app, action);
     AddStat(app, action);
+    AddPatterns(app, action);
     AddDump(app, action);
     AddLaunch(app, action);
     AddStatus(app, action);

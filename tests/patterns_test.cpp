@@ -1,0 +1,255 @@
+// Messages that differ only in values as one pattern, and trelvoctl patterns.
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "patterns/pattern_finder.h"
+#include "support/process.h"
+
+namespace test_support {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::UnorderedElementsAreArray;
+
+// The texts of all patterns.
+std::vector<std::string> Texts(const std::vector<std::string>& messages) {
+    PatternFinder finder;
+    std::set<uint32_t> groups;
+    std::vector<uint32_t> numbers;
+    for (const std::string& message : messages) {
+        numbers.push_back(finder.Take(message));
+    }
+    finder.Finish();
+    for (const uint32_t number : numbers) {
+        groups.insert(finder.Group(number));
+    }
+    EXPECT_EQ(groups.size(), finder.Patterns());
+    std::vector<std::string> texts;
+    for (const uint32_t group : groups) {
+        texts.push_back(finder.Text(group));
+    }
+    return texts;
+}
+
+TEST(Patterns, ValuesAreToldByTheirLook) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"link eth0 up at 100 Mbit/s", "link eth<*> up at <*> Mbit/s"},
+        {"  tabs\tand   blanks ", "tabs and blanks"},
+        {"from 10.0.0.1:22, [fe80::1%2] 00:1a:2B:3c:4d:ee", "from <*>, [<*>%<*>] <*>"},
+        {"id 123e4567-e89b-12d3-a456-426614174000 0x1F deadbeef1 -5 +1.5e3", "id <*>"},
+        {"at 2026-01-31T12:00:00.5Z or Sat, Jan 31 12:00:00 2026!", "at <*> or <*>!"},
+        {"read 1.5 MB in 20 ms, 30% (2 KB)", "read <*> in <*>, <*>% (<*>)"},
+        {"open /etc/a.conf: ../b, ~/c https://d.e/f?g=1 C:\\h\\i.dll", "open <*>: <*>, ~<*> <*>"},
+        {"load/store of a.b by com.example.app and me@example.org",
+         "load/store of a.b by <*> and <*>"},
+        {"user=root, mode=\"rw now\" at=Rect(0, 1 - 2) x = y, empty= a==b",
+         "user=<*>, mode=\"<*>\" at=<*> x = <*>, empty= a==<*>"},
+        {"say 'hello' or \"no such file\", don't", "say '<*>' or \"no such file\", don't"},
+        {"blk_-12 blk_3456 done", "blk_<*> done"},
+        {"wait....1 a...b", "wait....<*> a...b"},
+        {"", ""},
+        {"= \" ' <*> (((", "= \" ' <*> ((("},
+    };
+    for (const auto& [message, text] : rows) {
+        EXPECT_THAT(Texts({message}), ElementsAre(text));
+    }
+}
+
+TEST(Patterns, WordsAreValuesWhereTheyVary) {
+    struct Row {
+        const char* situation;
+        std::vector<std::string> messages;
+        std::vector<std::string> texts;
+    };
+    const std::string who = "session opened for user ";
+    const Row rows[] = {
+        {"two are not enough",
+         {"turn the light on", "turn the light off"},
+         {"turn the light on", "turn the light off"}},
+        {"three with four words around",
+         {who + "ann", who + "bob", who + "cy", who + "dan"},
+         {who + "<*>"}},
+        {"the more words they share, the fewer it takes",
+         {"start ann", "start bob", "start cy"},
+         {"start ann", "start bob", "start cy"}},
+        {"a word before its place is known to be a value", {who + "ann", who + "7"}, {who + "<*>"}},
+        {"and after it", {who + "7", who + "ann"}, {who + "<*>"}},
+        {"one word left to tell it by", {"error 7", "error again"}, {"error <*>", "error again"}},
+        {"phrases that differ in several words",
+         {"read failed: no such file", "read failed: permission was denied",
+          "read failed: link went down", "read failed: time is up"},
+         {"read failed: no such file", "read failed: permission was denied",
+          "read failed: link went down", "read failed: time is up"}},
+        {"two places, one after the other",
+         {"user ann opened door north", "user bob opened door north", "user cy opened door north",
+          "user ann opened door south", "user bob opened door south", "user dan opened door south",
+          "user ann opened door east", "user eve opened door east", "user fay opened door east",
+          "user gus opened door west", "user bob opened door west", "user cy opened door west"},
+         {"user <*> opened door <*>"}},
+        {"two places, never one of them alone",
+         {"user ann opened door a", "user bea opened door bb", "user cat opened door cc",
+          "user dan opened door dd", "user eva opened door ee", "user fay opened door ff",
+          "user gus opened door gg"},
+         {"user <*> opened door <*>"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.situation);
+        EXPECT_THAT(Texts(row.messages), UnorderedElementsAreArray(row.texts));
+    }
+}
+
+TEST(Patterns, HostileMessagesAreFoldedWithinTheBound) {
+    constexpr size_t kMax = 200;
+    const auto run = [] {
+        PatternFinder finder(kMax);
+        std::vector<uint32_t> numbers;
+        uint64_t state = 1;
+        const auto letters = [&state](size_t count) {
+            std::string word;
+            for (size_t i = 0; i < count; ++i) {
+                state = state * 6364136223846793005U + 1442695040888963407U;
+                word += static_cast<char>('a' + (state >> 33U) % 26);
+            }
+            return word;
+        };
+        for (size_t i = 0; i < 20000; ++i) {
+            std::string message;
+            for (size_t words = i % 70; words > 0; --words) {
+                message += letters(3 + i % 5) + ' ';
+            }
+            numbers.push_back(finder.Take(message));
+        }
+        numbers.push_back(finder.Take(std::string(1 << 20, 'x')));
+        numbers.push_back(finder.Take(std::string(1 << 20, '(')));
+        numbers.push_back(finder.Take("x=" + std::string(1 << 20, '[')));
+        finder.Finish();
+        EXPECT_LE(finder.Patterns(), 2 * kMax);
+        EXPECT_LE(finder.Numbers(), 20 * kMax);
+        EXPECT_TRUE(finder.IsFold(finder.Group(numbers[19999])));
+        EXPECT_LT(finder.Text(finder.Group(numbers.back())).size(), 3000U);
+        for (uint32_t& number : numbers) {
+            number = finder.Group(number);
+        }
+        return numbers;
+    };
+    EXPECT_EQ(run(), run()) << "the same messages give the same patterns";
+}
+
+class PatternsCommand : public testing::Test {
+protected:
+    PatternsCommand() {
+        char name[] = "/tmp/trelvo-patterns-XXXXXX";
+        folder_ = mkdtemp(name);
+    }
+    ~PatternsCommand() override { std::filesystem::remove_all(folder_); }
+
+    // A line every 100 ms from 1 s on, the last at `end_ms`: level bits and message.
+    void Dump(const std::string& name, const std::vector<std::pair<int, std::string>>& lines) {
+        std::string bytes("\0\x10\4A,10\2\x0B\1\4B,10\2\x0B\2", 18);
+        Append(900 + 100 * static_cast<int>(lines.size()), bytes);
+        for (const auto& [header, message] : lines) {
+            Append(&message == &lines.front().second ? 0 : 100, bytes);
+            bytes += static_cast<char>(header);
+            Append(static_cast<int>(message.size()), bytes);
+            bytes += message;
+        }
+        WriteFile(folder_ / name, bytes);
+    }
+    Output Run(const std::string& line) const {
+        return RunProgram({"sh", "-c",
+                           "cd " + folder_.string() +
+                               "; PATH=" TRELVO_BIN_DIR ":$PATH; trelvoctl patterns " + line});
+    }
+
+    std::filesystem::path folder_;
+
+private:
+    // LEB128, signed.
+    static void Append(int value, std::string& bytes) {
+        for (; value > 63; value >>= 7) {
+            bytes += static_cast<char>(0x80 | (value & 0x7F));
+        }
+        bytes += static_cast<char>(value);
+    }
+};
+
+constexpr int kInfo = 0x21;
+constexpr int kError = 0x61;
+
+TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
+    std::vector<std::pair<int, std::string>> lines{
+        {kInfo, "took 5 ms"}, {kInfo, "up"}, {kError, "took 70 ms"}};
+    Dump("1.dump", lines);
+    lines.emplace_back(kInfo, "took 9 ms\x1B[2J");
+    lines.emplace_back(kInfo, "took 1 s");
+    Dump("2.dump", lines);
+
+    const Output table = Run(".");
+    EXPECT_EQ(table.status, 0);
+    EXPECT_EQ(table.err, "");
+    EXPECT_EQ(table.out,
+              "    COUNT L FIRST  LAST TIMELINE                   PATTERN\n"
+              "        3 E 1.000 1.400 █           █            █ took <*>\n"
+              "            A: took 5 ms\n"
+              "        1 I 1.100 1.100       █                    up\n"
+              "        1 I 1.300 1.300                   █        took <*> [<*>\n"
+              "            A: took 9 ms\\x1B[2J\n");
+    EXPECT_THAT(Run("-o json .").out,
+                testing::StartsWith(
+                    R"({"pattern":1,"text":"took <*>","count":3,"level":"E","levels":)"
+                    R"({"E":1,"I":2},"first":{"time_ms":1000},"last":{"time_ms":1400},)"
+                    R"("part_ms":16,"timeline":[1,0,0,0,0,0,0,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,)"
+                    R"(0,0,1],"tag":"A","example":"took 5 ms","folded":false})"));
+
+    // As decode gives them, with the number; of standard input as well.
+    const std::string expected =
+        RunProgram({"sh", "-c",
+                    "cd " + folder_.string() +
+                        "; " TRELVO_BIN_DIR
+                        "/trelvoctl decode -o json 2.dump | sed 's/2.dump/standard input/'"})
+            .out;
+    std::string lines_out = Run("--lines -o json - <2.dump").out;
+    std::vector<int> numbers;
+    for (size_t at = 0; (at = lines_out.find(",\"pattern\":", at)) != std::string::npos;) {
+        numbers.push_back(std::stoi(lines_out.substr(at + 11)));
+        lines_out.erase(at, lines_out.find('}', at) - at);
+    }
+    EXPECT_THAT(numbers, ElementsAre(1, 2, 1, 3, 1));
+    EXPECT_EQ(lines_out, expected);
+}
+
+TEST_F(PatternsCommand, TellsWhatItCannotDo) {
+    Dump("1.dump", {{kInfo, "up"}, {kInfo, "down"}});
+    EXPECT_EQ(Run("--lines 1.dump").status, 2);
+    EXPECT_EQ(Run("A:V").status, 2);
+    EXPECT_EQ(Run("missing.dump").status, 3);
+    EXPECT_EQ(Run("-g nothing 1.dump").status, 1);
+    EXPECT_EQ(Run("--lines -o json A:E 1.dump").out, "");
+    WriteFile(folder_ / "cut.dump", ReadFile(folder_ / "1.dump").substr(0, 27));
+    const Output cut = Run("--lines -o json cut.dump");
+    EXPECT_EQ(cut.status, 3);
+    EXPECT_THAT(cut.out, HasSubstr("\"pattern\":1}"));
+    EXPECT_EQ(std::count(cut.err.begin(), cut.err.end(), '\n'), 1) << "said once: " << cut.err;
+
+    std::vector<std::pair<int, std::string>> lines;
+    for (int i = 0; i < 11000; ++i) {
+        std::string word;
+        for (int rest = i; word.size() < 4; rest /= 26) {
+            word += static_cast<char>('a' + rest % 26);
+        }
+        lines.emplace_back(kInfo, word + '_' + word + '.' + word);
+    }
+    Dump("many.dump", lines);
+    const Output many = Run("many.dump");
+    EXPECT_EQ(many.status, 0);
+    EXPECT_THAT(many.err, HasSubstr("1000 lines are folded"));
+}
+
+}  // namespace
+}  // namespace test_support

@@ -1,0 +1,129 @@
+#include "patterns/pattern_table.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "escape/escape.h"
+
+char PatternRow::WorstLevel() const {
+    for (const char level : {'F', 'E', 'W', 'I'}) {
+        if (levels.count(level) > 0) {
+            return level;
+        }
+    }
+    return 'D';
+}
+
+size_t PatternTable::PartOf(int64_t ms) {
+    // Where the clock runs back, as at a reboot, the log goes on from where it was.
+    at_ms_ += last_ms_ ? std::max<int64_t>(0, ms - *last_ms_) : 0;
+    last_ms_ = ms;
+    while (at_ms_ / part_ms_ >= static_cast<int64_t>(PatternRow::kParts)) {
+        part_ms_ *= 2;
+        for (const auto& row : rows_) {
+            if (row) {
+                auto& parts = row->timeline;
+                for (size_t i = 0; i < parts.size(); ++i) {
+                    parts[i] = 2 * i < parts.size() ? parts[2 * i] + parts[2 * i + 1] : 0;
+                }
+            }
+        }
+    }
+    part_ = static_cast<size_t>(at_ms_ / part_ms_);
+    return part_;
+}
+
+uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms) {
+    const bool code = line.kind == Line::Message::kCode;
+    const std::string code_text = code ? "<code " + Hex(line.message) + '>' : "";
+    const std::string_view message = code ? std::string_view(code_text) : line.message;
+    const uint32_t number = finder_.Take(message);
+    if (finder_.Numbers() >= gather_at_) {
+        Gather();
+        gather_at_ = finder_.Numbers() + 4096;
+    }
+    rows_.resize(finder_.Numbers());
+    const PatternTime time{line.time_ms, boot_time_ms};
+    const size_t part = PartOf(time.Ms());
+    if (!rows_[number]) {
+        rows_[number] = std::make_unique<PatternRow>();
+        PatternRow& row = *rows_[number];
+        row.first = time;
+        row.first_line = lines_;
+        row.tag = std::string(line.origin.tag);
+        row.example = std::string(message.substr(0, kMaxExample));
+        row.cut = message.size() > kMaxExample;
+    }
+    PatternRow& row = *rows_[number];
+    ++row.count;
+    ++row.levels[line.level];
+    ++row.timeline[part];
+    row.last = time;
+    row.last_line = lines_++;
+    return number;
+}
+
+void PatternTable::Gather() {
+    for (uint32_t number = 0; number < rows_.size(); ++number) {
+        const uint32_t group = finder_.Group(number);
+        if (group == number || !rows_[number]) {
+            continue;
+        }
+        std::unique_ptr<PatternRow> from = std::move(rows_[number]);
+        std::unique_ptr<PatternRow>& into = rows_[group];
+        if (!into) {
+            into = std::move(from);
+            continue;
+        }
+        if (from->first_line < into->first_line) {
+            std::swap(from, into);
+        }
+        into->count += from->count;
+        for (const auto& [level, count] : from->levels) {
+            into->levels[level] += count;
+        }
+        for (size_t i = 0; i < into->timeline.size(); ++i) {
+            into->timeline[i] += from->timeline[i];
+        }
+        if (from->last_line > into->last_line) {
+            into->last_line = from->last_line;
+            into->last = from->last;
+        }
+    }
+}
+
+void PatternTable::Finish() {
+    finder_.Finish();
+    rows_.resize(finder_.Numbers());
+    Gather();
+    std::vector<uint32_t> order;
+    for (uint32_t number = 0; number < rows_.size(); ++number) {
+        if (rows_[number]) {
+            rows_[number]->text = finder_.Text(number);
+            rows_[number]->fold = finder_.IsFold(number);
+            order.push_back(number);
+        }
+    }
+    std::sort(order.begin(), order.end(), [this](uint32_t a, uint32_t b) {
+        return rows_[a]->count != rows_[b]->count ? rows_[a]->count > rows_[b]->count
+                                                  : rows_[a]->first_line < rows_[b]->first_line;
+    });
+    places_.resize(rows_.size());
+    std::vector<std::unique_ptr<PatternRow>> rows;
+    for (const uint32_t number : order) {
+        places_[number] = rows.size();
+        rows.push_back(std::move(rows_[number]));
+    }
+    rows_ = std::move(rows);
+}
+
+std::string Sparkline(const PatternRow& row, size_t parts) {
+    static constexpr std::array<const char*, 8> kHeights{"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    const uint64_t most = *std::max_element(row.timeline.begin(), row.timeline.end());
+    std::string text;
+    for (size_t i = 0; i < parts; ++i) {
+        const uint64_t count = row.timeline.at(i);
+        text += count == 0 ? " " : kHeights.at((count * kHeights.size() - 1) / most);
+    }
+    return text;
+}
