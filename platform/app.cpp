@@ -17,8 +17,10 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "capture_watch.h"
 #include "command_line.h"
 #include "dlogutil/rotating_file.h"
 #include "dump_progress.h"
@@ -71,8 +73,9 @@ constexpr gint64 kLastDumpMilliseconds = 5000;
 // Carries out the launches, and the end: nothing that was acknowledged is dropped.
 class Recording {
 public:
-    Recording(const ui_app_lifecycle_callback_s& callback, void* user_data)
-        : callback_(callback), user_data_(user_data) {}
+    Recording(const ui_app_lifecycle_callback_s& callback, void* user_data,
+              port::CaptureWatch& capture)
+        : callback_(callback), user_data_(user_data), capture_(capture) {}
 
     // Returns what is wrong with the request, which then did nothing.
     std::vector<port::Fault> Launch(const port::LaunchArguments& arguments) {
@@ -88,7 +91,9 @@ public:
         if (launched_) {
             before_request_ = port::PublishedProgress();
         }
-        launched_ = true;
+        if (!std::exchange(launched_, true)) {
+            capture_.Expect();
+        }
         app_control_s request{arguments};
         callback_.app_control(&request, user_data_);
         return {};
@@ -97,6 +102,7 @@ public:
     // A subscriber to power events hears what it would if the machine went down. A second call ends
     // at once.
     void End() {
+        capture_.Stop();
         const port::DumpProgress before = port::PublishedProgress();
         const bool second = last_dump_.has_value();
         if (!second && port::AnnouncePowerDown()) {
@@ -129,6 +135,7 @@ private:
 
     const ui_app_lifecycle_callback_s& callback_;
     void* user_data_;
+    port::CaptureWatch& capture_;
     bool launched_ = false;
     std::optional<port::DumpProgress> before_request_;  // before the last request for a dump
     std::optional<port::DumpWait> last_dump_;
@@ -236,7 +243,8 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
         port::ThrowErrno("TRELVO_SERVICE_TAG");
     }
     const Lifeline lifeline;
-    Recording recording(callback, user_data);
+    port::CaptureWatch capture;
+    Recording recording(callback, user_data, capture);
     exit_requested = false;
     const EndOnSignal on_terminate(SIGTERM, recording);
     const EndOnSignal on_interrupt(SIGINT, recording);

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -12,9 +13,11 @@
 #include <atomic>
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "dlog.h"
@@ -287,6 +290,47 @@ TEST_F(RotatingFileTest, HalfALineIsTakenBackAndCanBeTriedAgain) {
     EXPECT_THAT(Files(), ElementsAre("first\nsecond\nthird\n"));
 }
 
+TEST_F(RotatingFileTest, ASuccessorGoesOnWhereverItsPredecessorWasKilled) {
+    using Files = std::vector<std::string>;
+    // `text` was to be written behind "old\n", or at the front of a file that follows "full\n".
+    struct Row {
+        const char* current;
+        const char* fresh;
+        const char* rotated;
+        Files expected;  // when the rest of the text is written
+    };
+    const char* const text = "one\ntwo\n";
+    const Row rows[] = {
+        {"old\n", "", "", {"old\none\ntwo\n"}},
+        {"old\none\n", "", "", {"old\none\ntwo\n"}},
+        {"old\none\ntw", "x", "", {"old\none\ntwo\n"}},
+        {"old\none\ntwo\n", "", "", {"old\none\ntwo\n"}},
+        {"", "old\n", "", {"one\ntwo\n", "old\n"}},
+        {"", "", "old\n", {"one\ntwo\n", "old\n"}},
+    };
+    for (const Row& row : rows) {
+        fs::remove_all(kFolder);
+        fs::create_directory(kFolder);
+        FilePlace from{0, 4};
+        for (const auto& [content, name] : {std::pair(row.fresh, kFile + ".new"),
+                                            {row.rotated, kFile + ".1"},
+                                            {row.current, kFile}}) {
+            if (*content != '\0' || name == kFile) {
+                WriteFile(name, content);
+            }
+            if (std::string(content).rfind("old", 0) == 0) {
+                struct stat info {};
+                ASSERT_EQ(stat(name.c_str(), &info), 0);
+                from.inode = info.st_ino;
+            }
+        }
+        std::string rest = text;
+        RotatingFile file(kFile, 100, 1, from, rest);
+        EXPECT_FALSE(Append(file, rest));
+        EXPECT_EQ(RotatingFileTest::Files(), row.expected) << row.current << '|' << row.fresh;
+    }
+}
+
 // The next line of entries under `tag`; empty when there is none at the limit.
 std::string NextLine(JournalFollower& follower, const std::string& tag) {
     for (JournalEntry entry;;) {
@@ -433,6 +477,7 @@ protected:
     void Start(std::vector<std::string> filters, const std::string& kib = "100000") {
         filters.insert(filters.begin(),
                        {TRELVO_BIN_DIR "/dlogutil", "-r", kib, "-n", "1", "-f", kFile});
+        filters.insert(filters.begin(), environment_.begin(), environment_.end());
         capture_.reset();
         fs::remove(kFile + ".sync");
         capture_.emplace(filters);
@@ -480,6 +525,7 @@ protected:
     }
 
     test_support::Journal journal_;
+    std::vector<std::string> environment_{"env"};
     std::optional<test_support::Process> capture_;
 };
 
@@ -544,6 +590,67 @@ TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
     EXPECT_THAT(Captured("trelvo.sync"), ElementsAre());
     EXPECT_EQ(fs::status(kFile + ".sync").permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
+}
+
+// As a service does, this reads the rotated files, removes them, and starts the capture anew.
+TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
+    const port::UniqueFd memory(memfd_create("state", 0));
+    int lifeline[2] = {-1, -1};
+    ASSERT_EQ(pipe(lifeline), 0);
+    const port::UniqueFd read_end(lifeline[0]);
+    const port::UniqueFd write_end(lifeline[1]);
+    environment_.push_back("TRELVO_CAPTURE_FD=" + std::to_string(memory.Get()));
+    environment_.push_back("TRELVO_LIFELINE_FD=" + std::to_string(read_end.Get()));
+    std::atomic<bool> done = false;
+    int sent = 0;
+    std::thread writer([&] {
+        auto next = std::chrono::steady_clock::now();
+        for (; !done; ++sent) {
+            Log("NUMBERED", std::to_string(sent) + std::string(sent % 200, '.'));
+            std::this_thread::sleep_until(next += std::chrono::microseconds(500));
+        }
+    });
+    std::string text;
+    const auto read_rotated = [&text] {
+        if (fs::exists(kFile + ".1")) {
+            text += ReadFile(kFile + ".1");
+            fs::remove(kFile + ".1");
+        }
+    };
+    std::minstd_rand random(1);
+    for (int round = 0; round < 60; ++round) {
+        Start({"NUMBERED:V"}, "16");
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 150000);
+        while (std::chrono::steady_clock::now() < end) {
+            read_rotated();
+        }
+        capture_->Signal(SIGKILL);
+        EXPECT_EQ(capture_->Wait(), 128 + SIGKILL);
+        read_rotated();
+    }
+    done = true;
+    writer.join();
+    Start({"NUMBERED:V"}, "16");
+    const port::UniqueFd client = Connect();
+    for (pollfd answer{client.Get(), POLLIN, 0}; poll(&answer, 1, 1) == 0;) {
+        read_rotated();
+    }
+    text += ReadFile(kFile);
+    int expected = 0;
+    int clock_lines = 0;
+    for (const std::string& line : Words(text, '\n')) {
+        if (line.find("trelvo.clock") != std::string::npos) {
+            ++clock_lines;
+            continue;
+        }
+        const std::string message = line.substr(std::min(line.find(" > ") + 3, line.size()));
+        ASSERT_EQ(message, std::to_string(expected) + std::string(expected % 200, '.'));
+        ++expected;
+    }
+    EXPECT_EQ(expected, sent);
+    EXPECT_LE(clock_lines, 10) << "a capture that goes on needs none";
+    capture_.reset();
 }
 
 TEST_F(CaptureTest, LosesNothingThatTheJournalKeepsAndCountsTheRest) {

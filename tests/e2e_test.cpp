@@ -62,6 +62,13 @@ bool IsCaptureGone(const std::string& seconds) {
     return RunProgram({"flock", "--timeout", seconds, kCapture.parent_path(), "true"}).status == 0;
 }
 
+// The process id of the service's capture, as this process sees it.
+pid_t CapturePid(const Process& service) {
+    const auto found = RunProgram(
+        {"pgrep", "--ns", std::to_string(service.Pid()), "--nslist", "mnt", "--exact", "dlogutil"});
+    return found.status == 0 ? std::stoi(found.out) : 0;
+}
+
 // A machine with a journal and with what the installation lays.
 class EndToEnd : public testing::Test {
 protected:
@@ -534,12 +541,10 @@ TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
     }
     StartCapture("KILLED", "V", "64");
     AwaitRead(moments[2]);
-    const auto capture = RunProgram({"pgrep", "--ns", std::to_string(service_->Pid()), "--nslist",
-                                     "mnt", "--exact", "dlogutil"});
-    ASSERT_EQ(capture.status, 0);
-    kill(std::stoi(capture.out), SIGKILL);
-    ASSERT_TRUE(IsCaptureGone("10"));
-    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected)) << "the capture is dead";
+    const pid_t capture = CapturePid(*service_);
+    ASSERT_GT(capture, 0);
+    kill(capture, SIGSTOP);
+    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected)) << "the capture stands still";
     // The capture file is this test's now; the service reads it on.
     std::ofstream(kCapture, std::ios::app | std::ios::binary)
         << "2.5 I/OLD(P 1, T 2): a > backwards\n\r\n"
@@ -549,6 +554,53 @@ TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
     expected.push_back("I/NEW(P 1, T 2): b\\x00c\\x0D");
     expected.push_back("I/NEW(P 1, T 2): " + std::string(1 << 20, 'x'));
     EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
+    kill(capture, SIGKILL);
+}
+
+TEST_F(EndToEnd, ACaptureThatEndsIsStartedAgainAtItsPlaceAndSaysSo) {
+    LogFollower log(kServiceTag);
+    StartCapture("WATCHED", "V", "8");
+    const auto await_status = [](const std::string& text) {
+        return WaitForChange("/run/trelvo/vconf/memory/trelvo", [&] {
+            return ReadFile("/run/trelvo/vconf/memory/trelvo/capture").find(text) !=
+                   std::string::npos;
+        });
+    };
+    const auto status = [] { return RunProgram({kBin + "trelvoctl", "status"}); };
+    ASSERT_TRUE(await_status("alive=1\nreason=\nrestarts=0\n"));
+    EXPECT_EQ(status().status, 0);
+    Lines expected;
+    int restarts = 0;
+    for (const int signal : {SIGKILL, SIGTERM, SIGSEGV}) {
+        std::string text;
+        for (int line = 0; line < 300; ++line) {
+            text = std::to_string(expected.size()) + std::string(40, '.');
+            Log("WATCHED", text);
+            expected.push_back(Printed("I/WATCHED", text));
+            if (line == 150) {
+                kill(CapturePid(*service_), signal);
+            }
+        }
+        AwaitRead(text);
+        EXPECT_TRUE(await_status("alive=1\nreason=\nrestarts=" + std::to_string(++restarts)));
+    }
+    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
+    EXPECT_THAT(log.WaitFor("the capture was killed by signal"),
+                HasSubstr("signal 9 (Killed); starting it again"));
+
+    // It cannot be started for a while.
+    ASSERT_EQ(rename("/tmp/trelvo", "/tmp/away"), 0);
+    fs::create_directory_symlink("/tmp", "/tmp/trelvo");
+    kill(CapturePid(*service_), SIGKILL);
+    EXPECT_TRUE(await_status("alive=0\nreason=/tmp/trelvo: "));
+    EXPECT_THAT(status().out, HasSubstr("dead: /tmp/trelvo: "));
+    EXPECT_EQ(status().status, 3);
+    fs::remove("/tmp/trelvo");
+    ASSERT_EQ(rename("/tmp/away", "/tmp/trelvo"), 0);
+    EXPECT_TRUE(await_status("alive=1\n"));
+    service_->Signal(SIGTERM);
+    EXPECT_EQ(service_->Wait(), 0);
+    EXPECT_TRUE(IsCaptureGone("10"));
 }
 
 TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {

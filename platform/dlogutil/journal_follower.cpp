@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string_view>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 namespace dlogutil {
@@ -17,7 +18,27 @@ namespace dlogutil {
 // The place of an entry is a text that takes a third of the time of reading the entry.
 constexpr std::uint64_t kUnmarked = 256;
 
-JournalFollower::JournalFollower() : folders_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+namespace {
+
+// "s=<sequence>;i=<number, hexadecimal>;b=..."
+std::pair<std::string, std::uint64_t> SequenceAndNumber(const std::string& cursor) {
+    const std::size_t i = cursor.find(";i=");
+    std::uint64_t number = 0;
+    if (i != std::string::npos) {
+        std::from_chars(cursor.data() + i + 3, cursor.data() + cursor.size(), number, 16);
+    }
+    return {cursor.substr(0, i), number};
+}
+
+}  // namespace
+
+JournalFollower::JournalFollower(const JournalPlace& start)
+    : folders_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
+      cursor_(start.cursor),
+      lost_(start.counts.lost),
+      uncounted_gaps_(start.counts.uncounted_gaps),
+      last_usec_(start.counts.last_usec) {
+    std::tie(sequence_, number_) = SequenceAndNumber(cursor_);
     if (!folders_) {
         port::ThrowErrno("inotify");
     }
@@ -137,13 +158,7 @@ void JournalFollower::Mark() {
         return;
     }
     cursor_ = port::Handle<char, std::free>(cursor).get();
-    // "s=<sequence>;i=<number, hexadecimal>;b=..."
-    const std::size_t i = cursor_.find(";i=");
-    const std::string sequence = cursor_.substr(0, i);
-    std::uint64_t number = 0;
-    if (i != std::string::npos) {
-        std::from_chars(cursor_.data() + i + 3, cursor_.data() + cursor_.size(), number, 16);
-    }
+    const auto [sequence, number] = SequenceAndNumber(cursor_);
     if (sequence != sequence_) {
         uncounted_gaps_ += is_place_lost_ ? 1 : 0;
     } else if (number > number_ + unmarked_ && geteuid() == 0) {
@@ -165,6 +180,39 @@ void JournalFollower::Process() {
     }
     // What has changed does not matter: Next() goes on from where it stood.
     Check(sd_journal_process(journal_.get()), "following the journal");
+    if (!fault_.empty()) {
+        LookForFault();
+    }
+}
+
+JournalPlace JournalFollower::Place() {
+    Mark();
+    return {cursor_, {lost_, uncounted_gaps_, last_usec_}};
+}
+
+// libsystemd leaves out files that it may not read and says nothing of it.
+void JournalFollower::LookForFault() {
+    sd_id128_t machine{};
+    std::array<char, SD_ID128_STRING_MAX> text{};
+    static_cast<void>(sd_id128_get_machine(&machine));
+    const std::string id = sd_id128_to_string(machine, text.data());
+    std::string refused;
+    for (const char* const folder : {"/run/log/journal/", "/var/log/journal/"}) {
+        const std::string file = folder + id + "/system.journal";
+        if (access(file.c_str(), R_OK) != 0 && errno == EACCES) {
+            refused = file + ": " + std::generic_category().message(EACCES) +
+                      "; the group systemd-journal may read it";
+        }
+    }
+    const bool has_files = sd_journal_has_runtime_files(journal_.get()) > 0 ||
+                           sd_journal_has_persistent_files(journal_.get()) > 0;
+    fault_.clear();
+    note_.clear();
+    if (has_files) {
+        note_ = refused.empty() ? "" : "this user's own entries only, " + refused;
+    } else {
+        fault_ = refused.empty() ? "no journal in /run/log/journal or /var/log/journal" : refused;
+    }
 }
 
 // Opens the journal behind the last entry given. Its file descriptor exists before the first entry
@@ -188,6 +236,7 @@ void JournalFollower::Open() {
         Check(sd_journal_seek_head(journal), "opening the journal");
     }
     journal_fd_ = Check(sd_journal_get_fd(journal), "following the journal");
+    LookForFault();
 }
 
 void JournalFollower::Close() {

@@ -19,6 +19,17 @@ struct JournalEntry {
     std::error_code error;        // why fields are missing, the message among them
 };
 
+// Behind an entry of the journal, and what was counted until there.
+struct JournalPlace {
+    struct Counts {
+        std::uint64_t lost;
+        std::uint64_t uncounted_gaps;
+        std::uint64_t last_usec;
+    };
+    std::string cursor;  // empty before the first entry of this boot
+    Counts counts{};
+};
+
 // The journal cannot be read at the moment. what() names the step and the cause.
 class JournalError : public std::system_error {
 public:
@@ -31,12 +42,19 @@ public:
 // After a JournalError, Next() opens the journal again and goes on behind the last entry given.
 class JournalFollower {
 public:
-    // Throws JournalError, std::system_error where folders cannot be watched.
-    JournalFollower();
+    // Goes on at `start`. Throws JournalError, std::system_error where folders cannot be watched.
+    explicit JournalFollower(const JournalPlace& start = {});
 
     // Reads the next entry into `entry`. False when there is none at the moment. Throws
     // JournalError.
     [[nodiscard]] bool Next(JournalEntry& entry);
+
+    // Behind the last entry given.
+    [[nodiscard]] JournalPlace Place();
+    // Why this user gets no entries at the moment; empty when it does.
+    [[nodiscard]] const std::string& Fault() const { return fault_; }
+    // Why it gets some of them only.
+    [[nodiscard]] const std::string& Note() const { return note_; }
 
     // How many entries the journal removed before they were read, by the gaps in its numbers.
     // Counted up to the last Next() that gave none, or some hundred entries before. For a user
@@ -58,6 +76,7 @@ private:
     void Close();
     // Remembers the place of the last entry, and counts what is missing before it.
     void Mark();
+    void LookForFault();
     void ReadFields(JournalEntry& entry);
     // Both return 0 or a negative errno.
     int Enumerate(Fields& fields);
@@ -80,6 +99,8 @@ private:
     std::uint64_t lost_ = 0;
     std::uint64_t uncounted_gaps_ = 0;
     std::uint64_t last_usec_ = 0;
+    std::string fault_;
+    std::string note_;
 };
 
 }  // namespace dlogutil

@@ -23,6 +23,11 @@ class LossReport {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
+    // `said` is what is known already.
+    explicit LossReport(const LossCounts& said = {}) : said_(said) {}
+
+    [[nodiscard]] const LossCounts& Said() const { return said_; }
+
     // One message about all since the last one; nothing when there is none or it is too early.
     [[nodiscard]] std::optional<std::string> Take(const LossCounts& counts, Time now);
     // When to ask again at the latest.

@@ -39,6 +39,7 @@
 
 #include "dlogutil/clock_lines.h"
 #include "dlogutil/journal_follower.h"
+#include "dlogutil/keeper.h"
 #include "dlogutil/line_format.h"
 #include "dlogutil/losses.h"
 #include "dlogutil/options.h"
@@ -59,23 +60,6 @@ void Report(const std::string& what) {
     static_cast<void>(std::fprintf(stderr, "dlogutil: %s\n", what.c_str()));
     static_cast<void>(sd_journal_send("MESSAGE=%s", what.c_str(), "PRIORITY=3",
                                       "SYSLOG_IDENTIFIER=dlogutil", nullptr));
-}
-
-// The pipe that ends with the service; -1 when no service started this program.
-int LifelineFd() {
-    const char* const value = std::getenv("TRELVO_LIFELINE_FD");
-    if (value == nullptr) {
-        return -1;
-    }
-    const std::string_view text = value;
-    int fd = -1;
-    struct stat info {};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), fd);
-    if (error != std::errc() || end != text.data() + text.size() || fstat(fd, &info) != 0 ||
-        !S_ISFIFO(info.st_mode)) {
-        throw std::runtime_error("TRELVO_LIFELINE_FD=" + std::string(text) + ": not a pipe");
-    }
-    return fd;
 }
 
 std::string BootId() {
@@ -108,15 +92,16 @@ port::UniqueFd HoldSignals() {
 // here; no further entries are read until they are: the journal keeps them.
 class Capture {
 public:
-    explicit Capture(const dlogutil::Options& options)
+    Capture(const dlogutil::Options& options, dlogutil::KeeperSocket& keeper)
         : filters_(options.filters),
-          lifeline_(LifelineFd()),
+          lifeline_(dlogutil::InheritedFd("TRELVO_LIFELINE_FD", S_IFIFO)),
+          keeper_(keeper),
           has_clock_(!filters_.Silences(dlogutil::kClockTag)) {
         // Standard output may be a pipe that nobody reads: there the signals end the program at
         // once, as they do by default.
         if (!options.file.empty()) {
             signals_ = HoldSignals();
-            file_.emplace(options.file, options.limit_bytes, options.rotated_count);
+            Resume(options);
         }
         // Only a service removes what it has read.
         if (file_ && lifeline_ >= 0) {
@@ -133,7 +118,8 @@ public:
                 Report(error.what());
             }
         }
-        follower_.emplace();
+        follower_.emplace(state_.journal);
+        Save(pending_);
     }
 
     // Returns when a signal or the lifeline says so.
@@ -161,6 +147,36 @@ public:
     }
 
 private:
+    // Opens the file, where a capture that this one follows had come to.
+    void Resume(const dlogutil::Options& options) {
+        if (const int fd = dlogutil::InheritedFd("TRELVO_CAPTURE_FD", S_IFREG); fd >= 0) {
+            memory_.emplace(fd);
+        }
+        if (!memory_ || !memory_->Load(state_)) {
+            file_.emplace(options.file, options.limit_bytes, options.rotated_count);
+            return;
+        }
+        pending_ = std::exchange(state_.text, {});
+        file_.emplace(options.file, options.limit_bytes, options.rotated_count, state_.file,
+                      pending_);
+        clock_ = state_.clock;
+        losses_ = state_.losses;
+        loss_report_ = dlogutil::LossReport(state_.said);
+    }
+
+    // What a successor is to know before `text`, which was read up to here, is written at the
+    // file's end.
+    void Save(std::string_view text) {
+        if (memory_) {
+            state_.journal = follower_->Place();
+            state_.clock = clock_;
+            state_.losses = losses_;
+            state_.said = loss_report_.Said();
+            state_.file = file_->Place();
+            memory_->Save(state_, text);
+        }
+    }
+
     // Writes what there is. Returns for how many milliseconds to wait for more, -1 without limit.
     int Step() {
         if (removals_) {
@@ -180,17 +196,20 @@ private:
                     follower_->Process();
                 }
                 more = Read();
-                journal_failed_ = false;
+                journal_fault_.clear();
             } catch (const dlogutil::JournalError& error) {
-                // The service does not watch its capture: better a late line than none any more.
                 failed = true;
-                if (!std::exchange(journal_failed_, true)) {
+                if (journal_fault_.empty()) {
                     Report(std::string("will try again: ") + error.what());
                 }
+                journal_fault_ = error.what();
             }
+            Save(pending_);
             static_cast<void>(WritePending());
         }
         int timeout = SayLosses();
+        const std::string& fault = journal_fault_.empty() ? follower_->Fault() : journal_fault_;
+        keeper_.SayState(write_fault_.empty() ? fault : write_fault_, follower_->Note(), losses_);
         const auto shorten = [&timeout](int milliseconds) {
             timeout = timeout < 0 ? milliseconds : std::min(timeout, milliseconds);
         };
@@ -274,12 +293,13 @@ private:
         std::string_view lines = pending_;
         while (!lines.empty() && !WaitsForService()) {
             if (const std::error_code error = Write(lines)) {
-                if (!std::exchange(stalled_, true)) {
+                if (write_fault_.empty()) {
                     Report("cannot write, will try again: " + error.message());
                 }
+                write_fault_ = "cannot write: " + error.message();
                 break;
             }
-            stalled_ = false;
+            write_fault_.clear();
         }
         pending_.erase(0, pending_.size() - lines.size());
         return pending_.empty();
@@ -300,7 +320,19 @@ private:
 
     std::error_code Write(std::string_view& lines) {
         if (file_) {
-            return file_->Append(lines);
+            if (const std::error_code error = file_->RotateIfFull()) {
+                return error;
+            }
+            // Each rotation stands between two states: what was written to the old file, and that
+            // the rest is for the new one.
+            if (file_->Place().inode != state_.file.inode) {
+                Save(lines);
+            }
+            const std::error_code error = file_->Append(lines);
+            if (!lines.empty()) {
+                Save(lines);
+            }
+            return error;
         }
         if (std::fwrite(lines.data(), 1, lines.size(), stdout) != lines.size() ||
             std::fflush(stdout) != 0) {
@@ -312,6 +344,9 @@ private:
 
     dlogutil::TagFilters filters_;
     int lifeline_;
+    dlogutil::KeeperSocket& keeper_;
+    std::optional<dlogutil::StateMemory> memory_;
+    dlogutil::CaptureState state_;  // as saved, without the text
     port::UniqueFd signals_;
     std::optional<dlogutil::RotatingFile> file_;
     std::optional<dlogutil::JournalFollower> follower_;
@@ -324,9 +359,9 @@ private:
     dlogutil::LossReport loss_report_;
     std::string pending_;      // whole lines
     port::UniqueFd removals_;  // readable when a file of the folder was removed
-    bool stalled_ = false;
-    bool has_news_ = false;  // Process() is to be called
-    bool journal_failed_ = false;
+    bool has_news_ = false;    // Process() is to be called
+    std::string write_fault_;
+    std::string journal_fault_;
 };
 
 // Anybody may log fields of hundreds of megabytes, which the journal's library may unpack as a
@@ -350,19 +385,21 @@ void LimitMemory() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    dlogutil::Options options;
+    dlogutil::KeeperSocket keeper(-1);
     try {
-        options = dlogutil::ParseOptions(argc, argv);
+        keeper = dlogutil::KeeperSocket(dlogutil::InheritedFd("TRELVO_KEEPER_FD", S_IFSOCK));
+        keeper.SayBegun(argc, argv);
+        const dlogutil::Options options = dlogutil::ParseOptions(argc, argv);
+        LimitMemory();
+        Capture(options, keeper).Run();
+        return 0;
     } catch (const std::invalid_argument& wrong) {
         static_cast<void>(std::fprintf(stderr, "dlogutil: %s\n", wrong.what()));
+        keeper.SayState(wrong.what(), "", {});
         return 2;
-    }
-    LimitMemory();
-    try {
-        Capture(options).Run();
-        return 0;
     } catch (const std::exception& error) {
         Report(error.what());
+        keeper.SayState(error.what(), "", {});
         return 1;
     }
 }

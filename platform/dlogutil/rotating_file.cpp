@@ -39,7 +39,7 @@ bool LockFolder(int folder) {
 
 }  // namespace
 
-RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count)
+RotatingFile::RotatingFile(std::uint64_t limit_bytes, int rotated_count, const std::string& path)
     : name_(std::filesystem::path(path).filename()),
       limit_bytes_(limit_bytes),
       rotated_count_(rotated_count) {
@@ -64,16 +64,44 @@ RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, i
     if (!LockFolder(folder_.Get())) {
         throw std::runtime_error(folder + ": another dlogutil writes there");
     }
+}
+
+RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count)
+    : RotatingFile(limit_bytes, rotated_count, path) {
     RemoveLeftOver(name_, S_IFREG);
     RemoveLeftOver(FreshName(), S_IFREG);
     RemoveLeftOver(SocketName(), S_IFSOCK);
     for (int number = 1; number <= rotated_count_; ++number) {
         RemoveLeftOver(Rotated(number), S_IFREG);
     }
-    file_ = Create(name_);
-    if (!file_) {
-        port::ThrowErrno(path);
+    Take(Create(name_));
+}
+
+RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count,
+                           const FilePlace& from, std::string& text)
+    : RotatingFile(limit_bytes, rotated_count, path) {
+    RemoveLeftOver(SocketName(), S_IFSOCK);
+    if (LeftOver(FreshName(), S_IFREG) == from.inode) {  // its last rotation lacks the last step
+        if (renameat(folder_.Get(), FreshName().c_str(), folder_.Get(), Rotated(1).c_str()) != 0) {
+            port::ThrowErrno(folder_path_ + Rotated(1));
+        }
     }
+    const bool exists = LeftOver(name_, S_IFREG) != 0;
+    Take(exists ? port::UniqueFd(openat(folder_.Get(), name_.c_str(),
+                                        O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC))
+                : Create(name_));
+    if (inode_ != from.inode || size_ < from.size) {
+        return;  // another file, which the text begins
+    }
+    const std::size_t written = std::min<std::size_t>(size_ - from.size, text.size());
+    const std::size_t whole = std::string_view(text).substr(0, written).rfind('\n') + 1;
+    if (size_ != from.size + whole) {
+        size_ = reserved_ = from.size + whole;
+        if (ftruncate(file_.Get(), static_cast<off_t>(size_)) != 0) {
+            port::ThrowErrno(folder_path_ + name_);
+        }
+    }
+    text.erase(0, whole);
 }
 
 bool RotatingFile::HasUnread() const {
@@ -152,11 +180,22 @@ std::string RotatingFile::SocketName() const {
     return name_ + ".sync";
 }
 
-void RotatingFile::RemoveLeftOver(const std::string& name, mode_t type) const {
+void RotatingFile::Take(port::UniqueFd file) {
+    struct stat info {};
+    if (!file || fstat(file.Get(), &info) != 0) {
+        port::ThrowErrno(folder_path_ + name_);
+    }
+    file_ = std::move(file);
+    inode_ = info.st_ino;
+    size_ = static_cast<std::uint64_t>(info.st_size);
+    reserved_ = size_;
+}
+
+std::uint64_t RotatingFile::LeftOver(const std::string& name, mode_t type) const {
     struct stat info {};
     if (fstatat(folder_.Get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT) {
-            return;
+            return 0;
         }
         port::ThrowErrno(folder_path_ + name);
     }
@@ -164,7 +203,11 @@ void RotatingFile::RemoveLeftOver(const std::string& name, mode_t type) const {
         throw std::runtime_error(folder_path_ + name + ": not a plain " +
                                  (type == S_IFREG ? "file" : "socket") + " of this user's own");
     }
-    if (unlinkat(folder_.Get(), name.c_str(), 0) != 0) {
+    return info.st_ino;
+}
+
+void RotatingFile::RemoveLeftOver(const std::string& name, mode_t type) const {
+    if (LeftOver(name, type) != 0 && unlinkat(folder_.Get(), name.c_str(), 0) != 0) {
         port::ThrowErrno(folder_path_ + name);
     }
 }
@@ -218,9 +261,7 @@ std::error_code RotatingFile::Rotate() {
     if (!exchanged && !rename(FreshName(), name_)) {
         return LastError();
     }
-    file_ = std::move(fresh);
-    size_ = 0;
-    reserved_ = 0;
+    Take(std::move(fresh));
     return {};
 }
 

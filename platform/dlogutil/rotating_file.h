@@ -12,6 +12,12 @@
 
 namespace dlogutil {
 
+// A place in the current file.
+struct FilePlace {
+    std::uint64_t inode;
+    std::uint64_t size;
+};
+
 // A text file of bounded size that is renamed to FILE.1 when it is full, FILE.1 to FILE.2 and so
 // on. Whatever happens, readers never see half a line that is not being written at that moment.
 //
@@ -27,6 +33,12 @@ public:
     // leaves, or when another writer holds the folder for more than 5 seconds.
     RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count);
 
+    // Goes on where a writer ended, at whatever moment, after it had begun to write `text` at
+    // `from`: removes from its front the whole lines that are in the file. Half a line is taken
+    // back. Throws as above.
+    RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count,
+                 const FilePlace& from, std::string& text);
+
     // Writes of `lines`, each with its line feed, those that the current file still takes, and
     // removes them from its front. An error leaves files and `lines` after the last whole line, so
     // that it can be tried again. Throws std::system_error when half a line cannot be taken back.
@@ -38,6 +50,8 @@ public:
     [[nodiscard]] bool HasUnread() const;
     // Rotates a full file before the line that is to begin the next. Errors are those of Append.
     [[nodiscard]] std::error_code RotateIfFull();
+    // Behind the last line. The inode changes with the file.
+    [[nodiscard]] FilePlace Place() const { return {inode_, size_}; }
     // A socket FILE.sync beside the file, of mode 0600, that listens and does not block. Throws
     // std::system_error.
     [[nodiscard]] port::UniqueFd Listen() const;
@@ -45,10 +59,17 @@ public:
     [[nodiscard]] const std::string& Folder() const { return folder_path_; }
 
 private:
+    // Opens and locks the folder.
+    RotatingFile(std::uint64_t limit_bytes, int rotated_count, const std::string& path);
     [[nodiscard]] std::string Rotated(int number) const;
     [[nodiscard]] std::string FreshName() const;
     [[nodiscard]] std::string SocketName() const;
+    // The inode of that name, 0 when there is none. Throws std::runtime_error when it is not one
+    // that this user's writer leaves.
+    [[nodiscard]] std::uint64_t LeftOver(const std::string& name, mode_t type) const;
     void RemoveLeftOver(const std::string& name, mode_t type) const;
+    // Takes a file that was created or opened as the current one.
+    void Take(port::UniqueFd file);
     [[nodiscard]] port::UniqueFd Create(const std::string& name) const;
     [[nodiscard]] std::error_code Rotate();
 
@@ -58,6 +79,7 @@ private:
     int rotated_count_;
     port::UniqueFd folder_;
     port::UniqueFd file_;
+    std::uint64_t inode_ = 0;
     std::uint64_t size_ = 0;
     std::uint64_t reserved_ = 0;  // the size up to which the file has its space
 };
