@@ -352,10 +352,12 @@ std::string NextLine(JournalFollower& follower, const std::string& tag) {
 TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
     fs::remove_all("/run/log");
     JournalFollower follower;
+    EXPECT_THAT(follower.Fault(), HasSubstr("no journal in /run/log/journal"));
     fs::create_directories("/run/log/journal");
     std::optional<test_support::Journal> journal(std::in_place);
     EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_VERBOSE, "x, Ty", "a.c: f(%d) > %s", 1, "hi"), 14);
     EXPECT_THAT(NextLine(follower, "x_ Ty"), HasSubstr("): a.c: f(1) > hi\n"));
+    EXPECT_EQ(follower.Fault() + follower.Note(), "");
     const std::vector<std::pair<std::string, std::function<void()>>> events = {
         {"a crash",
          [&] {

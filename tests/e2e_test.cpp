@@ -559,7 +559,7 @@ TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
 
 TEST_F(EndToEnd, ACaptureThatEndsIsStartedAgainAtItsPlaceAndSaysSo) {
     LogFollower log(kServiceTag);
-    StartCapture("WATCHED", "V", "8");
+    StartCapture("WATCHED", "V", "16");
     const auto await_status = [](const std::string& text) {
         return WaitForChange("/run/trelvo/vconf/memory/trelvo", [&] {
             return ReadFile("/run/trelvo/vconf/memory/trelvo/capture").find(text) !=
@@ -573,11 +573,11 @@ TEST_F(EndToEnd, ACaptureThatEndsIsStartedAgainAtItsPlaceAndSaysSo) {
     int restarts = 0;
     for (const int signal : {SIGKILL, SIGTERM, SIGSEGV}) {
         std::string text;
-        for (int line = 0; line < 300; ++line) {
+        for (int line = 0; line < 200; ++line) {
             text = std::to_string(expected.size()) + std::string(40, '.');
             Log("WATCHED", text);
             expected.push_back(Printed("I/WATCHED", text));
-            if (line == 150) {
+            if (line == 100) {
                 kill(CapturePid(*service_), signal);
             }
         }

@@ -78,6 +78,9 @@ void KeeperSocket::SayBegun(int argc, char** argv) const {
 
 void KeeperSocket::SayState(const std::string& fault, const std::string& note,
                             const LossCounts& losses) {
+    if (fd_ < 0) {
+        return;
+    }
     std::string reason = fault.empty() ? note : fault;
     std::replace(reason.begin(), reason.end(), '\n', ' ');
     std::string message =
@@ -97,8 +100,8 @@ void KeeperSocket::SayState(const std::string& fault, const std::string& note,
 }
 
 bool KeeperSocket::Send(const std::string& message) const {
-    return fd_ >= 0 && send(fd_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
-                           static_cast<ssize_t>(message.size());
+    return send(fd_, message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+           static_cast<ssize_t>(message.size());
 }
 
 int InheritedFd(const char* variable, mode_t type) {
