@@ -173,7 +173,11 @@ void CaptureWatch::Watch(pid_t pid) {
     started_ = g_get_monotonic_time();
     process_ = UniqueFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     if (!process_) {
-        TakeEnd();
+        if (errno == ESRCH) {
+            TakeEnd();
+        } else {  // it lives, but nobody will tell of its end
+            Log("the capture cannot be watched: " + std::generic_category().message(errno));
+        }
         return;
     }
     end_source_ = g_unix_fd_add(process_.Get(), G_IO_IN, OnEnd, this);
