@@ -108,7 +108,9 @@ void CTREventManager::SignalDumpData(std::string path, DumpForm form) {
     ResetDumpTimer();
     if (CUtility::Instance()->setDumpPath(std::move(path))) {
         CUtility::Instance()->setRequestedForm(form);
-        status::DumpPending("request");
+        if (!CUtility::Instance()->isSelfInitiatePending()) {
+            status::DumpPending("request");
+        }  // else that dump is the only one
         g_cond_signal(&m_DumpCondition);
     }
 }

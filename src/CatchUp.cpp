@@ -22,6 +22,7 @@ CatchUp& CatchUp::Instance() {
 
 void CatchUp::Wait(boost::chrono::milliseconds limit) {
     boost::unique_lock<boost::mutex> lock(mutex_);
+    hasCaughtUp_ = false;
     if (!isFollowing_ || isBusy_) {
         return;
     }
@@ -29,7 +30,13 @@ void CatchUp::Wait(boost::chrono::milliseconds limit) {
     changed_.notify_all();
     changed_.wait_for(lock, limit,
                       [this] { return state_ == State::kIdle || isBusy_ || !isFollowing_; });
+    hasCaughtUp_ = state_ == State::kIdle;
     state_ = State::kIdle;
+}
+
+bool CatchUp::HasCaughtUp() {
+    const boost::lock_guard<boost::mutex> lock(mutex_);
+    return hasCaughtUp_;
 }
 
 void CatchUp::SetFollowing(bool isFollowing) {

@@ -22,6 +22,8 @@ public:
     // Returns when the reader has caught up, when it cannot because it is not following or waits
     // for a dump itself, or after `limit`.
     void Wait(boost::chrono::milliseconds limit);
+    // Whether the reader had caught up when that returned.
+    bool HasCaughtUp();
 
     // --- The reader's side, all on its thread --------------------------------------------------
 
@@ -61,6 +63,7 @@ private:
     State state_ = State::kIdle;
     bool isFollowing_ = false;
     bool isBusy_ = false;
+    bool hasCaughtUp_ = false;
 
     int connection_ = -1;  // to the capture; the reader's own
 };

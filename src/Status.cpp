@@ -11,6 +11,7 @@
 
 #include "CDBOperations.h"
 #include "CDataProvider.h"
+#include "CatchUp.h"
 
 // May be absent: see below.
 #pragma weak vconf_set_str
@@ -51,6 +52,7 @@ public:
         lastTrigger_ = pendingTrigger_;
         lastPath_ = OneLine(path);
         lastResult_ = error.empty() ? "written" : OneLine(error);
+        lastIsCurrent_ = CatchUp::Instance().HasCaughtUp();
         Publish();
     }
 
@@ -112,6 +114,7 @@ private:
             add("last_dump_trigger", lastTrigger_);
             add("last_dump_path", lastPath_);
             add("last_dump_result", lastResult_);
+            number("last_dump_current", lastIsCurrent_ ? 1 : 0);
         }
         number("suppressed", suppressed_);
         if (text != text_) {
@@ -133,6 +136,7 @@ private:
     std::string lastTrigger_;
     std::string lastPath_;
     std::string lastResult_;
+    bool lastIsCurrent_ = false;  // it has all that was logged before
     uint64_t suppressed_ = 0;
     std::string text_;  // published last, without the time of it
     int64_t published_ = -kInterval;
