@@ -7,17 +7,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <list>
 #include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -35,6 +39,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using Lines = std::vector<std::string>;
 
 const std::string kBin = TRELVO_BIN_DIR "/";
@@ -279,19 +284,15 @@ TEST_F(EndToEnd, AsInstalledItIsSilentAndWritesALastDump) {
     Log(kServiceTag, "of the service's tag");
     Log("LOUD", "below the level", 7);
     Log("LOUD", "a line");
-    Lines lines;
-    const auto deadline = std::chrono::steady_clock::now() + kLimit;
-    while (lines.empty() && std::chrono::steady_clock::now() < deadline) {
-        const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp/dumps"});
-        ASSERT_EQ(dump.status, 0) << dump.err;
-        lines = Decode(dump.out.substr(0, dump.out.size() - 1));
-        lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                   [](const std::string& line) {
-                                       return line.find("LOUD") == std::string::npos &&
-                                              line.find(kServiceTag) == std::string::npos;
-                                   }),
-                    lines.end());
-    }
+    const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp/dumps"});
+    ASSERT_EQ(dump.status, 0) << dump.err;
+    Lines lines = Decode(dump.out.substr(0, dump.out.size() - 1));
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const std::string& line) {
+                                   return line.find("LOUD") == std::string::npos &&
+                                          line.find(kServiceTag) == std::string::npos;
+                               }),
+                lines.end());
     EXPECT_THAT(lines, ElementsAre(Printed("I/LOUD", "a line")));
     service_->Signal(SIGTERM);
     EXPECT_EQ(service_->Wait(), 0);
@@ -302,33 +303,185 @@ TEST_F(EndToEnd, AsInstalledItIsSilentAndWritesALastDump) {
     EXPECT_EQ(own.out + own.err, "");
 }
 
-TEST_F(EndToEnd, DumpWaitsForTheFileOrSaysWhyNoneComes) {
-    const auto dump = [](const std::string& folder, const std::string& seconds) {
-        return RunProgram({kBin + "trelvoctl", "dump", folder, "--timeout", seconds});
+TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyItIsNotWhatWasAskedFor) {
+    const auto dump = [](const std::string& arguments) {
+        return RunProgram(
+            {"bash", "-c", "exec " + kBin + "trelvoctl dump --timeout 20 " + arguments});
     };
-    EXPECT_THAT(dump("/tmp/dumps", "1").err, HasSubstr("no service answers"));
-    StartCapture("DUMPED", "V", "64");
-    Log("DUMPED", std::string(8000, '.'));
-    AwaitRead(std::string(8000, '.'));
+    EXPECT_THAT(dump("/tmp/dumps").err, HasSubstr("no service answers"));
+    // It is asked while it starts.
+    service_.emplace(std::vector{
+        "bash"s, "-c"s,
+        "sleep 0.5; exec " + kBin + "trelvo LOGTAG=DUMPED LOGLEVEL=V RQBBUFFER=64 POLICYMODE=0"});
+    EXPECT_THAT(dump("/tmp/dumps").err, HasSubstr("/tmp/dumps/trelvo.dump: empty: "));
+    Log("DUMPED", "first");
+    Log("DUMPED", "last");
 
     fs::create_directory_symlink("/tmp/dumps", "/tmp/link");
-    const auto first = dump("/tmp/link", "30");
-    EXPECT_EQ(first.err, "");
-    ASSERT_EQ(first.out, "/tmp/dumps/trelvo.dump\n");
-    EXPECT_THAT(Decode("/tmp/dumps/trelvo.dump"),
-                ElementsAre(Printed("I/DUMPED", std::string(8000, '.'))));
-
     fs::create_directory("/run/full");
     ASSERT_EQ(mount("tmpfs", "/run/full", "tmpfs", 0, "size=4k"), 0);
-    for (const auto& [folder, status, message] :
-         std::vector<std::tuple<std::string, int, std::string>>{
-             {"/run/full", 1, "/run/full: the dump could not be written; the service's log says "},
-             {kUploadKey, 2, "dump: " + kUploadKey.string() + ": Not a directory\n"},
-             {"/run/none", 2, "dump: /run/none: No such file or directory\n"}}) {
-        const auto result = dump(folder, "30");
-        EXPECT_EQ(result.status, status) << folder;
-        EXPECT_EQ(result.out, "") << folder;
-        EXPECT_THAT(result.err, HasSubstr(message)) << folder;
+    Log("DUMPED", std::string(8000, '.'));
+    const std::string time = "[0-9-]{10} [0-9:.]{12}";
+    // Another user's, in a folder that both may write to, while the command waits.
+    const std::string intruder =
+        "(cd /tmp/dumps; mkfifo trelvo_9.dump; echo x >trelvo_8.dump; mv trelvo_8.dump "
+        "trelvo_7.dump) & ";
+    for (const auto& [arguments, status, out, err] :
+         std::vector<std::tuple<std::string, int, std::string, std::string>>{
+             {"/tmp/link & " + intruder + "wait $!; wait %1", 0, "/tmp/dumps/trelvo_1.dump\n",
+              "trelvoctl: 3 lines, " + time + " to " + time + "; the newest is [0-9.]+ s old\n"},
+             {"--zstd /tmp/dumps 2>/dev/null", 0, "/tmp/dumps/trelvo.dump.zst\n", ""},
+             {"/run/full", 1, "",
+              "trelvoctl: /run/full: the dump could not be written: No space left on device\n"},
+             {kUploadKey, 2, "", "trelvoctl: dump: " + kUploadKey.string() + ": Not a directory\n"},
+             {"/run/none", 2, "", "trelvoctl: dump: /run/none: No such file or directory\n"}}) {
+        const auto start = std::chrono::steady_clock::now();
+        const auto result = dump(arguments);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << arguments;
+        EXPECT_EQ(result.status, status) << arguments;
+        EXPECT_EQ(result.out, out) << arguments;
+        EXPECT_THAT(result.err, MatchesRegex(err)) << arguments;
+    }
+    EXPECT_THAT(Decode("/tmp/dumps/trelvo_1.dump"),
+                ElementsAre(Printed("I/DUMPED", "first"), Printed("I/DUMPED", "last"),
+                            Printed("I/DUMPED", std::string(8000, '.'))));
+    // What a folder holds is read without waiting for what others laid there.
+    fs::create_directory("/tmp/mixed");
+    fs::copy("/tmp/dumps/trelvo_1.dump", "/tmp/mixed");
+    ASSERT_EQ(mkfifo("/tmp/mixed/a\x1B.dump", 0600), 0);
+    const auto decoded = RunProgram({kBin + "trelvoctl", "decode", "/tmp/mixed"});
+    EXPECT_EQ(decoded.status, 3);
+    EXPECT_THAT(decoded.err, HasSubstr("/tmp/mixed/a\\x1B.dump: not a regular file"));
+    EXPECT_THAT(decoded.out, HasSubstr("): last\n"));
+    const auto piped = RunProgram({"bash", "-c",
+                                   kBin +
+                                       "trelvoctl decode <(cat /tmp/mixed/trelvo_1.dump); cat "
+                                       "/tmp/mixed/trelvo_1.dump | " +
+                                       kBin + "trelvoctl decode /dev/stdin"});
+    EXPECT_EQ(piped.err, "");
+    EXPECT_EQ(piped.out, decoded.out + decoded.out);
+}
+
+// By `kind`, "native", "logger" or "systemd-cat"; returns when the program that logs has.
+void LogBy(const std::string& kind, const std::string& text) {
+    if (kind == "native") {
+        Log("FRESH", text);
+    } else if (kind == "logger") {
+        ASSERT_EQ(
+            RunProgram({"logger", "--socket", "/run/systemd/journal/dev-log", "-t", "FRESH", text})
+                .status,
+            0);
+    } else {
+        ASSERT_EQ(RunProgram({"systemd-cat", "-t", "FRESH", "echo", text}).status, 0);
+    }
+}
+
+// So many lines a second, until it is destroyed.
+class Load {
+public:
+    Load(const std::string& tag, int lines) : thread_([this, tag, lines] { Run(tag, lines); }) {}
+    Load(const Load&) = delete;
+    Load& operator=(const Load&) = delete;
+    ~Load() {
+        ends_ = true;
+        thread_.join();
+    }
+
+private:
+    void Run(const std::string& tag, int lines) {
+        constexpr int kParts = 100;  // of a second
+        auto next = std::chrono::steady_clock::now();
+        for (int64_t number = 0; !ends_; next += std::chrono::milliseconds(1000 / kParts)) {
+            for (int line = 0; line < lines / kParts; ++line) {
+                Log(tag, "line " + std::to_string(number++) + " of the load beside it");
+            }
+            std::this_thread::sleep_until(next);
+        }
+    }
+
+    std::atomic<bool> ends_{false};
+    std::thread thread_;
+};
+
+TEST_F(EndToEnd, WhatWasLoggedBeforeADumpWasAskedForIsInIt) {
+    const char* const wanted = std::getenv("TRELVO_TEST_DUMPS");  // for a longer proof by hand
+    const int dumps = wanted != nullptr ? std::stoi(wanted) : 25;
+    StartCapture("FRESH/LOAD", "V/V", "1024");
+    for (const int lines : {0, 5000}) {
+        std::optional<Load> load;
+        if (lines > 0) {
+            load.emplace("LOAD", lines);
+        }
+        for (const std::string kind : {"native", "logger", "systemd-cat"}) {
+            int whole = 0;
+            std::vector<double> seconds;
+            for (int number = 0; number < dumps; ++number) {
+                const std::string text = kind + " " + std::to_string(lines + number) + ".";
+                LogBy(kind, text);
+                const auto start = std::chrono::steady_clock::now();
+                const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp/dumps"});
+                seconds.push_back(
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start)
+                        .count());
+                const std::string path = dump.out.substr(0, dump.out.find('\n'));
+                const bool has_line = ReadFile(path).find(text) != std::string::npos;
+                whole += has_line ? 1 : 0;
+                EXPECT_EQ(dump.status, 0) << dump.err;
+                EXPECT_TRUE(has_line) << text << " " << dump.err;
+                fs::remove(path);
+            }
+            std::sort(seconds.begin(), seconds.end());
+            std::cout << kind << ", " << lines << " lines/s beside it: " << whole << " of " << dumps
+                      << " dumps; seconds: median " << seconds[seconds.size() / 2] << ", longest "
+                      << seconds.back() << "\n";
+        }
+    }
+}
+
+// The journal keeps the order of what programs send natively: the service's messages too.
+TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
+    FakeLogind logind;
+    StartService({"LOGTAG=BESIDE/MATCHED", "LOGLEVEL=V/V", "RQBBUFFER=256", "POLICYMODE=0",
+                  "DLOGDUMPMODE=timer&poweroff&match", "DLOGDUMPVALUE=3", "DLOGDUMPMATCH=MATCHED:W",
+                  "DLOGDUMPDELAY=1"},
+                 "set buffer Size");
+    ASSERT_TRUE(logind.WaitForInhibitor());
+    std::optional<Load> load(std::in_place, "BESIDE", 500);
+    LogFollower log(kServiceTag);
+    ASSERT_NE(AwaitDump(log), "");  // by the timer
+    Log("MATCHED", "it happened", 4);
+    ASSERT_NE(AwaitDump(log), "");
+    logind.Emit("PrepareForShutdown", true);
+    ASSERT_TRUE(logind.WaitForRelease());
+    load.reset();
+    const auto journal =
+        RunProgram({"journalctl", "--quiet", "--output=cat", "_PID=" + std::to_string(getpid()),
+                    "_PID=" + std::to_string(service_->Pid())});
+    std::istringstream entries(journal.out);
+    std::string newest;
+    std::string before;
+    std::map<std::string, int> triggers;
+    for (std::string entry; std::getline(entries, entry);) {
+        const auto begins = [&entry](const char* text) {
+            return entry.find(text) != std::string::npos;
+        };
+        for (const char* trigger :
+             {"t_startTimerDump called", "RequestDumpOnMatch called", "t_OnPoweroff called"}) {
+            triggers[trigger] += begins(trigger) ? 1 : 0;
+        }
+        if (begins("Dumping Start..")) {
+            before = newest;
+        } else if (begins("Dump to File[")) {
+            const auto begin = entry.rfind('[') + 1;
+            const std::string path = entry.substr(begin, entry.rfind(']') - begin);
+            EXPECT_NE(ReadFile(path).find(before), std::string::npos) << before << " " << path;
+        } else if (entry.rfind("line ", 0) == 0) {
+            newest = entry;
+        }
+    }
+    EXPECT_NE(before, "");
+    for (const auto& [trigger, count] : triggers) {
+        EXPECT_GT(count, 0) << trigger;
     }
 }
 

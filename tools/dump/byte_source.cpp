@@ -1,11 +1,14 @@
 #include "dump/byte_source.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -17,18 +20,33 @@ std::system_error LastError() {
     return {errno, std::generic_category()};
 }
 
+// The errors that the system has no number for.
+class SourceErrors : public std::error_category {
+public:
+    [[nodiscard]] const char* name() const noexcept override { return "source"; }
+    [[nodiscard]] std::string message(int /*value*/) const override {
+        return "not a regular file; a pipe is read as standard input, '-'";
+    }
+};
+
+// What to open a path with: a FIFO must not be waited for.
+constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+
 }  // namespace
 
 FileSource::FileSource(const std::string& path, Observer observer)
     : path_(path),
       observer_(std::move(observer)),
-      fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                      : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+      fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(path.c_str(), kFlags)) {
     if (fd_ < 0) {
         throw LastError();
     }
     struct stat status {};
-    if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
+    const bool is_known = fstat(fd_, &status) == 0;
+    if (is_known && path != "-") {
+        RefuseOthers(status);
+    }
+    if (is_known && S_ISREG(status.st_mode)) {
         start_ = lseek(fd_, 0, SEEK_CUR);
         seekable_ = start_ >= 0;
         can_park_ = seekable_ && path != "-";
@@ -46,6 +64,24 @@ FileSource::~FileSource() {
     Close();
 }
 
+void FileSource::RefuseOthers(const struct stat& status) {
+    struct statfs system {};
+    std::error_code error;
+    if (S_ISDIR(status.st_mode)) {
+        error = std::make_error_code(std::errc::is_a_directory);
+    } else if (S_ISFIFO(status.st_mode) && fstatfs(fd_, &system) == 0 &&
+               system.f_type == PIPEFS_MAGIC) {
+        static_cast<void>(fcntl(fd_, F_SETFL, 0));  // its bytes are waited for
+    } else if (!S_ISREG(status.st_mode)) {
+        static const SourceErrors errors;
+        error = std::error_code(1, errors);
+    }
+    if (error) {
+        Close();
+        throw std::system_error(error);
+    }
+}
+
 void FileSource::Close() {
     // Nothing was written, so closing has nothing to report.
     static_cast<void>(close(fd_));
@@ -53,7 +89,7 @@ void FileSource::Close() {
 }
 
 void FileSource::Reopen() {
-    fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    fd_ = open(path_.c_str(), kFlags);
     struct stat status {};
     if (fd_ < 0 || fstat(fd_, &status) != 0) {
         throw LastError();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -33,14 +35,16 @@ public:
     [[nodiscard]] virtual std::optional<timespec> WriteTime() const { return std::nullopt; }
 };
 
-// A file, or standard input under the name "-". What cannot be sought in, such as a pipe, is kept
-// in memory as it is read; a regular file is not. While it is parked, a file is closed.
+// A regular file, a pipe of the shell's (<(...), /dev/stdin), or whatever is standard input under
+// the name "-". Anything else that a name may stand for, such as a FIFO that somebody laid among
+// the dumps, is refused, and nothing is waited for while it is opened. What cannot be sought in is
+// kept in memory as it is read; a regular file is not. While it is parked, a file is closed.
 class FileSource : public ByteSource, private Parkable {
 public:
     // Told of bytes that were read, and how many.
     using Observer = std::function<void(size_t)>;
 
-    // Throws std::system_error when the file cannot be opened.
+    // Throws std::system_error when the file cannot be opened or is refused.
     explicit FileSource(const std::string& path, Observer observer = {});
     ~FileSource() override;
 
@@ -53,6 +57,8 @@ public:
 private:
     // Takes the bytes from the file itself.
     [[nodiscard]] size_t ReadFile(char* data, size_t size);
+    // Throws where the open file is neither a regular one nor a pipe without a name.
+    void RefuseOthers(const struct stat& status);
     void Reopen();
     void Park() override { Close(); }
     void Close();

@@ -1,5 +1,6 @@
 #include "launch/dump_waiter.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -10,15 +11,17 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
-#include "dump/dump_reader.h"
+#include "platform/launch_interface.h"
 
 namespace {
 
-constexpr std::chrono::seconds kAskAgain{2};
+constexpr std::chrono::seconds kAskAgain{1};
+// What does not come as an event, such as the end of the service, is looked for so often.
+constexpr std::chrono::seconds kLookAgain{1};
 constexpr std::string_view kNameStart = "trelvo";
 constexpr std::string_view kNameEnd = ".dump";
 constexpr std::string_view kCompressedNameEnd = ".dump.zst";
@@ -57,43 +60,57 @@ bool IsServiceDump(std::string_view name, std::string_view end) {
            name.substr(name.size() - end.size()) == end;
 }
 
-// Whoever may write to the folder may have put something else there.
-void RefuseCutDump(const std::string& folder, const std::string& path) {
-    std::string fault;
-    try {
-        const std::unique_ptr<ByteSource> source = OpenSource(path);
-        DumpReader reader(*source);
-        if (const Extent extent = reader.Measure(); extent.damage) {
-            throw DumpError(*extent.damage);
-        }
-        return;
-    } catch (const DumpError& error) {
-        fault = "offset " + std::to_string(error.Offset()) + ": " + error.what();
-    } catch (const std::system_error& error) {
-        fault = error.what();
-    }
-    throw DumpWaitError(path + ": " + fault +
-                        (IsFull(folder) ? "; the folder's file system is full" : ""));
+// As the service publishes a path: in one line.
+std::string OneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
 }
 
 }  // namespace
 
-DumpWaiter::DumpWaiter(const std::string& folder, bool compressed)
-    : folder_(folder),
-      name_end_(compressed ? kCompressedNameEnd : kNameEnd),
-      fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    if (fd_ < 0) {
-        throw DumpWaitError(folder + ": cannot be watched: " + LastError());
-    }
-    std::string fault = FolderFault(folder);
-    if (fault.empty() && inotify_add_watch(fd_, folder.c_str(),
-                                           IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE |
-                                               IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR) < 0) {
-        fault = "cannot be watched: " + LastError();
+ServiceFile::ServiceFile(const std::string& path)
+    : fd_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
+    struct stat status {};
+    std::string fault;
+    if (fd_ < 0 || fstat(fd_, &status) != 0) {
+        fault = LastError();
+    } else if (!S_ISREG(status.st_mode)) {
+        fault = "not a regular file";
+    } else if (status.st_uid != geteuid() && status.st_uid != 0) {
+        fault = "belongs to user " + std::to_string(status.st_uid);
     }
     if (!fault.empty()) {
         static_cast<void>(close(fd_));
-        throw DumpWaitError(folder + ": " + fault);
+        throw DumpWaitError(path + ": " + fault + ": not what the service has written");
+    }
+}
+
+ServiceFile::~ServiceFile() {
+    static_cast<void>(close(fd_));
+}
+
+std::string ServiceFile::OpenPath() const {
+    return "/proc/self/fd/" + std::to_string(fd_);
+}
+
+DumpWaiter::DumpWaiter(std::string runtime_folder, std::string folder, bool compressed)
+    : runtime_folder_(std::move(runtime_folder)),
+      folder_(std::move(folder)),
+      name_end_(compressed ? kCompressedNameEnd : kNameEnd),
+      fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    if (fd_ < 0) {
+        throw DumpWaitError(folder_ + ": cannot be watched: " + LastError());
+    }
+    std::string fault = FolderFault(folder_);
+    if (fault.empty()) {
+        folder_watch_ = inotify_add_watch(
+            fd_, folder_.c_str(),
+            IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR);
+        fault = folder_watch_ < 0 ? "cannot be watched: " + LastError() : "";
+    }
+    if (!fault.empty()) {
+        static_cast<void>(close(fd_));
+        throw DumpWaitError(folder_ + ": " + fault);
     }
 }
 
@@ -101,33 +118,102 @@ DumpWaiter::~DumpWaiter() {
     static_cast<void>(close(fd_));
 }
 
-std::string DumpWaiter::Wait(const std::function<void(std::chrono::seconds left)>& ask,
-                             std::chrono::seconds timeout) {
+std::string DumpWaiter::Wait(const Ask& ask, std::chrono::seconds timeout) {
     const auto deadline = Clock::now() + timeout;
-    for (auto next_ask = Clock::now();;) {
+    const ServiceStatus before = ReadServiceStatus(runtime_folder_);
+    pid_ = before.pid;
+    dumps_ = before.service.Number("dumps").value_or(0);
+    auto pause = kAskAgain;
+    auto step = Step::kAsk;
+    for (auto next_ask = Clock::now(); step != Step::kDone; step = Look()) {
         const auto now = Clock::now();
         if (now >= deadline) {
             ThrowTimeout(timeout);
         }
-        if (now >= next_ask && !under_way_) {
-            ask(std::chrono::ceil<std::chrono::seconds>(deadline - now));
-            next_ask = Clock::now() + kAskAgain;
+        if (step == Step::kAsk || (step == Step::kWaitOrAsk && now >= next_ask)) {
+            ask(deadline);
+            NoteService();
+            next_ask = Clock::now() + pause;
+            pause *= 2;
+        } else {
+            const auto until = std::min(deadline, now + kLookAgain);
+            PollUntil(step == Step::kWaitOrAsk ? std::min(until, next_ask) : until);
         }
-        if (PollUntil(under_way_ ? deadline : std::min(deadline, next_ask))) {
-            if (std::string path = TakeEvents(); !path.empty()) {
-                return path;
-            }
-        }
+    }
+    return path_;
+}
+
+void DumpWaiter::NoteService() {
+    // Before the status is read, so that no change goes unseen. There may be none to watch.
+    const std::string file = runtime_folder_ + "/" + launch_interface::kStatusFile;
+    static_cast<void>(inotify_add_watch(fd_, file.substr(0, file.rfind('/')).c_str(), IN_MOVED_TO));
+    const ServiceStatus status = ReadServiceStatus(runtime_folder_);
+    if (status.pid != pid_) {
+        pid_ = status.pid;
+        dumps_ = 0;
     }
 }
 
-bool DumpWaiter::PollUntil(Clock::time_point time) const {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count();
-    pollfd events{fd_, POLLIN, 0};
-    return poll(&events, 1, static_cast<int>(std::max<long>(left, 0))) > 0;
+DumpWaiter::Step DumpWaiter::Look() {
+    TakeEvents();
+    const ServiceStatus status = ReadServiceStatus(runtime_folder_);
+    if (const auto dumps = status.service.Number("dumps")) {
+        return LookAtStatus(status, *dumps);
+    }
+    if (!seen_.empty()) {
+        try {
+            static_cast<void>(ServiceFile(seen_));
+            path_ = seen_;
+            return Step::kDone;
+        } catch (const DumpWaitError&) {
+            seen_.clear();  // somebody else's
+        }
+    }
+    return under_way_ ? Step::kWait : Step::kWaitOrAsk;
 }
 
-std::string DumpWaiter::TakeEvents() {
+DumpWaiter::Step DumpWaiter::LookAtStatus(const ServiceStatus& status, int64_t dumps) {
+    if (status.pid != pid_) {
+        return Step::kAsk;
+    }
+    if (dumps == dumps_) {
+        return dumps == 0 ? Step::kWaitOrAsk : Step::kWait;
+    }
+    if (TakeEnd(status.service)) {
+        return Step::kDone;
+    }
+    if (status.service.Number("pending") == 1) {
+        return Step::kWait;
+    }
+    dumps_ = dumps;
+    return Step::kAsk;
+}
+
+bool DumpWaiter::TakeEnd(const Fields& service) {
+    if (service.Text("last_dump_trigger") != "request") {
+        return false;
+    }
+    const std::string path = service.Text("last_dump_path").value_or("");
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const std::string expected = (folder_ == "/" ? "" : folder_) + "/" + name;
+    const std::string result = service.Text("last_dump_result").value_or("");
+    if (path.empty() || result != "written") {
+        throw DumpWaitError(folder_ + ": the dump could not be written: " + result);
+    }
+    if (path != OneLine(expected) || !IsServiceDump(name, name_end_)) {
+        return false;
+    }
+    path_ = expected;
+    return true;
+}
+
+void DumpWaiter::PollUntil(Clock::time_point time) const {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count();
+    pollfd events{fd_, POLLIN, 0};
+    static_cast<void>(poll(&events, 1, static_cast<int>(std::max<long>(left, 0))));
+}
+
+void DumpWaiter::TakeEvents() {
     alignas(inotify_event) std::array<char, 4096> buffer;
     const ssize_t size = read(fd_, buffer.data(), buffer.size());
     for (ssize_t position = 0; position < size;) {
@@ -135,35 +221,27 @@ std::string DumpWaiter::TakeEvents() {
         std::memcpy(&event, buffer.data() + position, sizeof event);
         const char* const name = buffer.data() + position + sizeof event;
         position += static_cast<ssize_t>(sizeof event + event.len);
-        if ((event.mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0) {
-            throw DumpWaitError(folder_ + ": the folder was moved or removed");
+        if (event.wd == folder_watch_) {
+            TakeEvent(event.mask, event.len == 0 ? "" : name);
         }
-        std::string_view file = event.len == 0 ? "" : name;
-        const bool is_hidden = file.substr(0, kHiddenStart.size()) == kHiddenStart;
-        if (!is_hidden && !IsServiceDump(file, name_end_)) {
-            continue;
-        }
-        if ((event.mask & IN_CREATE) != 0) {
-            under_way_ = true;
-            (is_hidden ? hidden_ : linked_) = file;
-            continue;
-        }
-        if (is_hidden && (event.mask & IN_DELETE) != 0 && file == hidden_) {
-            // Where a file cannot be renamed without replacing another, the dump is a link to it.
-            if (linked_.empty()) {
-                throw DumpWaitError(folder_ +
-                                    ": the dump could not be written; the service's log says why: "
-                                    "journalctl -t LOG_COMPRESSOR");
-            }
-            file = linked_;
-        } else if (is_hidden || (event.mask & IN_DELETE) != 0) {
-            continue;
-        }
-        std::string path = folder_ + "/" + std::string(file);
-        RefuseCutDump(folder_, path);
-        return path;
     }
-    return {};
+}
+
+void DumpWaiter::TakeEvent(uint32_t mask, std::string_view name) {
+    if ((mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0) {
+        throw DumpWaitError(folder_ + ": the folder was moved or removed");
+    }
+    const bool is_hidden = name.substr(0, kHiddenStart.size()) == kHiddenStart;
+    if (!is_hidden && !IsServiceDump(name, name_end_)) {
+        return;
+    }
+    under_way_ = true;
+    is_hidden_ = is_hidden_ || is_hidden;
+    // Where a file cannot be renamed without replacing another, the dump is a link to the hidden
+    // one.
+    if (!is_hidden && ((mask & IN_CREATE) == 0 || is_hidden_)) {
+        seen_ = folder_ + "/" + std::string(name);
+    }
 }
 
 void DumpWaiter::ThrowTimeout(std::chrono::seconds timeout) const {

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "status/status.h"
 
 // A dump that did not come. what() is one line that says why, as far as that can be seen from here.
 class DumpWaitError : public std::runtime_error {
@@ -12,37 +18,74 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Waits for the service to write a dump into a folder. Owns the watch on the folder, which must
-// be there before the dump is asked for.
+// A file of the service, opened without following a link or waiting, and kept open: others may
+// write to its folder.
+class ServiceFile {
+public:
+    // Throws DumpWaitError where it is not a regular file of the service's user, who is this user
+    // or root.
+    explicit ServiceFile(const std::string& path);
+    ServiceFile(const ServiceFile&) = delete;
+    ServiceFile& operator=(const ServiceFile&) = delete;
+    ~ServiceFile();
+
+    // A path to the file that is open, whatever its name stands for by now.
+    [[nodiscard]] std::string OpenPath() const;
+
+private:
+    int fd_;
+};
+
+// Waits for the service to write the dump that it was asked for. What the service publishes says
+// which file that is, or why there is none. Where it publishes nothing, the next dump of its user
+// in the folder is taken for the answer.
+//
+// Owns the watch on the folder, which must be there before the dump is asked for.
 class DumpWaiter {
 public:
+    using Clock = std::chrono::steady_clock;
+    // Returns when the service has taken the request.
+    using Ask = std::function<void(Clock::time_point deadline)>;
+
     // The folder is an absolute path. Waits for dumps that are compressed, or for those that are
     // not. Throws DumpWaitError when no dump can be written there.
-    DumpWaiter(const std::string& folder, bool compressed);
+    DumpWaiter(std::string runtime_folder, std::string folder, bool compressed);
     DumpWaiter(const DumpWaiter&) = delete;
     DumpWaiter& operator=(const DumpWaiter&) = delete;
     ~DumpWaiter();
 
-    // Returns the path of the first complete dump. Calls `ask` at once and then again every other
-    // second until a dump is under way: the service loses a request that comes too early, and one
-    // that a dump by itself absorbs. Throws DumpWaitError, at the latest after the time-out, and
-    // what `ask` throws.
-    [[nodiscard]] std::string Wait(const std::function<void(std::chrono::seconds left)>& ask,
-                                   std::chrono::seconds timeout);
+    // Returns the path of the dump. Calls `ask` at once, and again
+    // - when another dump has ended in the place of this one, or the service was started again;
+    // - after a second, two, four ..., while no dump of this service has ended yet: a request that
+    //   comes before its dump writer waits for the first time is lost.
+    // Throws DumpWaitError, at the latest after the time-out, and what `ask` throws.
+    [[nodiscard]] std::string Wait(const Ask& ask, std::chrono::seconds timeout);
 
 private:
-    using Clock = std::chrono::steady_clock;
+    enum class Step { kWait, kWaitOrAsk, kAsk, kDone };
 
-    [[nodiscard]] bool PollUntil(Clock::time_point time) const;
-    // Takes the events that are there. Returns the path of a dump that was completed; empty when
-    // none was.
-    [[nodiscard]] std::string TakeEvents();
+    // What has happened since the last call.
+    [[nodiscard]] Step Look();
+    // The same, by what the service has published: `dumps` have ended.
+    [[nodiscard]] Step LookAtStatus(const ServiceStatus& status, int64_t dumps);
+    // Whether the dump that ended last is the one that was asked for. Throws when it failed.
+    [[nodiscard]] bool TakeEnd(const Fields& service);
+    // Which service has taken the request.
+    void NoteService();
+    void TakeEvents();
+    void TakeEvent(uint32_t mask, std::string_view name);
+    void PollUntil(Clock::time_point time) const;
     [[noreturn]] void ThrowTimeout(std::chrono::seconds timeout) const;
 
+    std::string runtime_folder_;
     std::string folder_;
     std::string_view name_end_;
     int fd_;
-    bool under_way_ = false;  // the service has created a file
-    std::string hidden_;      // the name that file had
-    std::string linked_;      // the dump's name that appeared beside it
+    int folder_watch_ = -1;
+    std::optional<pid_t> pid_;  // of the service that was asked
+    int64_t dumps_ = 0;         // that had ended before the request, or in its place
+    std::string path_;          // of the dump, once it is there
+    std::string seen_;          // a dump in the folder, whoever wrote it
+    bool under_way_ = false;    // somebody has created a file in the folder
+    bool is_hidden_ = false;    // under a hidden name
 };

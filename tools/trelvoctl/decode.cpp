@@ -23,7 +23,7 @@ namespace {
 
 constexpr const char* kStandardInput = "-";
 
-// Standard input, which can be opened only once, read again by everybody who wants it.
+// A pipe or standard input, which can be read only once, read again by everybody who wants it.
 class SharedSource : public ByteSource {
 public:
     explicit SharedSource(std::shared_ptr<ByteSource> source) : source_(std::move(source)) {
@@ -180,13 +180,15 @@ std::unique_ptr<ByteSource> Decoder::Open(const std::string& file) {
             progress_->Advance(size);
         }
     };
-    if (file != kStandardInput) {
-        return OpenSource(file, observer);
+    auto shared = shared_.find(file);
+    if (shared == shared_.end()) {
+        auto source = OpenSource(file, observer);
+        if (file != kStandardInput && source->WriteTime()) {
+            return source;
+        }
+        shared = shared_.emplace(file, std::move(source)).first;
     }
-    if (!standard_input_) {
-        standard_input_ = OpenSource(file, observer);
-    }
-    return std::make_unique<SharedSource>(standard_input_);
+    return std::make_unique<SharedSource>(shared->second);
 }
 
 template <typename Step>

@@ -99,7 +99,7 @@ private:
     std::optional<int64_t> boot_time_ms_;  // as given, since 1970
     std::optional<Policies> policies_;
     std::optional<Progress> progress_;
-    std::shared_ptr<ByteSource> standard_input_;
+    std::map<std::string, std::shared_ptr<ByteSource>> shared_;  // pipes and standard input
     std::optional<Timeline> timeline_;
     std::map<std::string, int64_t> known_;  // when the files that were read had been written
     std::optional<TimePoint> since_;

@@ -67,8 +67,9 @@ std::vector<std::string> ExpandInputs(const std::vector<std::string>& words) {
         std::vector<std::string> found;
         for (fs::directory_iterator entry(word, error), end; !error && entry != end;
              entry.increment(error)) {
+            // What is not a file either is refused when it is opened, with a word.
             std::error_code ignored;
-            if (IsDumpName(entry->path().filename().string()) && entry->is_regular_file(ignored)) {
+            if (IsDumpName(entry->path().filename().string()) && !entry->is_directory(ignored)) {
                 found.push_back(entry->path().string());
             }
         }
