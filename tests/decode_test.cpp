@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <zstd.h>
 
 #include <algorithm>
@@ -711,6 +712,8 @@ TEST_F(Decode, FollowsAFolder) {
         return WaitForChange(folder_, [&] { return ReadFile(folder_ / "out") == text; });
     };
     EXPECT_TRUE(shown("a\nb\n"));
+    ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);  // is not waited for
+    fs::rename(folder_ / "fifo", folder_ / "trelvo_0.dump");
     Dump("unfinished", kKeptLater);
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_1.dump");
     EXPECT_TRUE(shown("a\nb\nc\n"));

@@ -345,6 +345,11 @@ TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyItIsNotWhatWasAskedFor) {
     EXPECT_THAT(Decode("/tmp/dumps/trelvo_1.dump"),
                 ElementsAre(Printed("I/DUMPED", "first"), Printed("I/DUMPED", "last"),
                             Printed("I/DUMPED", std::string(8000, '.'))));
+    WriteFile(kUploadKey.parent_path() / "capture", "alive=0\nreason=it\x1B died\n");
+    const auto stale = dump("/tmp/dumps");
+    EXPECT_EQ(stale.status, 3);
+    EXPECT_EQ(stale.out, "/tmp/dumps/trelvo_2.dump\n");
+    EXPECT_THAT(stale.err, HasSubstr("stale: the service does not record: it\\x1B died\n"));
     // What a folder holds is read without waiting for what others laid there.
     fs::create_directory("/tmp/mixed");
     fs::copy("/tmp/dumps/trelvo_1.dump", "/tmp/mixed");
