@@ -7,7 +7,7 @@ enum class ExitCode {
     kNoMatch = 1,       // no line matched --grep
     kUsage = 2,         // the command line was refused, nothing was done
     kDamage = 3,        // input is missing or damaged; all that could be read was printed
-    kNotRecording = 3,  // the service runs without recording
+    kNotRecording = 3,  // the service runs without recording what is logged
     kCodeTables = 4,    // code tables are missing, or of another policy version than the dump
     kOutput = 5,        // standard output did not take all that was to be printed
 };

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "escape/escape.h"
 #include "trelvoctl/commands.h"
 #include "trelvoctl/output.h"
 
@@ -56,7 +57,7 @@ int main(int argc, char** argv) {
         static_cast<void>(std::fprintf(stderr, "trelvoctl: %s\n", error.what()));
         result = ExitCode::kOutput;
     } catch (const std::exception& error) {
-        static_cast<void>(std::fprintf(stderr, "trelvoctl: %s\n", error.what()));
+        static_cast<void>(std::fprintf(stderr, "trelvoctl: %s\n", Escape(error.what()).c_str()));
         result = ExitCode::kDamage;
     }
     return static_cast<int>(result);
