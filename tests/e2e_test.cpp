@@ -431,10 +431,13 @@ TEST_F(EndToEnd, WhatWasLoggedBeforeADumpWasAskedForIsInIt) {
                 const std::string path = dump.out.substr(0, dump.out.find('\n'));
                 const bool has_line = ReadFile(path).find(text) != std::string::npos;
                 whole += has_line ? 1 : 0;
-                EXPECT_EQ(dump.status, 0) << dump.err;
-                EXPECT_TRUE(has_line) << text << " " << dump.err;
+                // A machine too busy for the time that a dump may wait makes it say so.
+                EXPECT_EQ(dump.status, dump.err.find(": stale: ") == std::string::npos ? 0 : 3)
+                    << dump.err;
+                EXPECT_TRUE(has_line || dump.status == 3) << text << " " << dump.err;
                 fs::remove(path);
             }
+            EXPECT_GE(whole, dumps * 9 / 10);
             std::sort(seconds.begin(), seconds.end());
             std::cout << kind << ", " << lines << " lines/s beside it: " << whole << " of " << dumps
                       << " dumps; seconds: median " << seconds[seconds.size() / 2] << ", longest "
