@@ -24,12 +24,15 @@ struct Key {
     const char* otherwise;  // the value where the file has none; nullptr to leave the key out
 };
 
-constexpr std::array<Key, 12> kKeys = {{
+constexpr std::array<Key, 15> kKeys = {{
     {"recorder", "tags", "LOGTAG", "*:I"},
     {"recorder", "size", "RQBHISTORY", "10 MiB"},
     {"recorder", "size-counts", "RQBCOUNT", nullptr},
     {"recorder", "capture", "RQBBUFFER", "4 MiB"},
     {"recorder", "tables", "POLICYMODE", "default"},
+    {"policy", "rows", "POLICYROWS", nullptr},
+    {"policy", "memory", "POLICYKIB", nullptr},
+    {"policy", "seconds", "POLICYSECONDS", nullptr},
     {"dump", "triggers", "DLOGDUMPMODE", nullptr},
     {"dump", "timer", "DLOGDUMPVALUE", nullptr},
     {"dump", "match", "DLOGDUMPMATCH", nullptr},
@@ -167,7 +170,7 @@ private:
         auto& launch = configuration_.launch;
         if (name == "tags") {
             TakeTags(key, value);
-        } else if (name == "size" || name == "capture") {
+        } else if (name == "size" || name == "capture" || name == "memory") {
             launch[key.launch] = Kibibytes(value);
             if (launch[key.launch].empty()) {
                 Report(NameOf(key), Quoted(value) + " is not a size such as 512 KiB or 10 MiB");

@@ -15,7 +15,7 @@ using Words = std::vector<std::string_view>;
 
 constexpr std::size_t kMaxQuoted = 60;  // bytes
 constexpr std::size_t kMaxFaults = 10;
-constexpr int kMaxHistory = 999999999;  // KiB
+constexpr int kMaxCount = 999999999;
 constexpr std::string_view kLevels = "VDIWEFS";
 constexpr std::string_view kLevelHelp = "a level is one of V D I W E F, or S for nothing";
 // What the shell, through which the service starts the capture, would not take as it is.
@@ -25,7 +25,7 @@ const Words kNeeded = {"LOGTAG", "LOGLEVEL", "RQBBUFFER", "POLICYMODE"};
 const Words kKeys = {"LOGTAG",       "LOGLEVEL",      "RQBBUFFER",     "POLICYMODE",
                      "DLOGDUMPMODE", "DLOGDUMPVALUE", "DLOGDUMPMATCH", "DLOGDUMPDELAY",
                      "DLOGDUMPREST", "RQBCOUNT",      "RQBHISTORY",    "DUMPFORM",
-                     "DUMP"};
+                     "POLICYROWS",   "POLICYKIB",     "POLICYSECONDS", "DUMP"};
 
 bool Contains(const Words& words, std::string_view word) {
     return std::find(words.begin(), words.end(), word) != words.end();
@@ -233,7 +233,10 @@ std::vector<Fault> CheckFirstLaunch(const LaunchArguments& arguments) {
     checker.Number("POLICYMODE", 0, "the policy, 0 for Default and 1 for Server");
     checker.Triggers();
     checker.OneOf("RQBCOUNT", {"records", "memory"});
-    checker.Number("RQBHISTORY", 1, "KiB", kMaxHistory);
+    checker.Number("RQBHISTORY", 1, "KiB", kMaxCount);
+    checker.Number("POLICYROWS", 1, "rows", kMaxCount);
+    checker.Number("POLICYKIB", 1, "KiB", kMaxCount);
+    checker.Number("POLICYSECONDS", 1, "seconds", kMaxCount);
     checker.Form();
     return checker.Take();
 }

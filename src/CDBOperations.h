@@ -11,6 +11,13 @@
 
 #include "CodeTable.h"
 
+// What one table may cost; one that costs more is not loaded at all.
+struct TableLimits {
+    unsigned long long rows = 4000000;
+    unsigned long long kib = 256 * 1024;  // of memory: of the table, and of SQLite while it reads
+    unsigned long long seconds = 30;
+};
+
 // The code tables: for each log tag of the policy, message text to the code that stands for it.
 //
 // Filled once by CreateHashMap on the compressor thread, before the first line is encoded, and
@@ -24,6 +31,9 @@ public:
     // Failures are logged; whatever could be loaded stays.
     void CreateHashMap();
 
+    // To be called before CreateHashMap, if at all.
+    void SetLimits(const TableLimits& limits) { m_Limits = limits; }
+
     std::string GetPolicyVersion();
     // Tables that are loaded; any thread may ask.
     size_t GetTableCount() const { return m_TableCount; }
@@ -31,11 +41,12 @@ public:
     // Reads a whole file; false when it cannot be opened or read to its end.
     bool ReadRawXML(const char* path, std::string& out);
 
-    // Open and close the one database handle that m_GetAllHuffmanCode reads from. Opening creates
-    // an empty file when there is none, as SQLite does.
+    // Open and close the one database handle that m_GetAllHuffmanCode reads from. A database that
+    // is not there reads as an empty one, where it could be made, but it is not made.
     bool m_OpenDB(const char* path);
     bool m_CloseDB();
     // Loads the table as `logTag`'s code table, replacing an earlier one unless nothing was found.
+    // False, with nothing loaded, when there is no such table or it goes beyond the limits.
     bool m_GetAllHuffmanCode(std::string tableName, std::string logTag);
 
     // What a record holds instead of `message`: LEB128 length and code bytes. Empty when the tag
@@ -46,9 +57,13 @@ public:
 private:
     CDBOperations() = default;
 
+    // Adds all rows. Returns the limit that they go beyond, or nothing.
+    std::string m_ReadRows(sqlite3_stmt* statement, CodeTable& table) const;
+
     static CDBOperations* m_pInstance;
 
     std::map<std::string, CodeTable, std::less<>> m_CodeTables;  // by log tag
+    TableLimits m_Limits;
     sqlite3* m_Database = nullptr;  // open only while a table is being loaded
     std::string m_PolicyVersion;    // guarded by m_VersionMutex
     std::mutex m_VersionMutex;

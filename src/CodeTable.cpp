@@ -45,6 +45,10 @@ std::string_view View(const unsigned char* begin, const unsigned char* end) {
     return {reinterpret_cast<const char*>(begin), static_cast<size_t>(end - begin)};
 }
 
+size_t SlotsFor(size_t rows) {
+    return rows + rows / 2 + 1;
+}
+
 }  // namespace
 
 bool CodeTable::Add(std::string_view text, std::string_view digits) {
@@ -73,6 +77,7 @@ unsigned char* CodeTable::MakeRoom(size_t size) {
         chunk.size = std::max(size, chunks_.size() < kSmallChunks ? kSmallChunk : kHugePage);
         chunk.bytes.reset(static_cast<unsigned char*>(Allocate(chunk.size)));
         chunks_.push_back(std::move(chunk));
+        chunk_bytes_ += chunks_.back().size;
     }
     return &chunks_.back().bytes[chunks_.back().used];
 }
@@ -86,13 +91,14 @@ void CodeTable::CloseChunk() {
     if (void* const shorter = std::realloc(chunk.bytes.get(), chunk.used)) {
         static_cast<void>(chunk.bytes.release());
         chunk.bytes.reset(static_cast<unsigned char*>(shorter));
+        chunk_bytes_ -= chunk.size - chunk.used;
         chunk.size = chunk.used;
     }
 }
 
 void CodeTable::Index() {
     CloseChunk();
-    slot_count_ = rows_ + rows_ / 2 + 1;
+    slot_count_ = SlotsFor(rows_);
     slots_.reset(static_cast<Slot*>(Allocate(slot_count_ * sizeof(Slot))));
     std::fill_n(slots_.get(), slot_count_, Slot{kNoRow, 0});
 
@@ -130,6 +136,10 @@ void CodeTable::Index() {
 std::string_view CodeTable::Find(std::string_view text) const {
     const Slot& slot = slots_[SlotOf(text, keyed::Hash(text))];
     return slot.row == kNoRow ? std::string_view() : RowAt(slot.row).stored;
+}
+
+size_t CodeTable::Memory() const {
+    return chunk_bytes_ + chunks_.capacity() * sizeof(Chunk) + SlotsFor(rows_) * sizeof(Slot);
 }
 
 size_t CodeTable::Probes(std::string_view text) const {

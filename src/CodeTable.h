@@ -36,6 +36,8 @@ public:
     [[nodiscard]] std::string_view Find(std::string_view text) const;
 
     [[nodiscard]] bool IsEmpty() const { return rows_ == 0; }
+    // Bytes of memory, those of the index included, whether it is there yet or not.
+    [[nodiscard]] size_t Memory() const;
 
     // Places of the index that finding the text looks at.
     [[nodiscard]] size_t Probes(std::string_view text) const;
@@ -71,5 +73,6 @@ private:
     std::vector<Chunk> chunks_;
     std::unique_ptr<Slot[], Free> slots_;  // at most two thirds are used
     size_t slot_count_ = 0;
+    size_t chunk_bytes_ = 0;
     size_t rows_ = 0;  // each of the same text counted
 };

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "CDBOperations.h"
 #include "CDataDump.h"
 #include "CDataProvider.h"
 #include "CLogCompressor.h"
@@ -119,6 +120,7 @@ struct Settings {
     bool countsMemory = false;
     unsigned long long historyKiB = 0;  // 0 for the buffer's own size
     DumpForm form = DumpForm::kPlain;
+    TableLimits tables;
 };
 
 // Of a whole number without a sign.
@@ -145,6 +147,22 @@ bool ReadSeconds(app_control_h appControl, const char* key, unsigned& seconds) {
         return false;
     }
     seconds = static_cast<unsigned>(*number);
+    return true;
+}
+
+// Leaves `value` as it is where the key is absent.
+bool ReadCount(app_control_h appControl, const char* key, const char* unit,
+               unsigned long long& value) {
+    const ExtraData text(appControl, key);
+    if (!text) {
+        return true;
+    }
+    const auto number = ReadNumber(text.Get(), 1);
+    if (!number) {
+        TR_LOGE("%s must be a number of %s from 1 to 999999999, not [%s]", key, unit, text.Get());
+        return false;
+    }
+    value = *number;
     return true;
 }
 
@@ -198,15 +216,11 @@ std::optional<Settings> ReadSettings(app_control_h appControl) {
             return std::nullopt;
         }
     }
-    const ExtraData history(appControl, "RQBHISTORY");
-    if (history) {
-        const auto number = ReadNumber(history.Get(), 1);
-        if (!number) {
-            TR_LOGE("RQBHISTORY must be a number of KiB from 1 to 999999999, not [%s]",
-                    history.Get());
-            return std::nullopt;
-        }
-        settings.historyKiB = *number;
+    if (!ReadCount(appControl, "RQBHISTORY", "KiB", settings.historyKiB) ||
+        !ReadCount(appControl, "POLICYROWS", "rows", settings.tables.rows) ||
+        !ReadCount(appControl, "POLICYKIB", "KiB", settings.tables.kib) ||
+        !ReadCount(appControl, "POLICYSECONDS", "seconds", settings.tables.seconds)) {
+        return std::nullopt;
     }
     const std::optional<DumpForm> form = ReadForm(appControl);
     if (!form) {
@@ -260,6 +274,7 @@ void StartCapture(app_control_h appControl) {
         CDataProvider::Instance()->SetBufferCount(true);
     }
     CTREventManager::GetInstance()->SetSelfInitiatedForm(settings->form);
+    CDBOperations::Instance()->SetLimits(settings->tables);
     CLogCompressor::Instance();
     status::Refresh();
 }

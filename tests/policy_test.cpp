@@ -21,6 +21,8 @@ namespace fs = std::filesystem;
 namespace test_support {
 namespace {
 
+using namespace std::string_literals;
+
 TEST(PolicyParserTest, TakesWhatItFindsInDocumentOrder) {
     // Expected: version, then tag=database for each entry.
     const std::tuple<const char*, const char*, bool, const char*> rows[] = {
@@ -117,6 +119,7 @@ TEST(CodeTableTest, LoadsEveryGoodRowOfEveryGoodDatabase) {
         "none; I Opened database successfully; E Failed to get Huffman codes: no such table: "
         "HuffmanCode; I Closed database successfully; ";
     EXPECT_EQ(log.substr(log.find("I DLOG"), expected.size()), expected);
+    EXPECT_FALSE(fs::exists(kDefault + "/none"));
 
     const std::tuple<const char*, const char*, const char*> codes[] = {
         {"A", "hi", "02 41 FF"}, {"A", "odd", "00"},   {"A", "null", "none"},
@@ -144,6 +147,51 @@ TEST(CodeTableTest, TheFirstBootLineFindsTheTables) {
         ASSERT_TRUE(Platform().WaitFor("E exception: =[TRELVO_BUFFER could not be opened]"));
         EXPECT_EQ(Decode(Snapshot(false)), std::vector<std::string>{"I/T(P 1, T 2): \xB0"});
     });
+}
+
+TEST(CodeTableTest, ATableBeyondItsBoundsOrFolderCostsItsOwnTagOnly) {
+    const auto view = [](const std::string& name, const std::string& select) {
+        MakeCodeTable(kDefault + "/" + name,
+                      "('', ''); drop table HuffmanCode; create view HuffmanCode (log, huffmancode)"
+                      " as with recursive n (i) as (select 1 union all select i + 1 from n) " +
+                          select);
+    };
+    std::string policy = "<r>";
+    for (const char* name :
+         {"rows", "full", "endless", "wide", "row", "sort", "../x", "a/../good"}) {
+        policy += std::string("<db logtag='") + name + "' name='" + name + "'/>";
+    }
+    WritePolicy(kDefault, policy + "</r>");
+    fs::create_directory(kDefault + "/a");
+    view("rows", "select i, '00000001' from n");
+    view("full", "select i, '00000001' from n limit 1000");
+    view("endless", "select i, '00000001' from n where i < 0");
+    view("wide", "select hex(zeroblob(100000)) || i, '00000001' from n");
+    view("row", "select hex(zeroblob(5000000)), '00000001'");
+    view("sort", "select i, '00000001' from n order by 1 desc");
+    for (const char* name : {"good", "../x"}) {
+        MakeCodeTable(kDefault + "/" + name, "('hi', '00000010')");
+    }
+    CDBOperations::Instance()->SetLimits({1000, 1024, 1});
+    const std::string log = Load(0);
+    CDBOperations::Instance()->SetLimits({});
+    const std::string refusal = "E No codes for logtag [";
+    for (const std::string& line :
+         {refusal + "rows]: its table takes more than 1000 rows",
+          "I HMap created for logtag [full]"s, refusal + "endless]: its table takes more than 1 s",
+          refusal + "wide]: its table takes more than 1024 KiB",
+          refusal + "row]: its table takes more than 1024 KiB",
+          refusal + "sort]: its table takes more than 1024 KiB",
+          "I DB FILE PATH = " + kDefault + "/../x; E DB FILE PATH = " + kDefault +
+              "/../x refused: not in " + kDefault + "; I DLOG",
+          "I HMap created for logtag [a/../good]"s}) {
+        EXPECT_NE(log.find(line), std::string::npos) << line;
+    }
+    size_t errors = 0;
+    for (size_t at = log.find("; E "); at != std::string::npos; at = log.find("; E ", at + 1)) {
+        ++errors;
+    }
+    EXPECT_EQ(errors, 6U) << log;
 }
 
 TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {
