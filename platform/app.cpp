@@ -216,10 +216,19 @@ void PrepareDumpFolder() {
     }
 }
 
+// Whatever the launcher's umask: what this service writes is the machine's log. What others may not
+// read at all is in folders of mode 0700.
+void SetModes(const std::optional<gid_t>& readers) {
+    umask(readers ? S_IWGRP | S_IRWXO : S_IRWXG | S_IRWXO);
+    if (readers && getegid() != *readers && setgid(*readers) != 0) {
+        throw std::runtime_error(
+            "[dump] group: this user cannot take that group; start the service with it, under "
+            "systemd by Group= in a drop-in");
+    }
+}
+
 int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& callback,
         void* user_data) {
-    // Whatever the launcher's umask: what this service writes is the machine's log.
-    umask(S_IRWXG | S_IRWXO);
     PutOwnFolderFirstOnPath();
     const std::string folder = port::RuntimeFolder();
     const std::string socket = folder + "/" + launch_interface::kSocketFile;
@@ -283,6 +292,7 @@ int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callback, vo
             port::Complain(faults);
             return port::kExitUsage;
         }
+        SetModes(line.group);
         return Run(line.first, *callback, user_data);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "trelvo: %s\n", error.what());

@@ -77,6 +77,7 @@ CommandLine ReadFile() {
     if (std::filesystem::exists(kConfigurationFile, error) || error) {
         Configuration configuration = ReadConfiguration(kConfigurationFile);
         result.first = std::move(configuration.launch);
+        result.group = configuration.group;
         if (configuration.log_threshold) {
             SetLogThreshold(*configuration.log_threshold);
         }
@@ -93,20 +94,20 @@ CommandLine ReadCommandLine(int argc, char** argv) {
             return ReadFile();
         }
         if (option == "--check" && argc <= 3) {
-            return {Check(argc == 3 ? argv[2] : kConfigurationFile), {}};
+            return {Check(argc == 3 ? argv[2] : kConfigurationFile), {}, {}};
         }
         if (option == "--help" && argc == 2) {
             std::printf(kHelp, kConfigurationFile);
-            return {kExitSuccess, {}};
+            return {kExitSuccess, {}, {}};
         }
         if (option == "--version" && argc == 2) {
             std::puts("trelvo " TRELVO_VERSION);
-            return {kExitSuccess, {}};
+            return {kExitSuccess, {}, {}};
         }
         return ReadLaunch(argc, argv);
     } catch (const ConfigurationError& error) {
         PrintFaults(error.what());
-        return {kExitUsage, {}};
+        return {kExitUsage, {}, {}};
     }
 }
 

@@ -1,6 +1,8 @@
 #ifndef TRELVO_PLATFORM_COMMAND_LINE_H
 #define TRELVO_PLATFORM_COMMAND_LINE_H
 
+#include <sys/types.h>
+
 #include <optional>
 
 #include "launch_check.h"
@@ -14,6 +16,7 @@ inline constexpr int kExitUsage = 2;
 struct CommandLine {
     std::optional<int> exit;  // set: the program has nothing more to do and ends with this status
     LaunchArguments first;    // empty: the service waits for a launch
+    std::optional<gid_t> group;  // that may read dumps
 };
 
 // Reads the service's command line, or the configuration file where there are no words, which also

@@ -1,6 +1,7 @@
 #include "configuration.h"
 
 #include <glib.h>
+#include <grp.h>
 
 #include <algorithm>
 #include <array>
@@ -24,7 +25,7 @@ struct Key {
     const char* otherwise;  // the value where the file has none; nullptr to leave the key out
 };
 
-constexpr std::array<Key, 15> kKeys = {{
+constexpr std::array<Key, 16> kKeys = {{
     {"recorder", "tags", "LOGTAG", "*:I"},
     {"recorder", "size", "RQBHISTORY", "10 MiB"},
     {"recorder", "size-counts", "RQBCOUNT", nullptr},
@@ -39,6 +40,7 @@ constexpr std::array<Key, 15> kKeys = {{
     {"dump", "match-delay", "DLOGDUMPDELAY", nullptr},
     {"dump", "match-rest", "DLOGDUMPREST", nullptr},
     {"dump", "form", "DUMPFORM", nullptr},
+    {"dump", "group", nullptr, nullptr},
     {"log", "threshold", nullptr, nullptr},
 }};
 
@@ -191,6 +193,12 @@ private:
             if (!configuration_.log_threshold) {
                 Report(NameOf(key), Quoted(value) + " is not one of " + Join(LevelNames(), ' ') +
                                         DidYouMean(value, LevelNames()));
+            }
+        } else if (name == "group") {
+            if (const struct group* const found = getgrnam(value.c_str())) {
+                configuration_.group = found->gr_gid;
+            } else {
+                Report(NameOf(key), Quoted(value) + " is not a group of this machine");
             }
         } else {
             launch[key.launch] = value;

@@ -1,6 +1,8 @@
 #ifndef TRELVO_PLATFORM_CONFIGURATION_H
 #define TRELVO_PLATFORM_CONFIGURATION_H
 
+#include <sys/types.h>
+
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -21,6 +23,7 @@ public:
 struct Configuration {
     LaunchArguments launch;             // passes CheckFirstLaunch
     std::optional<char> log_threshold;  // a level letter
+    std::optional<gid_t> group;         // that may read dumps
 };
 
 // Reads a file such as platform/systemd/trelvo.conf, which explains its keys. Throws

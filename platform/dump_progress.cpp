@@ -39,9 +39,9 @@ DumpProgress PublishedProgress() {
     return state.progress;
 }
 
-void TakePublished(std::string_view key, std::string_view text) {
+bool TakePublished(std::string_view key, std::string_view text) {
     if (key != "memory/trelvo/status") {
-        return;
+        return false;
     }
     DumpProgress progress{true, 0, false};
     for (const std::string_view line : SplitWords(text, '\n')) {
@@ -55,10 +55,12 @@ void TakePublished(std::string_view key, std::string_view text) {
     }
     Shared& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
+    const bool is_news = !state.progress.known || state.progress.finished != progress.finished;
     state.progress = progress;
     for (DumpWait* const wait : state.waits) {
         wait->Look(progress);
     }
+    return is_news;
 }
 
 DumpWait::DumpWait(const DumpProgress& before, gint64 limit_ms, std::function<void()> on_end)

@@ -18,8 +18,9 @@ struct DumpProgress {
 // Any thread may ask.
 [[nodiscard]] DumpProgress PublishedProgress();
 
-// Takes what the service publishes; any thread, and any key.
-void TakePublished(std::string_view key, std::string_view text);
+// Takes what the service publishes; any thread, and any key. True when it is the first of its kind
+// or says that a dump has ended.
+bool TakePublished(std::string_view key, std::string_view text);
 
 // Waits on the default main context for the end of a dump that was asked for.
 //

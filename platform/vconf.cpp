@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 
+#include "collecting_folder.h"
 #include "dump_progress.h"
 #include "handles.h"
 #include "runtime_folder.h"
@@ -123,7 +124,9 @@ int vconf_set_str(const char* key, const char* value) {
     }
     try {
         Write(PathOf(key), value);
-        port::TakePublished(key, value);
+        if (port::TakePublished(key, value)) {
+            port::WatchCollectingFolder();
+        }
         return 0;
     } catch (const std::exception&) {
         return -1;

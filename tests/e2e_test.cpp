@@ -279,6 +279,11 @@ TEST_F(EndToEnd, AsInstalledItIsSilentAndWritesALastDump) {
     fs::copy(installed / "policy_version.xml", kDefaultPolicyFolder);
     fs::copy(installed / "trelvo.conf", kConfiguration);
     fs::copy(installed / "system-info.ini", kConfiguration);
+    // An ordinary user's namespace has one group.
+    const bool has_groups =
+        RunProgram({"setpriv", "--regid=adm", "--keep-groups", "true"}).status == 0;
+    const std::string group = has_groups ? "adm" : "root";
+    std::ofstream(kConfiguration / "trelvo.conf", std::ios::app) << "[dump]\ngroup=" + group + "\n";
     service_.emplace(std::vector{"env"s, "--unset=TRELVO_LOG_LEVEL"s, kBin + "trelvo"});
     ASSERT_TRUE(logind.WaitForInhibitor());
     Log(kServiceTag, "of the service's tag");
@@ -297,6 +302,10 @@ TEST_F(EndToEnd, AsInstalledItIsSilentAndWritesALastDump) {
     service_->Signal(SIGTERM);
     EXPECT_EQ(service_->Wait(), 0);
     EXPECT_THAT(Decode(kCollectingFolder / "trelvo.dump"), Contains(Printed("I/LOUD", "a line")));
+    for (const char* folder : {"/opt/usr/share/svc-rk/dump", "/tmp/dumps"}) {
+        const auto modes = RunProgram({"stat", "--format=%a %G", folder + "/trelvo.dump"s});
+        EXPECT_EQ(modes.out, "640 " + group + "\n") << folder;
+    }
     // Nothing at all of a service that is well.
     const auto own = RunProgram(
         {"journalctl", "--quiet", "--output=cat", "_PID=" + std::to_string(service_->Pid())});

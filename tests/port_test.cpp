@@ -213,6 +213,34 @@ void Publish(int finished, bool pending) {
     EXPECT_EQ(vconf_set_str("memory/trelvo/status", text.c_str()), 0);
 }
 
+TEST(Vconf, AFullCollectingFolderIsToldWhateverLiesInIt) {
+    constexpr const char* kKey = "memory/trelvo/dlog_dump";
+    const fs::path folder = "/opt/usr/share/svc-rk/dump";
+    const std::uintmax_t limit = 20971520;
+    fs::remove_all(folder);
+    int finished = 0;
+    const auto told = [&] {
+        int pending = 0;
+        Publish(finished, false);
+        EXPECT_EQ(vconf_get_int(kKey, &pending), 0);
+        EXPECT_EQ(vconf_set_int(kKey, 0), 0);
+        return pending != 0;
+    };
+    EXPECT_EQ(vconf_set_int(kKey, 0), 0);
+    EXPECT_FALSE(told()) << "no folder";
+    fs::create_directories(folder / "lost+found");
+    for (const std::uintmax_t size : {limit, limit + 1}) {
+        for (const char* name : {"a", "b"}) {  // before and behind the subfolder
+            WriteFile(folder / name, "");
+            fs::resize_file(folder / name, size);
+            ++finished;
+            EXPECT_EQ(told(), size > limit) << name;
+            EXPECT_FALSE(told()) << "no dump has ended since";
+            fs::remove(folder / name);
+        }
+    }
+}
+
 // Hears of the machine going down. What it would ask for is a dump that the test publishes.
 class PowerListener {
 public:
