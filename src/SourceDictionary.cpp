@@ -12,25 +12,41 @@ namespace {
 
 constexpr size_t kFirstSlots = 64;
 
+bool HasRoom(size_t slots, size_t count) {
+    return 4 * count <= 3 * slots;
+}
+
+// Grows by a half: what both tables take for a moment is memory, too.
+size_t SlotsFor(size_t count) {
+    size_t slots = kFirstSlots;
+    while (!HasRoom(slots, count)) {
+        slots += slots / 2;
+    }
+    return slots;
+}
+
+// The hash as a fraction of 1: any number of slots will do.
+size_t FirstSlot(uint64_t hash, size_t slots) {
+    return static_cast<size_t>((hash >> 32U) * slots >> 32U);
+}
+
 // The slot of open addressing for which `isIt` holds, or the first free one.
 template <typename Slot, typename IsFree, typename IsIt>
 Slot& Locate(std::vector<Slot>& slots, uint64_t hash, IsFree isFree, IsIt isIt) {
-    // The hash as a fraction of 1: any number of slots will do.
-    size_t at = static_cast<size_t>((hash >> 32U) * slots.size() >> 32U);
+    size_t at = FirstSlot(hash, slots.size());
     while (!isFree(slots[at]) && !isIt(slots[at])) {
         at = at + 1 == slots.size() ? 0 : at + 1;
     }
     return slots[at];
 }
 
-// Room for one more of `count`; `place` finds a slot's new place. Grows by a half: what both tables
-// take for a moment is memory, too.
+// Room for one more of `count`; `place` finds a slot's new place.
 template <typename Slot, typename IsFree, typename Place>
 void MakeRoom(std::vector<Slot>& slots, size_t count, IsFree isFree, Place place) {
-    if (4 * (count + 1) <= 3 * slots.size()) {
+    if (HasRoom(slots.size(), count + 1)) {
         return;
     }
-    std::vector<Slot> old(slots.empty() ? kFirstSlots : slots.size() + slots.size() / 2);
+    std::vector<Slot> old(SlotsFor(count + 1));
     old.swap(slots);
     for (const Slot& slot : old) {
         if (!isFree(slot)) {
@@ -148,10 +164,18 @@ bool SourceDictionary::Add(std::string_view tag, Source source) {
 }
 
 void SourceDictionary::Forget(uint64_t oldest) {
+    const auto isKept = [&](const Source& source) {
+        return source.tag != 0 && source.record >= oldest;
+    };
+    const auto count = static_cast<size_t>(std::count_if(sources_.begin(), sources_.end(), isKept));
+    if (count == source_count_) {
+        return;
+    }
     SourceDictionary kept;
+    kept.sources_.resize(SlotsFor(count));
     std::vector<bool> isUsed(static_cast<size_t>(last_index_) + 1);
     for (const Source& source : sources_) {
-        if (source.tag != 0 && source.record >= oldest) {
+        if (isKept(source)) {
             kept.Add(Text(source.tag), source);
             kept.last_index_ = std::max(kept.last_index_, source.index);
             isUsed[static_cast<size_t>(source.index)] = true;
@@ -169,6 +193,20 @@ size_t SourceDictionary::Memory() const {
     return texts_.capacity() + tags_.capacity() * sizeof(Tag) +
            tag_slots_.capacity() * sizeof(uint32_t) + keys_.capacity() * sizeof(Key) +
            sources_.capacity() * sizeof(Source) + free_.capacity() * sizeof(int);
+}
+
+size_t SourceDictionary::Probes(std::string_view tag, int pid, int tid) {
+    const auto probes = [](const auto& slots, uint64_t hash, const auto& slot) {
+        const size_t first = FirstSlot(hash, slots.size());
+        const auto at = static_cast<size_t>(&slot - slots.data());
+        return 1 + (at >= first ? at - first : at + slots.size() - first);
+    };
+    const uint32_t& slot = TagSlot(tag);
+    const auto process = static_cast<uint32_t>(pid);
+    return probes(tag_slots_, keyed::Hash(tag), slot) +
+           probes(keys_, keyed::Hash(slot, process), KeySlot(slot, pid)) +
+           probes(sources_, keyed::Hash(slot, process, static_cast<uint32_t>(tid)),
+                  SourceSlot(slot, pid, tid));
 }
 
 void SourceDictionary::AppendImage(Bytes& out) const {

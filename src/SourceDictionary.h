@@ -34,6 +34,9 @@ public:
     // Bytes of memory.
     [[nodiscard]] size_t Memory() const;
 
+    // Places of the tables that finding the source looks at.
+    [[nodiscard]] size_t Probes(std::string_view tag, int pid, int tid);
+
     // Appends the entries as a dump has them: one for each "tag,pid", in the order of their bytes,
     // with pairs of tid and index in the order of the tids.
     void AppendImage(Bytes& out) const;

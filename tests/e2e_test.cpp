@@ -688,6 +688,47 @@ TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
     sqlite3_close(database);
 }
 
+TEST_F(EndToEnd, MillionsOfSourcesDoNotOutgrowTheUnit) {
+    constexpr long kMost = 384L * 1024;  // KiB; the unit has 512 MiB, also for /tmp
+    const fs::path boot = kCapture.parent_path() / "boot" / kCapture.filename();
+    // A history by records refers to less than a million of them.
+    for (const auto& [counts, sources] : {std::pair("memory", 2000000), {"records", 1000000}}) {
+        fs::create_directories(boot.parent_path());
+        fs::permissions(kCapture.parent_path(), fs::perms::owner_all);
+        std::ofstream file(boot);
+        for (int i = 0; i < sources; ++i) {
+            file << 100 + i / 10000 << ".0 I/hostile" << i << "(P" << i << ", T" << i + 1
+                 << "): f: g(1) > x\n";
+            if (i % 1000 == 999) {
+                file << 100 + i / 10000 << ".0 I/HONEST(P1, T1): f: g(1) > " << i / 1000 << "\n";
+            }
+        }
+        file.close();
+        LogFollower log(kServiceTag);
+        service_.emplace(std::vector{"env"s, "TRELVO_LOG_LEVEL=info"s, kBin + "trelvo", "LOGTAG=*"s,
+                                     "LOGLEVEL=I"s, "RQBBUFFER=4096"s, "POLICYMODE=0"s,
+                                     "RQBHISTORY=10240"s, "RQBCOUNT="s + counts});
+        ASSERT_NE(log.WaitFor("TRELVO_BOOT_BUFFER is finished", 2 * kLimit), "");
+        std::istringstream honest(RunProgram({kBin + "trelvoctl", "decode", "--output=raw",
+                                              RequestDump(), "*:S", "HONEST:V"})
+                                      .out);
+        int next = 0;
+        honest >> next;
+        EXPECT_LT(next, sources / 1000 - 20) << counts;
+        // As far as the history goes back, all of them.
+        for (int number = next; honest; honest >> number) {
+            ASSERT_EQ(number, next++) << counts;
+        }
+        EXPECT_EQ(next, sources / 1000) << counts;
+        const std::string status = ReadFile("/proc/" + std::to_string(service_->Pid()) + "/status");
+        const long peak = std::stol(status.substr(status.find("VmHWM:") + 6));
+        RecordProperty("peak KiB, "s + counts, std::to_string(peak));
+        EXPECT_LT(peak, kMost) << counts;
+        service_.reset();
+        ASSERT_TRUE(IsCaptureGone("10"));
+    }
+}
+
 TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
     const char* const moments[] = {"Trigger received", "Policy Version", "Dumping to File Started"};
     Lines expected;
