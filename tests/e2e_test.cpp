@@ -720,8 +720,7 @@ TEST_F(EndToEnd, MillionsOfSourcesDoNotOutgrowTheUnit) {
             ASSERT_EQ(number, next++) << counts;
         }
         EXPECT_EQ(next, sources / 1000) << counts;
-        const std::string status = ReadFile("/proc/" + std::to_string(service_->Pid()) + "/status");
-        const long peak = std::stol(status.substr(status.find("VmHWM:") + 6));
+        const long peak = StatusValue(service_->Pid(), "VmHWM");
         RecordProperty("peak KiB, "s + counts, std::to_string(peak));
         EXPECT_LT(peak, kMost) << counts;
         service_.reset();

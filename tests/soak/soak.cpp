@@ -2,7 +2,7 @@
 //
 // The whole road under load, on a journal of its own: numbered lines in bursts, the capture rotated
 // several times a minute, dumps by timer, by full buffer and on request at once. Every number must
-// come out of the dumps exactly once. In the second half of the time the service counts memory,
+// come out of the dumps exactly once. In the second third of the time the service counts memory,
 // drops what is too old and compresses its dumps: each dump is then one run of numbers up to the
 // newest, and none comes after a dump that consumed it. Prints what happened, and the memory,
 // descriptors and threads of the service and its capture early on and at the end. Exit status 1
@@ -19,6 +19,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -27,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "soak/hostile.h"
 #include "support/journal.h"
 #include "support/private_namespace.h"
 #include "support/process.h"
@@ -120,16 +123,6 @@ struct Usage {
     long threads = 0;
 };
 
-long StatusValue(pid_t pid, const std::string& key) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(key + ":", 0) == 0) {
-            return std::atol(line.c_str() + key.size() + 1);
-        }
-    }
-    return 0;
-}
-
 Usage UsageOf(pid_t pid) {
     // Not the journal's own files, which the capture maps: their number is the journal's affair.
     std::error_code error;
@@ -139,19 +132,6 @@ Usage UsageOf(pid_t pid) {
         descriptors += target.rfind("/run/log/journal/", 0) == 0 ? 0 : 1;
     }
     return {StatusValue(pid, "RssAnon"), descriptors, StatusValue(pid, "Threads")};
-}
-
-// A running program of this mount namespace, whoever started it; 0 when there is none.
-pid_t FindProgram(const fs::path& program) {
-    const fs::path here = fs::read_symlink("/proc/self/ns/mnt");
-    std::error_code error;  // of processes that have ended meanwhile
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        if (fs::read_symlink(entry.path() / "exe", error) == program &&
-            fs::read_symlink(entry.path() / "ns/mnt", error) == here) {
-            return std::stoi(entry.path().filename());
-        }
-    }
-    return 0;
 }
 
 class Soak {
@@ -430,11 +410,15 @@ int main(int argc, char** argv) {
     setenv("TRELVO_LOG_LEVEL", "info", 1);  // its messages are waited for
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, 0));
     int result = 0;
-    for (const bool drops : {false, true}) {
+    const std::chrono::seconds length(20 * minutes);
+    for (const std::function<int()>& part : std::initializer_list<std::function<int()>>{
+             [&] { return test_support::Soak(false).Run(length); },
+             [&] { return test_support::Soak(true).Run(length); },
+             [&] { return test_support::RunHostileSoak(length); }}) {
         const pid_t child = fork();
         if (child == 0) {
             test_support::EnterPrivateNamespace();
-            const int failed = test_support::Soak(drops).Run(std::chrono::seconds(30 * minutes));
+            const int failed = part();
             std::exit(failed);  // now that the service and the journal are gone
         }
         int status = -1;

@@ -81,7 +81,7 @@ LogFollower::LogFollower(const std::string& tag) {
     Check(sd_journal_add_match(journal, ("SYSLOG_IDENTIFIER=" + tag).c_str(), 0));
 }
 
-std::string LogFollower::WaitFor(const std::string& text, std::chrono::seconds limit) {
+std::string LogFollower::WaitFor(const std::string& text, std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     for (;;) {
         while (Check(sd_journal_next(journal_.get())) > 0) {

@@ -32,7 +32,8 @@ public:
     explicit LogFollower(const std::string& tag);
 
     // Goes on to the next message that holds `text` and returns it; empty at the limit.
-    [[nodiscard]] std::string WaitFor(const std::string& text, std::chrono::seconds limit = kLimit);
+    [[nodiscard]] std::string WaitFor(const std::string& text,
+                                      std::chrono::milliseconds limit = kLimit);
 
 private:
     struct Close {

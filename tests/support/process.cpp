@@ -145,6 +145,28 @@ bool WaitForChange(const fs::path& folder, const std::function<bool()>& holds) {
     return true;
 }
 
+long StatusValue(pid_t pid, const std::string& key) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(key + ":", 0) == 0) {
+            return std::atol(line.c_str() + key.size() + 1);
+        }
+    }
+    return 0;
+}
+
+pid_t FindProgram(const fs::path& program) {
+    const fs::path here = fs::read_symlink("/proc/self/ns/mnt");
+    std::error_code error;  // of processes that have ended meanwhile
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        if (fs::read_symlink(entry.path() / "exe", error) == program &&
+            fs::read_symlink(entry.path() / "ns/mnt", error) == here) {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return 0;
+}
+
 std::string ReadFile(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

@@ -54,6 +54,11 @@ Output RunProgram(const std::vector<std::string>& argv);
 [[nodiscard]] bool WaitForChange(const std::filesystem::path& folder,
                                  const std::function<bool()>& holds);
 
+// A number of /proc/<pid>/status, such as VmHWM in KiB; 0 when there is none.
+long StatusValue(pid_t pid, const std::string& key);
+// A running program of this mount namespace, whoever started it; 0 when there is none.
+pid_t FindProgram(const std::filesystem::path& program);
+
 // The whole file; empty when it cannot be read.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& text);
