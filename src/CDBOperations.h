@@ -14,7 +14,8 @@
 // What one table may cost; one that costs more is not loaded at all.
 struct TableLimits {
     unsigned long long rows = 4000000;
-    unsigned long long kib = 256 * 1024;  // of memory: of the table, and of SQLite while it reads
+    unsigned long long kib =
+        256ULL * 1024;  // of memory: of the table, and of SQLite while it reads
     unsigned long long seconds = 30;
 };
 

@@ -205,7 +205,6 @@ private:
     // Does what the collecting service does, and hears what the capture says.
     void Fetch() {
         for (std::string told; !(told = losses_->WaitFor("lost: ", 1ms)).empty();) {
-            std::printf("told: %s\n", told.c_str());
             if (told.find("entries that the journal removed") != std::string::npos) {
                 told_ += std::atoll(told.c_str() + told.find("lost: ") + 6);
             }
@@ -229,8 +228,8 @@ private:
     void Account(const fs::path& dump) {
         const fs::path text = "/tmp/text";
         // The journal vouches for the process, whatever others log under this tag.
-        Expect(Process({kBin + "trelvoctl", "decode", "--output=raw", "--pid",
-                        std::to_string(getpid()), dump, "*:S", "HONEST:V"},
+        Expect(Process({kBin + "trelvoctl", "decode", "--pid", std::to_string(getpid()),
+                        "--output=raw", "*:S", "HONEST:V", dump},
                        text)
                        .Wait() == 0,
                "a dump decodes");
