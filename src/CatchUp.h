@@ -33,7 +33,8 @@ public:
     class WaitsForDump {
     public:
         WaitsForDump() { Instance().SetBusy(true); }
-        ~WaitsForDump() { Instance().SetBusy(false); }
+        // A lock that cannot be had would end the process, as everywhere.
+        ~WaitsForDump() { Instance().SetBusy(false); }  // NOLINT(bugprone-exception-escape)
         WaitsForDump(const WaitsForDump&) = delete;
         WaitsForDump& operator=(const WaitsForDump&) = delete;
     };
