@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/process.h"
+#include "support/sanitizers.h"
 
 namespace test_support {
 namespace {
@@ -600,6 +601,7 @@ std::string Leb(uint32_t value) {
 }
 
 TEST_F(Decode, HostileDumpsAreReadWithinTheBoundOfMemory) {
+    SKIP_WHERE_SANITIZED();
     const std::string log = Bytes(kPlain + kAt9000);
     const std::string none(1, '\0');
     const std::string key = std::string("\x03") + "A,1";
@@ -666,6 +668,7 @@ TEST_F(Decode, HostileDumpsAreReadWithinTheBoundOfMemory) {
 
 // Interleaved line by line, which takes all of them at once.
 TEST_F(Decode, AnyNumberOfDumpsWithFewDescriptors) {
+    SKIP_WHERE_SANITIZED();
     constexpr int kDumps = 1100;
     for (int dump = 0; dump < kDumps; ++dump) {
         // Lines at 1, 2, 3 and 9 s, of another process each; all dumps but the first are restarts.
@@ -688,6 +691,7 @@ TEST_F(Decode, AnyNumberOfDumpsWithFewDescriptors) {
 
 // After 24.8 days all lines have one time, and a restart makes them all candidates.
 TEST_F(Decode, ARestartAmongLinesOfOneTimeIsBounded) {
+    SKIP_WHERE_SANITIZED();
     for (const char* name : {"0.dump", "1.dump"}) {
         std::ofstream dump(folder_ / name);
         dump << Bytes(kPlain + "FF FF FF FF 07 00 21 01 30");

@@ -29,6 +29,7 @@
 #include "dlogutil/rotating_file.h"
 #include "support/journal.h"
 #include "support/process.h"
+#include "support/sanitizers.h"
 
 namespace fs = std::filesystem;
 
@@ -556,8 +557,10 @@ TEST_F(CaptureTest, SaysWhichWallClockItsTimesStandFor) {
 }
 
 TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
+    SKIP_WHERE_SANITIZED();
     Start({"MARK:V", "LOAD:V"});
     const fs::path journal = "/run/systemd/journal/io.systemd.journal";
+    int count = 0;
     for (const bool is_root : {true, false}) {
         if (!is_root) {
             fs::rename(journal, "/run/away");  // as if it did not answer this user
@@ -571,7 +574,7 @@ TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
                 }
             });
             for (int number = 0; number < 200; ++number) {
-                const std::string text = "<" + std::to_string(number) + ">";
+                const std::string text = "<" + std::to_string(++count) + ">";
                 if (number % 2 == 0) {
                     Log("MARK", text);
                 } else {
@@ -581,9 +584,7 @@ TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
                 }
                 const port::UniqueFd gone = Connect();
                 EXPECT_EQ(Answer(Connect()), "k");
-                const std::string file = ReadFile(kFile);
-                const std::size_t end = file.size() - std::min<std::size_t>(file.size(), 50000);
-                EXPECT_NE(file.find("> " + text + "\n", end), std::string::npos) << text;
+                EXPECT_NE(ReadFile(kFile).rfind("> " + text + "\n"), std::string::npos) << text;
             }
             ends = true;
             writer.join();
@@ -653,6 +654,7 @@ TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
 }
 
 TEST_F(CaptureTest, LosesNothingThatTheJournalKeepsAndCountsTheRest) {
+    SKIP_WHERE_SANITIZED();
     fs::create_directory("/tmp/capture");
     ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", 0, "size=64k,mode=0700"), 0);
     Start({"COUNTED:V"});
@@ -693,6 +695,7 @@ TEST_F(CaptureTest, LosesNothingThatTheJournalKeepsAndCountsTheRest) {
 }
 
 TEST_F(CaptureTest, HoldsNoHugeEntry) {
+    SKIP_WHERE_SANITIZED();
     Start({"HUGE:V"});
     const std::string huge(std::size_t{64} << 20, 'x');
     test_support::Journal::Send({"SYSLOG_IDENTIFIER=HUGE", "MESSAGE=" + huge});

@@ -27,6 +27,10 @@ size_t largest_allocation = 0;
     }
     throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    largest_allocation = std::max(largest_allocation, size);
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }

@@ -28,6 +28,7 @@
 #include "support/fake_logind.h"
 #include "support/journal.h"
 #include "support/process.h"
+#include "support/sanitizers.h"
 
 namespace test_support {
 namespace {
@@ -689,6 +690,7 @@ TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
 }
 
 TEST_F(EndToEnd, MillionsOfSourcesDoNotOutgrowTheUnit) {
+    SKIP_WHERE_SANITIZED();
     constexpr long kMost = 384L * 1024;  // KiB; the unit has 512 MiB, also for /tmp
     const fs::path boot = kCapture.parent_path() / "boot" / kCapture.filename();
     // A history by records refers to less than a million of them.
