@@ -153,16 +153,20 @@ port::UniqueFd RotatingFile::Listen() const {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     // Relative to the opened folder, which no system call can do for sockets.
-    const std::string path = "/proc/self/fd/" + std::to_string(folder_.Get()) + "/" + SocketName();
+    const std::string fresh = SocketName() + ".new";
+    const std::string path = "/proc/self/fd/" + std::to_string(folder_.Get()) + "/" + fresh;
     if (path.size() >= sizeof address.sun_path) {
         errno = ENAMETOOLONG;
         port::ThrowErrno(folder_path_ + SocketName());
     }
     path.copy(address.sun_path, path.size());
-    // The mode of the socket becomes that of its name. A name that is taken is not followed.
+    // The mode of the socket becomes that of its name. A name that is taken is not followed. Whoever
+    // sees the final name may connect to it.
+    static_cast<void>(unlinkat(folder_.Get(), fresh.c_str(), 0));
     if (!listener || fchmod(listener.Get(), S_IRUSR | S_IWUSR) != 0 ||
         bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener.Get(), SOMAXCONN) != 0) {
+        listen(listener.Get(), SOMAXCONN) != 0 ||
+        renameat(folder_.Get(), fresh.c_str(), folder_.Get(), SocketName().c_str()) != 0) {
         port::ThrowErrno(folder_path_ + SocketName());
     }
     return listener;
