@@ -27,13 +27,16 @@ PlatformFake& Platform() {
 }
 
 void PlatformFake::Record(const std::string& event) {
+    std::function<void(const std::string& event)> handler;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
+        // Read before a test that waits for the event may set another one.
+        handler = on_event;
         events_.emplace_back(std::this_thread::get_id(), event);
     }
     changed_.notify_all();
-    if (on_event) {
-        on_event(event);
+    if (handler) {
+        handler(event);
     }
 }
 
