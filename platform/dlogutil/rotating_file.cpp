@@ -160,8 +160,8 @@ port::UniqueFd RotatingFile::Listen() const {
         port::ThrowErrno(folder_path_ + SocketName());
     }
     path.copy(address.sun_path, path.size());
-    // The mode of the socket becomes that of its name. A name that is taken is not followed. Whoever
-    // sees the final name may connect to it.
+    // The mode of the socket becomes that of its name. A name that is taken is not followed.
+    // Whoever sees the final name may connect to it.
     static_cast<void>(unlinkat(folder_.Get(), fresh.c_str(), 0));
     if (!listener || fchmod(listener.Get(), S_IRUSR | S_IWUSR) != 0 ||
         bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
