@@ -9,10 +9,10 @@
 #include <random>
 #include <sstream>
 
-#include "escape/escape.h"
 #include "policy/code_tables.h"
 #include "policy/policy_file.h"
 #include "support/process.h"
+#include "text/escape.h"
 
 namespace {
 size_t largest_allocation = 0;

@@ -12,11 +12,11 @@
 
 #include "CDBOperations.h"
 #include "CUtility.h"
-#include "capture/capture_line.h"
-#include "escape/escape.h"
 #include "policy/code_tables.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
+#include "text/escape.h"
+#include "train/capture_line.h"
 #include "train/trainer.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "dump/byte_source.h"
-#include "dump/shared_limits.h"
+#include "io/byte_source.h"
+#include "io/shared_limits.h"
 
 // Bytes that no dump can hold at this place. what() is the cause, in words without any bytes of
 // the dump; the offset is that of the first byte of the field that could not be read.

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "dump/shared_limits.h"
+#include "io/shared_limits.h"
 
 // Who wrote a record. The tag lives as long as the dictionary that it came from.
 struct Origin {

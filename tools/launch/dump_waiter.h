@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "status/status.h"
+#include "launch/status.h"
 
 // A dump that did not come. what() is one line that says why, as far as that can be seen from here.
 class DumpWaitError : public std::runtime_error {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "escape/escape.h"
+#include "text/escape.h"
 
 char PatternRow::WorstLevel() const {
     for (const char level : {'F', 'E', 'W', 'I'}) {

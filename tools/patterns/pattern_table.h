@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "dump/timeline.h"
 #include "patterns/pattern_finder.h"
-#include "timeline/timeline.h"
 
 // When a line was logged: milliseconds since boot, and the boot's own time since 1970 if known.
 struct PatternTime {

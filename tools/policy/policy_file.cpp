@@ -10,7 +10,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "dump/byte_source.h"
+#include "io/byte_source.h"
 
 namespace {
 

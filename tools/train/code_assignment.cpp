@@ -4,7 +4,7 @@
 #include <numeric>
 #include <utility>
 
-#include "escape/escape.h"
+#include "text/escape.h"
 #include "train/record_cost.h"
 
 namespace {

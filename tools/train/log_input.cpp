@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "capture/capture_line.h"
 #include "dump/dump_reader.h"
-#include "escape/escape.h"
 #include "policy/code_tables.h"
+#include "text/escape.h"
+#include "train/capture_line.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <system_error>
 #include <utility>
 
-#include "escape/escape.h"
 #include "policy/policy_file.h"
+#include "text/escape.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "escape/escape.h"
+#include "text/escape.h"
 
 namespace {
 

@@ -1,0 +1,496 @@
+#include "commands/decoder.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include "commands/inputs.h"
+#include "commands/output.h"
+#include "dump/clock_line.h"
+#include "policy/policy_file.h"
+#include "text/escape.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kStandardInput = "-";
+
+// A pipe or standard input, which can be read only once, read again by everybody who wants it.
+class SharedSource : public ByteSource {
+public:
+    explicit SharedSource(std::shared_ptr<ByteSource> source) : source_(std::move(source)) {
+        source_->Seek(0);
+    }
+    [[nodiscard]] size_t Read(char* data, size_t size) override {
+        return source_->Read(data, size);
+    }
+    void Seek(uint64_t offset) override { source_->Seek(offset); }
+    [[nodiscard]] std::optional<timespec> WriteTime() const override {
+        return source_->WriteTime();
+    }
+
+private:
+    std::shared_ptr<ByteSource> source_;
+};
+
+int64_t ToNanoseconds(const timespec& time) {
+    return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+}
+
+bool WantsColor(const std::string& mode) {
+    if (mode != "auto") {
+        return mode == "always";
+    }
+    const char* const no_color = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
+}
+
+std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle style) {
+    if (options.format == "threadtime") {
+        return MakeThreadtimeFormat(style);
+    }
+    if (options.format == "json") {
+        return MakeJsonFormat(style);
+    }
+    if (options.format == "csv") {
+        return MakeCsvFormat(style, isatty(STDOUT_FILENO) != 0);
+    }
+    if (options.format == "raw") {
+        return MakeRawFormat(isatty(STDOUT_FILENO) != 0);
+    }
+    return MakeShortFormat(style, WantsColor(options.color));
+}
+
+}  // namespace
+
+Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
+    : options_(std::move(options)),
+      make_format_(std::move(make_format)),
+      sink_(options_.last, options_.reversed) {
+    for (const std::string& word : options_.words) {
+        if (LineFilter::IsTagLevel(word) && !fs::exists(word)) {
+            filter_.AddTagLevel(word);
+        } else {
+            inputs_.push_back(word);
+        }
+    }
+    for (const int32_t pid : options_.pids) {
+        filter_.AddPid(pid);
+    }
+    for (const int32_t tid : options_.tids) {
+        filter_.AddTid(tid);
+    }
+    if (options_.grep) {
+        filter_.SetPattern(*options_.grep);
+    }
+    const auto time = [this](const std::optional<std::string>& text) {
+        return text ? std::optional(ParseTimePoint(*text, options_.utc)) : std::nullopt;
+    };
+    since_ = time(options_.since);
+    until_ = time(options_.until);
+    filter_.SetSpan(since_, until_);
+    if (options_.boot_time) {
+        boot_time_ms_ = ParseWallTime(*options_.boot_time, options_.utc);
+        if (!boot_time_ms_) {
+            throw FilterError("'" + *options_.boot_time +
+                              "' is not a time of boot: expected 2026-01-31T12:00:00Z or "
+                              "'2026-01-31 12:00:00'");
+        }
+    }
+}
+
+ExitCode Decoder::Run() {
+    if (inputs_.empty()) {
+        Complain("FILE is required");
+        return ExitCode::kUsage;
+    }
+    if (options_.follow && (inputs_.size() != 1 || !fs::is_directory(inputs_.front()))) {
+        Complain("decode: --follow takes one folder");
+        return ExitCode::kUsage;
+    }
+    // Before the folder is listed, so that no dump is completed unseen.
+    std::optional<FolderWatch> watch;
+    if (options_.follow) {
+        watch.emplace(inputs_.front());
+    }
+    try {
+        policies_.emplace(options_.policy, options_.policies, options_.force);
+    } catch (const PolicyError& error) {
+        Complain(error.what());
+        return ExitCode::kCodeTables;
+    }
+    std::vector<std::string> files;
+    try {
+        files = ExpandInputs(inputs_);
+    } catch (const std::system_error& error) {
+        Complain(error.what());
+        return ExitCode::kDamage;
+    }
+
+    // A survey, then the lines.
+    progress_.emplace(2 * TotalSize(files), true);
+    timeline_.emplace(options_.follow || files.size() > 1);
+    for (const Candidate& candidate : InOrder(files)) {
+        Add(candidate);
+    }
+    if (timeline_->Boots() > 0 || !watch) {
+        SettleStyle();
+        ShowFrom(0);
+        again_ = format_->WantsAgain();
+        if (again_) {
+            ShowFrom(0);
+        }
+    }
+    sink_.Finish();
+    progress_.reset();
+    while (watch) {
+        FlushOutput();
+        const std::string file = watch->Wait();
+        if (file.empty()) {
+            break;
+        }
+        const size_t before = timeline_->Parts().size();
+        for (const Candidate& candidate : InOrder({file})) {
+            if (!IsKnown(candidate)) {
+                Add(candidate);
+            }
+        }
+        if (!format_ && timeline_->Boots() > 0) {
+            SettleStyle();
+        }
+        ShowFrom(before);
+    }
+    if (worst_ == ExitCode::kSuccess && options_.grep && shown_ == 0) {
+        return ExitCode::kNoMatch;
+    }
+    return worst_;
+}
+
+std::unique_ptr<ByteSource> Decoder::Open(const std::string& file) {
+    const auto observer = [this](size_t size) {
+        if (progress_) {
+            progress_->Advance(size);
+        }
+    };
+    auto shared = shared_.find(file);
+    if (shared == shared_.end()) {
+        auto source = OpenSource(file, observer);
+        if (file != kStandardInput && source->WriteTime()) {
+            return source;
+        }
+        shared = shared_.emplace(file, std::move(source)).first;
+    }
+    return std::make_unique<SharedSource>(shared->second);
+}
+
+template <typename Step>
+bool Decoder::Try(const std::string& name, const Step& step) {
+    try {
+        step();
+        return true;
+    } catch (const DumpError& error) {
+        Complain(name + ": offset " + std::to_string(error.Offset()) + ": " + error.what());
+        worst_ = std::max(worst_, ExitCode::kDamage);
+    } catch (const PolicyError& error) {
+        Complain(name + ": " + error.what());
+        worst_ = std::max(worst_, ExitCode::kCodeTables);
+    } catch (const std::system_error& error) {
+        Complain(name + ": " + error.code().message());
+        worst_ = std::max(worst_, ExitCode::kDamage);
+    } catch (const std::bad_alloc&) {
+        Complain(name + ": needs more memory than there is");
+        worst_ = std::max(worst_, ExitCode::kDamage);
+    }
+    return false;
+}
+
+std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>& files) {
+    const bool with_clocks = files.size() > 1 && !options_.one_boot;
+    std::vector<Candidate> candidates;
+    for (const std::string& file : files) {
+        Candidate candidate;
+        candidate.file = file;
+        candidate.name = file == kStandardInput ? "standard input" : file;
+        const bool read = Try(candidate.name, [this, &candidate, with_clocks] {
+            const auto source = Open(candidate.file);
+            DumpReader reader(*source);
+            candidate.version = reader.PolicyVersion();
+            candidate.last_log_time = reader.LastLogTime();
+            // What has no time of its own is being written now.
+            const auto written = source->WriteTime();
+            candidate.written_ns = written ? ToNanoseconds(*written) : INT64_MAX;
+            if (with_clocks && reader.Origins().HasTag(kClockTag)) {
+                FindClock(reader, candidate);
+            }
+        });
+        if (read) {
+            candidates.push_back(std::move(candidate));
+        }
+    }
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [this](const Candidate& a, const Candidate& b) {
+                         if (!options_.one_boot && a.written_ns != b.written_ns) {
+                             return a.written_ns < b.written_ns;
+                         }
+                         if (a.last_log_time != b.last_log_time) {
+                             return a.last_log_time < b.last_log_time;
+                         }
+                         return NaturalLess(a.file, b.file);
+                     });
+    if (with_clocks) {
+        GatherBoots(candidates);
+    }
+    return candidates;
+}
+
+void Decoder::FindClock(DumpReader& reader, Candidate& candidate) {
+    try {
+        for (Record record; reader.Next(record);) {
+            if (const auto clock = ReadClockLine(record)) {
+                candidate.boot = clock->boot;
+                candidate.clock_ms = clock->monotonic_ms;
+                return;
+            }
+        }
+    } catch (const DumpError&) {
+        // Will be told when the lines before the damage are read.
+    }
+}
+
+// In the place of the first dump of a boot all of them, by log time: files lose their own times.
+void Decoder::GatherBoots(std::vector<Candidate>& candidates) {
+    std::map<std::string, size_t> first;
+    std::vector<std::pair<size_t, Candidate>> placed;
+    for (Candidate& candidate : candidates) {
+        const size_t place = placed.size();
+        placed.emplace_back(
+            candidate.boot.empty() ? place : first.emplace(candidate.boot, place).first->second,
+            std::move(candidate));
+    }
+    std::stable_sort(placed.begin(), placed.end(), [](const auto& a, const auto& b) {
+        const auto key = [](const auto& entry) {
+            const Candidate& candidate = entry.second;
+            return std::tuple(entry.first, candidate.last_log_time, candidate.clock_ms);
+        };
+        return key(a) < key(b);
+    });
+    for (size_t i = 0; i < placed.size(); ++i) {
+        candidates[i] = std::move(placed[i].second);
+    }
+}
+
+bool Decoder::IsKnown(const Candidate& candidate) const {
+    const auto known = known_.find(candidate.file);
+    return known != known_.end() && known->second == candidate.written_ns;
+}
+
+void Decoder::Add(const Candidate& candidate) {
+    known_[candidate.file] = candidate.written_ns;
+    Try(candidate.name, [this, &candidate] {
+        const CodeTables* const tables = policies_->For(candidate.version);
+        for (const std::string& fault : policies_->TakeFaults()) {
+            Complain(fault + "; its codes are shown as they are");
+            worst_ = std::max(worst_, ExitCode::kCodeTables);
+        }
+        timeline_->Add(
+            candidate.name, [this, file = candidate.file] { return Open(file); }, tables);
+    });
+}
+
+void Decoder::SettleStyle() {
+    bool told = false;
+    bool untold = false;
+    for (size_t boot = 0; boot < timeline_->Boots(); ++boot) {
+        (timeline_->HasClock(boot) ? told : untold) = true;
+        if (options_.wall && !timeline_->HasClock(boot) && !timeline_->BootTime(boot)) {
+            throw FilterError("--wall needs a file with a time of its own; --boot-time sets one");
+        }
+    }
+    if (boot_time_ms_ && timeline_->Boots() > 1) {
+        throw FilterError("--boot-time is that of one boot, but the dumps are of " +
+                          std::to_string(timeline_->Boots()) +
+                          "; --wall takes the files' own times");
+    }
+    style_.wall = !options_.monotonic && (options_.wall || boot_time_ms_ || told);
+    style_.utc = options_.utc;
+    style_.host = timeline_->Hosts().size() > 1;
+    for (const auto& [point, text] :
+         {std::pair(since_, options_.since), std::pair(until_, options_.until)}) {
+        if (point && point->kind == TimePoint::Kind::kWall && !style_.wall) {
+            throw FilterError("'" + *text + "' is a wall-clock time, but " +
+                              (told ? "--monotonic shows times since boot: drop it, "
+                                    : "no clock line tells one: --wall guesses it, ") +
+                              "or give seconds since boot, or -5m, back from the end");
+        }
+        if (point && point->kind == TimePoint::Kind::kSinceBoot && style_.wall) {
+            throw FilterError("'" + *text +
+                              "' is seconds since boot, which --monotonic shows; give a time as it "
+                              "is shown: '2026-11-25 00:54:00', 00:54, yesterday, -5m");
+        }
+    }
+    if (style_.wall && untold && !boot_time_ms_) {
+        int64_t silence_ms = 0;
+        for (const Part& part : timeline_->Parts()) {
+            silence_ms = std::max(silence_ms, part.silence_ms);
+        }
+        Complain(
+            "wall-clock times of dumps without clock lines are a guess by the files' own "
+            "times: late by as long as nothing was logged before a dump; the longest silence "
+            "in them is " +
+            TimeText(silence_ms, {}) + " s");
+    }
+    format_ = make_format_ ? make_format_(style_) : MakeFormat(options_, style_);
+    std::string head;
+    format_->AppendHead(head);
+    Print(head);
+}
+
+std::optional<int64_t> Decoder::BootTime(const Line& line, size_t boot) const {
+    if (!style_.wall) {
+        return std::nullopt;
+    }
+    if (boot_time_ms_) {
+        return boot_time_ms_;
+    }
+    return line.boot_time_ms ? line.boot_time_ms : guessed_[boot];
+}
+
+void Decoder::ShowFrom(size_t first_part) {
+    const std::vector<Part>& parts = timeline_->Parts();
+    guessed_.clear();
+    for (size_t boot = 0; boot < timeline_->Boots(); ++boot) {
+        guessed_.push_back(timeline_->BootTime(boot));
+    }
+    int64_t end_ms = 0;
+    std::optional<int64_t> wall_end_ms;
+    for (const Part& part : parts) {
+        if (part.records == 0) {
+            continue;
+        }
+        if (part.boot + 1 == timeline_->Boots()) {
+            end_ms = std::max(end_ms, part.EndMs());
+        }
+        Line last;
+        last.time_ms = part.EndMs();
+        if (part.last_clock) {
+            last.boot_time_ms = part.last_clock->boot_time_ms;
+        }
+        if (const auto boot_time_ms = BootTime(last, part.boot)) {
+            wall_end_ms = std::max(wall_end_ms.value_or(INT64_MIN), *boot_time_ms + last.time_ms);
+        }
+    }
+    filter_.SetEnd(parts.empty() ? 0 : timeline_->Boots() - 1, end_ms);
+    if (wall_end_ms) {
+        filter_.SetWallEnd(*wall_end_ms);
+    }
+    clock_lines_ = filter_.Names(kClockTag);
+    Try("decode", [this, first_part, &parts] {
+        timeline_->Visit(
+            first_part,
+            [this, &parts](const Line& line, Break before) {
+                Show(line, before, parts[line.dump]);
+            },
+            [this](const Part& part) {
+                if (!again_) {
+                    TellFaults(part);
+                }
+            });
+    });
+}
+
+std::string Decoder::TimeText(int64_t ms, std::optional<int64_t> boot_time_ms) const {
+    std::string text;
+    if (boot_time_ms) {
+        Clock(style_.utc).Append(*boot_time_ms + ms, "%Y-%m-%d %H:%M:%S", style_.utc, text);
+    } else {
+        AppendSeconds(ms, text);
+    }
+    return text;
+}
+
+std::string Decoder::MarkerText(Break before, const Line& line, const Part& part) {
+    const LastLine& last = last_[timeline_->Host(part.boot)];
+    const std::string from = TimeText(last.time_ms, last.boot_time_ms);
+    std::string text = style_.host ? timeline_->Host(part.boot) + ": " : "";
+    switch (before) {
+        case Break::kGap:
+            return text + "gap: lines between " + from + " and " +
+                   TimeText(line.time_ms, BootTime(line, part.boot)) + " are in none of the dumps";
+        case Break::kFresh:
+            return text + "fresh start after " + from +
+                   ": a dump emptied the recorder, or the service was started";
+        case Break::kRestart:
+            return text + "restart: the service was started again and recorded this boot once more";
+        case Break::kReboot:
+            return text + "reboot: time starts over";
+        case Break::kNone:
+            break;
+    }
+    return {};
+}
+
+void Decoder::Show(const Line& line, Break before, const Part& part) {
+    const auto boot_time_ms = BootTime(line, part.boot);
+    if (before != Break::kNone && !again_) {
+        marker_ = MarkerText(before, line, part);
+    }
+    if (part.boot != last_boot_) {
+        last_boot_ = part.boot;
+        last_line_ = &last_[timeline_->Host(part.boot)];
+    }
+    *last_line_ = {line.time_ms, boot_time_ms};
+    try {
+        if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
+            return;
+        }
+    } catch (const SearchError& error) {
+        if (again_) {
+            return;
+        }
+        Complain(part.name + ": line at " + TimeText(line.time_ms, boot_time_ms) + ": " +
+                 error.what());
+        worst_ = std::max(worst_, ExitCode::kDamage);
+        return;
+    }
+    ++shown_;
+    LineContext context;
+    context.file = part.name;
+    context.host = timeline_->Host(part.boot);
+    context.boot_time_ms = boot_time_ms;
+    text_.clear();
+    format_->Append(line, context, text_);
+    if (!marker_.empty()) {
+        if (format_->TakesMarkers()) {
+            // Viewers of the threadtime format pass over lines that begin like this.
+            const std::string marker = "--------- " + Escape(marker_) + '\n';
+            text_ = options_.reversed ? text_ + marker : marker + text_;
+        } else {
+            Complain(part.name + ": " + marker_);
+        }
+        marker_.clear();
+    }
+    sink_.Take(text_);
+}
+
+void Decoder::TellFaults(const Part& part) {
+    if (part.ambiguous > 0) {
+        Complain(part.name + ": " + std::to_string(part.ambiguous) +
+                 " messages are a code of their tag's table and could be text as well");
+    }
+    if (part.damage) {
+        // The newest whole line is given the time of the newest line of all.
+        const bool shifted = part.records > 0 && part.latest;
+        Complain(part.name + ": offset " + std::to_string(part.damage->Offset()) + ": " +
+                 part.damage->what() +
+                 (shifted ? "; the times shown are the latest possible" : ""));
+        worst_ = std::max(worst_, ExitCode::kDamage);
+    }
+}

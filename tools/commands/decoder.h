@@ -1,0 +1,118 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "commands/exit_codes.h"
+#include "commands/folder_watch.h"
+#include "commands/line_sink.h"
+#include "commands/progress.h"
+#include "dump/timeline.h"
+#include "policy/policies.h"
+#include "text/clock.h"
+#include "text/line_filter.h"
+#include "text/line_format.h"
+
+struct DecodeOptions {
+    std::vector<std::string> words;  // TAG:LEVEL and inputs
+    std::optional<std::string> policy;
+    std::optional<std::string> policies;
+    bool force = false;
+    bool one_boot = false;
+    bool follow = false;
+    std::vector<int32_t> pids;
+    std::vector<int32_t> tids;
+    std::optional<std::string> since;
+    std::optional<std::string> until;
+    std::optional<std::string> grep;
+    std::optional<size_t> last;
+    bool reversed = false;
+    std::string format = "short";
+    std::string color = "auto";
+    std::optional<std::string> boot_time;
+    bool wall = false;
+    bool monotonic = false;
+    bool utc = false;
+};
+
+// Prints dumps as one log, in the order, the choice and the format that the options ask for.
+// Everything that cannot be read costs one line on standard error; the rest is printed.
+class Decoder {
+public:
+    using FormatMaker = std::function<std::unique_ptr<LineFormat>(TimeStyle)>;
+
+    // `make_format` makes the format in the place of that of the options. Throws FilterError when
+    // an option's value cannot be used.
+    explicit Decoder(DecodeOptions options, FormatMaker make_format = {});
+
+    [[nodiscard]] ExitCode Run();
+
+private:
+    // A dump whose head could be read.
+    struct Candidate {
+        std::string file;
+        std::string name;  // of the file, for people
+        std::string version;
+        int32_t last_log_time = 0;  // ms
+        int64_t written_ns = 0;     // since 1970
+        std::string boot;           // as the first clock line tells
+        int64_t clock_ms = 0;       // since boot, of that line
+    };
+    struct LastLine {
+        int64_t time_ms = 0;
+        std::optional<int64_t> boot_time_ms;
+    };
+
+    [[nodiscard]] std::unique_ptr<ByteSource> Open(const std::string& file);
+    // Runs a step and tells of what it throws, with the name; false when it threw.
+    template <typename Step>
+    bool Try(const std::string& name, const Step& step);
+    // Those of the files that are dumps, in the order in which they were written.
+    [[nodiscard]] std::vector<Candidate> InOrder(const std::vector<std::string>& files);
+    // Reads up to the first clock line.
+    static void FindClock(DumpReader& reader, Candidate& candidate);
+    static void GatherBoots(std::vector<Candidate>& candidates);
+    [[nodiscard]] bool IsKnown(const Candidate& candidate) const;
+    void Add(const Candidate& candidate);
+    // Decides how times are shown, by the options and by what the dumps hold. Throws FilterError
+    // where the options want what the dumps cannot tell.
+    void SettleStyle();
+    // Of the machine, since 1970, in wall-clock style and as far as it is known.
+    [[nodiscard]] std::optional<int64_t> BootTime(const Line& line, size_t boot) const;
+    [[nodiscard]] std::string TimeText(int64_t ms, std::optional<int64_t> boot_time_ms) const;
+    [[nodiscard]] std::string MarkerText(Break before, const Line& line, const Part& part);
+    void ShowFrom(size_t first_part);
+    void Show(const Line& line, Break before, const Part& part);
+    void TellFaults(const Part& part);
+
+    DecodeOptions options_;
+    FormatMaker make_format_;
+    std::unique_ptr<LineFormat> format_;
+    LineSink sink_;
+    LineFilter filter_;
+    std::vector<std::string> inputs_;
+    std::optional<int64_t> boot_time_ms_;  // as given, since 1970
+    std::optional<Policies> policies_;
+    std::optional<Progress> progress_;
+    std::map<std::string, std::shared_ptr<ByteSource>> shared_;  // pipes and standard input
+    std::optional<Timeline> timeline_;
+    std::map<std::string, int64_t> known_;  // when the files that were read had been written
+    std::optional<TimePoint> since_;
+    std::optional<TimePoint> until_;
+    TimeStyle style_;
+    std::vector<std::optional<int64_t>> guessed_;  // boot times by the files' times, in that style
+    std::string marker_;                           // to be shown before the next line
+    std::string text_;                             // of the line at hand
+    std::map<std::string, LastLine> last_;         // by host
+    std::optional<size_t> last_boot_;              // of the line before
+    LastLine* last_line_ = nullptr;                // of that boot's host
+    bool clock_lines_ = false;                     // are shown
+    bool again_ = false;                           // all lines once more: their faults were told
+    uint64_t shown_ = 0;
+    ExitCode worst_ = ExitCode::kSuccess;
+};

@@ -1,0 +1,70 @@
+#include "commands/output.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <system_error>
+
+#include "commands/progress.h"
+#include "text/escape.h"
+
+namespace {
+
+constexpr size_t kBufferSize = size_t{64} * 1024;
+constexpr int kPipeSize = 1024 * 1024;
+
+// What was printed and not yet written: larger pieces than those of stdio, and no lock.
+std::string& Buffer() {
+    static std::string buffer;
+    return buffer;
+}
+
+// Asked once, before the first piece. A pipe that holds many pieces lets its reader work meanwhile.
+bool PrepareOutput() {
+    // What is no pipe refuses, and needs nothing.
+    static_cast<void>(fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeSize));
+    return isatty(STDOUT_FILENO) != 0;
+}
+
+bool IsTerminal() {
+    static const bool is_terminal = PrepareOutput();
+    return is_terminal;
+}
+
+[[noreturn]] void ThrowLastError() {
+    throw OutputError("standard output: " + std::generic_category().message(errno));
+}
+
+}  // namespace
+
+void Print(std::string_view data) {
+    std::string& buffer = Buffer();
+    buffer += data;
+    if (IsTerminal() || buffer.size() >= kBufferSize) {
+        FlushOutput();
+    }
+}
+
+void FlushOutput() {
+    std::string& buffer = Buffer();
+    for (std::string_view rest = buffer; !rest.empty();) {
+        const ssize_t count = write(STDOUT_FILENO, rest.data(), rest.size());
+        if (count < 0 && errno != EINTR) {
+            buffer.clear();  // a second attempt would print a part twice
+            ThrowLastError();
+        }
+        rest.remove_prefix(count < 0 ? 0 : static_cast<size_t>(count));
+    }
+    buffer.clear();
+}
+
+void Complain(std::string_view message) {
+    FlushOutput();
+    Progress::Hide();
+    const std::string line = "trelvoctl: " + Escape(message) + "\n";
+    // There is nowhere left to report that standard error is gone.
+    static_cast<void>(std::fputs(line.c_str(), stderr));
+}

@@ -1,0 +1,521 @@
+#include "dump/timeline.h"
+
+#include <algorithm>
+#include <map>
+#include <tuple>
+#include <utility>
+
+#include "text/escape.h"
+
+namespace {
+
+// A message as it is shown: translated, where the tables have it as a code.
+void Translate(const Record& record, const CodeTables* tables, bool may_be_code, Line& line) {
+    line.kind = Line::Message::kText;
+    line.message = record.message;
+    if (tables != nullptr) {
+        if (const auto text = tables->Message(record.origin.tag, record.message)) {
+            line.kind = Line::Message::kTranslated;
+            line.message = *text;
+        }
+    } else if (may_be_code && !IsText(record.message)) {
+        line.kind = Line::Message::kCode;
+    }
+}
+
+}  // namespace
+
+// Goes through the lines of one part that are not skipped.
+class Timeline::Cursor {
+public:
+    Cursor(std::unique_ptr<ByteSource> source, Part& part, size_t place, const CodeTables* tables,
+           const std::optional<ClockPoint>& clock)
+        : source_(std::move(source)),
+          reader_(*source_),
+          tables_(tables),
+          may_be_code_(!reader_.PolicyVersion().empty()),
+          part_(&part),
+          clock_(clock) {
+        line_.dump = place;
+        told_ms_ = part.start_ms;
+        while (read_ < part.skipped && Read()) {
+        }
+    }
+
+    // False when there is none left.
+    [[nodiscard]] bool Next() {
+        if (!Read()) {
+            return false;
+        }
+        line_.level = record_.level;
+        line_.origin = record_.origin;
+        line_.time_ms = told_ms_;
+        if (clock_) {
+            line_.boot_time_ms = clock_->boot_time_ms;
+            if (told_ms_ >= kTimesEndMs) {
+                line_.time_ms = std::max(told_ms_, clock_->monotonic_ms);
+            }
+        }
+        Translate(record_, tables_, may_be_code_, line_);
+        if (line_.kind == Line::Message::kTranslated && IsText(record_.message)) {
+            ++part_->ambiguous;
+        }
+        return true;
+    }
+
+    [[nodiscard]] const Line& Current() const { return line_; }
+    [[nodiscard]] Part& Owner() const { return *part_; }
+
+private:
+    bool Read() {
+        // The survey has told how many are whole: reading stops short of the damage.
+        if (read_ == part_->records || !reader_.Next(record_)) {
+            return false;
+        }
+        told_ms_ += read_++ == 0 ? 0 : record_.delta_ms;
+        line_.clock = clocks_.Take(record_);
+        if (line_.clock) {
+            clock_ = clocks_.Last();
+        }
+        return true;
+    }
+
+    std::unique_ptr<ByteSource> source_;
+    DumpReader reader_;
+    const CodeTables* tables_;
+    bool may_be_code_;
+    Part* part_;
+    Record record_;
+    ClockLines clocks_;
+    std::optional<ClockPoint> clock_;  // in force at the line
+    int64_t told_ms_ = 0;              // the line's time, as the dump tells it
+    Line line_;
+    uint64_t read_ = 0;
+};
+
+// Finds the lines that a service recorded once more after a restart: those that another part has
+// shown at the same time. Keeps only the lines of one millisecond and, since after 24.8 days all
+// have one time, not many of them: what is beyond is shown again.
+class Timeline::Replays {
+public:
+    // True for a line that was shown already.
+    [[nodiscard]] bool Repeats(const Line& line, const Part& part) {
+        if (line.time_ms != time_ms_) {
+            time_ms_ = line.time_ms;
+            counts_.clear();
+            bytes_ = 0;
+        }
+        Key key{line.level, std::string(line.origin.tag), line.origin.pid, line.origin.tid,
+                std::string(line.message)};
+        auto found = counts_.find(key);
+        if (found == counts_.end()) {
+            if (bytes_ > kMostBytes) {
+                return false;
+            }
+            bytes_ += kNodeBytes + line.origin.tag.size() + line.message.size();
+            found = counts_.try_emplace(std::move(key)).first;
+        }
+        Count& count = found->second;
+        if (part.before == Break::kRestart) {
+            auto of_part = count.of_part.find(line.dump);
+            if (of_part == count.of_part.end()) {
+                if (bytes_ > kMostBytes) {
+                    return false;
+                }
+                bytes_ += kNodeBytes;
+                of_part = count.of_part.try_emplace(line.dump).first;
+            }
+            if (++of_part->second <= count.shown) {
+                return true;
+            }
+        }
+        ++count.shown;
+        return false;
+    }
+
+private:
+    static constexpr size_t kMostBytes = size_t{4} << 20;
+    static constexpr size_t kNodeBytes = 192;  // of a map, with its key and count
+
+    using Key = std::tuple<char, std::string, int32_t, int32_t, std::string>;
+
+    struct Count {
+        uint64_t shown = 0;
+        std::map<size_t, uint64_t> of_part;  // by place, whether shown or not
+    };
+
+    int64_t time_ms_ = -1;
+    size_t bytes_ = 0;  // what the counts take
+    std::map<Key, Count> counts_;
+};
+
+// The lines of a boot, or of those of its parts that are given, ordered by time since boot.
+class Timeline::BootLines {
+public:
+    // The timeline must outlive this.
+    BootLines(Timeline& timeline, std::vector<size_t> places, const Done& done)
+        : timeline_(timeline),
+          waiting_(std::move(places)),
+          done_(done),
+          begun_(timeline.parts_.size(), false) {
+        const std::vector<Part>& parts = timeline_.parts_;
+        replayed_ = std::any_of(waiting_.begin(), waiting_.end(), [&parts](size_t place) {
+            return parts[place].before == Break::kRestart;
+        });
+        std::stable_sort(waiting_.begin(), waiting_.end(), [&parts](size_t a, size_t b) {
+            return parts[a].from_ms < parts[b].from_ms;
+        });
+    }
+
+    // False when there is none left.
+    [[nodiscard]] bool Next() {
+        do {
+            if (at_ && !open_[*at_]->Next()) {
+                Finish(*at_);
+                at_.reset();
+            } else if (at_ && open_[*at_]->Current().time_ms > limit_ms_) {
+                at_.reset();
+            }
+            if (!at_ && !Choose()) {
+                return false;
+            }
+        } while (replayed_ && replays_.Repeats(Current(), open_[*at_]->Owner()));
+        const size_t place = Current().dump;
+        before_ = begun_[place] ? Break::kNone : open_[*at_]->Owner().before;
+        begun_[place] = true;
+        return true;
+    }
+
+    [[nodiscard]] const Line& Current() const { return open_[*at_]->Current(); }
+    // The break in front of the line.
+    [[nodiscard]] Break Before() const { return before_; }
+
+private:
+    void Finish(size_t at) {
+        const Part& part = open_[at]->Owner();
+        open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(at));
+        done_(part);
+    }
+
+    // Finds the earliest line; of several the one of the earlier part.
+    bool Choose() {
+        const std::vector<Part>& parts = timeline_.parts_;
+        for (;;) {
+            size_t at = 0;
+            for (size_t i = 1; i < open_.size(); ++i) {
+                at = open_[i]->Current().time_ms < open_[at]->Current().time_ms ? i : at;
+            }
+            const bool more = next_ < waiting_.size();
+            if (more &&
+                (open_.empty() || parts[waiting_[next_]].from_ms <= open_[at]->Current().time_ms)) {
+                Open(waiting_[next_++]);
+                continue;
+            }
+            if (open_.empty()) {
+                return false;
+            }
+            // Until another one's turn has come, without looking at it for every line.
+            limit_ms_ = open_.size() > 1 ? open_[at]->Current().time_ms
+                        : more           ? parts[waiting_[next_]].from_ms - 1
+                                         : INT64_MAX;
+            at_ = at;
+            return true;
+        }
+    }
+
+    void Open(size_t place) {
+        Part& part = timeline_.parts_[place];
+        auto cursor = std::make_unique<Cursor>(
+            timeline_.openers_[place](), part, place, timeline_.tables_[place],
+            part.clock ? part.clock : timeline_.boots_[part.boot].clock);
+        const auto behind = std::find_if(open_.begin(), open_.end(), [place](const auto& other) {
+            return other->Current().dump > place;
+        });
+        const auto added = open_.insert(behind, std::move(cursor));
+        if (!(*added)->Next()) {
+            Finish(static_cast<size_t>(added - open_.begin()));
+        }
+    }
+
+    Timeline& timeline_;
+    std::vector<size_t> waiting_;  // ordered by their first line; opened when it is their turn
+    size_t next_ = 0;              // in waiting_
+    std::vector<std::unique_ptr<Cursor>> open_;  // in the order of the parts; each at a line
+    std::optional<size_t> at_;                   // the cursor of the line, while there is one
+    int64_t limit_ms_ = 0;                       // up to here its lines come first
+    const Done& done_;
+    bool replayed_ = false;
+    Replays replays_;
+    std::vector<bool> begun_;  // for each part
+    Break before_ = Break::kNone;
+};
+
+// The lines of a machine, one boot after the other.
+class Timeline::HostLines {
+public:
+    // `boots`: the parts of each, in order. `going_on`: lines before them were visited already.
+    HostLines(Timeline& timeline, std::vector<std::vector<size_t>> boots, bool going_on,
+              const Done& done)
+        : timeline_(timeline), boots_(std::move(boots)), done_(done), going_on_(going_on) {}
+
+    // False when there is none left.
+    [[nodiscard]] bool Next() {
+        while (!lines_ || !lines_->Next()) {
+            if (next_ == boots_.size()) {
+                return false;
+            }
+            const std::vector<size_t>& places = boots_[next_++];
+            boot_time_ms_ = timeline_.BootTime(timeline_.parts_[places.front()].boot).value_or(0);
+            lines_.emplace(timeline_, places, done_);
+            begins_ = true;
+        }
+        before_ = lines_->Before();
+        if (begins_) {
+            if (any_) {
+                before_ = Break::kReboot;
+            } else if (before_ == Break::kReboot && !going_on_) {
+                before_ = Break::kNone;
+            }
+        }
+        begins_ = false;
+        any_ = true;
+        return true;
+    }
+
+    [[nodiscard]] const Line& Current() const { return lines_->Current(); }
+    [[nodiscard]] Break Before() const { return before_; }
+    [[nodiscard]] int64_t WallMs() const {
+        return Current().boot_time_ms.value_or(boot_time_ms_) + Current().time_ms;
+    }
+
+private:
+    Timeline& timeline_;
+    std::vector<std::vector<size_t>> boots_;
+    size_t next_ = 0;  // in boots_
+    const Done& done_;
+    bool going_on_;
+    bool any_ = false;          // lines
+    bool begins_ = false;       // the boot
+    int64_t boot_time_ms_ = 0;  // by the files' times
+    std::optional<BootLines> lines_;
+    Break before_ = Break::kNone;
+};
+
+void Timeline::Add(std::string name, const Opener& open, const CodeTables* tables) {
+    const std::unique_ptr<ByteSource> source = open();
+    Survey survey = TakeSurvey(*source, several_);
+    Part part;
+    part.name = std::move(name);
+    part.records = survey.records;
+    part.last_ms = survey.last_log_time - survey.late_ms;
+    part.start_ms = part.last_ms - survey.span_ms;
+    part.from_ms = part.start_ms;
+    part.silence_ms = survey.silence_ms;
+    part.exact = !survey.damage;
+    part.latest = survey.damage && !survey.first_clock;
+    part.damage = survey.damage;
+    part.clock = survey.first_clock;
+    part.last_clock = survey.clocks.Last();
+    if (part.start_ms >= kTimesEndMs && part.clock) {
+        part.from_ms = std::max(part.from_ms, part.clock->monotonic_ms);
+    }
+    if (const auto written = source->WriteTime()) {
+        part.boot_time_ms =
+            int64_t{written->tv_sec} * 1000 + written->tv_nsec / 1000000 - survey.last_log_time;
+    }
+    if (survey.records > 0) {
+        Place(part, std::move(survey));
+    } else {
+        // A dump without lines says nothing about what lies between others.
+        part.boot = parts_.empty() ? 0 : parts_.back().boot;
+        boots_.resize(std::max<size_t>(boots_.size(), 1));
+    }
+    parts_.push_back(std::move(part));
+    openers_.push_back(open);
+    tables_.push_back(tables);
+}
+
+void Timeline::Place(Part& part, Survey survey) {
+    const std::string& id = survey.clocks.Boot();
+    const auto known = std::find_if(boots_.begin(), boots_.end(), [&id](const Boot& boot) {
+        return !id.empty() && boot.id == id;
+    });
+    // What says nothing of its machine is taken to be of that of the dump before.
+    const std::string host = known != boots_.end() ? known->host
+                             : id.empty()          ? last_host_
+                                                   : survey.clocks.Host();
+    if (last_host_.empty() && !host.empty()) {
+        for (Boot& boot : boots_) {
+            boot.host = host;
+        }
+        if (auto unnamed = last_.extract(""); !unnamed.empty()) {
+            unnamed.key() = host;
+            last_.insert(std::move(unnamed));
+        }
+    }
+    last_host_ = host;
+    const auto last = last_.find(host);
+    if (known != boots_.end() &&
+        (last == last_.end() ||
+         parts_[last->second.part].boot != static_cast<size_t>(known - boots_.begin()))) {
+        // Boots in turns: of what was shown of this one, nothing is kept to compare with.
+        part.boot = static_cast<size_t>(known - boots_.begin());
+        part.before = Break::kRestart;
+    } else if (last != last_.end() && Link(part, survey, last->second)) {
+        part.boot = parts_[last->second.part].boot;
+    } else if (last_.empty() && !boots_.empty()) {
+        part.boot = 0;  // of dumps without lines
+    } else {
+        part.boot = boots_.size();
+        boots_.emplace_back();
+    }
+    Boot& boot = boots_[part.boot];
+    boot.host = host;
+    if (!id.empty()) {
+        boot.id = id;
+    }
+    if (!boot.clock) {
+        boot.clock = part.clock;
+    }
+    // What holds nothing new is nothing to go on from.
+    if (part.skipped < part.records || last == last_.end()) {
+        last_.insert_or_assign(host, Last{parts_.size(), std::move(survey)});
+    }
+}
+
+bool Timeline::Link(Part& part, const Survey& survey, const Last& last) {
+    Part& before = parts_[last.part];
+    const std::string& boot = boots_[before.boot].id;
+    const bool told = !boot.empty() && !survey.clocks.Boot().empty();
+    if (told && boot != survey.clocks.Boot()) {
+        part.before = Break::kReboot;
+        return false;
+    }
+    const Overlap overlap = FindOverlap(last.survey, survey);
+    if (overlap.records > 0) {
+        // Equal records have equal times. That mends the times of a damaged dump, and tells a
+        // chance likeness of two whole ones from a repetition.
+        const int64_t in_part =
+            part.start_ms + survey.prints[static_cast<size_t>(overlap.records - 1)].ms;
+        const int64_t error = in_part - (before.start_ms + overlap.earlier_ms);
+        if (error == 0 || !before.exact || !part.exact) {
+            Part& wrong = part.exact ? before : part;
+            const int64_t shift = part.exact ? error : -error;
+            wrong.start_ms += shift;
+            wrong.from_ms += shift;
+            wrong.last_ms += shift;
+            wrong.exact = part.exact || before.exact;
+            wrong.latest = wrong.latest && !wrong.exact;
+            part.skipped = overlap.records;
+            part.from_ms =
+                part.start_ms + (overlap.records < part.records ? survey.prints[overlap.records].ms
+                                                                : survey.span_ms);
+            if (part.from_ms >= kTimesEndMs) {
+                part.from_ms = std::max(part.from_ms, before.EndMs());
+            }
+            GoOn(part, before);
+            return true;
+        }
+    }
+    if (!told) {
+        const bool earlier_end = survey.last_log_time < last.survey.last_log_time;
+        // Booted after the dump before was written, if the files' own times can be trusted.
+        const bool later_boot =
+            part.boot_time_ms && before.boot_time_ms &&
+            *part.boot_time_ms > *before.boot_time_ms + last.survey.last_log_time;
+        if (earlier_end || later_boot) {
+            part.before = Break::kReboot;
+            return false;
+        }
+    }
+    if (part.from_ms < before.EndMs()) {
+        part.before = Break::kRestart;
+        return true;
+    }
+    if (survey.fresh) {
+        part.before = Break::kFresh;
+    } else if (part.start_ms - survey.first_delta_ms != before.last_ms ||
+               part.start_ms >= kTimesEndMs) {
+        part.before = Break::kGap;
+    }
+    GoOn(part, before);
+    return true;
+}
+
+void Timeline::GoOn(Part& part, const Part& before) {
+    if (before.last_clock) {
+        // In a gap there may have been others.
+        part.clock = part.before == Break::kGap && part.clock ? part.clock : before.last_clock;
+        part.last_clock = part.last_clock ? part.last_clock : before.last_clock;
+    }
+}
+
+std::set<std::string> Timeline::Hosts() const {
+    std::set<std::string> hosts;
+    for (const Boot& boot : boots_) {
+        hosts.insert(boot.host);
+    }
+    return hosts;
+}
+
+std::optional<int64_t> Timeline::BootTime(size_t boot) const {
+    // The machine may have been silent for any time before a dump, so the smallest is the best.
+    std::optional<int64_t> earliest;
+    for (const Part& part : parts_) {
+        if (part.boot == boot && part.records > 0 && part.boot_time_ms) {
+            earliest = std::min(earliest.value_or(*part.boot_time_ms), *part.boot_time_ms);
+        }
+    }
+    return earliest;
+}
+
+int64_t Timeline::EndOf(size_t boot) const {
+    int64_t end_ms = INT64_MIN;
+    for (const Part& part : parts_) {
+        if (part.boot == boot && part.last_clock) {
+            end_ms = std::max(end_ms, part.last_clock->boot_time_ms + part.EndMs());
+        }
+    }
+    return end_ms;
+}
+
+void Timeline::Visit(size_t first_part, const Visitor& visitor, const Done& done) {
+    std::vector<std::vector<size_t>> places(boots_.size());
+    for (size_t place = first_part; place < parts_.size(); ++place) {
+        places[parts_[place].boot].push_back(place);
+    }
+    std::map<std::string, std::vector<size_t>> boots;  // by host
+    for (size_t boot = 0; boot < places.size(); ++boot) {
+        if (!places[boot].empty()) {
+            boots[boots_[boot].host].push_back(boot);
+        }
+    }
+    std::vector<std::unique_ptr<HostLines>> hosts;  // each at a line
+    for (auto& [host, of_host] : boots) {
+        // By their ends, when a clock that was wrong at the start has been set. Without clock lines
+        // as they were added.
+        if (std::all_of(of_host.begin(), of_host.end(),
+                        [this](size_t boot) { return HasClock(boot); })) {
+            std::stable_sort(of_host.begin(), of_host.end(),
+                             [this](size_t a, size_t b) { return EndOf(a) < EndOf(b); });
+        }
+        std::vector<std::vector<size_t>> in_order;
+        for (const size_t boot : of_host) {
+            in_order.push_back(places[boot]);
+        }
+        auto lines = std::make_unique<HostLines>(*this, std::move(in_order), first_part > 0, done);
+        if (lines->Next()) {
+            hosts.push_back(std::move(lines));
+        }
+    }
+    while (!hosts.empty()) {
+        auto next = hosts.begin();
+        for (auto host = next + 1; host != hosts.end(); ++host) {
+            next = (*host)->WallMs() < (*next)->WallMs() ? host : next;
+        }
+        visitor((*next)->Current(), (*next)->Before());
+        if (!(*next)->Next()) {
+            hosts.erase(next);
+        }
+    }
+}

@@ -1,0 +1,199 @@
+// The formats for people and for viewers of text.
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <vector>
+
+#include "text/clock.h"
+#include "text/escape.h"
+#include "text/line_format.h"
+
+namespace {
+
+constexpr size_t kTimeWidth = 12;
+constexpr size_t kWallWidth = 23;
+constexpr size_t kTagWidth = 20;
+constexpr size_t kThreadtimeTagWidth = 8;
+constexpr size_t kIdWidth = 5;
+constexpr const char* kDateAndTime = "%Y-%m-%d %H:%M:%S";
+
+void AppendRight(std::string_view text, size_t width, std::string& out) {
+    out.append(width - std::min(width, text.size()), ' ');
+    out += text;
+}
+
+void AppendLeft(std::string_view text, size_t width, std::string& out) {
+    out += text;
+    out.append(width - std::min(width, text.size()), ' ');
+}
+
+void AppendId(int32_t id, std::string& out) {
+    std::array<char, 12> digits;
+    const auto [end, error] = std::to_chars(digits.data(), digits.data() + digits.size(), id);
+    static_cast<void>(error);  // the largest number fits
+    AppendRight({digits.data(), static_cast<size_t>(end - digits.data())}, kIdWidth, out);
+}
+
+void AppendMessage(const Line& line, std::string& out) {
+    if (line.kind == Line::Message::kCode) {
+        out += "<code " + Hex(line.message) + '>';
+    } else {
+        AppendEscaped(line.message, out);
+    }
+}
+
+const char* Color(char level) {
+    switch (level) {
+        case 'F':
+            return "\x1B[1;31m";
+        case 'E':
+            return "\x1B[31m";
+        case 'W':
+            return "\x1B[33m";
+        case 'D':
+            return "\x1B[2m";
+        default:
+            return "";
+    }
+}
+
+// Keeps the text for each origin of the dump at hand: most lines differ in time and message only.
+class OriginTexts {
+public:
+    template <typename Make>
+    const std::string& Get(const Line& line, const Make& make) {
+        if (line.dump != dump_ || bytes_ > kMostBytes) {
+            dump_ = line.dump;
+            texts_.clear();
+            bytes_ = 0;
+        }
+        if (line.origin.place >= kMostTexts) {
+            spare_.clear();
+            make(line.origin, spare_);
+            return spare_;
+        }
+        if (line.origin.place >= texts_.size()) {
+            texts_.resize(size_t{line.origin.place} + 1);
+        }
+        std::string& text = texts_[line.origin.place];
+        if (text.empty()) {
+            make(line.origin, text);
+            bytes_ += text.size();
+        }
+        return text;
+    }
+
+private:
+    static constexpr size_t kMostTexts = 16384;
+    static constexpr size_t kMostBytes = size_t{2} << 20;
+
+    size_t dump_ = 0;
+    size_t bytes_ = 0;  // of all texts
+    std::string spare_;
+    std::vector<std::string> texts_;  // by place; empty: not made yet
+};
+
+class ShortFormat : public LineFormat {
+public:
+    ShortFormat(TimeStyle style, bool color) : style_(style), color_(color), clock_(style.utc) {}
+
+    [[nodiscard]] bool TakesMarkers() const override { return true; }
+
+    void Append(const Line& line, const LineContext& context, std::string& out) override {
+        const std::string_view color = color_ ? Color(line.level) : "";
+        out += color;
+        if (style_.wall && context.boot_time_ms) {
+            clock_.Append(*context.boot_time_ms + line.time_ms, kDateAndTime, style_.utc, out);
+        } else {
+            time_.clear();
+            AppendSeconds(line.time_ms, time_);
+            AppendRight(time_, style_.wall ? kWallWidth : kTimeWidth, out);
+        }
+        if (style_.host) {
+            out += ' ';
+            AppendEscaped(context.host, out);
+        }
+        out += ' ';
+        out += line.level;
+        out += origins_.Get(line, [](const Origin& origin, std::string& text) {
+            text += '/';
+            AppendLeft(Escape(origin.tag), kTagWidth, text);
+            text += "(P ";
+            AppendId(origin.pid, text);
+            text += ", T ";
+            AppendId(origin.tid, text);
+            text += "): ";
+        });
+        AppendMessage(line, out);
+        out += color.empty() ? "\n" : "\x1B[0m\n";
+    }
+
+private:
+    TimeStyle style_;
+    bool color_;
+    Clock clock_;
+    OriginTexts origins_;
+    std::string time_;
+};
+
+class ThreadtimeFormat : public LineFormat {
+public:
+    explicit ThreadtimeFormat(TimeStyle style) : style_(style), clock_(style.utc || !style.wall) {}
+
+    [[nodiscard]] bool TakesMarkers() const override { return true; }
+
+    void Append(const Line& line, const LineContext& context, std::string& out) override {
+        clock_.Append(context.boot_time_ms.value_or(0) + line.time_ms, "%m-%d %H:%M:%S", false,
+                      out);
+        out += ' ';
+        AppendId(line.origin.pid, out);
+        out += ' ';
+        AppendId(line.origin.tid, out);
+        out += ' ';
+        out += line.level;
+        out += origins_.Get(line, [](const Origin& origin, std::string& text) {
+            text += ' ';
+            AppendLeft(Escape(origin.tag), kThreadtimeTagWidth, text);
+            text += ": ";
+        });
+        AppendMessage(line, out);
+        out += '\n';
+    }
+
+private:
+    TimeStyle style_;
+    Clock clock_;
+    OriginTexts origins_;
+};
+
+class RawFormat : public LineFormat {
+public:
+    explicit RawFormat(bool escape) : escape_(escape) {}
+
+    void Append(const Line& line, const LineContext& /*context*/, std::string& out) override {
+        if (escape_ || line.kind == Line::Message::kCode) {
+            AppendMessage(line, out);
+        } else {
+            out += line.message;
+        }
+        out += '\n';
+    }
+
+private:
+    bool escape_;
+};
+
+}  // namespace
+
+std::unique_ptr<LineFormat> MakeShortFormat(TimeStyle style, bool color) {
+    return std::make_unique<ShortFormat>(style, color);
+}
+
+std::unique_ptr<LineFormat> MakeThreadtimeFormat(TimeStyle style) {
+    return std::make_unique<ThreadtimeFormat>(style);
+}
+
+std::unique_ptr<LineFormat> MakeRawFormat(bool escape) {
+    return std::make_unique<RawFormat>(escape);
+}
