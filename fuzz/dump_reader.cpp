@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A file, which may be a compressed one.
     test_support::WriteFile("/tmp/input", std::string(data, data + size));
     try {
-        const std::unique_ptr<ByteSource> source = OpenSource("/tmp/input");
+        const std::unique_ptr<Input> source = OpenInput("/tmp/input");
         DumpReader reader(*source);
         const Extent extent = reader.Measure();
         Record record;
@@ -25,12 +25,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 span += records++ == 0 ? 0 : record.delta_ms;
             }
             fuzz::Require(!extent.damage, "damage is not seen at the second reading");
-        } catch (const DumpError& error) {
+        } catch (const DamageError& error) {
             fuzz::Require(extent.damage && extent.damage->Offset() == error.Offset(),
                           "other damage at the second reading");
         }
         fuzz::Require(records == extent.records && span == extent.span_ms, "other records");
-    } catch (const DumpError&) {
+    } catch (const DamageError&) {
     } catch (const std::system_error&) {
     }
     return 0;

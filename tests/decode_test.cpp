@@ -35,9 +35,9 @@ std::string Bytes(std::string hex) {
 }
 
 // Policy version 1.0, or none; A,10 with TID 11 as index 1 and B,10 with TID 11 as index 2.
-const std::string kOrigins = "10 04 41 2C 31 30 02 0B 01 04 42 2C 31 30 02 0B 02";
-const std::string kVersioned = "03 31 2E 30" + kOrigins;
-const std::string kPlain = "00" + kOrigins;
+const std::string kSources = "10 04 41 2C 31 30 02 0B 01 04 42 2C 31 30 02 0B 02";
+const std::string kVersioned = "03 31 2E 30" + kSources;
+const std::string kPlain = "00" + kSources;
 const std::string kAt1000 = "E8 07";  // last log times, in milliseconds
 const std::string kAt1064 = "A8 08";
 const std::string kAt1069 = "AD 08";

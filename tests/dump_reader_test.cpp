@@ -53,7 +53,7 @@ std::string Hex(std::string text) {
 }
 
 // Gives few bytes at a time, so that every field crosses the end of a buffer somewhere.
-class Trickle : public ByteSource {
+class Trickle : public Input {
 public:
     explicit Trickle(std::string bytes) : bytes_(std::move(bytes)) {}
     size_t Read(char* data, size_t size) override {
@@ -75,22 +75,22 @@ std::string Read(const std::string& bytes) {
         Trickle source(bytes);
         DumpReader reader(source);
         for (Record record; reader.Next(record);) {
-            text += record.level + " "s + std::string(record.origin.tag) + " " +
-                    std::to_string(record.origin.pid) + " " + std::to_string(record.origin.tid) +
+            text += record.level + " "s + std::string(record.source.tag) + " " +
+                    std::to_string(record.source.pid) + " " + std::to_string(record.source.tid) +
                     " +" + std::to_string(record.delta_ms) + " " + std::string(record.message) +
                     ";";
         }
-    } catch (const DumpError& error) {
-        text += "offset " + std::to_string(error.Offset()) + ": " + error.what();
+    } catch (const DamageError& error) {
+        text += Describe(error);
     }
     return text;
 }
 
 const std::string kExample = "03 31 2E 30 0A 06 54 41 47 2C 31 30 02 0B 01 D4 E1 00 00 21 02 68 69";
 // Keys A,10 and B,10; TIDs 11 and 12, and 11.
-const std::string kThreeOrigins =
+const std::string kThreeSources =
     "00 12 04 41 2C 31 30 04 0B 01 0C 02 04 42 2C 31 30 02 0B 03 D4 E1 00";
-const std::string kOneOrigin = "00 08 04 41 2C 31 30 02 0B 01 05";  // records begin at offset 11
+const std::string kOneSource = "00 08 04 41 2C 31 30 02 0B 01 05";  // records begin at offset 11
 
 TEST(ByteReader, Leb128AtTheEdgesOfEachLength) {
     std::istringstream rows(
@@ -125,7 +125,7 @@ TEST(DumpReader, GoldenDumps) {
     const std::vector<std::pair<std::string, std::string>> rows{
         {"00 00 00", ""},
         {kExample, "I TAG 10 11 +0 hi;"},
-        {kThreeOrigins + "00 21 01 61  05 42 01 62  C0 00 03 00  00 81 01 64",
+        {kThreeSources + "00 21 01 61  05 42 01 62  C0 00 03 00  00 81 01 64",
          "I A 10 11 +0 a;W A 10 12 +5 b;D B 10 11 +64 ;F A 10 11 +0 d;"},
         {"00 0B 07 61 2C 62 2C 2D 31 30 02 7F 01 7F 00 01 00", "D a,b -10 -1 +0 ;"},
     };
@@ -136,7 +136,7 @@ TEST(DumpReader, GoldenDumps) {
 
 TEST(DumpReader, DamageIsToldWithOffsetAndCause) {
     const std::string first = "D A 10 11 +0 a;";
-    const std::string one = kOneOrigin + "00 01 01 61";  // the next record begins at offset 15
+    const std::string one = kOneSource + "00 01 01 61";  // the next record begins at offset 15
     const std::vector<std::pair<std::string, std::string>> rows{
         {"", "offset 0: policy version is cut off"},
         {"FF FF FF FF 07 31", "offset 0: policy version of 2147483647 bytes but only 1 are left"},
@@ -172,7 +172,7 @@ TEST(DumpReader, DamageIsToldWithOffsetAndCause) {
 }
 
 TEST(DumpReader, SurvivesRandomDamage) {
-    const std::string golden = Hex(kThreeOrigins + "00 21 01 61  05 42 01 62  C0 00 03 01 63");
+    const std::string golden = Hex(kThreeSources + "00 21 01 61  05 42 01 62  C0 00 03 01 63");
     std::mt19937 random(1);
     const auto below = [&random](size_t limit) { return random() % limit; };
     largest_allocation = 0;

@@ -22,9 +22,9 @@ Bytes Snapshot(bool consume) {
 
 namespace {
 
-class ImageSource : public ByteSource {
+class ImageInput : public Input {
 public:
-    explicit ImageSource(const Bytes& image) : image_(image) {}
+    explicit ImageInput(const Bytes& image) : image_(image) {}
 
     [[nodiscard]] size_t Read(char* data, size_t size) override {
         const size_t count = std::min(size, image_.size() - position_);
@@ -42,13 +42,13 @@ private:
 }  // namespace
 
 std::vector<std::string> Decode(const Bytes& image) {
-    ImageSource source(image);
-    DumpReader reader(source);
+    ImageInput input(image);
+    DumpReader reader(input);
     std::vector<std::string> lines;
     for (Record record; reader.Next(record);) {
-        const Origin& origin = record.origin;
-        lines.push_back(record.level + ("/" + std::string(origin.tag)) + "(P " +
-                        std::to_string(origin.pid) + ", T " + std::to_string(origin.tid) +
+        const Source& source = record.source;
+        lines.push_back(record.level + ("/" + std::string(source.tag)) + "(P " +
+                        std::to_string(source.pid) + ", T " + std::to_string(source.tid) +
                         "): " + std::string(record.message));
     }
     return lines;

@@ -11,7 +11,7 @@ using Bytes = std::vector<unsigned char>;
 Bytes Snapshot(bool consume);
 
 // The records of an image as trelvoctl reads them, "level/tag(P pid, T tid): message" each. Throws
-// DumpError where it is damaged.
+// DamageError where it is damaged.
 std::vector<std::string> Decode(const Bytes& image);
 
 }  // namespace test_support

@@ -11,7 +11,7 @@
 #include <tuple>
 #include <utility>
 
-#include "commands/inputs.h"
+#include "commands/input_files.h"
 #include "commands/output.h"
 #include "dump/clock_line.h"
 #include "policy/policy_file.h"
@@ -24,21 +24,17 @@ namespace {
 constexpr const char* kStandardInput = "-";
 
 // A pipe or standard input, which can be read only once, read again by everybody who wants it.
-class SharedSource : public ByteSource {
+class SharedInput : public Input {
 public:
-    explicit SharedSource(std::shared_ptr<ByteSource> source) : source_(std::move(source)) {
-        source_->Seek(0);
+    explicit SharedInput(std::shared_ptr<Input> input) : input_(std::move(input)) {
+        input_->Seek(0);
     }
-    [[nodiscard]] size_t Read(char* data, size_t size) override {
-        return source_->Read(data, size);
-    }
-    void Seek(uint64_t offset) override { source_->Seek(offset); }
-    [[nodiscard]] std::optional<timespec> WriteTime() const override {
-        return source_->WriteTime();
-    }
+    [[nodiscard]] size_t Read(char* data, size_t size) override { return input_->Read(data, size); }
+    void Seek(uint64_t offset) override { input_->Seek(offset); }
+    [[nodiscard]] std::optional<timespec> WriteTime() const override { return input_->WriteTime(); }
 
 private:
-    std::shared_ptr<ByteSource> source_;
+    std::shared_ptr<Input> input_;
 };
 
 int64_t ToNanoseconds(const timespec& time) {
@@ -174,7 +170,7 @@ ExitCode Decoder::Run() {
     return worst_;
 }
 
-std::unique_ptr<ByteSource> Decoder::Open(const std::string& file) {
+std::unique_ptr<Input> Decoder::Open(const std::string& file) {
     const auto observer = [this](size_t size) {
         if (progress_) {
             progress_->Advance(size);
@@ -182,13 +178,13 @@ std::unique_ptr<ByteSource> Decoder::Open(const std::string& file) {
     };
     auto shared = shared_.find(file);
     if (shared == shared_.end()) {
-        auto source = OpenSource(file, observer);
-        if (file != kStandardInput && source->WriteTime()) {
-            return source;
+        auto input = OpenInput(file, observer);
+        if (file != kStandardInput && input->WriteTime()) {
+            return input;
         }
-        shared = shared_.emplace(file, std::move(source)).first;
+        shared = shared_.emplace(file, std::move(input)).first;
     }
-    return std::make_unique<SharedSource>(shared->second);
+    return std::make_unique<SharedInput>(shared->second);
 }
 
 template <typename Step>
@@ -196,8 +192,8 @@ bool Decoder::Try(const std::string& name, const Step& step) {
     try {
         step();
         return true;
-    } catch (const DumpError& error) {
-        Complain(name + ": offset " + std::to_string(error.Offset()) + ": " + error.what());
+    } catch (const DamageError& error) {
+        Complain(name + ": " + Describe(error));
         worst_ = std::max(worst_, ExitCode::kDamage);
     } catch (const PolicyError& error) {
         Complain(name + ": " + error.what());
@@ -220,14 +216,14 @@ std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>&
         candidate.file = file;
         candidate.name = file == kStandardInput ? "standard input" : file;
         const bool read = Try(candidate.name, [this, &candidate, with_clocks] {
-            const auto source = Open(candidate.file);
-            DumpReader reader(*source);
+            const auto input = Open(candidate.file);
+            DumpReader reader(*input);
             candidate.version = reader.PolicyVersion();
             candidate.last_log_time = reader.LastLogTime();
             // What has no time of its own is being written now.
-            const auto written = source->WriteTime();
+            const auto written = input->WriteTime();
             candidate.written_ns = written ? ToNanoseconds(*written) : INT64_MAX;
-            if (with_clocks && reader.Origins().HasTag(kClockTag)) {
+            if (with_clocks && reader.Sources().HasTag(kClockTag)) {
                 FindClock(reader, candidate);
             }
         });
@@ -260,7 +256,7 @@ void Decoder::FindClock(DumpReader& reader, Candidate& candidate) {
                 return;
             }
         }
-    } catch (const DumpError&) {
+    } catch (const DamageError&) {
         // Will be told when the lines before the damage are read.
     }
 }
@@ -488,8 +484,7 @@ void Decoder::TellFaults(const Part& part) {
     if (part.damage) {
         // The newest whole line is given the time of the newest line of all.
         const bool shifted = part.records > 0 && part.latest;
-        Complain(part.name + ": offset " + std::to_string(part.damage->Offset()) + ": " +
-                 part.damage->what() +
+        Complain(part.name + ": " + Describe(*part.damage) +
                  (shifted ? "; the times shown are the latest possible" : ""));
         worst_ = std::max(worst_, ExitCode::kDamage);
     }

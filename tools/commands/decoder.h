@@ -68,7 +68,7 @@ private:
         std::optional<int64_t> boot_time_ms;
     };
 
-    [[nodiscard]] std::unique_ptr<ByteSource> Open(const std::string& file);
+    [[nodiscard]] std::unique_ptr<Input> Open(const std::string& file);
     // Runs a step and tells of what it throws, with the name; false when it threw.
     template <typename Step>
     bool Try(const std::string& name, const Step& step);
@@ -99,7 +99,7 @@ private:
     std::optional<int64_t> boot_time_ms_;  // as given, since 1970
     std::optional<Policies> policies_;
     std::optional<Progress> progress_;
-    std::map<std::string, std::shared_ptr<ByteSource>> shared_;  // pipes and standard input
+    std::map<std::string, std::shared_ptr<Input>> shared_;  // pipes and standard input
     std::optional<Timeline> timeline_;
     std::map<std::string, int64_t> known_;  // when the files that were read had been written
     std::optional<TimePoint> since_;

@@ -95,9 +95,9 @@ struct Contents {
 Contents ReadContents(const ServiceFile& file) {
     Timeline timeline(false);
     timeline.Add(
-        "", [&file] { return OpenSource(file.OpenPath()); }, nullptr);
+        "", [&file] { return OpenInput(file.OpenPath()); }, nullptr);
     if (const auto& damage = timeline.Parts().front().damage) {
-        throw DumpError(*damage);
+        throw DamageError(*damage);
     }
     Contents contents;
     const auto visit = [&contents](const Line& line, Break /*before*/) {
@@ -160,7 +160,7 @@ ExitCode Report(const std::string& path, const ServiceStatus& before,
     Contents contents;
     try {
         contents = ReadContents(ServiceFile(path));
-    } catch (const DumpError& error) {
+    } catch (const DamageError& error) {
         Complain(path + ": offset " + std::to_string(error.Offset()) + ": " + error.what());
         return ExitCode::kDamage;
     } catch (const std::system_error& error) {

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "commands/inputs.h"
+#include "commands/input_files.h"
 
 FolderWatch::FolderWatch(std::string folder)
     : folder_(std::move(folder)), fd_(inotify_init1(IN_CLOEXEC)) {

@@ -15,11 +15,11 @@
 #include <vector>
 
 #include "commands/commands.h"
-#include "commands/inputs.h"
+#include "commands/input_files.h"
 #include "commands/output.h"
 #include "commands/progress.h"
 #include "dump/statistics.h"
-#include "io/zstd_source.h"
+#include "io/zstd_input.h"
 #include "policy/policies.h"
 #include "policy/policy_file.h"
 #include "text/clock.h"
@@ -294,16 +294,12 @@ std::optional<DumpFile> ReadDump(const std::string& path, Policies& policies, Pr
         Complain(dump.name + ": " + fault);
         worst = std::max(worst, code);
     };
-    const auto complain_of_damage = [&](const DumpError& error) {
-        complain("offset " + std::to_string(error.Offset()) + ": " + error.what(),
-                 ExitCode::kDamage);
-    };
     try {
-        const auto source = OpenSource(path, [&progress](size_t size) { progress.Advance(size); });
-        if (path != "-" && dynamic_cast<const ZstdSource*>(source.get()) != nullptr) {
+        const auto input = OpenInput(path, [&progress](size_t size) { progress.Advance(size); });
+        if (path != "-" && dynamic_cast<const ZstdInput*>(input.get()) != nullptr) {
             dump.compressed_bytes = std::filesystem::file_size(path);
         }
-        DumpReader reader(*source);
+        DumpReader reader(*input);
         const CodeTables* const tables = policies.For(reader.PolicyVersion());
         for (const std::string& fault : policies.TakeFaults()) {
             Complain(fault + "; its codes are not recognised");
@@ -312,13 +308,13 @@ std::optional<DumpFile> ReadDump(const std::string& path, Policies& policies, Pr
         dump.with_tables = tables != nullptr;
         dump.statistics = MeasureDump(reader, tables);
         if (dump.statistics.damage) {
-            complain_of_damage(*dump.statistics.damage);
+            complain(Describe(*dump.statistics.damage), ExitCode::kDamage);
         }
         return dump;
     } catch (const PolicyError& error) {
         complain(error.what(), ExitCode::kCodeTables);
-    } catch (const DumpError& error) {
-        complain_of_damage(error);
+    } catch (const DamageError& error) {
+        complain(Describe(error), ExitCode::kDamage);
     } catch (const std::system_error& error) {
         complain(error.code().message(), ExitCode::kDamage);
     } catch (const std::bad_alloc&) {

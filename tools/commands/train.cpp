@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "commands/commands.h"
-#include "commands/inputs.h"
+#include "commands/input_files.h"
 #include "commands/output.h"
 #include "commands/progress.h"
 #include "policy/code_tables.h"
@@ -93,7 +93,7 @@ std::optional<ExitCode> CountInput(const std::string& path, const TrainOptions& 
     try {
         const InputSummary summary = ReadInput(
             path, FormatOf(options.format), tables,
-            [&counts](const LogLine& line) { counts.Add(line.tag, line.message, line.count); },
+            [&counts](const TrainingLine& line) { counts.Add(line.tag, line.message, line.count); },
             [&progress](size_t size) { progress.Advance(size); });
         const ExitCode code = Report(path, summary, tables);
         return code == ExitCode::kDamage && summary.lines == 0 ? std::nullopt : std::optional(code);
@@ -120,8 +120,9 @@ ExitCode EvaluateInput(const std::string& path, const TrainOptions& options,
     evaluation.BeginInput();
     try {
         const InputFormat format = FormatOf(options.format == "counts" ? "auto" : options.format);
-        const InputSummary summary = ReadInput(
-            path, format, tables, [&evaluation](const LogLine& line) { evaluation.Add(line); });
+        const InputSummary summary =
+            ReadInput(path, format, tables,
+                      [&evaluation](const TrainingLine& line) { evaluation.Add(line); });
         if (summary.format == InputFormat::kCounts) {
             Complain(InputName(path) + ": holds counts, which say nothing about records");
             return ExitCode::kDamage;

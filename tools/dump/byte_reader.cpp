@@ -13,13 +13,13 @@ constexpr int kMostBits = 5 * 7;  // 32 bits take at most five groups of seven
 
 }  // namespace
 
-ByteReader::ByteReader(ByteSource& source) : source_(&source), buffer_(kFirstBuffer) {}
+ByteReader::ByteReader(Input& input) : input_(&input), buffer_(kFirstBuffer) {}
 
 bool ByteReader::Refill() {
-    if (source_ == nullptr) {
+    if (input_ == nullptr) {
         return false;
     }
-    const size_t count = source_->Read(buffer_.data(), buffer_.size());
+    const size_t count = input_->Read(buffer_.data(), buffer_.size());
     rest_ = {buffer_.data(), count};
     if (count == buffer_.size() && count < kLargestBuffer && buffer_charge_.Set(kLargestBuffer)) {
         std::vector<char> larger(kLargestBuffer);
@@ -31,13 +31,13 @@ bool ByteReader::Refill() {
 }
 
 void ByteReader::Seek(uint64_t offset) {
-    source_->Seek(offset);
+    input_->Seek(offset);
     offset_ = offset;
     rest_ = {};
 }
 
 void ByteReader::ThrowCutOff(uint64_t start, const char* field) {
-    throw DumpError(start, std::string(field) + " is cut off");
+    throw DamageError(start, std::string(field) + " is cut off");
 }
 
 int32_t ByteReader::LongLeb128(const char* field) {
@@ -54,18 +54,19 @@ int32_t ByteReader::LongLeb128(const char* field) {
         }
         if (value < std::numeric_limits<int32_t>::min() ||
             value > std::numeric_limits<int32_t>::max()) {
-            throw DumpError(start, std::string(field) + " does not fit in 32 bits");
+            throw DamageError(start, std::string(field) + " does not fit in 32 bits");
         }
         return static_cast<int32_t>(value);
     }
-    throw DumpError(start, std::string(field) + " is an integer of more than 5 bytes");
+    throw DamageError(start, std::string(field) + " is an integer of more than 5 bytes");
 }
 
 int32_t ByteReader::Unsigned(const char* field) {
     const uint64_t start = offset_;
     const int32_t value = Leb128(field);
     if (value < 0) {
-        throw DumpError(start, std::string(field) + " is negative (" + std::to_string(value) + ")");
+        throw DamageError(start,
+                          std::string(field) + " is negative (" + std::to_string(value) + ")");
     }
     return value;
 }
@@ -98,18 +99,18 @@ void ByteReader::Take(size_t length, uint64_t start, const char* field, std::str
     bytes.clear();
     while (bytes.size() < length) {
         if (AtEnd()) {
-            throw DumpError(start, std::string(field) + " of " + std::to_string(length) +
-                                       " bytes but only " + std::to_string(bytes.size()) +
-                                       " are left");
+            throw DamageError(start, std::string(field) + " of " + std::to_string(length) +
+                                         " bytes but only " + std::to_string(bytes.size()) +
+                                         " are left");
         }
         const size_t count = std::min(length - bytes.size(), rest_.size());
         if (charge == nullptr && bytes.size() + count > kLongestField) {
-            throw DumpError(start, std::string(field) + " of " + std::to_string(length) +
-                                       " bytes, but no more than 2 MiB are read");
+            throw DamageError(start, std::string(field) + " of " + std::to_string(length) +
+                                         " bytes, but no more than 2 MiB are read");
         }
         // Twice, since growing holds the bytes in two places.
         if (charge != nullptr && !charge->Add(2 * uint64_t{count})) {
-            throw DumpError(start, std::string(field) + " " + MemoryCharge::kExceeded);
+            throw DamageError(start, std::string(field) + " " + MemoryCharge::kExceeded);
         }
         bytes.append(rest_.substr(0, count));
         rest_.remove_prefix(count);

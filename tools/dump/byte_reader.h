@@ -6,24 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "io/byte_source.h"
+#include "io/damage.h"
+#include "io/input.h"
 #include "io/shared_limits.h"
 
-// Bytes that no dump can hold at this place. what() is the cause, in words without any bytes of
-// the dump; the offset is that of the first byte of the field that could not be read.
-class DumpError : public std::runtime_error {
-public:
-    DumpError(uint64_t offset, const std::string& cause)
-        : std::runtime_error(cause), offset_(offset) {}
-
-    [[nodiscard]] uint64_t Offset() const { return offset_; }
-
-private:
-    uint64_t offset_;
-};
-
 // Reads the fields of a dump one after another, and keeps count of the offset. Every `field` is
-// the field's name in the cause of the DumpError that a fault is thrown as.
+// the field's name in the cause of the DamageError that a fault is thrown as.
 //
 // Memory follows the bytes that are there, never the lengths that they claim. A field is of at most
 // kLongestField, but for one that is charged.
@@ -31,14 +19,14 @@ class ByteReader {
 public:
     static constexpr size_t kLongestField = size_t{2} << 20;
 
-    // Reads on until the source ends; the source must outlive the reader.
-    explicit ByteReader(ByteSource& source);
+    // Reads on until the input ends; the input must outlive the reader.
+    explicit ByteReader(Input& input);
     // Reads bytes that the caller keeps, and that stand at this offset of the dump.
     ByteReader(std::string_view bytes, uint64_t offset) : offset_(offset), rest_(bytes) {}
 
     [[nodiscard]] uint64_t Offset() const { return offset_; }
     [[nodiscard]] bool AtEnd() { return rest_.empty() && !Refill(); }
-    // For readers of a source only; to an offset that was read already.
+    // For readers of an input only; to an offset that was read already.
     void Seek(uint64_t offset);
 
     // `start` is the offset of the field that the byte belongs to.
@@ -80,9 +68,9 @@ private:
     void Take(size_t length, uint64_t start, const char* field, std::string& bytes,
               MemoryCharge* charge = nullptr);
 
-    ByteSource* source_ = nullptr;
+    Input* input_ = nullptr;
     std::vector<char> buffer_;
     MemoryCharge buffer_charge_;
     uint64_t offset_ = 0;    // of the first byte of rest_
-    std::string_view rest_;  // read from the source, not yet taken
+    std::string_view rest_;  // read from the input, not yet taken
 };

@@ -45,7 +45,7 @@ std::optional<int64_t> TakeMicroseconds(std::string_view& text) {
 }  // namespace
 
 std::optional<ClockLine> ReadClockLine(const Record& record) {
-    if (record.origin.tag != kClockTag || record.level != 'I') {
+    if (record.source.tag != kClockTag || record.level != 'I') {
         return std::nullopt;
     }
     constexpr size_t kIdDigits = 32;

@@ -13,13 +13,13 @@ namespace {
 std::pair<size_t, int32_t> SplitKey(const std::string& key, uint64_t offset) {
     const size_t comma = key.rfind(',');
     if (comma == std::string::npos) {
-        throw DumpError(offset, "dictionary key has no comma before its PID");
+        throw DamageError(offset, "dictionary key has no comma before its PID");
     }
     int32_t pid = 0;
     const char* const end = key.data() + key.size();
     const auto [stop, error] = std::from_chars(key.data() + comma + 1, end, pid);
     if (error != std::errc{} || stop != end) {
-        throw DumpError(offset, "dictionary key has a PID that is no 32-bit number");
+        throw DamageError(offset, "dictionary key has a PID that is no 32-bit number");
     }
     return {comma, pid};
 }
@@ -41,7 +41,7 @@ Dictionary::Dictionary(std::string entries, uint64_t offset, MemoryCharge charge
 
 void Dictionary::Charge(uint64_t bytes, uint64_t offset) {
     if (!charge_.Add(bytes)) {
-        throw DumpError(offset, std::string("dictionary ") + MemoryCharge::kExceeded);
+        throw DamageError(offset, std::string("dictionary ") + MemoryCharge::kExceeded);
     }
 }
 
@@ -65,7 +65,7 @@ void Dictionary::ReadEntries(uint64_t offset) {
             const int32_t tid = pair_reader.Leb128("TID");
             const int32_t index = pair_reader.Unsigned("dictionary index");
             if (index == 0) {
-                throw DumpError(pair_offset, "dictionary index is 0");
+                throw DamageError(pair_offset, "dictionary index is 0");
             }
             Charge(2 * sizeof(Thread), offset);
             threads_.push_back({static_cast<uint32_t>(index), tid,
@@ -83,8 +83,8 @@ void Dictionary::RefuseRepetition(uint64_t offset) {
         std::adjacent_find(threads_.begin(), threads_.end(),
                            [](const Thread& a, const Thread& b) { return a.index == b.index; });
     if (thread != threads_.end()) {
-        throw DumpError(offset + std::next(thread)->pair,
-                        "dictionary index " + std::to_string(thread->index) + " comes twice");
+        throw DamageError(offset + std::next(thread)->pair,
+                          "dictionary index " + std::to_string(thread->index) + " comes twice");
     }
 
     std::vector<Key> keys = keys_;
@@ -97,11 +97,11 @@ void Dictionary::RefuseRepetition(uint64_t offset) {
         std::adjacent_find(keys.begin(), keys.end(),
                            [&text](const Key& a, const Key& b) { return text(a) == text(b); });
     if (key != keys.end()) {
-        throw DumpError(offset + std::next(key)->entry, "dictionary key comes twice");
+        throw DamageError(offset + std::next(key)->entry, "dictionary key comes twice");
     }
 }
 
-std::optional<Origin> Dictionary::Find(uint32_t index) const {
+std::optional<Source> Dictionary::Find(uint32_t index) const {
     // The recorder numbers them 1, 2, 3, ...; others may leave numbers out.
     auto thread = threads_.begin() +
                   static_cast<std::ptrdiff_t>(std::min<size_t>(index - size_t{1}, threads_.size()));
@@ -114,7 +114,7 @@ std::optional<Origin> Dictionary::Find(uint32_t index) const {
         return std::nullopt;
     }
     const Key& key = keys_[thread->key];
-    return Origin{Tag(key), key.pid, thread->tid, static_cast<uint32_t>(thread - threads_.begin())};
+    return Source{Tag(key), key.pid, thread->tid, static_cast<uint32_t>(thread - threads_.begin())};
 }
 
 bool Dictionary::HasTag(std::string_view tag) const {

@@ -10,22 +10,22 @@
 #include "io/shared_limits.h"
 
 // Who wrote a record. The tag lives as long as the dictionary that it came from.
-struct Origin {
+struct Source {
     std::string_view tag;
     int32_t pid = 0;
     int32_t tid = 0;
-    uint32_t place = 0;  // 0, 1, 2, ... in order of the indexes: another for each origin of a dump
+    uint32_t place = 0;  // 0, 1, 2, ... in order of the indexes: another for each source of a dump
 };
 
 // What the indexes in the records of one dump stand for.
 class Dictionary {
 public:
     // Takes the entries as they stand in the dump, at this offset, and the charge that they were
-    // read with. Throws DumpError when they are damaged, when a key or an index comes twice, or
+    // read with. Throws DamageError when they are damaged, when a key or an index comes twice, or
     // when they take too much memory.
     Dictionary(std::string entries, uint64_t offset, MemoryCharge charge = {});
 
-    [[nodiscard]] std::optional<Origin> Find(uint32_t index) const;
+    [[nodiscard]] std::optional<Source> Find(uint32_t index) const;
     [[nodiscard]] bool HasTag(std::string_view tag) const;
     // What the entries take in the dump.
     [[nodiscard]] size_t Bytes() const { return entries_.size(); }

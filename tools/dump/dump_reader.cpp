@@ -9,8 +9,8 @@ constexpr int kMostHeaderBytes = 5;
 
 }  // namespace
 
-DumpReader::DumpReader(ByteSource& source)
-    : bytes_(source),
+DumpReader::DumpReader(Input& input)
+    : bytes_(input),
       policy_version_(ReadPolicyVersion()),
       dictionary_(ReadDictionary()),
       last_log_time_(bytes_.Leb128("last log time")),
@@ -40,26 +40,27 @@ void DumpReader::ReadHeader(Record& record) {
     uint8_t byte = bytes_.Byte(start, kField);
     const auto level = static_cast<size_t>(byte >> 5);
     if (level >= kLevels.size()) {
-        throw DumpError(start, "record header has the unknown level code " + std::to_string(level));
+        throw DamageError(start,
+                          "record header has the unknown level code " + std::to_string(level));
     }
     uint64_t index = byte & 0x0F;
     bool more = (byte & 0x10) != 0;
     for (int count = 1; more; ++count) {
         if (count == kMostHeaderBytes) {
-            throw DumpError(start, "record header is longer than 5 bytes");
+            throw DamageError(start, "record header is longer than 5 bytes");
         }
         byte = bytes_.Byte(start, kField);
         index = index << 7 | (byte & 0x7F);
         more = (byte & 0x80) != 0;
     }
-    const auto origin = dictionary_.Find(static_cast<uint32_t>(index));
-    if (!origin) {
-        throw DumpError(start, "record header has index " + std::to_string(index) +
-                                   ", which the dictionary lacks");
+    const auto source = dictionary_.Find(static_cast<uint32_t>(index));
+    if (!source) {
+        throw DamageError(start, "record header has index " + std::to_string(index) +
+                                     ", which the dictionary lacks");
     }
     record.level = kLevels[level];
     record.index = static_cast<uint32_t>(index);
-    record.origin = *origin;
+    record.source = *source;
 }
 
 bool DumpReader::Next(Record& record) {
@@ -84,7 +85,7 @@ Extent DumpReader::Measure() {
             // What the first record's delta counts from is not in the dump.
             extent.span_ms += extent.records == 0 ? 0 : record.delta_ms;
         }
-    } catch (const DumpError& error) {
+    } catch (const DamageError& error) {
         extent.damage = error;
     }
     bytes_.Seek(records_offset_);

@@ -18,7 +18,7 @@ struct Record {
     int32_t delta_ms = 0;        // since the record before
     char level = 0;      // I, W, E, F; D stands for every level that the dump does not tell apart
     uint32_t index = 0;  // into the dictionary
-    Origin origin;
+    Source source;
     std::string_view message;  // a code of the tag's table, or text: the dump does not say which
 };
 
@@ -26,19 +26,19 @@ struct Record {
 struct Extent {
     uint64_t records = 0;  // whole ones
     int64_t span_ms = 0;   // from the first to the last of them
-    std::optional<DumpError> damage;
+    std::optional<DamageError> damage;
 };
 
 // Reads one dump from its start to its end, a record at a time (docs/dump-format.md). Holds the
 // dictionary and one message, whatever the number of records.
 class DumpReader {
 public:
-    // Reads all that stands before the records; the source must outlive the reader. Throws
-    // DumpError when that is damaged, std::system_error when the source cannot be read.
-    explicit DumpReader(ByteSource& source);
+    // Reads all that stands before the records; the input must outlive the reader. Throws
+    // DamageError when that is damaged, std::system_error when the input cannot be read.
+    explicit DumpReader(Input& input);
 
     [[nodiscard]] const std::string& PolicyVersion() const { return policy_version_; }
-    [[nodiscard]] const Dictionary& Origins() const { return dictionary_; }
+    [[nodiscard]] const Dictionary& Sources() const { return dictionary_; }
     // Milliseconds; the time of the newest record of a whole dump.
     [[nodiscard]] int32_t LastLogTime() const { return last_log_time_; }
     // Of the first record, or of the end where there is none.

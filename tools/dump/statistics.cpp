@@ -10,9 +10,9 @@
 
 namespace {
 
-// One place in the dictionary. The origin's tag lives as long as the reader.
-struct Writer {
-    Origin origin;
+// One place in the dictionary. The source's tag lives as long as the reader.
+struct SourceShare {
+    Source source;
     Share share;
     uint64_t text_bytes = 0;  // of a line without its seconds and its message
 };
@@ -22,10 +22,10 @@ uint64_t SecondsWidth(int64_t time_ms) {
     return std::to_string(std::abs(time_ms) / 1000).size() + (time_ms < 0 ? 5 : 4);
 }
 
-uint64_t FrameWidth(const Origin& origin) {
+uint64_t FrameWidth(const Source& source) {
     constexpr std::string_view kFrame = " L/(P , T ): \n";
-    return kFrame.size() + origin.tag.size() + std::to_string(origin.pid).size() +
-           std::to_string(origin.tid).size();
+    return kFrame.size() + source.tag.size() + std::to_string(source.pid).size() +
+           std::to_string(source.tid).size();
 }
 
 size_t Part(int64_t after_ms, int64_t span_ms) {
@@ -40,12 +40,12 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
     DumpStatistics result;
     result.policy_version = reader.PolicyVersion();
     result.bytes = reader.RecordsOffset();
-    result.dictionary_bytes = reader.Origins().Bytes();
+    result.dictionary_bytes = reader.Sources().Bytes();
     result.first_ms = reader.LastLogTime() - extent.span_ms;
     result.last_ms = reader.LastLogTime();
     result.damage = extent.damage;
 
-    std::vector<Writer> writers(reader.Origins().Size());
+    std::vector<SourceShare> shares(reader.Sources().Size());
     const int64_t first_ms = result.first_ms;
     int64_t time_ms = first_ms;
     Record record;
@@ -65,20 +65,20 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
             }
         }
         const Share share{1, record.end_offset - record.offset};
-        Writer& writer = writers[record.origin.place];
-        if (writer.share.records == 0) {
-            writer.origin = record.origin;
-            writer.text_bytes = FrameWidth(record.origin);
+        SourceShare& of_source = shares[record.source.place];
+        if (of_source.share.records == 0) {
+            of_source.source = record.source;
+            of_source.text_bytes = FrameWidth(record.source);
         }
-        writer.share += share;
+        of_source.share += share;
 
         const auto message =
-            tables != nullptr ? tables->Message(record.origin.tag, record.message) : std::nullopt;
+            tables != nullptr ? tables->Message(record.source.tag, record.message) : std::nullopt;
         if (message || (tables == nullptr && !IsText(record.message))) {
             result.coded += share;
         }
         result.text_bytes +=
-            SecondsWidth(time_ms) + writer.text_bytes + message.value_or(record.message).size();
+            SecondsWidth(time_ms) + of_source.text_bytes + message.value_or(record.message).size();
 
         const uint64_t message_offset = record.end_offset - record.message.size();
         result.all += share;
@@ -97,13 +97,13 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
             result.last_ms = std::max(result.last_ms, clocks.Last()->monotonic_ms);
         }
     }
-    for (const Writer& writer : writers) {
-        if (writer.share.records == 0) {
+    for (const SourceShare& of_source : shares) {
+        if (of_source.share.records == 0) {
             continue;
         }
-        const std::string tag(writer.origin.tag);
-        result.tags[tag] += writer.share;
-        result.processes[{tag, writer.origin.pid}] += writer.share;
+        const std::string tag(of_source.source.tag);
+        result.tags[tag] += of_source.share;
+        result.processes[{tag, of_source.source.pid}] += of_source.share;
     }
     return result;
 }

@@ -10,7 +10,7 @@
 
 #include "dump/dump_reader.h"
 #include "dump/survey.h"
-#include "io/byte_source.h"
+#include "io/input.h"
 
 class CodeTables;
 
@@ -52,7 +52,7 @@ struct DumpStatistics {
     std::map<std::string, Share> tags;
     std::map<std::pair<std::string, int32_t>, Share> processes;  // by tag and PID
     std::array<uint64_t, kMostParts> timeline{};  // records in each equal part of the span
-    std::optional<DumpError> damage;
+    std::optional<DamageError> damage;
 
     [[nodiscard]] int64_t SpanMs() const { return last_ms - first_ms; }
 };

@@ -16,11 +16,11 @@ uint64_t Mix(uint64_t hash, uint64_t value) {
 
 uint64_t Hash(const Record& record) {
     const std::hash<std::string_view> of_text;
-    uint64_t hash = Mix(of_text(record.message), of_text(record.origin.tag));
+    uint64_t hash = Mix(of_text(record.message), of_text(record.source.tag));
     hash = Mix(hash, static_cast<uint32_t>(record.delta_ms));
     hash = Mix(hash, record.index);
-    hash = Mix(hash, static_cast<uint32_t>(record.origin.pid));
-    hash = Mix(hash, static_cast<uint32_t>(record.origin.tid));
+    hash = Mix(hash, static_cast<uint32_t>(record.source.pid));
+    hash = Mix(hash, static_cast<uint32_t>(record.source.tid));
     return Mix(hash, static_cast<unsigned char>(record.level));
 }
 
@@ -28,8 +28,8 @@ void AddPrint(const Record& record, Survey& survey) {
     constexpr size_t kStep = 4096;
     constexpr uint64_t kBytes = sizeof(Survey::Print) + sizeof(uint32_t);  // as FindOverlap takes
     if (survey.prints.size() % kStep == 0 && !survey.charge.Add(kStep * kBytes)) {
-        throw DumpError(record.offset,
-                        std::string("comparison with other dumps ") + MemoryCharge::kExceeded);
+        throw DamageError(record.offset,
+                          std::string("comparison with other dumps ") + MemoryCharge::kExceeded);
     }
     // Beyond that no times are told apart.
     const int64_t ms = std::min<int64_t>(survey.span_ms, std::numeric_limits<int32_t>::max());
@@ -49,8 +49,8 @@ bool ClockLines::Read(const Record& record) {
     return true;
 }
 
-Survey TakeSurvey(ByteSource& source, bool with_prints) {
-    DumpReader reader(source);
+Survey TakeSurvey(Input& input, bool with_prints) {
+    DumpReader reader(input);
     Survey survey;
     survey.version = reader.PolicyVersion();
     survey.last_log_time = reader.LastLogTime();
@@ -72,7 +72,7 @@ Survey TakeSurvey(ByteSource& source, bool with_prints) {
                 AddPrint(record, survey);
             }
         }
-    } catch (const DumpError& error) {
+    } catch (const DamageError& error) {
         survey.damage = error;
     }
     // Times count back from the newest line: where it is lost, all are too late by as much.
@@ -80,7 +80,7 @@ Survey TakeSurvey(ByteSource& source, bool with_prints) {
         const int64_t late = survey.last_log_time - survey.span_ms + survey.first_clock_ms -
                              survey.first_clock->monotonic_ms;
         if (!survey.damage && late > kClockToleranceMs) {
-            survey.damage = DumpError(
+            survey.damage = DamageError(
                 record.end_offset, "the dump was cut between two records, as its clock lines tell");
         }
         survey.late_ms = survey.damage ? std::max<int64_t>(late, 0) : 0;

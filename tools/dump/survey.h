@@ -21,7 +21,7 @@ class ClockLines {
 public:
     // Whether the record is a clock line, which is then the last one.
     [[nodiscard]] bool Take(const Record& record) {
-        return record.origin.tag == kClockTag && Read(record);
+        return record.source.tag == kClockTag && Read(record);
     }
 
     // Both are empty until there is a clock line. Machines change their names: the last counts.
@@ -58,12 +58,12 @@ struct Survey {
     int64_t late_ms = 0;  // by what the times of a damaged dump are too late, by its clock lines
     std::deque<Print> prints;  // of every record, where they were asked for
     MemoryCharge charge;       // of these, and of their search
-    std::optional<DumpError> damage;
+    std::optional<DamageError> damage;
 };
 
-// Reads a whole dump, or as much of it as memory may be taken for. Throws DumpError when not even
+// Reads a whole dump, or as much of it as memory may be taken for. Throws DamageError when not even
 // its dictionary can be read.
-[[nodiscard]] Survey TakeSurvey(ByteSource& source, bool with_prints);
+[[nodiscard]] Survey TakeSurvey(Input& input, bool with_prints);
 
 // How many of the first records of `later` are the last ones of `earlier`, as when both dumps were
 // taken of one buffer. A later dump that is cut off may lie within the earlier one as a whole.

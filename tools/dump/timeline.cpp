@@ -14,7 +14,7 @@ void Translate(const Record& record, const CodeTables* tables, bool may_be_code,
     line.kind = Line::Message::kText;
     line.message = record.message;
     if (tables != nullptr) {
-        if (const auto text = tables->Message(record.origin.tag, record.message)) {
+        if (const auto text = tables->Message(record.source.tag, record.message)) {
             line.kind = Line::Message::kTranslated;
             line.message = *text;
         }
@@ -28,10 +28,10 @@ void Translate(const Record& record, const CodeTables* tables, bool may_be_code,
 // Goes through the lines of one part that are not skipped.
 class Timeline::Cursor {
 public:
-    Cursor(std::unique_ptr<ByteSource> source, Part& part, size_t place, const CodeTables* tables,
+    Cursor(std::unique_ptr<Input> input, Part& part, size_t place, const CodeTables* tables,
            const std::optional<ClockPoint>& clock)
-        : source_(std::move(source)),
-          reader_(*source_),
+        : input_(std::move(input)),
+          reader_(*input_),
           tables_(tables),
           may_be_code_(!reader_.PolicyVersion().empty()),
           part_(&part),
@@ -48,7 +48,7 @@ public:
             return false;
         }
         line_.level = record_.level;
-        line_.origin = record_.origin;
+        line_.source = record_.source;
         line_.time_ms = told_ms_;
         if (clock_) {
             line_.boot_time_ms = clock_->boot_time_ms;
@@ -80,7 +80,7 @@ private:
         return true;
     }
 
-    std::unique_ptr<ByteSource> source_;
+    std::unique_ptr<Input> input_;
     DumpReader reader_;
     const CodeTables* tables_;
     bool may_be_code_;
@@ -105,14 +105,14 @@ public:
             counts_.clear();
             bytes_ = 0;
         }
-        Key key{line.level, std::string(line.origin.tag), line.origin.pid, line.origin.tid,
+        Key key{line.level, std::string(line.source.tag), line.source.pid, line.source.tid,
                 std::string(line.message)};
         auto found = counts_.find(key);
         if (found == counts_.end()) {
             if (bytes_ > kMostBytes) {
                 return false;
             }
-            bytes_ += kNodeBytes + line.origin.tag.size() + line.message.size();
+            bytes_ += kNodeBytes + line.source.tag.size() + line.message.size();
             found = counts_.try_emplace(std::move(key)).first;
         }
         Count& count = found->second;
@@ -302,8 +302,8 @@ private:
 };
 
 void Timeline::Add(std::string name, const Opener& open, const CodeTables* tables) {
-    const std::unique_ptr<ByteSource> source = open();
-    Survey survey = TakeSurvey(*source, several_);
+    const std::unique_ptr<Input> input = open();
+    Survey survey = TakeSurvey(*input, several_);
     Part part;
     part.name = std::move(name);
     part.records = survey.records;
@@ -319,7 +319,7 @@ void Timeline::Add(std::string name, const Opener& open, const CodeTables* table
     if (part.start_ms >= kTimesEndMs && part.clock) {
         part.from_ms = std::max(part.from_ms, part.clock->monotonic_ms);
     }
-    if (const auto written = source->WriteTime()) {
+    if (const auto written = input->WriteTime()) {
         part.boot_time_ms =
             int64_t{written->tv_sec} * 1000 + written->tv_nsec / 1000000 - survey.last_log_time;
     }

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "dump/dump_reader.h"
+#include "dump/line.h"
 #include "dump/survey.h"
 #include "policy/code_tables.h"
 
@@ -22,24 +22,6 @@ enum class Break {
     kFresh,  // the recorder was emptied by a dump or started: whether lines are missing is unknown
     kRestart,  // the service was started again and recorded lines of the same boot once more
     kReboot,   // another boot
-};
-
-// A line of the log. The views live until the visitor returns.
-struct Line {
-    enum class Message {
-        kText,        // as it was logged
-        kTranslated,  // a code, turned into the text that it stands for
-        kCode,        // no text, and no tables to translate it
-    };
-
-    int64_t time_ms = 0;                  // of kernel time
-    std::optional<int64_t> boot_time_ms;  // since 1970, as far as clock lines tell
-    char level = 0;
-    Origin origin;
-    Message kind = Message::kText;
-    std::string_view message;  // text, or the bytes of a code
-    size_t dump = 0;           // place of its dump in the timeline
-    bool clock = false;        // the capture's own, which tells the time of those behind it
 };
 
 // A dump's share of a timeline.
@@ -57,7 +39,7 @@ struct Part {
     std::optional<ClockPoint> last_clock;
     bool exact = true;    // false: records are missing at the end
     bool latest = false;  // nothing tells since when, so times are the latest possible
-    std::optional<DumpError> damage;
+    std::optional<DamageError> damage;
     uint64_t ambiguous = 0;  // translated messages whose codes are text as well; known once visited
     // When the machine booted, as far as the file's own time tells: milliseconds since 1970.
     std::optional<int64_t> boot_time_ms;
@@ -82,14 +64,14 @@ public:
     // Called for each line, in order. `before` is the break in front of it; kNone for most lines.
     using Visitor = std::function<void(const Line& line, Break before)>;
     // Gives the bytes of a dump from their start, each time that it is called.
-    using Opener = std::function<std::unique_ptr<ByteSource>()>;
+    using Opener = std::function<std::unique_ptr<Input>()>;
     using Done = std::function<void(const Part&)>;
 
     // `several`: more than one dump will be added, so overlaps have to be found.
     explicit Timeline(bool several) : several_(several) {}
 
     // Adds a dump that was written after those before. The tables must outlive the timeline; null
-    // means none. Throws DumpError when the dump holds not even one whole dictionary,
+    // means none. Throws DamageError when the dump holds not even one whole dictionary,
     // std::system_error when it cannot be read.
     void Add(std::string name, const Opener& open, const CodeTables* tables);
 

@@ -50,7 +50,7 @@ uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms
         PatternRow& row = *rows_[number];
         row.first = time;
         row.first_line = lines_;
-        row.tag = std::string(line.origin.tag);
+        row.tag = std::string(line.source.tag);
         row.example = std::string(message.substr(0, kMaxExample));
         row.cut = message.size() > kMaxExample;
     }

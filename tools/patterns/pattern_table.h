@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "dump/timeline.h"
+#include "dump/line.h"
 #include "patterns/pattern_finder.h"
 
 // When a line was logged: milliseconds since boot, and the boot's own time since 1970 if known.

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "io/byte_source.h"
+#include "io/input.h"
 
 namespace {
 
@@ -39,10 +39,10 @@ void OnElement(void* user_data, const XML_Char* name, const XML_Char** pairs) {
 // Throws PolicyError.
 std::string ReadWhole(const std::string& path) {
     try {
-        FileSource source(path);
+        FileInput input(path);
         std::string text;
         std::array<char, 16384> buffer{};
-        while (const size_t count = source.Read(buffer.data(), buffer.size())) {
+        while (const size_t count = input.Read(buffer.data(), buffer.size())) {
             text.append(buffer.data(), count);
         }
         return text;

@@ -33,9 +33,9 @@ public:
             object["host"] = context.host;
         }
         object["level"] = std::string(1, line.level);
-        object["tag"] = line.origin.tag;
-        object["pid"] = line.origin.pid;
-        object["tid"] = line.origin.tid;
+        object["tag"] = line.source.tag;
+        object["pid"] = line.source.pid;
+        object["tid"] = line.source.tid;
         object["message"] = MessageText(line);
         object["coded"] = line.kind != Line::Message::kText;
         object["file"] = context.file;
@@ -99,8 +99,8 @@ public:
         }
         out += line.level;
         out += ',';
-        AppendCsvField(line.origin.tag, escape_, out);
-        out += ',' + std::to_string(line.origin.pid) + ',' + std::to_string(line.origin.tid) + ',';
+        AppendCsvField(line.source.tag, escape_, out);
+        out += ',' + std::to_string(line.source.pid) + ',' + std::to_string(line.source.tid) + ',';
         AppendCsvField(MessageText(line), escape_, out);
         out += line.kind != Line::Message::kText ? ",true," : ",false,";
         AppendCsvField(context.file, escape_, out);

@@ -106,7 +106,7 @@ void LineFilter::SetEnd(size_t boot, int64_t ms) {
 }
 
 bool LineFilter::PassesTags(const Line& line) const {
-    auto lowest = lowest_.find(line.origin.tag);
+    auto lowest = lowest_.find(line.source.tag);
     if (lowest == lowest_.end()) {
         lowest = lowest_.find("*");
     }
@@ -141,7 +141,7 @@ bool LineFilter::Passes(const Line& line, size_t boot, std::optional<int64_t> bo
         return false;
     }
     return (lowest_.empty() || PassesTags(line)) &&
-           (pids_.empty() || pids_.count(line.origin.pid) > 0) &&
-           (tids_.empty() || tids_.count(line.origin.tid) > 0) &&
+           (pids_.empty() || pids_.count(line.source.pid) > 0) &&
+           (tids_.empty() || tids_.count(line.source.tid) > 0) &&
            (!pattern_ || pattern_->IsIn(line.message));
 }

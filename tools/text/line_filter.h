@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "dump/timeline.h"
+#include "dump/line.h"
 #include "text/time_point.h"
 
 struct pcre2_real_code_8;

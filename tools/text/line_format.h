@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "dump/timeline.h"
+#include "dump/line.h"
 
 // How the time of a line is shown.
 struct TimeStyle {

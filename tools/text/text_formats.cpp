@@ -58,8 +58,8 @@ const char* Color(char level) {
     }
 }
 
-// Keeps the text for each origin of the dump at hand: most lines differ in time and message only.
-class OriginTexts {
+// Keeps the text for each source of the dump at hand: most lines differ in time and message only.
+class SourceTexts {
 public:
     template <typename Make>
     const std::string& Get(const Line& line, const Make& make) {
@@ -68,17 +68,17 @@ public:
             texts_.clear();
             bytes_ = 0;
         }
-        if (line.origin.place >= kMostTexts) {
+        if (line.source.place >= kMostTexts) {
             spare_.clear();
-            make(line.origin, spare_);
+            make(line.source, spare_);
             return spare_;
         }
-        if (line.origin.place >= texts_.size()) {
-            texts_.resize(size_t{line.origin.place} + 1);
+        if (line.source.place >= texts_.size()) {
+            texts_.resize(size_t{line.source.place} + 1);
         }
-        std::string& text = texts_[line.origin.place];
+        std::string& text = texts_[line.source.place];
         if (text.empty()) {
-            make(line.origin, text);
+            make(line.source, text);
             bytes_ += text.size();
         }
         return text;
@@ -116,13 +116,13 @@ public:
         }
         out += ' ';
         out += line.level;
-        out += origins_.Get(line, [](const Origin& origin, std::string& text) {
+        out += sources_.Get(line, [](const Source& source, std::string& text) {
             text += '/';
-            AppendLeft(Escape(origin.tag), kTagWidth, text);
+            AppendLeft(Escape(source.tag), kTagWidth, text);
             text += "(P ";
-            AppendId(origin.pid, text);
+            AppendId(source.pid, text);
             text += ", T ";
-            AppendId(origin.tid, text);
+            AppendId(source.tid, text);
             text += "): ";
         });
         AppendMessage(line, out);
@@ -133,7 +133,7 @@ private:
     TimeStyle style_;
     bool color_;
     Clock clock_;
-    OriginTexts origins_;
+    SourceTexts sources_;
     std::string time_;
 };
 
@@ -147,14 +147,14 @@ public:
         clock_.Append(context.boot_time_ms.value_or(0) + line.time_ms, "%m-%d %H:%M:%S", false,
                       out);
         out += ' ';
-        AppendId(line.origin.pid, out);
+        AppendId(line.source.pid, out);
         out += ' ';
-        AppendId(line.origin.tid, out);
+        AppendId(line.source.tid, out);
         out += ' ';
         out += line.level;
-        out += origins_.Get(line, [](const Origin& origin, std::string& text) {
+        out += sources_.Get(line, [](const Source& source, std::string& text) {
             text += ' ';
-            AppendLeft(Escape(origin.tag), kThreadtimeTagWidth, text);
+            AppendLeft(Escape(source.tag), kThreadtimeTagWidth, text);
             text += ": ";
         });
         AppendMessage(line, out);
@@ -164,7 +164,7 @@ public:
 private:
     TimeStyle style_;
     Clock clock_;
-    OriginTexts origins_;
+    SourceTexts sources_;
 };
 
 class RawFormat : public LineFormat {

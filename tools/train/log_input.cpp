@@ -15,15 +15,15 @@
 
 namespace {
 
-using Sink = std::function<void(const LogLine&)>;
+using Sink = std::function<void(const TrainingLine&)>;
 
 constexpr size_t kProbeSize = size_t{64} * 1024;
 constexpr size_t kLongestLine = size_t{16} * 1024 * 1024;
 
 // Lines without their line feeds; one that is longer than kLongestLine comes in pieces.
-class LineReader {
+class TextLines {
 public:
-    explicit LineReader(ByteSource& source) : source_(source), buffer_(4 * kProbeSize) {}
+    explicit TextLines(Input& input) : input_(input), buffer_(4 * kProbeSize) {}
 
     // The view lives until the next call.
     [[nodiscard]] bool Next(std::string_view& line) {
@@ -54,18 +54,18 @@ private:
         if (end_ == buffer_.size()) {
             buffer_.resize(2 * buffer_.size());
         }
-        const size_t count = source_.Read(buffer_.data() + end_, buffer_.size() - end_);
+        const size_t count = input_.Read(buffer_.data() + end_, buffer_.size() - end_);
         end_ += count;
         return count != 0;
     }
 
-    ByteSource& source_;
+    Input& input_;
     std::vector<char> buffer_;
     size_t begin_ = 0;  // of what was not handed out yet
     size_t end_ = 0;
 };
 
-bool ReadCount(std::string_view text, LogLine& line) {
+bool ReadCount(std::string_view text, TrainingLine& line) {
     if (!text.empty() && text.back() == '\r') {
         text.remove_suffix(1);
     }
@@ -95,32 +95,32 @@ InputFormat Recognise(std::string_view start) {
         return InputFormat::kDump;
     }
     const std::string_view line = start.substr(0, start.find('\n'));
-    LogLine ignored;
+    TrainingLine ignored;
     return ReadCount(line, ignored) && !ParseCaptureLine(line) ? InputFormat::kCounts
                                                                : InputFormat::kCapture;
 }
 
-// Leaves the source where it was.
-InputFormat Probe(ByteSource& source) {
+// Leaves the input where it was.
+InputFormat Probe(Input& input) {
     std::vector<char> start(kProbeSize);
     size_t size = 0;
     try {
         while (size < start.size()) {
-            const size_t count = source.Read(start.data() + size, start.size() - size);
+            const size_t count = input.Read(start.data() + size, start.size() - size);
             if (count == 0) {
                 break;
             }
             size += count;
         }
-    } catch (const DumpError&) {
+    } catch (const DamageError&) {
         // What comes before the damage tells as well; who reads up to it meets it again.
     }
-    source.Seek(0);
+    input.Seek(0);
     return Recognise({start.data(), size});
 }
 
-void ReadCapture(ByteSource& source, InputSummary& summary, const Sink& sink) {
-    LineReader lines(source);
+void ReadCapture(Input& input, InputSummary& summary, const Sink& sink) {
+    TextLines lines(input);
     int32_t last_time = 0;
     for (std::string_view text; lines.Next(text);) {
         const auto parsed = ParseCaptureLine(text);
@@ -138,12 +138,12 @@ void ReadCapture(ByteSource& source, InputSummary& summary, const Sink& sink) {
     }
 }
 
-void ReadCounts(ByteSource& source, InputSummary& summary, const Sink& sink) {
-    LineReader lines(source);
+void ReadCounts(Input& input, InputSummary& summary, const Sink& sink) {
+    TextLines lines(input);
     uint64_t number = 0;
     for (std::string_view text; lines.Next(text);) {
         ++number;
-        LogLine line;
+        TrainingLine line;
         if (ReadCount(text, line)) {
             ++summary.lines;
             sink(line);
@@ -158,14 +158,13 @@ void ReadCounts(ByteSource& source, InputSummary& summary, const Sink& sink) {
 
 // SECONDS LEVEL/TAG(P PID, T TID): MESSAGE, all times taken to be as long as the last.
 uint64_t TextSize(const Record& record, std::string_view message, int32_t last_log_time) {
-    return std::to_string(last_log_time / 1000).size() + record.origin.tag.size() +
-           std::to_string(record.origin.pid).size() + std::to_string(record.origin.tid).size() +
+    return std::to_string(last_log_time / 1000).size() + record.source.tag.size() +
+           std::to_string(record.source.pid).size() + std::to_string(record.source.tid).size() +
            message.size() + std::string_view(".000 I/(P , T ): \n").size();
 }
 
-void ReadDump(ByteSource& source, const CodeTables* tables, InputSummary& summary,
-              const Sink& sink) {
-    DumpReader reader(source);
+void ReadDump(Input& input, const CodeTables* tables, InputSummary& summary, const Sink& sink) {
+    DumpReader reader(input);
     summary.policy_version = reader.PolicyVersion();
     if (tables != nullptr && tables->Version() != summary.policy_version) {
         tables = nullptr;
@@ -174,13 +173,13 @@ void ReadDump(ByteSource& source, const CodeTables* tables, InputSummary& summar
     for (Record record; reader.Next(record);) {
         std::string_view message = record.message;
         if (tables != nullptr) {
-            message = tables->Message(record.origin.tag, message).value_or(message);
+            message = tables->Message(record.source.tag, message).value_or(message);
         } else if (!no_codes && !IsText(message)) {
             ++summary.untranslated;
             continue;
         }
         ++summary.lines;
-        sink({record.origin.tag, record.origin.pid, record.origin.tid, message, record.delta_ms, 1,
+        sink({record.source.tag, record.source.pid, record.source.tid, message, record.delta_ms, 1,
               TextSize(record, message, reader.LastLogTime())});
     }
 }
@@ -188,24 +187,24 @@ void ReadDump(ByteSource& source, const CodeTables* tables, InputSummary& summar
 }  // namespace
 
 InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTables* tables,
-                       const Sink& sink, FileSource::Observer observer) {
-    const std::unique_ptr<ByteSource> source = OpenSource(path, std::move(observer));
+                       const Sink& sink, FileInput::Observer observer) {
+    const std::unique_ptr<Input> input = OpenInput(path, std::move(observer));
     InputSummary summary;
     summary.format = format;
     try {
         if (format == InputFormat::kAuto) {
-            summary.format = Probe(*source);
+            summary.format = Probe(*input);
         }
-        source->ReadOnce();
+        input->ReadOnce();
         if (summary.format == InputFormat::kCapture) {
-            ReadCapture(*source, summary, sink);
+            ReadCapture(*input, summary, sink);
         } else if (summary.format == InputFormat::kCounts) {
-            ReadCounts(*source, summary, sink);
+            ReadCounts(*input, summary, sink);
         } else {
-            ReadDump(*source, tables, summary, sink);
+            ReadDump(*input, tables, summary, sink);
         }
-    } catch (const DumpError& error) {
-        summary.damage = "offset " + std::to_string(error.Offset()) + ": " + error.what();
+    } catch (const DamageError& error) {
+        summary.damage = Describe(error);
     } catch (const std::system_error& error) {
         if (summary.lines == 0) {
             throw;

@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include "io/byte_source.h"
+#include "io/input.h"
 
 class CodeTables;
 
 // One line of an input. The views live until the next line.
-struct LogLine {
+struct TrainingLine {
     std::string_view tag;
     int32_t pid = 0;
     int32_t tid = 0;
@@ -47,5 +47,5 @@ struct InputSummary {
 //
 // Throws std::system_error when nothing can be read.
 InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTables* tables,
-                       const std::function<void(const LogLine&)>& sink,
-                       FileSource::Observer observer = {});
+                       const std::function<void(const TrainingLine&)>& sink,
+                       FileInput::Observer observer = {});

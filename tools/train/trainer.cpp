@@ -84,7 +84,7 @@ void Evaluation::BeginInput() {
     totals_ = EvaluationTotals();
 }
 
-void Evaluation::Add(const LogLine& line) {
+void Evaluation::Add(const TrainingLine& line) {
     if (line.delta_ms < 0) {
         ++totals_.refused;
         return;

@@ -48,7 +48,7 @@ public:
 
     // Starts afresh, with no line seen.
     void BeginInput();
-    void Add(const LogLine& line);
+    void Add(const TrainingLine& line);
 
     [[nodiscard]] const EvaluationTotals& Totals() const { return totals_; }
 

@@ -1,4 +1,4 @@
-#include "io/zstd_source.h"
+#include "io/zstd_input.h"
 
 #include <zstd.h>
 #include <zstd_errors.h>
@@ -24,8 +24,8 @@ bool BeginsFrame(std::string_view start) {
 
 }  // namespace
 
-std::unique_ptr<ByteSource> OpenSource(const std::string& path, FileSource::Observer observer) {
-    auto file = std::make_unique<FileSource>(path, std::move(observer));
+std::unique_ptr<Input> OpenInput(const std::string& path, FileInput::Observer observer) {
+    auto file = std::make_unique<FileInput>(path, std::move(observer));
     std::array<char, kMagicSize> start{};
     size_t size = 0;
     while (size < start.size()) {
@@ -39,17 +39,16 @@ std::unique_ptr<ByteSource> OpenSource(const std::string& path, FileSource::Obse
     if (!BeginsFrame({start.data(), size})) {
         return file;
     }
-    return std::make_unique<ZstdSource>(std::move(file));
+    return std::make_unique<ZstdInput>(std::move(file));
 }
 
-void ZstdSource::FreeContext::operator()(ZSTD_DCtx_s* context) const {
+void ZstdInput::FreeContext::operator()(ZSTD_DCtx_s* context) const {
     ZSTD_freeDCtx(context);
 }
 
-ZstdSource::ZstdSource(std::unique_ptr<ByteSource> compressed)
-    : compressed_(std::move(compressed)) {}
+ZstdInput::ZstdInput(std::unique_ptr<Input> compressed) : compressed_(std::move(compressed)) {}
 
-void ZstdSource::Unpark() {
+void ZstdInput::Unpark() {
     context_.reset(ZSTD_createDCtx());
     if (!context_) {
         throw std::bad_alloc();
@@ -60,14 +59,14 @@ void ZstdSource::Unpark() {
     ChargeMemory();
 }
 
-void ZstdSource::Park() {
+void ZstdInput::Park() {
     context_.reset();
     input_ = std::vector<char>();
     held_ = std::vector<char>();
     static_cast<void>(charge_.Set(0));
 }
 
-void ZstdSource::StartAt(uint64_t frame, uint64_t content) {
+void ZstdInput::StartAt(uint64_t frame, uint64_t content) {
     compressed_->Seek(frame);
     input_position_ = input_size_ = 0;
     held_.clear();
@@ -78,17 +77,17 @@ void ZstdSource::StartAt(uint64_t frame, uint64_t content) {
     frame_content_ = position_ = content;
 }
 
-void ZstdSource::ChargeMemory() {
+void ZstdInput::ChargeMemory() {
     if (!charge_.Set(ZSTD_sizeof_DCtx(context_.get()) + input_.size() + held_.capacity())) {
         throw Fault(MemoryCharge::kExceeded);
     }
 }
 
-DumpError ZstdSource::Fault(const std::string& cause) const {
+DamageError ZstdInput::Fault(const std::string& cause) const {
     return {frame_, "the zstd frame that begins here " + cause};
 }
 
-bool ZstdSource::Refill() {
+bool ZstdInput::Refill() {
     std::copy(input_.begin() + static_cast<std::ptrdiff_t>(input_position_),
               input_.begin() + static_cast<std::ptrdiff_t>(input_size_), input_.begin());
     input_size_ -= input_position_;
@@ -99,7 +98,7 @@ bool ZstdSource::Refill() {
     return count > 0;
 }
 
-bool ZstdSource::BeginFrame() {
+bool ZstdInput::BeginFrame() {
     while (input_size_ - input_position_ < kLongestFrameHeader && Refill()) {
     }
     if (input_position_ == input_size_) {
@@ -117,7 +116,7 @@ bool ZstdSource::BeginFrame() {
     return true;
 }
 
-size_t ZstdSource::Advance(char* data, size_t size) {
+size_t ZstdInput::Advance(char* data, size_t size) {
     ZSTD_outBuffer out{data, size, 0};
     while (out.pos == 0 && in_frame_) {
         if (input_position_ == input_size_ && !Refill()) {
@@ -144,13 +143,13 @@ size_t ZstdSource::Advance(char* data, size_t size) {
     return out.pos;
 }
 
-void ZstdSource::HoldFrame() {
+void ZstdInput::HoldFrame() {
     size_t size = 0;
     try {
         while (in_frame_) {
             size += Advance(held_.data() + size, held_.size() - size);
         }
-    } catch (const DumpError& fault) {
+    } catch (const DamageError& fault) {
         // A file that was compressed as a whole is in its first frame, and holds the dump's head.
         const bool cut = input_position_ == input_size_;
         held_.resize(frame_ == 0 && cut ? size : 0);
@@ -158,7 +157,7 @@ void ZstdSource::HoldFrame() {
     }
 }
 
-size_t ZstdSource::Decompress(char* data, size_t size) {
+size_t ZstdInput::Decompress(char* data, size_t size) {
     for (;;) {
         if (held_position_ < held_.size()) {
             const size_t count = std::min(size, held_.size() - held_position_);
@@ -168,7 +167,7 @@ size_t ZstdSource::Decompress(char* data, size_t size) {
             return count;
         }
         if (fault_) {
-            throw DumpError(*fault_);
+            throw DamageError(*fault_);
         }
         if (!in_frame_ && !BeginFrame()) {
             return 0;
@@ -182,7 +181,7 @@ size_t ZstdSource::Decompress(char* data, size_t size) {
     }
 }
 
-size_t ZstdSource::Read(char* data, size_t size) {
+size_t ZstdInput::Read(char* data, size_t size) {
     Use();
     if (!context_) {
         Unpark();
@@ -200,7 +199,7 @@ size_t ZstdSource::Read(char* data, size_t size) {
     return count;
 }
 
-void ZstdSource::Seek(uint64_t offset) {
+void ZstdInput::Seek(uint64_t offset) {
     wanted_ = offset;
     if (offset >= position_) {
         return;

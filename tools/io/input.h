@@ -14,12 +14,12 @@
 #include "io/shared_limits.h"
 
 // Where the bytes of a dump come from.
-class ByteSource {
+class Input {
 public:
-    ByteSource() = default;
-    ByteSource(const ByteSource&) = delete;
-    ByteSource& operator=(const ByteSource&) = delete;
-    virtual ~ByteSource() = default;
+    Input() = default;
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+    virtual ~Input() = default;
 
     // Reads at most `size` bytes into `data`; 0 only at the end. Throws std::system_error when the
     // bytes cannot be read.
@@ -39,14 +39,14 @@ public:
 // the name "-". Anything else that a name may stand for, such as a FIFO that somebody laid among
 // the dumps, is refused, and nothing is waited for while it is opened. What cannot be sought in is
 // kept in memory as it is read; a regular file is not. While it is parked, a file is closed.
-class FileSource : public ByteSource, private Parkable {
+class FileInput : public Input, private Parkable {
 public:
     // Told of bytes that were read, and how many.
     using Observer = std::function<void(size_t)>;
 
     // Throws std::system_error when the file cannot be opened or is refused.
-    explicit FileSource(const std::string& path, Observer observer = {});
-    ~FileSource() override;
+    explicit FileInput(const std::string& path, Observer observer = {});
+    ~FileInput() override;
 
     [[nodiscard]] size_t Read(char* data, size_t size) override;
     void Seek(uint64_t offset) override { position_ = offset; }
@@ -81,5 +81,5 @@ private:
 
 // A file, or standard input under the name "-", decompressed where it begins as a zstd frame does.
 // Throws std::system_error when it cannot be opened or read.
-[[nodiscard]] std::unique_ptr<ByteSource> OpenSource(const std::string& path,
-                                                     FileSource::Observer observer = {});
+[[nodiscard]] std::unique_ptr<Input> OpenInput(const std::string& path,
+                                               FileInput::Observer observer = {});

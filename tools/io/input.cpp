@@ -1,4 +1,4 @@
-#include "io/byte_source.h"
+#include "io/input.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -21,9 +21,9 @@ std::system_error LastError() {
 }
 
 // The errors that the system has no number for.
-class SourceErrors : public std::error_category {
+class InputErrors : public std::error_category {
 public:
-    [[nodiscard]] const char* name() const noexcept override { return "source"; }
+    [[nodiscard]] const char* name() const noexcept override { return "input"; }
     [[nodiscard]] std::string message(int /*value*/) const override {
         return "not a regular file; a pipe is read as standard input, '-'";
     }
@@ -34,7 +34,7 @@ constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 
 }  // namespace
 
-FileSource::FileSource(const std::string& path, Observer observer)
+FileInput::FileInput(const std::string& path, Observer observer)
     : path_(path),
       observer_(std::move(observer)),
       fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(path.c_str(), kFlags)) {
@@ -60,11 +60,11 @@ FileSource::FileSource(const std::string& path, Observer observer)
     }
 }
 
-FileSource::~FileSource() {
+FileInput::~FileInput() {
     Close();
 }
 
-void FileSource::RefuseOthers(const struct stat& status) {
+void FileInput::RefuseOthers(const struct stat& status) {
     struct statfs system {};
     std::error_code error;
     if (S_ISDIR(status.st_mode)) {
@@ -73,7 +73,7 @@ void FileSource::RefuseOthers(const struct stat& status) {
                system.f_type == PIPEFS_MAGIC) {
         static_cast<void>(fcntl(fd_, F_SETFL, 0));  // its bytes are waited for
     } else if (!S_ISREG(status.st_mode)) {
-        static const SourceErrors errors;
+        static const InputErrors errors;
         error = std::error_code(1, errors);
     }
     if (error) {
@@ -82,13 +82,13 @@ void FileSource::RefuseOthers(const struct stat& status) {
     }
 }
 
-void FileSource::Close() {
+void FileInput::Close() {
     // Nothing was written, so closing has nothing to report.
     static_cast<void>(close(fd_));
     fd_ = -1;
 }
 
-void FileSource::Reopen() {
+void FileInput::Reopen() {
     fd_ = open(path_.c_str(), kFlags);
     struct stat status {};
     if (fd_ < 0 || fstat(fd_, &status) != 0) {
@@ -99,7 +99,7 @@ void FileSource::Reopen() {
     }
 }
 
-size_t FileSource::ReadFile(char* data, size_t size) {
+size_t FileInput::ReadFile(char* data, size_t size) {
     if (can_park_) {
         Use();
     }
@@ -120,7 +120,7 @@ size_t FileSource::ReadFile(char* data, size_t size) {
     return static_cast<size_t>(count);
 }
 
-size_t FileSource::Read(char* data, size_t size) {
+size_t FileInput::Read(char* data, size_t size) {
     if (position_ < kept_size_) {
         const std::string& piece = kept_[position_ / kPiece];
         const size_t count = piece.copy(data, size, position_ % kPiece);

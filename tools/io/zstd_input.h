@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "dump/byte_reader.h"
-#include "io/byte_source.h"
+#include "io/damage.h"
+#include "io/input.h"
 
 struct ZSTD_DCtx_s;
 
@@ -17,7 +17,7 @@ struct ZSTD_DCtx_s;
 //
 // A frame that tells its size, of at most kHeldFrame, is checked as a whole before the first of its
 // bytes is given out; others are given out as they come.
-class ZstdSource : public ByteSource, private Parkable {
+class ZstdInput : public Input, private Parkable {
 public:
     // Logs shrink a few times, or, where one line is repeated, a few hundred times. A small file
     // that claims to hold far more is no dump, and could use up the time.
@@ -27,9 +27,9 @@ public:
     static constexpr int kMostWindowLog = 23;  // 8 MiB, as zstd takes up to level 19
 
     // Takes the compressed bytes from here.
-    explicit ZstdSource(std::unique_ptr<ByteSource> compressed);
+    explicit ZstdInput(std::unique_ptr<Input> compressed);
 
-    // Throws DumpError, with the offset of the frame in the compressed file, when a frame is
+    // Throws DamageError, with the offset of the frame in the compressed file, when a frame is
     // damaged or cut off, needs a larger window, or when the file holds more than kFreeBytes and
     // kMostRatio times its own size. Where the first frame is cut off, what it holds comes before.
     [[nodiscard]] size_t Read(char* data, size_t size) override;
@@ -60,21 +60,21 @@ private:
     [[nodiscard]] size_t Advance(char* data, size_t size);
     // Reads on behind what was not taken yet; false at the end of the file.
     [[nodiscard]] bool Refill();
-    [[nodiscard]] DumpError Fault(const std::string& cause) const;
+    [[nodiscard]] DamageError Fault(const std::string& cause) const;
 
-    std::unique_ptr<ByteSource> compressed_;
+    std::unique_ptr<Input> compressed_;
     std::unique_ptr<ZSTD_DCtx_s, FreeContext> context_;
     std::vector<char> input_;  // empty while this is parked
     MemoryCharge charge_;
     size_t input_position_ = 0;
     size_t input_size_ = 0;
-    std::vector<char> held_;          // the whole frame under way, where it is held
-    size_t held_position_ = 0;        // of the next byte of held_ to be given out
-    std::optional<DumpError> fault_;  // to be thrown once held_ is given out
-    bool in_frame_ = false;           // the frame under way is not complete yet
-    uint64_t frame_ = 0;              // where the frame under way begins in the compressed file
-    uint64_t frame_content_ = 0;      // and in the content
-    uint64_t taken_ = 0;              // compressed bytes
-    uint64_t position_ = 0;           // in the content, of the next byte to be decompressed
-    uint64_t wanted_ = 0;             // in the content, of the next byte to be given out
+    std::vector<char> held_;            // the whole frame under way, where it is held
+    size_t held_position_ = 0;          // of the next byte of held_ to be given out
+    std::optional<DamageError> fault_;  // to be thrown once held_ is given out
+    bool in_frame_ = false;             // the frame under way is not complete yet
+    uint64_t frame_ = 0;                // where the frame under way begins in the compressed file
+    uint64_t frame_content_ = 0;        // and in the content
+    uint64_t taken_ = 0;                // compressed bytes
+    uint64_t position_ = 0;             // in the content, of the next byte to be decompressed
+    uint64_t wanted_ = 0;               // in the content, of the next byte to be given out
 };

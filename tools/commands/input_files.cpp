@@ -1,4 +1,4 @@
-#include "commands/inputs.h"
+#include "commands/input_files.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "dump/dictionary.h"
+
+// A line of the log. The views live until the visitor returns.
+struct Line {
+    enum class Message {
+        kText,        // as it was logged
+        kTranslated,  // a code, turned into the text that it stands for
+        kCode,        // no text, and no tables to translate it
+    };
+
+    int64_t time_ms = 0;                  // of kernel time
+    std::optional<int64_t> boot_time_ms;  // since 1970, as far as clock lines tell
+    char level = 0;
+    Source source;
+    Message kind = Message::kText;
+    std::string_view message;  // text, or the bytes of a code
+    size_t dump = 0;           // place of its dump in the timeline
+    bool clock = false;        // the capture's own, which tells the time of those behind it
+};
