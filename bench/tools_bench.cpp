@@ -9,6 +9,8 @@
 
 namespace bench {
 
+using namespace trelvo;
+
 namespace {
 
 struct Files {

@@ -8,6 +8,8 @@
 #include "support/fuzz_support.h"
 #include "support/process.h"
 
+using namespace trelvo;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // A file, which may be a compressed one.
     test_support::WriteFile("/tmp/input", std::string(data, data + size));

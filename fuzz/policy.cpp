@@ -19,6 +19,8 @@
 
 namespace fuzz {
 
+using namespace trelvo;
+
 struct Tables {
     friend auto Get(Tables);
 };

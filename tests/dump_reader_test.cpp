@@ -14,6 +14,8 @@
 #include "support/process.h"
 #include "text/escape.h"
 
+using namespace trelvo;
+
 namespace {
 size_t largest_allocation = 0;
 }  // namespace

@@ -10,6 +10,8 @@
 #include "patterns/pattern_finder.h"
 #include "support/process.h"
 
+using namespace trelvo;
+
 namespace test_support {
 namespace {
 

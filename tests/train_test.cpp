@@ -19,6 +19,8 @@
 #include "train/capture_line.h"
 #include "train/trainer.h"
 
+using namespace trelvo;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -9,6 +9,8 @@
 
 namespace test_support {
 
+using namespace trelvo;
+
 Bytes Snapshot(bool consume) {
     Bytes image;
     GMutex* const mutex = CTREventManager::GetInstance()->GetMutex();

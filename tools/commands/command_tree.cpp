@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+namespace trelvo {
+
 namespace {
 
 constexpr std::string_view kExitCodesTitle = "Exit codes:\n";
@@ -83,3 +85,5 @@ CommandHelp ReadCommandTree(const CLI::App& app) {
     }
     return help;
 }
+
+}  // namespace trelvo

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace trelvo {
+
 // What a shell can propose for a value.
 enum class Proposal { kNothing, kChoices, kFiles, kFolders };
 
@@ -34,3 +36,5 @@ struct CommandHelp {
 //
 // A value is taken for a folder or a file by the name that stands for it: DIR, FILE, INPUT.
 [[nodiscard]] CommandHelp ReadCommandTree(const CLI::App& app);
+
+}  // namespace trelvo

@@ -5,6 +5,8 @@
 
 #include "commands/exit_codes.h"
 
+namespace trelvo {
+
 // What is left to do once the whole command line has been accepted.
 using Action = std::function<ExitCode()>;
 
@@ -17,3 +19,5 @@ void AddManual(CLI::App& app, Action& action);
 void AddPatterns(CLI::App& app, Action& action);
 void AddStat(CLI::App& app, Action& action);
 void AddStatus(CLI::App& app, Action& action);
+
+}  // namespace trelvo

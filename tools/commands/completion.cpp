@@ -3,6 +3,8 @@
 #include <string_view>
 #include <vector>
 
+namespace trelvo {
+
 namespace {
 
 std::string Join(const std::vector<std::string>& words, const char* separator = " ") {
@@ -214,3 +216,5 @@ std::string FishCompletion(const CommandHelp& program) {
     }
     return text;
 }
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 #include "commands/decoder.h"
 #include "commands/output.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr const char* kHelp =
@@ -114,3 +116,5 @@ void AddDecode(CLI::App& app, Action& action) {
     command->footer(std::string(kHelp) + kExitCodesHelp);
     command->callback([options, &action] { action = [options] { return Decode(*options); }; });
 }
+
+}  // namespace trelvo

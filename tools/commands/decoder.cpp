@@ -17,6 +17,8 @@
 #include "policy/policy_file.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -489,3 +491,5 @@ void Decoder::TellFaults(const Part& part) {
         worst_ = std::max(worst_, ExitCode::kDamage);
     }
 }
+
+}  // namespace trelvo

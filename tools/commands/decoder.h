@@ -18,6 +18,8 @@
 #include "text/line_filter.h"
 #include "text/line_format.h"
 
+namespace trelvo {
+
 struct DecodeOptions {
     std::vector<std::string> words;  // TAG:LEVEL and inputs
     std::optional<std::string> policy;
@@ -116,3 +118,5 @@ private:
     uint64_t shown_ = 0;
     ExitCode worst_ = ExitCode::kSuccess;
 };
+
+}  // namespace trelvo

@@ -21,6 +21,8 @@
 #include "text/clock.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr const char* kHelp =
@@ -231,3 +233,5 @@ void AddDump(CLI::App& app, Action& action) {
     command->footer(kHelp);
     command->callback([options, &action] { action = [options] { return Dump(*options); }; });
 }
+
+}  // namespace trelvo

@@ -1,5 +1,7 @@
 #pragma once
 
+namespace trelvo {
+
 // What trelvoctl tells a script; of several faults the highest. The numbers never change.
 enum class ExitCode {
     kSuccess = 0,
@@ -20,3 +22,5 @@ inline constexpr const char* kExitCodesHelp =
     "  3  input is missing or damaged; all that could be read was printed\n"
     "  4  code tables are missing, or of another policy version than the dump\n"
     "  5  standard output could not be written\n";
+
+}  // namespace trelvo

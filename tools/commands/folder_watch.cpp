@@ -11,6 +11,8 @@
 
 #include "commands/input_files.h"
 
+namespace trelvo {
+
 FolderWatch::FolderWatch(std::string folder)
     : folder_(std::move(folder)), fd_(inotify_init1(IN_CLOEXEC)) {
     if (fd_ < 0 || inotify_add_watch(fd_, folder_.c_str(),
@@ -49,3 +51,5 @@ std::string FolderWatch::Wait() {
         }
     }
 }
+
+}  // namespace trelvo

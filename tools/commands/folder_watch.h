@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace trelvo {
+
 // Tells of dumps that are completed in a folder.
 class FolderWatch {
 public:
@@ -20,3 +22,5 @@ private:
     int fd_;
     std::string events_;  // read, not taken yet
 };
+
+}  // namespace trelvo

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <system_error>
 
+namespace trelvo {
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -91,3 +93,5 @@ uint64_t TotalSize(const std::vector<std::string>& files) {
     }
     return total;
 }
+
+}  // namespace trelvo

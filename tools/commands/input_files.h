@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+namespace trelvo {
+
 // Whether a file of this name in a folder is taken for a dump: NAME.dump or NAME.dump.zst.
 [[nodiscard]] bool IsDumpName(std::string_view name);
 
@@ -17,3 +19,5 @@
 
 // Bytes of all these files together, as far as they are files.
 [[nodiscard]] uint64_t TotalSize(const std::vector<std::string>& files);
+
+}  // namespace trelvo

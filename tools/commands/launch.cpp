@@ -11,6 +11,8 @@
 #include "commands/output.h"
 #include "launch/launch_client.h"
 
+namespace trelvo {
+
 namespace {
 
 struct LaunchOptions {
@@ -76,3 +78,5 @@ void AddLaunch(CLI::App& app, Action& action) {
     command->footer(kExitCodesHelp);
     command->callback([options, &action] { action = [options] { return Launch(*options); }; });
 }
+
+}  // namespace trelvo

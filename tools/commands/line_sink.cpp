@@ -4,6 +4,8 @@
 
 #include "commands/output.h"
 
+namespace trelvo {
+
 void LineSink::Take(const std::string& line) {
     if (!last_ && !reversed_) {
         Print(line);
@@ -26,3 +28,5 @@ void LineSink::Finish() {
     last_.reset();
     reversed_ = false;
 }
+
+}  // namespace trelvo

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+namespace trelvo {
+
 // Takes finished lines, with their line feeds, and prints them: at once, only the last of them, or
 // in reverse. All but the first way hold in memory what is still to be printed.
 class LineSink {
@@ -20,3 +22,5 @@ private:
     bool reversed_;
     std::deque<std::string> held_;
 };
+
+}  // namespace trelvo

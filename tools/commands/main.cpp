@@ -6,6 +6,8 @@
 #include "commands/output.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 ExitCode Run(int argc, char** argv) {
@@ -43,9 +45,7 @@ ExitCode Run(int argc, char** argv) {
     return action();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
     auto result = ExitCode::kOutput;
     try {
         // A reader that has seen enough, such as head, ends the program without a word, even where
@@ -61,4 +61,12 @@ int main(int argc, char** argv) {
         result = ExitCode::kDamage;
     }
     return static_cast<int>(result);
+}
+
+}  // namespace
+
+}  // namespace trelvo
+
+int main(int argc, char** argv) {
+    return trelvo::Main(argc, argv);
 }

@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+namespace trelvo {
+
 namespace {
 
 // Text within a line. A plain "-" may be set as a hyphen, which cannot be pasted into a shell.
@@ -131,3 +133,5 @@ std::string ManPage(const CommandHelp& program, const CommandHelp& command,
     return page + OptionsSection(command) + ExitStatusSection(command.exit_codes) +
            ".SH SEE ALSO\n" + Bold(program.name) + "(1)\n";
 }
+
+}  // namespace trelvo

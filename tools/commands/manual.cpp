@@ -10,6 +10,8 @@
 #include "commands/man_pages.h"
 #include "commands/output.h"
 
+namespace trelvo {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -61,3 +63,5 @@ void AddManual(CLI::App& app, Action& action) {
         };
     });
 }
+
+}  // namespace trelvo

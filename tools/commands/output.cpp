@@ -11,6 +11,8 @@
 #include "commands/progress.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kBufferSize = size_t{64} * 1024;
@@ -68,3 +70,5 @@ void Complain(std::string_view message) {
     // There is nowhere left to report that standard error is gone.
     static_cast<void>(std::fputs(line.c_str(), stderr));
 }
+
+}  // namespace trelvo

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace trelvo {
+
 // Standard output did not take what was written. what() is the cause.
 class OutputError : public std::runtime_error {
 public:
@@ -18,3 +20,5 @@ void FlushOutput();
 // One line for standard error, "trelvoctl: " before it, after all that was printed so far. The
 // message is escaped: it may quote file names and the service's own words.
 void Complain(std::string_view message);
+
+}  // namespace trelvo

@@ -14,6 +14,8 @@
 #include "text/clock.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -243,3 +245,5 @@ void AddPatterns(CLI::App& app, Action& action) {
     command->footer(std::string(kHelp) + kExitCodesHelp);
     command->callback([options, &action] { action = [options] { return Patterns(*options); }; });
 }
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string>
 
+namespace trelvo {
+
 namespace {
 
 constexpr std::chrono::seconds kQuietTime{1};
@@ -44,3 +46,5 @@ void Progress::Advance(uint64_t amount) {
     static_cast<void>(
         std::fprintf(stderr, "\r[%s] %3d %%", bar.c_str(), static_cast<int>(done_ * 100 / total_)));
 }
+
+}  // namespace trelvo

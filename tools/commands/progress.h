@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 
+namespace trelvo {
+
 // A bar on standard error for work that takes longer than a second; nothing unless that is a
 // terminal. One at a time.
 class Progress {
@@ -30,3 +32,5 @@ private:
     uint64_t done_ = 0;
     SteadyClock::time_point next_;  // when the bar is drawn again
 };
+
+}  // namespace trelvo

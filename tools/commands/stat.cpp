@@ -25,6 +25,8 @@
 #include "text/clock.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -383,3 +385,5 @@ void AddStat(CLI::App& app, Action& action) {
     command->footer(std::string(kHelp) + kExitCodesHelp);
     command->callback([options, &action] { action = [options] { return Stat(*options); }; });
 }
+
+}  // namespace trelvo

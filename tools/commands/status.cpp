@@ -6,6 +6,8 @@
 #include "launch/launch_client.h"
 #include "launch/status.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr const char* kHelp =
@@ -51,3 +53,5 @@ void AddStatus(CLI::App& app, Action& action) {
     command->footer(kHelp);
     command->callback([form, &action] { action = [form] { return Status(*form); }; });
 }
+
+}  // namespace trelvo

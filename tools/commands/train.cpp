@@ -16,6 +16,8 @@
 #include "text/escape.h"
 #include "train/trainer.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr const char* kHelp =
@@ -301,3 +303,5 @@ void AddTrain(CLI::App& app, Action& action) {
     command->footer(std::string(kHelp) + kExitCodesHelp);
     command->callback([options, &action] { action = [options] { return TrainTables(*options); }; });
 }
+
+}  // namespace trelvo

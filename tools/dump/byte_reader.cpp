@@ -4,6 +4,8 @@
 #include <limits>
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 // Many readers may be open, most of them of little.
@@ -117,3 +119,5 @@ void ByteReader::Take(size_t length, uint64_t start, const char* field, std::str
         offset_ += count;
     }
 }
+
+}  // namespace trelvo

@@ -10,6 +10,8 @@
 #include "io/input.h"
 #include "io/shared_limits.h"
 
+namespace trelvo {
+
 // Reads the fields of a dump one after another, and keeps count of the offset. Every `field` is
 // the field's name in the cause of the DamageError that a fault is thrown as.
 //
@@ -74,3 +76,5 @@ private:
     uint64_t offset_ = 0;    // of the first byte of rest_
     std::string_view rest_;  // read from the input, not yet taken
 };
+
+}  // namespace trelvo

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+namespace trelvo {
+
 namespace {
 
 bool Take(std::string_view& text, std::string_view word) {
@@ -77,3 +79,5 @@ std::optional<ClockLine> ReadClockLine(const Record& record) {
     line.boot_time_ms = (*wall_us - *monotonic_us + kHalf) / 1000;
     return line;
 }
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 
 #include "dump/dump_reader.h"
 
+namespace trelvo {
+
 // What a clock line says: a line of the capture's own that holds what no record can, in front of
 // the line that it tells the time of (docs/dump-format.md).
 struct ClockLine {
@@ -25,3 +27,5 @@ inline constexpr int64_t kClockToleranceMs = 1000;
 
 // Nothing where a record is not exactly what the capture writes.
 [[nodiscard]] std::optional<ClockLine> ReadClockLine(const Record& record);
+
+}  // namespace trelvo

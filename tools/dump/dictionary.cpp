@@ -7,6 +7,8 @@
 
 #include "dump/byte_reader.h"
 
+namespace trelvo {
+
 namespace {
 
 // The key must be all of "tag,pid"; a tag may hold commas itself.
@@ -121,3 +123,5 @@ bool Dictionary::HasTag(std::string_view tag) const {
     return std::any_of(keys_.begin(), keys_.end(),
                        [this, tag](const Key& key) { return Tag(key) == tag; });
 }
+
+}  // namespace trelvo

@@ -9,6 +9,8 @@
 
 #include "io/shared_limits.h"
 
+namespace trelvo {
+
 // Who wrote a record. The tag lives as long as the dictionary that it came from.
 struct Source {
     std::string_view tag;
@@ -61,3 +63,5 @@ private:
     std::vector<Key> keys_;        // in the order of the entries
     std::vector<Thread> threads_;  // ordered by index
 };
+
+}  // namespace trelvo

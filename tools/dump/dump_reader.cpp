@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 constexpr std::string_view kLevels = "DIWEF";  // by level code
@@ -91,3 +93,5 @@ Extent DumpReader::Measure() {
     bytes_.Seek(records_offset_);
     return extent;
 }
+
+}  // namespace trelvo

@@ -9,6 +9,8 @@
 #include "dump/byte_reader.h"
 #include "dump/dictionary.h"
 
+namespace trelvo {
+
 // One log line as the dump holds it. The views live until the reader's next call.
 struct Record {
     uint64_t offset = 0;         // of its first byte, the time delta's
@@ -62,3 +64,5 @@ private:
     uint64_t records_offset_;
     std::string message_;
 };
+
+}  // namespace trelvo

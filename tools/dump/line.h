@@ -7,6 +7,8 @@
 
 #include "dump/dictionary.h"
 
+namespace trelvo {
+
 // A line of the log. The views live until the visitor returns.
 struct Line {
     enum class Message {
@@ -24,3 +26,5 @@ struct Line {
     size_t dump = 0;           // place of its dump in the timeline
     bool clock = false;        // the capture's own, which tells the time of those behind it
 };
+
+}  // namespace trelvo

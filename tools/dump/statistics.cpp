@@ -8,6 +8,8 @@
 #include "policy/code_tables.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 // One place in the dictionary. The source's tag lives as long as the reader.
@@ -107,3 +109,5 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
     }
     return result;
 }
+
+}  // namespace trelvo

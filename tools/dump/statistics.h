@@ -12,6 +12,8 @@
 #include "dump/survey.h"
 #include "io/input.h"
 
+namespace trelvo {
+
 class CodeTables;
 
 // Records, and what they take in the dump, in bytes.
@@ -60,3 +62,5 @@ struct DumpStatistics {
 // Reads what is left of a dump, in two passes; memory follows the size of its dictionary. `tables`
 // are those of its policy version, or null. Throws std::system_error when it cannot be read.
 [[nodiscard]] DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables);
+
+}  // namespace trelvo

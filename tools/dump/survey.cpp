@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+namespace trelvo {
+
 namespace {
 
 uint64_t Mix(uint64_t hash, uint64_t value) {
@@ -116,3 +118,5 @@ Overlap FindOverlap(const Survey& earlier, const Survey& later) {
     }
     return {matched, earlier.span_ms};
 }
+
+}  // namespace trelvo

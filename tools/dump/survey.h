@@ -9,6 +9,8 @@
 #include "dump/dump_reader.h"
 #include "io/shared_limits.h"
 
+namespace trelvo {
+
 // What a clock line tells of the lines that follow it, in milliseconds.
 struct ClockPoint {
     int64_t boot_time_ms = 0;  // since 1970
@@ -72,3 +74,5 @@ struct Overlap {
     int64_t earlier_ms = 0;  // when the last of these was, counted from the earlier's first record
 };
 [[nodiscard]] Overlap FindOverlap(const Survey& earlier, const Survey& later);
+
+}  // namespace trelvo

@@ -7,6 +7,8 @@
 
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 // A message as it is shown: translated, where the tables have it as a code.
@@ -519,3 +521,5 @@ void Timeline::Visit(size_t first_part, const Visitor& visitor, const Done& done
         }
     }
 }
+
+}  // namespace trelvo

@@ -15,6 +15,8 @@
 #include "dump/survey.h"
 #include "policy/code_tables.h"
 
+namespace trelvo {
+
 // What lies between a dump's first line and the line before it.
 enum class Break {
     kNone,   // nothing is missing
@@ -123,3 +125,5 @@ private:
     std::map<std::string, Last> last_;  // by host
     std::string last_host_;             // of the last dump with lines
 };
+
+}  // namespace trelvo

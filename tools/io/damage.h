@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace trelvo {
+
 // Bytes that cannot stand at this place of an input. what() is the cause, in words without any of
 // these bytes; the offset is that of the first byte of the field, or frame, that could not be read.
 class DamageError : public std::runtime_error {
@@ -21,3 +23,5 @@ private:
 [[nodiscard]] inline std::string Describe(const DamageError& error) {
     return "offset " + std::to_string(error.Offset()) + ": " + error.what();
 }
+
+}  // namespace trelvo

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kPiece = size_t{64} * 1024;
@@ -148,3 +150,5 @@ size_t FileInput::Read(char* data, size_t size) {
     }
     return count;
 }
+
+}  // namespace trelvo

@@ -13,6 +13,8 @@
 
 #include "io/shared_limits.h"
 
+namespace trelvo {
+
 // Where the bytes of a dump come from.
 class Input {
 public:
@@ -83,3 +85,5 @@ private:
 // Throws std::system_error when it cannot be opened or read.
 [[nodiscard]] std::unique_ptr<Input> OpenInput(const std::string& path,
                                                FileInput::Observer observer = {});
+
+}  // namespace trelvo

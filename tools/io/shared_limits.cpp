@@ -4,6 +4,8 @@
 #include <set>
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kMostActive = 64;
@@ -88,3 +90,5 @@ bool MemoryCharge::Set(uint64_t bytes) {
     bytes_ = bytes;
     return true;
 }
+
+}  // namespace trelvo

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <list>
 
+namespace trelvo {
+
 // What hostile dumps cannot make a program take, however many of them it reads: memory beyond
 // 64 MiB and two bytes for each byte of the files, and more than a few open files at a time. Both
 // are counted for the whole process, by one thread.
@@ -63,3 +65,5 @@ public:
 private:
     uint64_t bytes_ = 0;
 };
+
+}  // namespace trelvo

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kMagicSize = 4;
@@ -212,3 +214,5 @@ void ZstdInput::Seek(uint64_t offset) {
     }
     StartAt(frame, content);
 }
+
+}  // namespace trelvo

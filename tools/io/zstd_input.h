@@ -12,6 +12,8 @@
 
 struct ZSTD_DCtx_s;
 
+namespace trelvo {
+
 // The content of a file that was compressed by zstd, one frame or several. Decompresses as it is
 // read; to seek back, again from the start of the frame or the file. Parked it has no decompressor.
 //
@@ -78,3 +80,5 @@ private:
     uint64_t position_ = 0;             // in the content, of the next byte to be decompressed
     uint64_t wanted_ = 0;               // in the content, of the next byte to be given out
 };
+
+}  // namespace trelvo

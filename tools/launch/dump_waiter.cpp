@@ -17,6 +17,8 @@
 
 #include "platform/launch_interface.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr std::chrono::seconds kAskAgain{1};
@@ -255,3 +257,5 @@ void DumpWaiter::ThrowTimeout(std::chrono::seconds timeout) const {
                         std::to_string(timeout.count()) +
                         " s; the service's log says why: journalctl -t LOG_COMPRESSOR");
 }
+
+}  // namespace trelvo

@@ -12,6 +12,8 @@
 
 #include "launch/status.h"
 
+namespace trelvo {
+
 // A dump that did not come. what() is one line that says why, as far as that can be seen from here.
 class DumpWaitError : public std::runtime_error {
 public:
@@ -89,3 +91,5 @@ private:
     bool under_way_ = false;    // somebody has created a file in the folder
     bool is_hidden_ = false;    // under a hidden name
 };
+
+}  // namespace trelvo

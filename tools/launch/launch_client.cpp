@@ -8,6 +8,8 @@
 
 #include "platform/launch_interface.h"
 
+namespace trelvo {
+
 namespace {
 
 template <auto Free>
@@ -138,3 +140,5 @@ void SendLaunch(const std::string& socket, const std::map<std::string, std::stri
         throw LaunchError(NoService(socket, *error, timeout));
     }
 }
+
+}  // namespace trelvo

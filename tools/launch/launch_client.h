@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace trelvo {
+
 // A launch request that was not handled. what() is one line that names the socket.
 class LaunchError : public std::runtime_error {
 public:
@@ -26,3 +28,5 @@ public:
 // has handled them. Throws LaunchError, at the latest after the time-out.
 void SendLaunch(const std::string& socket, const std::map<std::string, std::string>& arguments,
                 std::chrono::seconds timeout);
+
+}  // namespace trelvo

@@ -10,6 +10,8 @@
 
 #include "platform/launch_interface.h"
 
+namespace trelvo {
+
 namespace {
 
 // Beyond any text that is published; more is not read.
@@ -129,3 +131,5 @@ ServiceStatus ReadServiceStatus(const std::string& runtime_folder) {
     }
     return status;
 }
+
+}  // namespace trelvo

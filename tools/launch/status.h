@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+namespace trelvo {
+
 // Fields of a published text, as they stand there: nobody has checked them.
 class Fields {
 public:
@@ -51,3 +53,5 @@ std::string StatusJson(const ServiceStatus& status);
 std::string StatusMetrics(const ServiceStatus& status);
 // A few lines for people; all that others wrote is escaped.
 std::string StatusText(const ServiceStatus& status);
+
+}  // namespace trelvo

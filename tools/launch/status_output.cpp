@@ -10,6 +10,8 @@
 #include "text/clock.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 using Number = std::optional<int64_t>;
@@ -246,3 +248,5 @@ std::string StatusText(const ServiceStatus& status) {
            " matches suppressed\nlast dump       " + LastDumpText(service) + "\nupload key      " +
            UploadText(status.upload) + "\n";
 }
+
+}  // namespace trelvo

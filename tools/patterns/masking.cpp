@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kMaxGroups = 32;     // of an address
@@ -385,3 +387,5 @@ void MaskedMessage::Assign(std::string_view message) {
         EndWord();
     }
 }
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+namespace trelvo {
+
 // Stands for a variable part in the text of a pattern.
 inline constexpr std::string_view kWildcard = "<*>";
 
@@ -37,3 +39,5 @@ private:
     std::array<uint32_t, kMaxWords + 1> begins_{};  // in text_; one more for the end
     size_t size_ = 0;
 };
+
+}  // namespace trelvo

@@ -7,6 +7,8 @@
 #include <set>
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kCacheSize = size_t{1} << 15;  // a power of two
@@ -360,3 +362,5 @@ std::string PatternFinder::Text(uint32_t pattern) const {
     }
     return text;
 }
+
+}  // namespace trelvo

@@ -10,6 +10,8 @@
 
 #include "patterns/masking.h"
 
+namespace trelvo {
+
 // Groups messages that differ only in their values, in one pass.
 //
 // What is a value by its look is masked (masking.h); messages that are the same then are one
@@ -93,3 +95,5 @@ private:
     std::unordered_map<uint64_t, std::vector<uint32_t>> open_;
     size_t live_ = 0;
 };
+
+}  // namespace trelvo

@@ -5,6 +5,8 @@
 
 #include "text/escape.h"
 
+namespace trelvo {
+
 char PatternRow::WorstLevel() const {
     for (const char level : {'F', 'E', 'W', 'I'}) {
         if (levels.count(level) > 0) {
@@ -127,3 +129,5 @@ std::string Sparkline(const PatternRow& row, size_t parts) {
     }
     return text;
 }
+
+}  // namespace trelvo

@@ -13,6 +13,8 @@
 #include "dump/line.h"
 #include "patterns/pattern_finder.h"
 
+namespace trelvo {
+
 // When a line was logged: milliseconds since boot, and the boot's own time since 1970 if known.
 struct PatternTime {
     int64_t time_ms = 0;
@@ -82,3 +84,5 @@ private:
 
 // The first parts of a timeline as blocks of eight heights, a blank for none.
 [[nodiscard]] std::string Sparkline(const PatternRow& row, size_t parts);
+
+}  // namespace trelvo

@@ -7,6 +7,8 @@
 
 #include "policy/policy_file.h"
 
+namespace trelvo {
+
 namespace {
 
 // From a text of 0 and 1, whole bytes of it. Nothing for a text that no code can come from.
@@ -104,3 +106,5 @@ std::optional<std::string_view> CodeTables::Message(std::string_view tag,
     }
     return *entry->second;
 }
+
+}  // namespace trelvo

@@ -8,6 +8,8 @@
 
 struct sqlite3;
 
+namespace trelvo {
+
 // The code tables of a policy folder, turned round: from a code's bytes to the message. Read once,
 // databases opened read-only; unchanged afterwards.
 class CodeTables {
@@ -33,3 +35,5 @@ private:
     std::vector<std::string> faults_;
     std::map<std::string, Table, std::less<>> tables_;  // by tag
 };
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 
 #include "policy/policy_file.h"
 
+namespace trelvo {
+
 namespace fs = std::filesystem;
 
 Policies::Policies(const std::optional<std::string>& folder,
@@ -75,3 +77,5 @@ const CodeTables* Policies::For(const std::string& version) {
 std::vector<std::string> Policies::TakeFaults() {
     return std::exchange(faults_, {});
 }
+
+}  // namespace trelvo

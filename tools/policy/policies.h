@@ -7,6 +7,8 @@
 
 #include "policy/code_tables.h"
 
+namespace trelvo {
+
 // Finds the code tables for a dump by the policy version that it names. Tables of another version
 // turn codes into wrong messages without any sign of it, so they are refused unless forced.
 class Policies {
@@ -35,3 +37,5 @@ private:
     const CodeTables* only_ = nullptr;                                 // those of the one folder
     std::vector<std::string> faults_;
 };
+
+}  // namespace trelvo

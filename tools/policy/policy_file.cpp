@@ -12,6 +12,8 @@
 
 #include "io/input.h"
 
+namespace trelvo {
+
 namespace {
 
 std::string Lower(std::string_view text) {
@@ -74,3 +76,5 @@ PolicyFile ReadPolicyFile(const std::string& path) {
     }
     return policy;
 }
+
+}  // namespace trelvo

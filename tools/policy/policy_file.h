@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+namespace trelvo {
+
 // A policy folder that cannot be used. what() names the file and says why.
 class PolicyError : public std::runtime_error {
 public:
@@ -22,3 +24,5 @@ struct PolicyFile {
 // Throws PolicyError. A document that ends too early is taken as far as it goes, as the service
 // takes it.
 [[nodiscard]] PolicyFile ReadPolicyFile(const std::string& path);
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+namespace trelvo {
+
 namespace {
 
 void AppendMilliseconds(int64_t ms, std::string& out) {
@@ -62,3 +64,5 @@ void AppendSeconds(int64_t ms, std::string& out) {
     out.append(digits.data(), end);
     AppendMilliseconds(ms % 1000, out);
 }
+
+}  // namespace trelvo

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <string>
 
+namespace trelvo {
+
 // Writes times as text; remembers the second that it wrote last, since lines come in order of time.
 class Clock {
 public:
@@ -22,3 +24,5 @@ private:
 
 // Seconds with three decimals, as the log gave them.
 void AppendSeconds(int64_t ms, std::string& out);
+
+}  // namespace trelvo

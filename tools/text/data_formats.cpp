@@ -6,6 +6,8 @@
 #include "text/escape.h"
 #include "text/line_format.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr const char* kIsoDateAndTime = "%Y-%m-%dT%H:%M:%S";
@@ -122,3 +124,5 @@ std::unique_ptr<LineFormat> MakeJsonFormat(TimeStyle style) {
 std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style, bool escape) {
     return std::make_unique<CsvFormat>(style, escape);
 }
+
+}  // namespace trelvo

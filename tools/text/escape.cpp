@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+namespace trelvo {
+
 namespace {
 
 constexpr char kHexDigits[] = "0123456789ABCDEF";
@@ -180,3 +182,5 @@ std::string Hex(std::string_view bytes) {
     }
     return digits;
 }
+
+}  // namespace trelvo

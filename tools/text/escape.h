@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+namespace trelvo {
+
 // Makes text of any origin safe for a terminal, so that it can neither send it commands nor show
 // lines in another order than they are. The text can be had back: \\ is a backslash, \xNN one
 // byte, \u{N} one code point in hexadecimal.
@@ -22,3 +24,5 @@ void AppendJsonEscaped(std::string_view json, std::string& out);
 
 // The bytes as hexadecimal digits, two each.
 [[nodiscard]] std::string Hex(std::string_view bytes);
+
+}  // namespace trelvo

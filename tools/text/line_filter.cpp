@@ -6,6 +6,8 @@
 #include <array>
 #include <new>
 
+namespace trelvo {
+
 namespace {
 
 // By rank. A dump tells no levels below I apart and calls them all D.
@@ -145,3 +147,5 @@ bool LineFilter::Passes(const Line& line, size_t boot, std::optional<int64_t> bo
            (tids_.empty() || tids_.count(line.source.tid) > 0) &&
            (!pattern_ || pattern_->IsIn(line.message));
 }
+
+}  // namespace trelvo

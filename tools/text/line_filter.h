@@ -16,6 +16,8 @@ struct pcre2_real_jit_stack_8;
 struct pcre2_real_match_context_8;
 struct pcre2_real_match_data_8;
 
+namespace trelvo {
+
 // A line of which it is unknown whether the pattern matches; the next one may be searched.
 class SearchError : public std::runtime_error {
 public:
@@ -89,3 +91,5 @@ private:
     int64_t end_ms_ = 0;
     std::optional<int64_t> wall_end_ms_;
 };
+
+}  // namespace trelvo

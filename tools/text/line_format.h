@@ -8,6 +8,8 @@
 
 #include "dump/line.h"
 
+namespace trelvo {
+
 // How the time of a line is shown.
 struct TimeStyle {
     bool wall = false;  // wall-clock time instead of seconds since boot
@@ -51,3 +53,5 @@ public:
 [[nodiscard]] std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style, bool escape);
 // "raw": the message alone, escaped only where a terminal would get it.
 [[nodiscard]] std::unique_ptr<LineFormat> MakeRawFormat(bool escape);
+
+}  // namespace trelvo

@@ -9,6 +9,8 @@
 #include "text/escape.h"
 #include "text/line_format.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kTimeWidth = 12;
@@ -197,3 +199,5 @@ std::unique_ptr<LineFormat> MakeThreadtimeFormat(TimeStyle style) {
 std::unique_ptr<LineFormat> MakeRawFormat(bool escape) {
     return std::make_unique<RawFormat>(escape);
 }
+
+}  // namespace trelvo

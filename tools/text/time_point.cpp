@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+namespace trelvo {
+
 namespace {
 
 using Zone = std::unique_ptr<GTimeZone, decltype(&g_time_zone_unref)>;
@@ -127,3 +129,5 @@ TimePoint ParseTimePoint(const std::string& text, bool utc) {
                       "' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
                       "yesterday, '10 min ago', -5m (before the end), or seconds since boot");
 }
+
+}  // namespace trelvo

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace trelvo {
+
 // What a filter was made from cannot be used. what() is one line that quotes it.
 class FilterError : public std::runtime_error {
 public:
@@ -32,3 +34,5 @@ struct TimePoint {
 
 // Milliseconds since 1970 of a date, a time of today, or both; nothing for other text.
 [[nodiscard]] std::optional<int64_t> ParseWallTime(const std::string& text, bool utc);
+
+}  // namespace trelvo

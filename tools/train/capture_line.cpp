@@ -9,6 +9,8 @@
 #include <string>
 #include <system_error>
 
+namespace trelvo {
+
 namespace {
 
 constexpr std::string_view kBlanks = " \t";
@@ -120,3 +122,5 @@ std::optional<CaptureLine> ParseCaptureLine(std::string_view line) {
     result.tag = Trim(tag, kSpace);
     return result;
 }
+
+}  // namespace trelvo

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string_view>
 
+namespace trelvo {
+
 // One line of a capture file as the recorder splits it. The views are parts of the line.
 struct CaptureLine {
     int32_t time_ms = 0;  // since boot, rounded as the recorder rounds it
@@ -24,3 +26,5 @@ struct CaptureLine {
 // of missing ones wrap in unsigned arithmetic: so does the recorder, and a table must be trained
 // on the messages that it will look up.
 [[nodiscard]] std::optional<CaptureLine> ParseCaptureLine(std::string_view line);
+
+}  // namespace trelvo

@@ -7,6 +7,8 @@
 #include "text/escape.h"
 #include "train/record_cost.h"
 
+namespace trelvo {
+
 namespace {
 
 // A text of two bytes gains from codes of one byte only, one of three bytes from those of one and
@@ -172,3 +174,5 @@ std::vector<CodedText> AssignCodes(std::vector<CountedText> texts, const TextSet
               [](const CodedText& a, const CodedText& b) { return a.text < b.text; });
     return coded;
 }
+
+}  // namespace trelvo

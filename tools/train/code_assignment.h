@@ -9,6 +9,8 @@
 
 #include "train/keyed_hash.h"
 
+namespace trelvo {
+
 // A text of one tag and how often it was logged. The text is the caller's.
 struct CountedText {
     std::string_view text;
@@ -43,3 +45,5 @@ constexpr size_t kMostEntries = size_t{1} << 20;
 // is ordered by text.
 [[nodiscard]] std::vector<CodedText> AssignCodes(std::vector<CountedText> texts,
                                                  const TextSet& taken, size_t most_entries);
+
+}  // namespace trelvo

@@ -9,6 +9,8 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
+namespace trelvo {
+
 namespace {
 
 using Secret = std::array<unsigned char, XXH3_SECRET_DEFAULT_SIZE>;
@@ -29,3 +31,5 @@ size_t KeyedHash::operator()(std::string_view text) const {
     return static_cast<size_t>(
         XXH3_64bits_withSecret(text.data(), text.size(), secret.data(), secret.size()));
 }
+
+}  // namespace trelvo

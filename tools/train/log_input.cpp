@@ -13,6 +13,8 @@
 #include "text/escape.h"
 #include "train/capture_line.h"
 
+namespace trelvo {
+
 namespace {
 
 using Sink = std::function<void(const TrainingLine&)>;
@@ -214,3 +216,5 @@ InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTa
     }
     return summary;
 }
+
+}  // namespace trelvo

@@ -8,6 +8,8 @@
 
 #include "io/input.h"
 
+namespace trelvo {
+
 class CodeTables;
 
 // One line of an input. The views live until the next line.
@@ -49,3 +51,5 @@ struct InputSummary {
 InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTables* tables,
                        const std::function<void(const TrainingLine&)>& sink,
                        FileInput::Observer observer = {});
+
+}  // namespace trelvo

@@ -6,6 +6,8 @@
 
 #include "train/record_cost.h"
 
+namespace trelvo {
+
 namespace {
 
 // What a counted text takes besides itself: the node, its share of the bucket array, and what the
@@ -105,3 +107,5 @@ std::pair<std::string, std::string> MessageCounts::LastOfFirst(uint64_t count,
     }
     return {std::string(begin->first), std::string(begin->second)};
 }
+
+}  // namespace trelvo

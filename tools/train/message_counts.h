@@ -8,6 +8,8 @@
 
 #include "train/keyed_hash.h"
 
+namespace trelvo {
+
 // How often each tag logged each text. Memory follows the distinct texts; where a bound is set and
 // they outgrow it, the rarest are dropped until half of it is free again, of equally rare ones
 // those that come first in byte order. A text that comes back is then counted from 0, so the counts
@@ -56,3 +58,5 @@ private:
     std::string tag_;  // spare room for the next look-up
     std::string message_;
 };
+
+}  // namespace trelvo

@@ -17,6 +17,8 @@
 #include "policy/policy_file.h"
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -246,3 +248,5 @@ uint64_t WritePolicyFolder(const std::string& folder, bool replace, const std::s
     MoveIntoPlace(staging.Path(), target, replace);
     return bytes + xml.size();
 }
+
+}  // namespace trelvo

@@ -7,6 +7,8 @@
 
 #include "train/code_assignment.h"
 
+namespace trelvo {
+
 // The code table of one tag.
 struct TagTable {
     std::string tag;
@@ -27,3 +29,5 @@ void RequireTarget(const std::string& folder, bool replace);
 // target is as it was.
 uint64_t WritePolicyFolder(const std::string& folder, bool replace, const std::string& version,
                            const std::vector<TagTable>& tables);
+
+}  // namespace trelvo

@@ -1,5 +1,7 @@
 #include "train/record_cost.h"
 
+namespace trelvo {
+
 namespace {
 
 size_t HeaderSize(uint32_t index) {
@@ -33,3 +35,5 @@ size_t RecordModel::RecordSize(uint64_t delta_ms, std::string_view tag, int32_t 
     const uint32_t index = indexes_.try_emplace(key_, next).first->second;
     return Leb128Size(delta_ms) + HeaderSize(index) + message_cost;
 }
+
+}  // namespace trelvo

@@ -8,6 +8,8 @@
 
 #include "train/keyed_hash.h"
 
+namespace trelvo {
+
 // Sizes in bytes of what the recorder writes (docs/dump-format.md).
 
 [[nodiscard]] size_t Leb128Size(uint64_t value);
@@ -26,3 +28,5 @@ private:
     std::unordered_map<std::string, uint32_t, KeyedHash> indexes_;  // by tag, PID and TID
     std::string key_;  // spare room for the next look-up
 };
+
+}  // namespace trelvo

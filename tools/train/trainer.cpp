@@ -6,6 +6,8 @@
 
 #include "text/escape.h"
 
+namespace trelvo {
+
 namespace {
 
 constexpr size_t kLongestCode = 3;
@@ -102,3 +104,5 @@ void Evaluation::Add(const TrainingLine& line) {
         totals_.coded_bytes -= text_cost - MessageCost(code->second);
     }
 }
+
+}  // namespace trelvo

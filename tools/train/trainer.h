@@ -12,6 +12,8 @@
 #include "train/policy_writer.h"
 #include "train/record_cost.h"
 
+namespace trelvo {
+
 struct TrainingLimits {
     uint64_t least_count = 2;     // of a text that gets a code
     size_t most_entries = 65536;  // of a tag
@@ -58,3 +60,5 @@ private:
     RecordModel model_;
     EvaluationTotals totals_;
 };
+
+}  // namespace trelvo
