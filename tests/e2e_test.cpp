@@ -50,6 +50,7 @@ const fs::path kPolicyFolder = "/opt/usr/share/Trelvo/Server";
 const fs::path kDefaultPolicyFolder = "/opt/usr/share/Trelvo/Default";
 const fs::path kConfiguration = "/etc/trelvo";
 const fs::path kUploadKey = "/run/trelvo/vconf/memory/trelvo/dlog_dump";
+const fs::path kStatusKey = "/run/trelvo/vconf/memory/trelvo/status";
 const fs::path kCapture = "/tmp/trelvo/RQB_Buffer";
 
 void Log(const std::string& tag, const std::string& text, int priority = 6) {
@@ -466,12 +467,24 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
     ASSERT_TRUE(logind.WaitForInhibitor());
     std::optional<Load> load(std::in_place, "BESIDE", 500);
     LogFollower log(kServiceTag);
-    ASSERT_NE(AwaitDump(log), "");  // by the timer
+    // A machine too busy for the time that a dump may wait makes the service say so.
+    std::map<std::string, bool> is_current;
+    const auto await_dump = [&] {
+        const std::string path = AwaitDump(log);
+        std::string status;
+        EXPECT_TRUE(WaitForChange(kStatusKey.parent_path(), [&] {
+            status = ReadFile(kStatusKey);
+            return status.find("last_dump_path=" + path + "\n") != std::string::npos;
+        })) << path;
+        is_current[path] = status.find("last_dump_current=1\n") != std::string::npos;
+    };
+    await_dump();  // by the timer
     Log("MATCHED", "it happened", 4);
-    ASSERT_NE(AwaitDump(log), "");
+    await_dump();
     logind.Emit("PrepareForShutdown", true);
     ASSERT_TRUE(logind.WaitForRelease());
     load.reset();
+    await_dump();
     const auto journal =
         RunProgram({"journalctl", "--quiet", "--output=cat", "_PID=" + std::to_string(getpid()),
                     "_PID=" + std::to_string(service_->Pid())});
@@ -479,6 +492,7 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
     std::string newest;
     std::string before;
     std::map<std::string, int> triggers;
+    int whole = 0;
     for (std::string entry; std::getline(entries, entry);) {
         const auto begins = [&entry](const char* text) {
             return entry.find(text) != std::string::npos;
@@ -492,12 +506,15 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
         } else if (begins("Dump to File[")) {
             const auto begin = entry.rfind('[') + 1;
             const std::string path = entry.substr(begin, entry.rfind(']') - begin);
-            EXPECT_NE(ReadFile(path).find(before), std::string::npos) << before << " " << path;
+            const bool has_line = ReadFile(path).find(before) != std::string::npos;
+            EXPECT_TRUE(has_line || !is_current[path]) << before << " " << path;
+            whole += has_line ? 1 : 0;
         } else if (entry.rfind("line ", 0) == 0) {
             newest = entry;
         }
     }
     EXPECT_NE(before, "");
+    EXPECT_GT(whole, 0);
     for (const auto& [trigger, count] : triggers) {
         EXPECT_GT(count, 0) << trigger;
     }

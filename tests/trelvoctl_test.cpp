@@ -157,8 +157,8 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
         {"accepted=5\nrefused=x\nnewest_at=99999999999999\n", alive, 0,
          "newest line     0.000 s ago\nlines           5 accepted, unknown refused"},
         {"dumps=1\nlast_dump_time=0\nlast_dump_trigger=timer\nlast_dump_path=/a\rb\n"
-         "last_dump_result=written\n",
-         alive, 0, " by timer, /a\\x0Db: written\n"},
+         "last_dump_result=written\nlast_dump_current=0\n",
+         alive, 0, " by timer, /a\\x0Db: written, without the newest lines\n"},
     };
     for (const auto& [status, capture, code, out] : rows) {
         Publish(status, capture);
@@ -174,7 +174,8 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
 }
 
 TEST_F(Status, FormsForPrograms) {
-    std::string text = "version=1\"\nlast_dump_time=7\nlast_dump_result=a\\b\n";
+    std::string text =
+        "version=1\"\nlast_dump_time=7\nlast_dump_result=a\\b\nlast_dump_current=0\n";
     for (const char* field :
          {"started", "accepted", "dropped", "records", "record_bytes", "memory_bytes",
           "limit_bytes", "tables", "dumps", "pending", "suppressed", "newest_at"}) {
@@ -187,9 +188,10 @@ TEST_F(Status, FormsForPrograms) {
                 HasSubstr(R"({"running":true,"recording":true,"pid":)" + std::to_string(getpid()) +
                           R"(,"version":"1\"","started":5,)"
                           R"("accepted":5,"refused":null,)"));
-    EXPECT_THAT(json, HasSubstr(R"("last_dump":{"time":7,"trigger":null,"path":null,"result":)"
-                                R"("a\\\\b"},"capture":{"alive":true,"reason":null,)"
-                                R"("restarts":0,"lost":{"rotation":7}},"upload_key":1})"));
+    EXPECT_THAT(json,
+                HasSubstr(R"("last_dump":{"time":7,"trigger":null,"path":null,"result":)"
+                          R"("a\\\\b","current":false},"capture":{"alive":true,"reason":null,)"
+                          R"("restarts":0,"lost":{"rotation":7}},"upload_key":1})"));
     const std::string metrics = Run("prometheus").out;
     EXPECT_THAT(metrics,
                 AllOf(HasSubstr("\ntrelvo_info{version=\"1\\\"\",policy_version=\"\"} 1\n"),

@@ -100,7 +100,11 @@ std::string LastDumpText(const Fields& service) {
     }
     return WallTime(service.Number("last_dump_time")) + " by " +
            Shown(service.Text("last_dump_trigger")) + ", " + Shown(service.Text("last_dump_path")) +
-           ": " + Shown(service.Text("last_dump_result"));
+           ": " + Shown(service.Text("last_dump_result")) +
+           (service.Text("last_dump_result") == "written" &&
+                    service.Number("last_dump_current") == 0
+                ? ", without the newest lines"
+                : "");
 }
 
 std::string UploadText(const Number& upload) {
@@ -157,10 +161,12 @@ std::string StatusJson(const ServiceStatus& status) {
     json["newest_ms"] = Json(service.Number("newest_ms"));
     json["newest_age_ms"] = Json(status.NewestAgeMs());
     json["policy_version"] = Json(service.Text("policy_version"));
+    const auto current = service.Number("last_dump_current");
     json["last_dump"] = {{"time", Json(service.Number("last_dump_time"))},
                          {"trigger", Json(service.Text("last_dump_trigger"))},
                          {"path", Json(service.Text("last_dump_path"))},
-                         {"result", Json(service.Text("last_dump_result"))}};
+                         {"result", Json(service.Text("last_dump_result"))},
+                         {"current", current ? nlohmann::ordered_json(*current != 0) : nullptr}};
     const auto alive = status.capture.Number("alive");
     auto lost = nlohmann::ordered_json::object();
     for (const auto& [cause, lines] : status.capture.NumbersAfter("lost_")) {
