@@ -37,7 +37,7 @@ constexpr gint64 kShortestPauseMs = 100;
 constexpr gint64 kLongestPauseMs = 30000;
 constexpr guint kMissingMs = 5000;
 // More than the arguments of a launch, with all that a capture says about itself.
-constexpr std::size_t kMaxMessage = std::size_t{128} * 1024;
+constexpr size_t kMaxMessage = size_t{128} * 1024;
 
 void Export(const char* variable, const UniqueFd& fd) {
     if (!fd || fcntl(fd.Get(), F_SETFD, 0) != 0 ||
@@ -131,7 +131,7 @@ void CaptureWatch::TakeMessages() {
     std::string buffer(kMaxMessage, '\0');
     ssize_t size = 0;
     while ((size = recv(own_end_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0) {
-        const std::string_view message(buffer.data(), static_cast<std::size_t>(size));
+        const std::string_view message(buffer.data(), static_cast<size_t>(size));
         if (message[0] == 'C') {
             TakeBegin(message.substr(1));
         } else if (message[0] == 'S') {

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_CAPTURE_WATCH_H
-#define TRELVO_PLATFORM_CAPTURE_WATCH_H
+#pragma once
 
 #include <glib.h>
 #include <sys/types.h>
@@ -89,5 +88,3 @@ private:
 };
 
 }  // namespace port
-
-#endif

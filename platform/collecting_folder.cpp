@@ -12,17 +12,17 @@ namespace {
 
 constexpr const char* kFolder = "/opt/usr/share/svc-rk/dump";
 constexpr const char* kUploadKey = "memory/trelvo/dlog_dump";
-constexpr std::uintmax_t kLimit = 20971520;  // bytes, as the service has it
+constexpr uintmax_t kLimit = 20971520;  // bytes, as the service has it
 
 // What the regular files in it hold. An entry that is gone meanwhile counts nothing.
-std::uintmax_t Size() {
-    std::uintmax_t size = 0;
+uintmax_t Size() {
+    uintmax_t size = 0;
     std::error_code error;
     for (std::filesystem::directory_iterator entry(kFolder, error), end; !error && entry != end;
          entry.increment(error)) {
         std::error_code gone;
         if (entry->symlink_status(gone).type() == std::filesystem::file_type::regular) {
-            const std::uintmax_t bytes = entry->file_size(gone);
+            const uintmax_t bytes = entry->file_size(gone);
             size += gone ? 0 : bytes;
         }
     }
@@ -36,7 +36,7 @@ void WatchCollectingFolder() {
     if (vconf_get_int(kUploadKey, &pending) == 0 && pending != 0) {
         return;
     }
-    const std::uintmax_t size = Size();
+    const uintmax_t size = Size();
     if (size > kLimit && vconf_set_int(kUploadKey, 1) == 0) {
         static_cast<void>(__dlog_print(LOG_ID_SYSTEM, DLOG_WARN, "LOG_COMPRESSOR",
                                        "%s holds %ju bytes, more than its limit: set %s to 1, no "

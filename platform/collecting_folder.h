@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_COLLECTING_FOLDER_H
-#define TRELVO_PLATFORM_COLLECTING_FOLDER_H
+#pragma once
 
 namespace port {
 
@@ -11,5 +10,3 @@ namespace port {
 void WatchCollectingFolder();
 
 }  // namespace port
-
-#endif

@@ -50,7 +50,7 @@ CommandLine ReadLaunch(int argc, char** argv) {
     std::vector<Fault> faults;
     for (int i = 1; i < argc; ++i) {
         const std::string_view word = argv[i];
-        const std::size_t equals = word.find('=');
+        const size_t equals = word.find('=');
         if (word.front() == '-') {
             faults.push_back(
                 {Quoted(word),

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_COMMAND_LINE_H
-#define TRELVO_PLATFORM_COMMAND_LINE_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -28,5 +27,3 @@ struct CommandLine {
 void Complain(const std::vector<Fault>& faults);
 
 }  // namespace port
-
-#endif

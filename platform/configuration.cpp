@@ -72,14 +72,14 @@ std::string Join(const std::vector<std::string_view>& words, char separator) {
 
 // The size in whole KiB; empty for anything but a number and a unit.
 std::string Kibibytes(std::string_view text) {
-    constexpr std::array<std::pair<std::string_view, std::uint64_t>, 3> kUnits = {
+    constexpr std::array<std::pair<std::string_view, uint64_t>, 3> kUnits = {
         {{"KiB", 1}, {"MiB", 1024}, {"GiB", 1024 * 1024}}};
-    std::uint64_t number = 0;
+    uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const auto unit = Trim(text.substr(static_cast<std::size_t>(end - text.data())));
+    const auto unit = Trim(text.substr(static_cast<size_t>(end - text.data())));
     const auto* const found = std::find_if(kUnits.begin(), kUnits.end(),
                                            [unit](const auto& row) { return row.first == unit; });
-    const auto most = static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
+    const auto most = static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
     return error != std::errc() || found == kUnits.end() || number == 0 ||
                    number > most / found->second
                ? ""
@@ -209,7 +209,7 @@ private:
         std::vector<std::string_view> tags;
         std::vector<std::string_view> levels;
         for (const std::string_view item : Items(value)) {
-            const std::size_t colon = item.rfind(':');
+            const size_t colon = item.rfind(':');
             if (colon == std::string_view::npos || item.find('/') != std::string_view::npos) {
                 Report(
                     NameOf(key),

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_CONFIGURATION_H
-#define TRELVO_PLATFORM_CONFIGURATION_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -31,5 +30,3 @@ struct Configuration {
 [[nodiscard]] Configuration ReadConfiguration(const std::string& path);
 
 }  // namespace port
-
-#endif

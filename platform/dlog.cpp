@@ -76,7 +76,7 @@ bool SendToJournal(const Level& level, const std::string& tag, const std::string
         "SYSLOG_IDENTIFIER=" + tag, "TID=" + std::to_string(gettid()),
         std::string("DLOG_LEVEL=") + level.letter};
     std::array<iovec, fields.size()> parts{};
-    for (std::size_t i = 0; i < fields.size(); ++i) {
+    for (size_t i = 0; i < fields.size(); ++i) {
         parts[i] = {fields[i].data(), fields[i].size()};
     }
     return sd_journal_sendv(parts.data(), static_cast<int>(parts.size())) == 0;
@@ -132,7 +132,7 @@ int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt
     int result = -1;
     if (length >= 0) {
         const port::Handle<char, std::free> owner(formatted);
-        const std::string message(formatted, static_cast<std::size_t>(length));
+        const std::string message(formatted, static_cast<size_t>(length));
         const std::string name = tag != nullptr ? tag : "";
         const Level level = LevelOf(prio);
         if (SendToJournal(level, name, message) || WriteToStandardError(level, name, message)) {

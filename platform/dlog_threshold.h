@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOG_THRESHOLD_H
-#define TRELVO_PLATFORM_DLOG_THRESHOLD_H
+#pragma once
 
 #include <optional>
 #include <string_view>
@@ -18,5 +17,3 @@ namespace port {
 void SetLogThreshold(char letter);
 
 }  // namespace port
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DUMP_PROGRESS_H
-#define TRELVO_PLATFORM_DUMP_PROGRESS_H
+#pragma once
 
 #include <glib.h>
 
@@ -48,5 +47,3 @@ private:
 };
 
 }  // namespace port
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_HANDLES_H
-#define TRELVO_PLATFORM_HANDLES_H
+#pragma once
 
 #include <unistd.h>
 
@@ -52,5 +51,3 @@ using Handle = std::unique_ptr<T, Releaser<Free>>;
 }
 
 }  // namespace port
-
-#endif

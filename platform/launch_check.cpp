@@ -13,8 +13,8 @@ namespace {
 
 using Words = std::vector<std::string_view>;
 
-constexpr std::size_t kMaxQuoted = 60;  // bytes
-constexpr std::size_t kMaxFaults = 10;
+constexpr size_t kMaxQuoted = 60;  // bytes
+constexpr size_t kMaxFaults = 10;
 constexpr int kMaxCount = 999999999;
 constexpr std::string_view kLevels = "VDIWEFS";
 constexpr std::string_view kLevelHelp = "a level is one of V D I W E F, or S for nothing";
@@ -49,15 +49,14 @@ bool IsControl(char c) {
 }
 
 // Damerau-Levenshtein with transpositions of neighbours, without regard to case.
-std::size_t Distance(std::string_view a, std::string_view b) {
+size_t Distance(std::string_view a, std::string_view b) {
     const auto same = [](char x, char y) {
         return std::tolower(static_cast<unsigned char>(x)) ==
                std::tolower(static_cast<unsigned char>(y));
     };
-    std::vector<std::vector<std::size_t>> rows(a.size() + 1,
-                                               std::vector<std::size_t>(b.size() + 1));
-    for (std::size_t i = 0; i <= a.size(); ++i) {
-        for (std::size_t j = 0; j <= b.size(); ++j) {
+    std::vector<std::vector<size_t>> rows(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i) {
+        for (size_t j = 0; j <= b.size(); ++j) {
             if (i == 0 || j == 0) {
                 rows[i][j] = i + j;
                 continue;
@@ -163,7 +162,7 @@ public:
     // The first ones, and how many more there are: a request may be wrong in thousands of places.
     std::vector<Fault> Take() {
         if (faults_.size() > kMaxFaults) {
-            const std::size_t more = faults_.size() - kMaxFaults;
+            const size_t more = faults_.size() - kMaxFaults;
             faults_.resize(kMaxFaults);
             Report("further errors", std::to_string(more));
         }
@@ -193,12 +192,12 @@ private:
 
     void MatchItem(std::string_view item) {
         constexpr std::string_view kKey = "DLOGDUMPMATCH";
-        const std::size_t tag_end = item.find(':');
+        const size_t tag_end = item.find(':');
         if (tag_end == 0 || tag_end == std::string_view::npos) {
             Report(kKey, Quoted(item) + " is not TAG:LEVEL[:TEXT]");
             return;
         }
-        const std::size_t level_end = item.find(':', tag_end + 1);
+        const size_t level_end = item.find(':', tag_end + 1);
         Level(kKey, item.substr(tag_end + 1, level_end != std::string_view::npos
                                                  ? level_end - tag_end - 1
                                                  : std::string_view::npos));
@@ -266,7 +265,7 @@ bool HasTrigger(const LaunchArguments& arguments, std::string_view trigger) {
 
 std::string Quoted(std::string_view word) {
     const bool cut = word.size() > kMaxQuoted;
-    std::size_t size = std::min(word.size(), kMaxQuoted);
+    size_t size = std::min(word.size(), kMaxQuoted);
     while (cut && size > 0 && (static_cast<unsigned char>(word[size]) & 0xC0) == 0x80) {
         --size;  // not in the middle of a character
     }
@@ -283,9 +282,9 @@ std::string Quoted(std::string_view word) {
 std::string DidYouMean(std::string_view word, const std::vector<std::string_view>& candidates) {
     std::string_view best;
     // At most two slips, and fewer in short words, which would be close to everything.
-    std::size_t least = std::min<std::size_t>(3, word.size() / 2 + 1);
+    size_t least = std::min<size_t>(3, word.size() / 2 + 1);
     for (const std::string_view candidate : word.size() <= kMaxQuoted ? candidates : Words()) {
-        if (const std::size_t distance = Distance(word, candidate); distance < least) {
+        if (const size_t distance = Distance(word, candidate); distance < least) {
             least = distance;
             best = candidate;
         }
@@ -296,7 +295,7 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string_view
 std::vector<std::string_view> SplitWords(std::string_view text, char separator) {
     Words words;
     for (;;) {
-        const std::size_t end = text.find(separator);
+        const size_t end = text.find(separator);
         words.push_back(text.substr(0, end));
         if (end == std::string_view::npos) {
             return words;

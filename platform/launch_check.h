@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_LAUNCH_CHECK_H
-#define TRELVO_PLATFORM_LAUNCH_CHECK_H
+#pragma once
 
 #include <map>
 #include <string>
@@ -38,5 +37,3 @@ struct Fault {
 [[nodiscard]] std::vector<std::string_view> SplitWords(std::string_view text, char separator);
 
 }  // namespace port
-
-#endif

@@ -1,7 +1,7 @@
+#pragma once
+
 // What the service and its clients agree on: where it listens, what it takes, and where it says how
 // it is. Only constants, so that a client needs nothing else of the service.
-#ifndef TRELVO_PLATFORM_LAUNCH_INTERFACE_H
-#define TRELVO_PLATFORM_LAUNCH_INTERFACE_H
 
 #include <cstddef>
 
@@ -16,8 +16,8 @@ namespace launch_interface {
 inline constexpr const char* kObject = "/trelvo/Launch";
 inline constexpr const char* kInterface = "trelvo.Launch";
 inline constexpr const char* kMethod = "Launch";
-inline constexpr std::size_t kMaxKeys = 64;
-inline constexpr std::size_t kMaxBytes = std::size_t{64} * 1024;  // of keys and values together
+inline constexpr size_t kMaxKeys = 64;
+inline constexpr size_t kMaxBytes = size_t{64} * 1024;  // of keys and values together
 
 // The runtime folder: root's is fixed, everybody else's is `trelvo` in $XDG_RUNTIME_DIR.
 inline constexpr const char* kRootFolder = "/run/trelvo";
@@ -33,5 +33,3 @@ inline constexpr const char* kCaptureFile = "vconf/memory/trelvo/capture";
 inline constexpr const char* kUploadFile = "vconf/memory/trelvo/dlog_dump";
 
 }  // namespace launch_interface
-
-#endif

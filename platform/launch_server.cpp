@@ -23,7 +23,7 @@ constexpr const char* kDescription = R"(
   </interface>
 </node>)";
 
-constexpr std::size_t kMaxPeers = 16;
+constexpr size_t kMaxPeers = 16;
 
 gboolean AllowMechanism(GDBusAuthObserver* /*observer*/, const char* mechanism, gpointer /*data*/) {
     return std::strcmp(mechanism, "EXTERNAL") == 0 ? TRUE : FALSE;
@@ -45,7 +45,7 @@ LaunchArguments ReadArguments(GVariant* parameters) {
         throw std::invalid_argument("a launch takes at most " + std::to_string(kMaxKeys) + " keys");
     }
     LaunchArguments arguments;
-    std::size_t bytes = 0;
+    size_t bytes = 0;
     GVariantIter iterator;
     g_variant_iter_init(&iterator, entries.get());
     const char* key = nullptr;

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_LAUNCH_SERVER_H
-#define TRELVO_PLATFORM_LAUNCH_SERVER_H
+#pragma once
 
 #include <gio/gio.h>
 
@@ -52,5 +51,3 @@ private:
 };
 
 }  // namespace port
-
-#endif

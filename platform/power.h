@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_POWER_H
-#define TRELVO_PLATFORM_POWER_H
+#pragma once
 
 #include <string>
 
@@ -12,5 +11,3 @@ namespace port {
 bool AnnouncePowerDown();
 
 }  // namespace port
-
-#endif

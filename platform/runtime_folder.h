@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_RUNTIME_FOLDER_H
-#define TRELVO_PLATFORM_RUNTIME_FOLDER_H
+#pragma once
 
 #include <string>
 
@@ -13,5 +12,3 @@ namespace port {
 [[nodiscard]] std::string RuntimeFolder();
 
 }  // namespace port
-
-#endif

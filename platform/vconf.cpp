@@ -44,14 +44,14 @@ int Read(const std::string& path) {
     if (size < 0) {
         port::ThrowErrno(path);
     }
-    std::string_view text(buffer.data(), static_cast<std::size_t>(size));
+    std::string_view text(buffer.data(), static_cast<size_t>(size));
     text.remove_prefix(std::min(text.find_first_not_of(kWhiteSpace), text.size()));
     text = text.substr(0, text.find_last_not_of(kWhiteSpace) + 1);
     int value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     // A full buffer may hold only the beginning of a longer text.
     if (error != std::errc() || end != text.data() + text.size() ||
-        static_cast<std::size_t>(size) == buffer.size()) {
+        static_cast<size_t>(size) == buffer.size()) {
         throw std::runtime_error(path + ": not a number");
     }
     return value;

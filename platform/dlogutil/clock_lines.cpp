@@ -7,18 +7,18 @@
 namespace dlogutil {
 namespace {
 
-constexpr std::uint64_t kSecond = 1000000;
-constexpr std::uint64_t kMaxDrift = 20000;
-constexpr std::uint64_t kMaxAge = 600 * kSecond;
-constexpr std::uint64_t kMaxLineTime = 2147483647000;  // an int of milliseconds
-constexpr std::size_t kMaxHost = 64;
+constexpr uint64_t kSecond = 1000000;
+constexpr uint64_t kMaxDrift = 20000;
+constexpr uint64_t kMaxAge = 600 * kSecond;
+constexpr uint64_t kMaxLineTime = 2147483647000;  // an int of milliseconds
+constexpr size_t kMaxHost = 64;
 
 bool IsInName(char letter) {
     return (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z') ||
            (letter >= '0' && letter <= '9') || letter == '.' || letter == '_' || letter == '-';
 }
 
-std::string Seconds(std::uint64_t usec) {
+std::string Seconds(uint64_t usec) {
     std::array<char, 32> text{};
     static_cast<void>(std::snprintf(text.data(), text.size(), "%llu.%06llu",
                                     static_cast<unsigned long long>(usec / kSecond),
@@ -28,10 +28,10 @@ std::string Seconds(std::uint64_t usec) {
 
 }  // namespace
 
-bool ClockLines::IsDue(std::uint64_t usec, std::uint64_t wall_usec) {
+bool ClockLines::IsDue(uint64_t usec, uint64_t wall_usec) {
     const auto is_due = [&](const Times& last) {
         // Unsigned: the wall clock may be before 1970 plus the uptime.
-        const std::uint64_t drift = (wall_usec - usec) - (last.wall_usec - last.usec);
+        const uint64_t drift = (wall_usec - usec) - (last.wall_usec - last.usec);
         return std::min(drift, 0 - drift) > kMaxDrift || usec >= last.usec + kMaxAge ||
                (usec > kMaxLineTime && usec / kSecond != last.usec / kSecond);
     };
@@ -42,8 +42,8 @@ bool ClockLines::IsDue(std::uint64_t usec, std::uint64_t wall_usec) {
     return true;
 }
 
-std::string ClockMessage(const std::string& boot, std::string host, std::uint64_t usec,
-                         std::uint64_t wall_usec) {
+std::string ClockMessage(const std::string& boot, std::string host, uint64_t usec,
+                         uint64_t wall_usec) {
     host.resize(std::min(host.size(), kMaxHost));
     std::replace_if(
         host.begin(), host.end(), [](char letter) { return !IsInName(letter); }, '?');

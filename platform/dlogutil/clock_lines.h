@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_CLOCK_LINES_H
-#define TRELVO_PLATFORM_DLOGUTIL_CLOCK_LINES_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -20,21 +19,19 @@ class ClockLines {
 public:
     // `usec` is the line's own time, `wall_usec` its wall clock since the epoch. Where the answer
     // is yes, the caller writes the clock line.
-    [[nodiscard]] bool IsDue(std::uint64_t usec, std::uint64_t wall_usec);
+    [[nodiscard]] bool IsDue(uint64_t usec, uint64_t wall_usec);
 
 private:
     struct Times {
-        std::uint64_t usec;
-        std::uint64_t wall_usec;
+        uint64_t usec;
+        uint64_t wall_usec;
     };
     std::optional<Times> last_;  // of the last clock line
 };
 
 // "boot=<32 hexadecimal digits> host=<name> wall=<s>.<6 digits> monotonic=<s>.<6 digits>". Bytes of
 // the host's name outside [A-Za-z0-9._-] become '?', and it is cut at 64.
-[[nodiscard]] std::string ClockMessage(const std::string& boot, std::string host,
-                                       std::uint64_t usec, std::uint64_t wall_usec);
+[[nodiscard]] std::string ClockMessage(const std::string& boot, std::string host, uint64_t usec,
+                                       uint64_t wall_usec);
 
 }  // namespace dlogutil
-
-#endif

@@ -16,14 +16,14 @@
 namespace dlogutil {
 
 // The place of an entry is a text that takes a third of the time of reading the entry.
-constexpr std::uint64_t kUnmarked = 256;
+constexpr uint64_t kUnmarked = 256;
 
 namespace {
 
 // "s=<sequence>;i=<number, hexadecimal>;b=..."
-std::pair<std::string, std::uint64_t> SequenceAndNumber(const std::string& cursor) {
-    const std::size_t i = cursor.find(";i=");
-    std::uint64_t number = 0;
+std::pair<std::string, uint64_t> SequenceAndNumber(const std::string& cursor) {
+    const size_t i = cursor.find(";i=");
+    uint64_t number = 0;
     if (i != std::string::npos) {
         std::from_chars(cursor.data() + i + 3, cursor.data() + cursor.size(), number, 16);
     }
@@ -65,7 +65,7 @@ bool JournalFollower::Next(JournalEntry& entry) {
                 continue;
             }
         }
-        std::uint64_t usec = 0;
+        uint64_t usec = 0;
         const int result = sd_journal_get_monotonic_usec(journal, &usec, nullptr);
         if (result == -ESTALE) {
             continue;  // of another boot
@@ -107,7 +107,7 @@ void JournalFollower::ReadFields(JournalEntry& entry) {
 int JournalFollower::Enumerate(Fields& fields) {
     sd_journal* const journal = journal_.get();
     const void* data = nullptr;
-    std::size_t size = 0;
+    size_t size = 0;
     int result = 0;
     sd_journal_restart_data(journal);
     while ((result = sd_journal_enumerate_available_data(journal, &data, &size)) > 0) {
@@ -136,9 +136,9 @@ int JournalFollower::ReadOneByOne(Fields& fields) {
         }
         at_cursor_ = false;
         int result = 0;
-        for (std::size_t field = 0; field < kFieldCount; ++field) {
+        for (size_t field = 0; field < kFieldCount; ++field) {
             const void* data = nullptr;
-            std::size_t size = 0;
+            size_t size = 0;
             const int found = sd_journal_get_data(journal, kFieldNames[field].data(), &data, &size);
             if (found >= 0) {
                 fields.Take({static_cast<const char*>(data), size});

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_JOURNAL_FOLLOWER_H
-#define TRELVO_PLATFORM_DLOGUTIL_JOURNAL_FOLLOWER_H
+#pragma once
 
 #include <systemd/sd-journal.h>
 
@@ -14,17 +13,17 @@ namespace dlogutil {
 
 struct JournalEntry {
     Fields fields;
-    std::uint64_t usec = 0;  // monotonic, when the journal took the entry; never runs backwards
-    std::uint64_t wall_usec = 0;  // since the epoch, when it was logged, as journalctl shows it
-    std::error_code error;        // why fields are missing, the message among them
+    uint64_t usec = 0;       // monotonic, when the journal took the entry; never runs backwards
+    uint64_t wall_usec = 0;  // since the epoch, when it was logged, as journalctl shows it
+    std::error_code error;   // why fields are missing, the message among them
 };
 
 // Behind an entry of the journal, and what was counted until there.
 struct JournalPlace {
     struct Counts {
-        std::uint64_t lost;
-        std::uint64_t uncounted_gaps;
-        std::uint64_t last_usec;
+        uint64_t lost;
+        uint64_t uncounted_gaps;
+        uint64_t last_usec;
     };
     std::string cursor;  // empty before the first entry of this boot
     Counts counts{};
@@ -59,10 +58,10 @@ public:
     // How many entries the journal removed before they were read, by the gaps in its numbers.
     // Counted up to the last Next() that gave none, or some hundred entries before. For a user
     // other than root, who may read only some of the entries, it stays 0.
-    [[nodiscard]] std::uint64_t Lost() const { return lost_; }
+    [[nodiscard]] uint64_t Lost() const { return lost_; }
     // How often entries may be missing whose number cannot be told: the place was gone when the
     // journal was opened again, and the numbers had begun anew.
-    [[nodiscard]] std::uint64_t UncountedGaps() const { return uncounted_gaps_; }
+    [[nodiscard]] uint64_t UncountedGaps() const { return uncounted_gaps_; }
 
     // Both are readable when there may be news; then call Process() and Next() again. The first is
     // -1 after a JournalError.
@@ -90,19 +89,17 @@ private:
     int journal_fd_ = -1;                                 // borrowed from journal_
     port::UniqueFd folders_;
     std::string cursor_;  // of the last entry given before `unmarked_` others
-    std::uint64_t unmarked_ = 0;
+    uint64_t unmarked_ = 0;
     bool at_cursor_ = false;      // the next entry may be the one at the cursor
     bool has_match_ = false;      // until the first entry of this boot was found
     std::string sequence_;        // the id of the sequence of `number_`
-    std::uint64_t number_ = 0;    // of the entry at the cursor
+    uint64_t number_ = 0;         // of the entry at the cursor
     bool is_place_lost_ = false;  // nothing was found at the cursor
-    std::uint64_t lost_ = 0;
-    std::uint64_t uncounted_gaps_ = 0;
-    std::uint64_t last_usec_ = 0;
+    uint64_t lost_ = 0;
+    uint64_t uncounted_gaps_ = 0;
+    uint64_t last_usec_ = 0;
     std::string fault_;
     std::string note_;
 };
 
 }  // namespace dlogutil
-
-#endif

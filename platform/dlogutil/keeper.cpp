@@ -21,7 +21,7 @@ StateMemory::StateMemory(int fd) {
     // Successors take the bytes as they are.
     static_assert(std::is_trivially_copyable_v<ClockLines>);
     static_assert(std::is_trivially_copyable_v<LossCounts>);
-    static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+    static_assert(std::atomic<uint32_t>::is_always_lock_free);
     if (ftruncate(fd, sizeof(Layout)) != 0) {
         port::ThrowErrno("the capture's state");
     }
@@ -37,7 +37,7 @@ StateMemory::~StateMemory() {
 }
 
 bool StateMemory::Load(CaptureState& state) const {
-    const std::uint32_t current = layout_->current.load(std::memory_order_acquire);
+    const uint32_t current = layout_->current.load(std::memory_order_acquire);
     if (current == 0) {
         return false;
     }
@@ -52,7 +52,7 @@ bool StateMemory::Load(CaptureState& state) const {
 }
 
 void StateMemory::Save(const CaptureState& state, std::string_view text) {
-    const std::uint32_t next = layout_->current.load(std::memory_order_relaxed) == 1 ? 2 : 1;
+    const uint32_t next = layout_->current.load(std::memory_order_relaxed) == 1 ? 2 : 1;
     Slot& slot = layout_->slots.at(next - 1);
     if (state.journal.cursor.size() > slot.cursor.size() || text.size() > slot.text.size()) {
         throw std::runtime_error("the capture's state is too large");
@@ -85,7 +85,7 @@ void KeeperSocket::SayState(const std::string& fault, const std::string& note,
     std::replace(reason.begin(), reason.end(), '\n', ' ');
     std::string message =
         std::string("Salive=") + (fault.empty() ? "1" : "0") + "\nreason=" + reason + "\n";
-    const auto add = [&message](const char* cause, std::uint64_t count) {
+    const auto add = [&message](const char* cause, uint64_t count) {
         if (count > 0) {
             message += std::string("lost_") + cause + "=" + std::to_string(count) + "\n";
         }

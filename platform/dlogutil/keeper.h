@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_KEEPER_H
-#define TRELVO_PLATFORM_DLOGUTIL_KEEPER_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -48,17 +47,17 @@ public:
 private:
     struct Slot {
         std::array<char, 512> cursor;
-        std::size_t cursor_size;
+        size_t cursor_size;
         JournalPlace::Counts counts;
         ClockLines clock;
         LossCounts losses;
         LossCounts said;
         FilePlace file;
-        std::size_t text_size;
-        std::array<char, std::size_t{1} << 20> text;
+        size_t text_size;
+        std::array<char, size_t{1} << 20> text;
     };
     struct Layout {
-        std::atomic<std::uint32_t> current;  // 1 or 2; 0 for none
+        std::atomic<uint32_t> current;  // 1 or 2; 0 for none
         std::array<Slot, 2> slots;
     };
 
@@ -92,5 +91,3 @@ private:
 [[nodiscard]] int InheritedFd(const char* variable, mode_t type);
 
 }  // namespace dlogutil
-
-#endif

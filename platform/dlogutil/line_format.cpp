@@ -12,12 +12,12 @@
 namespace dlogutil {
 namespace {
 
-constexpr std::size_t kMaxName = 128;
-constexpr std::size_t kTagWidth = 8;
+constexpr size_t kMaxName = 128;
+constexpr size_t kTagWidth = 8;
 constexpr std::string_view kPrefixEnd = " > ";
 // A longer prefix is not repeated on the further lines of a message: 64 KiB of it on each of
 // thousands of lines would fill any disk.
-constexpr std::size_t kMaxPrefix = 512;
+constexpr size_t kMaxPrefix = 512;
 
 // A field's value as a name of bounded length without control characters and outer blanks.
 std::string NameOf(std::string_view value) {
@@ -32,8 +32,8 @@ std::string NameOf(std::string_view value) {
 
 // Breaks every `delimiter` in `text`: its first letter that is not a blank becomes '_'.
 void Defuse(std::string& text, std::string_view delimiter) {
-    const std::size_t letter = delimiter.find_first_not_of(' ');
-    for (std::size_t at = 0; (at = text.find(delimiter, at)) != std::string::npos;) {
+    const size_t letter = delimiter.find_first_not_of(' ');
+    for (size_t at = 0; (at = text.find(delimiter, at)) != std::string::npos;) {
         text[at + letter] = '_';
     }
 }
@@ -56,7 +56,7 @@ std::string_view FirstNumber(const Fields& fields, std::initializer_list<Field> 
     return "0";
 }
 
-std::string Header(const Fields& fields, std::string_view tag, std::uint64_t usec) {
+std::string Header(const Fields& fields, std::string_view tag, uint64_t usec) {
     const std::string ms = std::to_string(1000 + usec / 1000 % 1000);
     std::string header = std::to_string(usec / 1000000);
     header += '.';
@@ -103,7 +103,7 @@ bool IsLevel(std::string_view text) {
 // Takes the next line from `text`, without its line end. False at the end.
 bool NextLine(std::string_view& text, std::string_view& line) {
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
+        const size_t end = std::min(text.find('\n'), text.size());
         line = text.substr(0, end);
         text.remove_prefix(std::min(end + 1, text.size()));
         if (!line.empty() && line.back() == '\r') {
@@ -119,7 +119,7 @@ bool NextLine(std::string_view& text, std::string_view& line) {
 }  // namespace
 
 void Fields::Take(std::string_view data) {
-    for (std::size_t field = 0; field < kFieldCount; ++field) {
+    for (size_t field = 0; field < kFieldCount; ++field) {
         const std::string_view name = kFieldNames[field];
         if (data.size() > name.size() && data[0] == name[0] && data[name.size()] == '=' &&
             data.substr(0, name.size()) == name) {
@@ -140,7 +140,7 @@ std::string TagOf(const Fields& fields) {
     if (tag.empty()) {
         tag = "unknown";
     }
-    const std::size_t size = tag.size();
+    const size_t size = tag.size();
     tag.resize(std::max(size, kTagWidth), ' ');  // the padding can complete a delimiter
     for (const std::string_view delimiter :
          {std::string_view("(P"), std::string_view(", T"), std::string_view("):"), kPrefixEnd}) {
@@ -162,8 +162,7 @@ char LevelOf(const Fields& fields) {
     return valid ? "FFFEWIID"[priority[0] - '0'] : 'I';
 }
 
-std::size_t AppendLines(const Fields& fields, std::string_view tag, std::uint64_t usec,
-                        std::string& lines) {
+size_t AppendLines(const Fields& fields, std::string_view tag, uint64_t usec, std::string& lines) {
     const std::string header = Header(fields, tag, usec);
     // __dlog_print's messages bring the writer's own prefix; the first line keeps its own. Anybody
     // may send an empty level or a wrong one, which must not cost a line its prefix.
@@ -173,19 +172,19 @@ std::size_t AppendLines(const Fields& fields, std::string_view tag, std::uint64_
     const bool is_cut = message.size() > kMaxMessage;
     message = message.substr(0, kMaxMessage);
     std::string_view text;
-    for (std::size_t count = 0; count < kMaxLines && NextLine(message, text); ++count) {
-        const std::size_t begin = lines.size();
+    for (size_t count = 0; count < kMaxLines && NextLine(message, text); ++count) {
+        const size_t begin = lines.size();
         lines += has_prefix ? header : start;
         lines += text;
         if (std::exchange(has_prefix, false)) {
-            const std::size_t end = lines.find(kPrefixEnd, begin + header.size() - 1) - begin;
+            const size_t end = lines.find(kPrefixEnd, begin + header.size() - 1) - begin;
             if (end < header.size() + kMaxPrefix) {
                 start = lines.substr(begin, end + kPrefixEnd.size());
             }
         }
         lines += '\n';
     }
-    std::size_t left_out = 0;
+    size_t left_out = 0;
     while (NextLine(message, text)) {
         ++left_out;
     }

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_LINE_FORMAT_H
-#define TRELVO_PLATFORM_DLOGUTIL_LINE_FORMAT_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -10,7 +9,7 @@
 namespace dlogutil {
 
 // The fields of a journal entry that a line and its time are made of.
-enum Field : std::size_t {
+enum Field : size_t {
     kMessage,
     kDlogLevel,
     kPriority,
@@ -31,10 +30,10 @@ inline constexpr std::array<std::string_view, kFieldCount> kFieldNames = {
     "CODE_FILE", "CODE_FUNC",  "CODE_LINE",  "_SOURCE_REALTIME_TIMESTAMP"};
 
 // Longer messages are cut, and the other fields at kMaxField.
-inline constexpr std::size_t kMaxMessage = std::size_t{64} * 1024;
-inline constexpr std::size_t kMaxField = 4096;
+inline constexpr size_t kMaxMessage = size_t{64} * 1024;
+inline constexpr size_t kMaxField = 4096;
 // An entry's further lines are left out, and one line more says how many.
-inline constexpr std::size_t kMaxLines = 256;
+inline constexpr size_t kMaxLines = 256;
 
 // The fields of one entry. Meant to be used again for the next one: it keeps its memory.
 class Fields {
@@ -74,9 +73,6 @@ inline constexpr std::string_view kClockTag = "trelvo.clock";
 // Every line of a message of several lines is complete; blank ones are left out. `tag` is what goes
 // between level and ids, as TagOf() gives it; `usec` is the monotonic time. Returns how many lines
 // were left out.
-std::size_t AppendLines(const Fields& fields, std::string_view tag, std::uint64_t usec,
-                        std::string& lines);
+size_t AppendLines(const Fields& fields, std::string_view tag, uint64_t usec, std::string& lines);
 
 }  // namespace dlogutil
-
-#endif

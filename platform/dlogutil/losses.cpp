@@ -18,7 +18,7 @@ std::optional<std::string> LossReport::Take(const LossCounts& counts, Time now) 
         return std::nullopt;
     }
     std::string text;
-    const auto add = [&text](std::uint64_t count, std::uint64_t said, const char* what) {
+    const auto add = [&text](uint64_t count, uint64_t said, const char* what) {
         if (count > said) {
             text += (text.empty() ? "lost: " : ", ") + std::to_string(count - said) + what;
         }

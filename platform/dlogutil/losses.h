@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_LOSSES_H
-#define TRELVO_PLATFORM_DLOGUTIL_LOSSES_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -10,10 +9,10 @@ namespace dlogutil {
 
 // What the capture could not write, since it started.
 struct LossCounts {
-    std::uint64_t removed = 0;     // entries that the journal removed before they were read
-    std::uint64_t unreadable = 0;  // entries that could not be read
-    std::uint64_t left_out = 0;    // lines of entries of too many lines
-    std::uint64_t uncounted = 0;   // gaps of unknown size
+    uint64_t removed = 0;     // entries that the journal removed before they were read
+    uint64_t unreadable = 0;  // entries that could not be read
+    uint64_t left_out = 0;    // lines of entries of too many lines
+    uint64_t uncounted = 0;   // gaps of unknown size
 
     [[nodiscard]] bool operator==(const LossCounts& other) const;
 };
@@ -39,5 +38,3 @@ private:
 };
 
 }  // namespace dlogutil
-
-#endif

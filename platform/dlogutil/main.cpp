@@ -52,7 +52,7 @@ namespace {
 constexpr int kRetryMilliseconds = 1000;
 constexpr int kEntriesAtOnce = 256;
 // So much is written at once while the capture is behind.
-constexpr std::size_t kBlock = std::size_t{64} * 1024;
+constexpr size_t kBlock = size_t{64} * 1024;
 
 // A detached program's standard error is rarely seen, so what ends or stalls the capture is said in
 // the journal as well.

@@ -14,14 +14,12 @@ namespace {
 
 // Leading digits count and the rest is ignored, as a size such as 512k is understood by everybody
 // who gets it.
-std::uint64_t ParseKibibytes(const std::string& text) {
+uint64_t ParseKibibytes(const std::string& text) {
     const long value = std::strtol(text.c_str(), nullptr, 10);
     if (value <= 0) {
         throw std::invalid_argument("-r " + text + ": not a size in KiB");
     }
-    return static_cast<std::uint64_t>(
-               std::min<long>(value, std::numeric_limits<std::int32_t>::max())) *
-           1024;
+    return static_cast<uint64_t>(std::min<long>(value, std::numeric_limits<int32_t>::max())) * 1024;
 }
 
 int ParseCount(const std::string& text) {
@@ -36,10 +34,10 @@ int ParseCount(const std::string& text) {
 }  // namespace
 
 void TagFilters::Add(std::string_view word) {
-    const std::size_t colon = word.rfind(':');
+    const size_t colon = word.rfind(':');
     const std::string_view level =
         colon != std::string_view::npos ? word.substr(colon + 1) : std::string_view();
-    const std::size_t minimum =
+    const size_t minimum =
         level.size() == 1
             ? kLevels.find(static_cast<char>(std::toupper(static_cast<unsigned char>(level[0]))))
             : std::string_view::npos;

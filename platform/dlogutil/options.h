@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_OPTIONS_H
-#define TRELVO_PLATFORM_DLOGUTIL_OPTIONS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -33,11 +32,11 @@ public:
     [[nodiscard]] bool IsEmpty() const { return minimum_.empty(); }
 
 private:
-    std::map<std::string, std::size_t, std::less<>> minimum_;  // positions in kLevels
+    std::map<std::string, size_t, std::less<>> minimum_;  // positions in kLevels
 };
 
 struct Options {
-    std::uint64_t limit_bytes = std::uint64_t{1024} * 1024;  // size at which the file is rotated
+    uint64_t limit_bytes = uint64_t{1024} * 1024;  // size at which the file is rotated
     int rotated_count = 1;
     std::string file;  // empty for standard output
     TagFilters filters;
@@ -47,5 +46,3 @@ struct Options {
 [[nodiscard]] Options ParseOptions(int argc, char** argv);
 
 }  // namespace dlogutil
-
-#endif

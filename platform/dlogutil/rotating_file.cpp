@@ -39,7 +39,7 @@ bool LockFolder(int folder) {
 
 }  // namespace
 
-RotatingFile::RotatingFile(std::uint64_t limit_bytes, int rotated_count, const std::string& path)
+RotatingFile::RotatingFile(uint64_t limit_bytes, int rotated_count, const std::string& path)
     : name_(std::filesystem::path(path).filename()),
       limit_bytes_(limit_bytes),
       rotated_count_(rotated_count) {
@@ -66,7 +66,7 @@ RotatingFile::RotatingFile(std::uint64_t limit_bytes, int rotated_count, const s
     }
 }
 
-RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count)
+RotatingFile::RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count)
     : RotatingFile(limit_bytes, rotated_count, path) {
     RemoveLeftOver(name_, S_IFREG);
     RemoveLeftOver(FreshName(), S_IFREG);
@@ -77,7 +77,7 @@ RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, i
     Take(Create(name_));
 }
 
-RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count,
+RotatingFile::RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count,
                            const FilePlace& from, std::string& text)
     : RotatingFile(limit_bytes, rotated_count, path) {
     RemoveLeftOver(SocketName(), S_IFSOCK);
@@ -93,8 +93,8 @@ RotatingFile::RotatingFile(const std::string& path, std::uint64_t limit_bytes, i
     if (inode_ != from.inode || size_ < from.size) {
         return;  // another file, which the text begins
     }
-    const std::size_t written = std::min<std::size_t>(size_ - from.size, text.size());
-    const std::size_t whole = std::string_view(text).substr(0, written).rfind('\n') + 1;
+    const size_t written = std::min<size_t>(size_ - from.size, text.size());
+    const size_t whole = std::string_view(text).substr(0, written).rfind('\n') + 1;
     if (size_ != from.size + whole) {
         size_ = reserved_ = from.size + whole;
         if (ftruncate(file_.Get(), static_cast<off_t>(size_)) != 0) {
@@ -122,7 +122,7 @@ std::error_code RotatingFile::Append(std::string_view& lines) {
         part = part.substr(0, part.find('\n', limit_bytes_ - size_ - 1) + 1);
     }
     // A full file system is met here, where no reader sees half a line.
-    const std::uint64_t end = size_ + part.size();
+    const uint64_t end = size_ + part.size();
     if (end > reserved_) {
         if (fallocate(file_.Get(), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(size_),
                       static_cast<off_t>(part.size())) == 0) {
@@ -132,12 +132,11 @@ std::error_code RotatingFile::Append(std::string_view& lines) {
         }
     }
     const ssize_t written = write(file_.Get(), part.data(), part.size());
-    std::size_t whole = part.size();
+    size_t whole = part.size();
     std::error_code error;
     if (written != static_cast<ssize_t>(part.size())) {
         error = written < 0 ? LastError() : std::make_error_code(std::errc::no_space_on_device);
-        whole =
-            part.substr(0, static_cast<std::size_t>(std::max<ssize_t>(written, 0))).rfind('\n') + 1;
+        whole = part.substr(0, static_cast<size_t>(std::max<ssize_t>(written, 0))).rfind('\n') + 1;
         reserved_ = size_ + whole;
         if (ftruncate(file_.Get(), static_cast<off_t>(reserved_)) != 0) {
             port::ThrowErrno(folder_path_ + name_);
@@ -191,11 +190,11 @@ void RotatingFile::Take(port::UniqueFd file) {
     }
     file_ = std::move(file);
     inode_ = info.st_ino;
-    size_ = static_cast<std::uint64_t>(info.st_size);
+    size_ = static_cast<uint64_t>(info.st_size);
     reserved_ = size_;
 }
 
-std::uint64_t RotatingFile::LeftOver(const std::string& name, mode_t type) const {
+uint64_t RotatingFile::LeftOver(const std::string& name, mode_t type) const {
     struct stat info {};
     if (fstatat(folder_.Get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT) {

@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_ROTATING_FILE_H
-#define TRELVO_PLATFORM_DLOGUTIL_ROTATING_FILE_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -14,8 +13,8 @@ namespace dlogutil {
 
 // A place in the current file.
 struct FilePlace {
-    std::uint64_t inode;
-    std::uint64_t size;
+    uint64_t inode;
+    uint64_t size;
 };
 
 // A text file of bounded size that is renamed to FILE.1 when it is full, FILE.1 to FILE.2 and so
@@ -31,12 +30,12 @@ public:
     // Throws std::runtime_error, which names the file or folder, when the folder is a link or
     // another user's, when one of the names is taken by anything but what this user's writer
     // leaves, or when another writer holds the folder for more than 5 seconds.
-    RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count);
+    RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count);
 
     // Goes on where a writer ended, at whatever moment, after it had begun to write `text` at
     // `from`: removes from its front the whole lines that are in the file. Half a line is taken
     // back. Throws as above.
-    RotatingFile(const std::string& path, std::uint64_t limit_bytes, int rotated_count,
+    RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count,
                  const FilePlace& from, std::string& text);
 
     // Writes of `lines`, each with its line feed, those that the current file still takes, and
@@ -60,13 +59,13 @@ public:
 
 private:
     // Opens and locks the folder.
-    RotatingFile(std::uint64_t limit_bytes, int rotated_count, const std::string& path);
+    RotatingFile(uint64_t limit_bytes, int rotated_count, const std::string& path);
     [[nodiscard]] std::string Rotated(int number) const;
     [[nodiscard]] std::string FreshName() const;
     [[nodiscard]] std::string SocketName() const;
     // The inode of that name, 0 when there is none. Throws std::runtime_error when it is not one
     // that this user's writer leaves.
-    [[nodiscard]] std::uint64_t LeftOver(const std::string& name, mode_t type) const;
+    [[nodiscard]] uint64_t LeftOver(const std::string& name, mode_t type) const;
     void RemoveLeftOver(const std::string& name, mode_t type) const;
     // Takes a file that was created or opened as the current one.
     void Take(port::UniqueFd file);
@@ -75,15 +74,13 @@ private:
 
     std::string folder_path_;
     std::string name_;
-    std::uint64_t limit_bytes_;
+    uint64_t limit_bytes_;
     int rotated_count_;
     port::UniqueFd folder_;
     port::UniqueFd file_;
-    std::uint64_t inode_ = 0;
-    std::uint64_t size_ = 0;
-    std::uint64_t reserved_ = 0;  // the size up to which the file has its space
+    uint64_t inode_ = 0;
+    uint64_t size_ = 0;
+    uint64_t reserved_ = 0;  // the size up to which the file has its space
 };
 
 }  // namespace dlogutil
-
-#endif

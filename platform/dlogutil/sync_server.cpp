@@ -12,8 +12,8 @@
 namespace dlogutil {
 namespace {
 
-constexpr std::size_t kMaxClients = 16;
-constexpr std::size_t kMaxReply = 4096;
+constexpr size_t kMaxClients = 16;
+constexpr size_t kMaxReply = 4096;
 constexpr std::chrono::seconds kMarkAgain(1);
 // The journal tells of new entries up to 250 ms late, so they are looked for.
 constexpr int kLookMilliseconds = 5;
@@ -41,7 +41,7 @@ bool IsGone(const port::UniqueFd& client) {
 }  // namespace
 
 void SyncServer::AddTo(std::vector<pollfd>& waits) const {
-    const std::size_t clients = round_.size() + next_round_.size();
+    const size_t clients = round_.size() + next_round_.size();
     waits.push_back({clients < kMaxClients ? listener_.Get() : -1, POLLIN, 0});
     for (const auto* list : {&round_, &next_round_}) {
         for (const port::UniqueFd& client : *list) {
@@ -130,7 +130,7 @@ void SyncServer::ReadReply() {
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
-    reply_.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    reply_.append(buffer.data(), static_cast<size_t>(std::max<ssize_t>(size, 0)));
     const bool is_whole = !reply_.empty() && reply_.back() == '\0';
     if (!is_whole && size > 0 && reply_.size() < kMaxReply) {
         return;

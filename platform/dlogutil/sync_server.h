@@ -1,5 +1,4 @@
-#ifndef TRELVO_PLATFORM_DLOGUTIL_SYNC_SERVER_H
-#define TRELVO_PLATFORM_DLOGUTIL_SYNC_SERVER_H
+#pragma once
 
 #include <poll.h>
 
@@ -81,5 +80,3 @@ private:
 };
 
 }  // namespace dlogutil
-
-#endif

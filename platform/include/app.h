@@ -1,6 +1,6 @@
+#pragma once
+
 /* The device's application framework, as far as the service uses it. */
-#ifndef TRELVO_PLATFORM_APP_H
-#define TRELVO_PLATFORM_APP_H
 
 #include <stdbool.h>
 
@@ -45,6 +45,4 @@ int app_control_get_extra_data(app_control_h app_control, const char* key, char*
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

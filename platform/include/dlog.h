@@ -1,6 +1,6 @@
+#pragma once
+
 /* The device's log, as far as the service uses it. */
-#ifndef TRELVO_PLATFORM_DLOG_H
-#define TRELVO_PLATFORM_DLOG_H
 
 #ifdef __cplusplus
 extern "C" {
@@ -34,6 +34,4 @@ int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ..
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

@@ -1,6 +1,6 @@
+#pragma once
+
 /* The device's feature configuration, as far as the service uses it. */
-#ifndef TRELVO_PLATFORM_SYSTEM_INFO_H
-#define TRELVO_PLATFORM_SYSTEM_INFO_H
 
 #ifdef __cplusplus
 extern "C" {
@@ -17,6 +17,4 @@ int system_info_get_custom_int(const char* key, int* value);
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

@@ -1,6 +1,6 @@
+#pragma once
+
 /* The device's key/value store, as far as the service uses it. */
-#ifndef TRELVO_PLATFORM_VCONF_H
-#define TRELVO_PLATFORM_VCONF_H
 
 #ifdef __cplusplus
 extern "C" {
@@ -17,6 +17,4 @@ int vconf_set_str(const char* key, const char* value);
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

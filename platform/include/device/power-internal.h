@@ -1,6 +1,6 @@
+#pragma once
+
 /* The device's power-state events, as far as the service uses them. */
-#ifndef TRELVO_PLATFORM_DEVICE_POWER_INTERNAL_H
-#define TRELVO_PLATFORM_DEVICE_POWER_INTERNAL_H
 
 #include <stdint.h>
 
@@ -29,6 +29,4 @@ int device_power_unsubscribe_state_changed_event(device_power_state_changed_cb c
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif
