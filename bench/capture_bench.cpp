@@ -65,7 +65,7 @@ double Journalctl() {
 double Dlogutil(double& resident_mb) {
     fs::remove_all("/tmp/capture");
     const double before = ChildrenSeconds();
-    test_support::Process capture({TRELVO_BIN_DIR "/dlogutil", "-r", "1000000", "-f",
+    test_support::Process capture({(TRELVO_BIN_DIR "/dlogutil"), "-r", "1000000", "-f",
                                    "/tmp/capture/file", "*:V", "trelvo.clock:S"});
     const auto is_last = [] {
         const fs::path file = "/tmp/capture/file";

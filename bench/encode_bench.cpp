@@ -122,7 +122,7 @@ void AddEncode(std::vector<Subject>& subjects) {
     Corpus& first = subjects.front().corpus;
     AddMeasured("encode/" + first.Name() + "/recorder, match",
                 [&] { return CompareWithMatch(first); });
-    for (const size_t sources : {10, 1000, 100000}) {
+    for (const size_t sources : std::initializer_list<size_t>{10, 1000, 100000}) {
         const auto corpus = std::make_shared<Corpus>(WithSources(subjects.front().corpus, sources));
         AddMeasured("encode/" + corpus->Name() + "/recorder",
                     [corpus] { return EncodeByRecorder(*corpus, Count::kRecords); });

@@ -79,7 +79,7 @@ Usage MeasureService(const Corpus& corpus, size_t per_second, int seconds) {
 }  // namespace
 
 void AddIdle(Subject& subject, int seconds) {
-    for (const size_t per_second : {0, 1000}) {
+    for (const size_t per_second : std::initializer_list<size_t>{0, 1000}) {
         AddMeasured("idle/" + std::to_string(per_second) + " lines a second",
                     [&subject, per_second, seconds] {
                         const Usage usage = MeasureService(subject.corpus, per_second, seconds);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -23,11 +22,11 @@ struct Statm {
 };
 
 Statm ReadStatm() {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/proc/self/statm", "re"), fclose);
-    unsigned long all = 0;
-    unsigned long resident = 0;
-    unsigned long shared = 0;
-    if (file == nullptr || std::fscanf(file.get(), "%lu %lu %lu", &all, &resident, &shared) != 3) {
+    std::ifstream file("/proc/self/statm");
+    size_t all = 0;
+    size_t resident = 0;
+    size_t shared = 0;
+    if (!(file >> all >> resident >> shared)) {
         throw std::runtime_error("/proc/self/statm: cannot be read");
     }
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));

@@ -60,7 +60,7 @@ void CountWithWc(benchmark::State& state, const CaptureFile& capture) {
 }  // namespace
 
 void AddReader(Subject& subject) {
-    for (const size_t mib : {1, 10, 50}) {
+    for (const size_t mib : std::initializer_list<size_t>{1, 10, 50}) {
         const auto capture = WriteCapture(subject.corpus, mib);
         const std::string name = "reader/" + std::to_string(mib) + " MiB/";
         for (const int percent : {0, 50, 100}) {

@@ -146,7 +146,7 @@ void LoadTrainedTables(const std::vector<std::string>& lines) {
     }
     file.close();
     const test_support::Output output =
-        test_support::RunProgram({TRELVO_BIN_DIR "/trelvoctl", "train", "--force",
+        test_support::RunProgram({(TRELVO_BIN_DIR "/trelvoctl"), "train", "--force",
                                   "--policy-version", "1", "-o", folder / "Default", log});
     if (output.status != 0) {
         throw std::runtime_error("trelvoctl train: " + output.err);

@@ -16,7 +16,7 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override;
     void Finalize() override;
 
-    // False when a benchmark failed; a goal that is missed is no failure.
+    // False when a benchmark failed; a missed goal does not count as one.
     [[nodiscard]] bool IsComplete() const { return is_complete_; }
 
 private:

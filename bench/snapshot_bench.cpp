@@ -21,7 +21,7 @@ long Preemptions() {
 }
 
 // How long lines took, in milliseconds. What a line lost because the thread was preempted says
-// something of the machine and its other programs; what it waited for a lock is no preemption.
+// something of the machine and its other programs; waiting for a lock is not preemption.
 class Waits {
 public:
     void Feed(Feeder& feeder) {
@@ -132,7 +132,7 @@ Counters MeasureRefusals() {
 
 void AddSnapshot(Subject& subject) {
     Corpus& corpus = subject.corpus;
-    for (const size_t mib : {10, 100}) {
+    for (const size_t mib : std::initializer_list<size_t>{10, 100}) {
         const std::string name = "snapshot/" + std::to_string(mib) + " MiB/";
         AddMeasured(name + "dump, kept", [=, &corpus] { return MeasureDumps(corpus, mib, false); });
         AddMeasured(name + "dump, consumed",

@@ -111,7 +111,7 @@ void Step(benchmark::State& state, const Database& database) {
 
 void AddStart() {
     const auto smallest = Write(1, true);
-    for (const size_t rows : {1000, 100000, 1000000}) {
+    for (const size_t rows : std::initializer_list<size_t>{1000, 100000, 1000000}) {
         const std::string name = "start/" + std::to_string(rows) + " rows/";
         const auto sorted = Write(rows, true);
         const auto shuffled = Write(rows, false);

@@ -43,7 +43,7 @@ Level LevelOf(int priority) {
     }
 }
 
-// The priority of a level; DLOG_WARN for what is none.
+// The priority of a level; DLOG_WARN for any other letter.
 int PriorityOf(char letter) {
     for (int priority = DLOG_VERBOSE; priority <= DLOG_SILENT; ++priority) {
         if (LevelOf(priority).letter == letter) {
@@ -118,7 +118,7 @@ void SetLogThreshold(char letter) {
 }  // namespace port
 
 int __dlog_print(log_id_t /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
-    // What is no level of its own is logged as information.
+    // An unknown priority is logged as information.
     const int priority = prio >= DLOG_VERBOSE && prio <= DLOG_SILENT ? prio : DLOG_INFO;
     if (priority < Threshold()) {
         return 0;

@@ -169,8 +169,8 @@ bool CDataProvider::m_ApplyLimit() {
             }
         }
     } else {
-        // A tenth at once, so that the limit is not met again by the very next line; with fewer
-        // than ten records that is none, and the buffer grows past the limit.
+        // A tenth at once, so that the limit is not met again by the very next line; of fewer
+        // than ten records nothing goes, and the buffer grows past the limit.
         const auto tenth = static_cast<uint32_t>(static_cast<double>(records) * 0.1);
         bytes = m_Records.DropOldest(tenth, packing::RecordLength);
     }

@@ -17,7 +17,7 @@ namespace capture {
 // Takes one line without its line feed.
 using LineSink = std::function<void(std::string& line)>;
 
-// Hands on and deletes the files of the device's boot, the older first; missing ones are no error.
+// Hands on and deletes the files of the device's boot, the older first; they may be missing.
 void DrainBootFiles(const LineSink& sink);
 
 // Follows the run-time files, a pass a second and a bit, or at once where a dump waits for it;

@@ -39,7 +39,7 @@ namespace line {
 template <typename Integer, typename Real>
 [[nodiscard]] Integer Saturate(Real value) {
     using Limits = std::numeric_limits<Integer>;
-    // The largest Integer may be no Real; the power of two above it always is.
+    // A Real may not hold the largest Integer; it always holds the power of two above it.
     constexpr Integer half = Limits::max() / 2 + 1;
     constexpr Real limit = static_cast<Real>(half) * 2;
     if (std::isnan(value)) {

@@ -133,7 +133,7 @@ TEST(CommandLine, HelpVersionAndManual) {
     EXPECT_THAT(RunProgram({kTrelvo, "--help"}).out, HasSubstr("\n  --check [FILE]  "));
     EXPECT_THAT(RunProgram({kTrelvo, "--version"}).out, StartsWith("trelvo "));
     const auto lint = RunProgram(
-        {"mandoc", "-T", "lint", "-W", "warning", TRELVO_SOURCE_DIR "/platform/trelvo.1.in"});
+        {"mandoc", "-T", "lint", "-W", "warning", (TRELVO_SOURCE_DIR "/platform/trelvo.1.in")});
     EXPECT_EQ(lint.status, 0) << lint.out;
 }
 

@@ -662,7 +662,7 @@ TEST_F(Decode, HostileDumpsAreReadWithinTheBoundOfMemory) {
         EXPECT_THAT(result.err, HasSubstr(row.fault)) << row.situation;
         // Of this program or of the other ones, whichever took the most so far.
         const auto input = static_cast<long>(fs::file_size(folder_ / "all"));
-        EXPECT_LT(PeakKiB(), 64 * 1024 + 2 * input / 1024) << row.situation;
+        EXPECT_LT(PeakKiB(), 64L * 1024 + 2 * input / 1024) << row.situation;
     }
 }
 
@@ -705,12 +705,12 @@ TEST_F(Decode, ARestartAmongLinesOfOneTimeIsBounded) {
     const Output result = Run("trelvoctl decode --one-boot -o raw . 2>/dev/null | wc -l");
     EXPECT_EQ(result.out, "600003\n");
     const auto input = static_cast<long>(fs::file_size(folder_ / "0.dump") * 2);
-    EXPECT_LT(PeakKiB(), 64 * 1024 + 2 * input / 1024);
+    EXPECT_LT(PeakKiB(), 64L * 1024 + 2 * input / 1024);
 }
 
 TEST_F(Decode, FollowsAFolder) {
     Dump("trelvo.dump", kKept);
-    const Process follower({TRELVO_BIN_DIR "/trelvoctl", "decode", "-f", "-o", "raw", folder_},
+    const Process follower({(TRELVO_BIN_DIR "/trelvoctl"), "decode", "-f", "-o", "raw", folder_},
                            folder_ / "out");
     const auto shown = [this](const std::string& text) {
         return WaitForChange(folder_, [&] { return ReadFile(folder_ / "out") == text; });

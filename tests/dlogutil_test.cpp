@@ -479,7 +479,7 @@ protected:
 
     void Start(std::vector<std::string> filters, const std::string& kib = "100000") {
         filters.insert(filters.begin(),
-                       {TRELVO_BIN_DIR "/dlogutil", "-r", kib, "-n", "1", "-f", kFile});
+                       {(TRELVO_BIN_DIR "/dlogutil"), "-r", kib, "-n", "1", "-f", kFile});
         filters.insert(filters.begin(), environment_.begin(), environment_.end());
         capture_.reset();
         fs::remove(kFile + ".sync");
@@ -605,7 +605,7 @@ TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
     environment_.push_back("TRELVO_CAPTURE_FD=" + std::to_string(memory.Get()));
     environment_.push_back("TRELVO_LIFELINE_FD=" + std::to_string(read_end.Get()));
     std::atomic<bool> done = false;
-    int sent = 0;
+    size_t sent = 0;
     std::thread writer([&] {
         auto next = std::chrono::steady_clock::now();
         for (; !done; ++sent) {
@@ -640,7 +640,7 @@ TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
         read_rotated();
     }
     text += ReadFile(kFile);
-    int expected = 0;
+    size_t expected = 0;
     for (const std::string& line : Words(text, '\n')) {
         if (line.find("trelvo.clock") != std::string::npos) {
             continue;

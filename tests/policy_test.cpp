@@ -253,7 +253,7 @@ TEST(CodeTableTest, FindsTheLastRowOfEachTextWhateverItsSize) {
                 std::to_string(random() % 50),
             static_cast<unsigned char>(random()));
     }
-    for (const size_t size : {65536, 70000, 3 << 20, 2 << 20, 1}) {
+    for (const size_t size : std::initializer_list<size_t>{65536, 70000, 3 << 20, 2 << 20, 1}) {
         add(std::string(size, 'L'), 'L');
     }
     table.Index();
@@ -269,7 +269,8 @@ TEST(CodeTableTest, TakesAtMost24BytesARowBeyondTextAndCode) {
         return info.uordblks + info.hblkhd;
     };
     char text[] = "request 000000 to the session of the display was answered";
-    for (const size_t rows : {1000, 1025, 4097, 20000, 65537, 100000}) {
+    for (const size_t rows :
+         std::initializer_list<size_t>{1000, 1025, 4097, 20000, 65537, 100000}) {
         const size_t before = in_use();
         CodeTable table;
         for (size_t i = 0; i < rows; ++i) {

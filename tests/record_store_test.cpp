@@ -30,7 +30,7 @@ Bytes MakeRecord(size_t size, const std::function<unsigned()>& random) {
 
 size_t LengthOf(const unsigned char* at, size_t size) {
     EXPECT_GT(size, 0U);
-    const size_t length = at[0] < 255 ? at[0] : at[1] << 16U | at[2] << 8U | at[3];
+    const size_t length = at[0] < 255 ? at[0] : size_t{at[1]} << 16U | size_t{at[2]} << 8U | at[3];
     return std::max<size_t>(length, 1);
 }
 
@@ -123,7 +123,7 @@ void CompareWithADeque(size_t page, bool with_dictionary) {
 }
 
 TEST(RecordStoreTest, HoldsWhatADequeHolds) {
-    for (const size_t page : {1, 16, 64, 4096}) {
+    for (const size_t page : std::initializer_list<size_t>{1, 16, 64, 4096}) {
         for (const bool with_dictionary : {false, true}) {
             SCOPED_TRACE(page);
             CompareWithADeque(page, with_dictionary);

@@ -193,7 +193,7 @@ TEST(Estimates, OfMemoryAreWithinATenth) {
     fs::create_directories(fs::path(folder).parent_path());
     size_t before = HeapInUse();
     MessageCounts counts(0);
-    for (int i = 0; i < 70000; ++i) {
+    for (unsigned i = 0; i < 70000; ++i) {
         counts.Add(i % 5 == 0 ? "A" : "B", "request " + std::to_string(i) + " was answered", 2);
         counts.Add("B", std::string(30 + i % 90, 'x') + std::to_string(i), 2);
     }

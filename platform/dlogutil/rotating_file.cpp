@@ -251,7 +251,8 @@ std::error_code RotatingFile::Rotate() {
     bool exchanged = false;
     if (rotated_count_ > 0) {
         exchanged = exchange();
-        // Both are no reason to stop: somebody removed the file, or names cannot be exchanged here.
+        // Neither is a reason to stop: somebody removed the file, or names cannot be exchanged
+        // here.
         if (!exchanged && errno != ENOENT && errno != EINVAL) {
             return LastError();
         }
