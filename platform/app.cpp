@@ -1,12 +1,8 @@
 #include "app.h"
 
-#include <fcntl.h>
 #include <glib-unix.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -15,16 +11,15 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "capture_watch.h"
 #include "command_line.h"
-#include "dlogutil/rotating_file.h"
 #include "dump_progress.h"
 #include "handles.h"
+#include "host.h"
 #include "launch_check.h"
 #include "launch_interface.h"
 #include "launch_server.h"
@@ -39,33 +34,6 @@ namespace {
 
 // An atomic instead of a GMainLoop: an exit asked for before the loop runs counts as well.
 std::atomic<bool> exit_requested{false};
-
-// Tells the children of the service that it is gone, however it ended: the only write end of a pipe
-// ends with the process, and children find the number of the read end in their environment.
-class Lifeline {
-public:
-    Lifeline() {
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            port::ThrowErrno("pipe");
-        }
-        read_end_ = port::UniqueFd(ends[0]);
-        write_end_ = port::UniqueFd(ends[1]);
-        // This end is the one that children are to inherit.
-        if (fcntl(read_end_.Get(), F_SETFD, 0) != 0 ||
-            setenv(kVariable, std::to_string(read_end_.Get()).c_str(), 1) != 0) {
-            port::ThrowErrno(kVariable);
-        }
-    }
-    Lifeline(const Lifeline&) = delete;
-    Lifeline& operator=(const Lifeline&) = delete;
-    ~Lifeline() { static_cast<void>(unsetenv(kVariable)); }
-
-private:
-    static constexpr const char* kVariable = "TRELVO_LIFELINE_FD";
-    port::UniqueFd read_end_;
-    port::UniqueFd write_end_;
-};
 
 // How long the end of the service waits for the dumps that were announced or asked for.
 constexpr gint64 kLastDumpMilliseconds = 5000;
@@ -159,80 +127,12 @@ private:
     guint source_;
 };
 
-// So that the programs that were built with the service are found before any others.
-void PutOwnFolderFirstOnPath() {
-    const std::string own = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
-    const char* const value = std::getenv("PATH");
-    const std::string path = value != nullptr ? value : "";
-    if (path != own && path.compare(0, own.size() + 1, own + ":") != 0 &&
-        setenv("PATH", (path.empty() ? own : own + ":" + path).c_str(), 1) != 0) {
-        port::ThrowErrno("PATH");
-    }
-}
-
-// Empty when another process holds the lock, which has its holder's id as text. It ends with the
-// process, whatever happens to it.
-port::UniqueFd TakeLock(const std::string& path) {
-    port::UniqueFd lock(
-        open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!lock) {
-        port::ThrowErrno(path);
-    }
-    if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) {
-        const std::string pid = std::to_string(getpid()) + "\n";
-        if (ftruncate(lock.Get(), 0) != 0 ||
-            write(lock.Get(), pid.data(), pid.size()) != static_cast<ssize_t>(pid.size())) {
-            port::ThrowErrno(path);
-        }
-        return lock;
-    }
-    if (errno != EWOULDBLOCK) {
-        port::ThrowErrno(path);
-    }
-    return {};
-}
-
-// The reader takes whatever it finds for new, and the capture comes to clearing its files only when
-// the reader is under way already. What an earlier capture left would be counted as lines of the
-// new one or, after a reboot, have times ahead of all that follow and silence the recorder. The
-// device has an empty /tmp after a boot and never starts the service twice.
-void ClearCapture() {
-    const dlogutil::RotatingFile cleared("/tmp/trelvo/RQB_Buffer", 1, 1);
-}
-
-// The service writes every dump to a fixed name in this folder first. In another user's folder that
-// user could make the name a link to any file.
-void PrepareDumpFolder() {
-    const char* const folder = "/tmp/Trelvo_Dump";
-    struct stat info {};
-    if ((mkdir(folder, S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) != 0 && errno != EEXIST) ||
-        lstat(folder, &info) != 0) {
-        port::ThrowErrno(folder);
-    }
-    if (!S_ISDIR(info.st_mode) || info.st_uid != geteuid() ||
-        (info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        throw std::runtime_error(std::string(folder) +
-                                 ": not a folder that only this user writes to; remove it");
-    }
-}
-
-// Whatever the launcher's umask: what this service writes is the machine's log. What others may not
-// read at all is in folders of mode 0700.
-void SetModes(const std::optional<gid_t>& readers) {
-    umask(readers ? S_IWGRP | S_IRWXO : S_IRWXG | S_IRWXO);
-    if (readers && getegid() != *readers && setgid(*readers) != 0) {
-        throw std::runtime_error(
-            "[dump] group: this user cannot take that group; start the service with it, under "
-            "systemd by Group= in a drop-in");
-    }
-}
-
 int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& callback,
         void* user_data) {
-    PutOwnFolderFirstOnPath();
+    port::PutOwnFolderFirstOnPath();
     const std::string folder = port::RuntimeFolder();
     const std::string socket = folder + "/" + launch_interface::kSocketFile;
-    const port::UniqueFd lock = TakeLock(folder + "/" + launch_interface::kLockFile);
+    const port::UniqueFd lock = port::TakeLock(folder + "/" + launch_interface::kLockFile);
     if (!lock) {
         std::fprintf(stderr, "trelvo: another service is already running, it answers at %s\n",
                      socket.c_str());
@@ -246,12 +146,12 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
             port::ThrowErrno(path);
         }
     }
-    ClearCapture();
-    PrepareDumpFolder();
+    port::ClearCapture();
+    port::PrepareDumpFolder();
     if (setenv("TRELVO_SERVICE_TAG", "LOG_COMPRESSOR", 1) != 0) {  // read by the capture
         port::ThrowErrno("TRELVO_SERVICE_TAG");
     }
-    const Lifeline lifeline;
+    const port::Lifeline lifeline;
     port::CaptureWatch capture;
     Recording recording(callback, user_data, capture);
     exit_requested = false;
@@ -292,7 +192,7 @@ int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callback, vo
             port::Complain(faults);
             return port::kExitUsage;
         }
-        SetModes(line.group);
+        port::SetModes(line.group);
         return Run(line.first, *callback, user_data);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "trelvo: %s\n", error.what());
