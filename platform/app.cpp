@@ -25,6 +25,7 @@
 #include "launch_server.h"
 #include "power.h"
 #include "runtime_folder.h"
+#include "src/FixedPaths.h"
 
 struct app_control_s {
     port::LaunchArguments extra_data;
@@ -146,8 +147,8 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
             port::ThrowErrno(path);
         }
     }
-    port::ClearCapture();
-    port::PrepareDumpFolder();
+    port::ClearCapture(paths::kCapture, paths::kRotatedCaptures);
+    port::PrepareDumpFolder(paths::kTemporaryFolder);
     if (setenv("TRELVO_SERVICE_TAG", "LOG_COMPRESSOR", 1) != 0) {  // read by the capture
         port::ThrowErrno("TRELVO_SERVICE_TAG");
     }

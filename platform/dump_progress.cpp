@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "launch_check.h"
+#include "src/FixedPaths.h"
 
 namespace port {
 namespace {
@@ -40,7 +41,7 @@ DumpProgress PublishedProgress() {
 }
 
 bool TakePublished(std::string_view key, std::string_view text) {
-    if (key != "memory/trelvo/status") {
+    if (key != paths::kStatusKey) {
         return false;
     }
     DumpProgress progress{true, 0, false};

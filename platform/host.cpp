@@ -58,20 +58,20 @@ UniqueFd TakeLock(const std::string& path) {
     return {};
 }
 
-void ClearCapture() {
-    const dlogutil::RotatingFile cleared("/tmp/trelvo/RQB_Buffer", 1, 1);
+void ClearCapture(const std::string& file, int rotated_count) {
+    dlogutil::RotatingFile::Clear(file, rotated_count);
 }
 
-void PrepareDumpFolder() {
-    const char* const folder = "/tmp/Trelvo_Dump";
+void PrepareDumpFolder(const std::string& folder) {
     struct stat info {};
-    if ((mkdir(folder, S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) != 0 && errno != EEXIST) ||
-        lstat(folder, &info) != 0) {
+    if ((mkdir(folder.c_str(), S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) != 0 &&
+         errno != EEXIST) ||
+        lstat(folder.c_str(), &info) != 0) {
         ThrowErrno(folder);
     }
     if (!S_ISDIR(info.st_mode) || info.st_uid != geteuid() ||
         (info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        throw std::runtime_error(std::string(folder) +
+        throw std::runtime_error(folder +
                                  ": not a folder that only this user writes to; remove it");
     }
 }

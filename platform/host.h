@@ -26,11 +26,11 @@ void PutOwnFolderFirstOnPath();
 // the reader is under way already. What an earlier capture left would be counted as lines of the
 // new one or, after a reboot, have times ahead of all that follow and silence the recorder. The
 // device has an empty /tmp after a boot and never starts the service twice.
-void ClearCapture();
+void ClearCapture(const std::string& file, int rotated_count);
 
 // The service writes every dump to a fixed name in this folder first. In another user's folder that
 // user could make the name a link to any file.
-void PrepareDumpFolder();
+void PrepareDumpFolder(const std::string& folder);
 
 // Tells the children of the service that it is gone, however it ended: the only write end of a pipe
 // ends with the process, and children find the number of the read end in their environment.

@@ -14,12 +14,11 @@
 
 #include "CTRXMLParser.h"
 #include "CUtility.h"
+#include "FixedPaths.h"
 #include "Log.h"
 
 namespace {
 
-constexpr const char* kServerFolder = "/opt/usr/share/Trelvo/Server";
-constexpr const char* kDefaultFolder = "/opt/usr/share/Trelvo/Default";
 constexpr const char* kPolicyFile = "policy_version.xml";
 
 std::string PolicyPath(const std::string& folder) {
@@ -96,7 +95,7 @@ CDBOperations* CDBOperations::Instance() {
 
 void CDBOperations::CreateHashMap() {
     const bool isServer = CUtility::Instance()->GetPolicyMode() != 0;
-    std::string folder = isServer ? kServerFolder : kDefaultFolder;
+    std::string folder = isServer ? paths::kServerPolicy : paths::kDefaultPolicy;
     std::string xmlText;
     bool isRead = ReadRawXML(PolicyPath(folder).c_str(), xmlText);
     if (!isRead && !isServer) {
@@ -105,7 +104,7 @@ void CDBOperations::CreateHashMap() {
     }
     if (!isRead) {
         TR_LOGE("XML Read Error for Server Policy - continue with default Policy");
-        folder = kDefaultFolder;
+        folder = paths::kDefaultPolicy;
         isRead = ReadRawXML(PolicyPath(folder).c_str(), xmlText);
     }
     if (!isRead) {

@@ -18,6 +18,7 @@
 #include "CUtility.h"
 #include "CatchUp.h"
 #include "DumpFile.h"
+#include "FixedPaths.h"
 #include "Log.h"
 #include "Status.h"
 
@@ -32,18 +33,13 @@ struct DumpOutcome {
     std::string error;
 };
 
-constexpr const char* kTemporaryFolder = "/tmp/Trelvo_Dump";
-constexpr const char* kTemporaryFile = "/tmp/Trelvo_Dump/trelvo_Temp.dump";
-constexpr const char* kCollectingFolder = "/opt/usr/share/svc-rk/dump/";
 constexpr const char* kDumpName = "trelvo";
-constexpr const char* kUploadKey = "memory/trelvo/dlog_dump";
 constexpr boost::chrono::milliseconds kCatchUpLimit(500);
-constexpr unsigned long long kCollectingLimit = 20971520;  // bytes
 
 // False when the folder is missing and cannot be made. Anything else that is wrong with it shows
 // when a dump is written.
 bool PrepareTemporaryFolder() {
-    DIR* const dir = opendir(kTemporaryFolder);
+    DIR* const dir = opendir(paths::kTemporaryFolder);
     if (dir != nullptr) {
         static_cast<void>(closedir(dir));
         return true;
@@ -51,8 +47,8 @@ bool PrepareTemporaryFolder() {
     if (errno != ENOENT) {
         return true;
     }
-    TR_LOGI("Creating Trelvo Path [%s]", kTemporaryFolder);
-    if (mkdir(kTemporaryFolder, 0755) != 0) {
+    TR_LOGI("Creating Trelvo Path [%s]", paths::kTemporaryFolder);
+    if (mkdir(paths::kTemporaryFolder, 0755) != 0) {
         TR_LOGE("Unable to create Trelvo Path");
         return false;
     }
@@ -62,12 +58,12 @@ bool PrepareTemporaryFolder() {
 // Tells the collecting service when its folder is over the limit, and then logs `message`.
 void CheckCollectingFolder(const char* message) {
     unsigned long long size = 0;
-    CUtility::Instance()->GetFoldersize(kCollectingFolder, size);
-    if (size <= kCollectingLimit) {
+    CUtility::Instance()->GetFoldersize(paths::kCollectingFolder, size);
+    if (size <= paths::kCollectingLimit) {
         return;
     }
-    if (vconf_set_int(kUploadKey, 1) != 0) {
-        TR_LOGE("Data dump complete, Unable to set vconf:%s to 1", kUploadKey);
+    if (vconf_set_int(paths::kUploadKey, 1) != 0) {
+        TR_LOGE("Data dump complete, Unable to set vconf:%s to 1", paths::kUploadKey);
     }
     TR_LOGI("%s", message);
 }
@@ -76,8 +72,8 @@ void CheckCollectingFolder(const char* message) {
 // may be written.
 bool MayAddToCollectingFolder() {
     int pending = 0;
-    if (vconf_get_int(kUploadKey, &pending) != 0) {
-        TR_LOGE("Unable to get vconf:%s status, aborting self initiated dump", kUploadKey);
+    if (vconf_get_int(paths::kUploadKey, &pending) != 0) {
+        TR_LOGE("Unable to get vconf:%s status, aborting self initiated dump", paths::kUploadKey);
         return false;
     }
     if (pending != 0) {
@@ -90,11 +86,11 @@ bool MayAddToCollectingFolder() {
 // Null when the temporary file cannot be made. What is left of an earlier dump goes: written over,
 // it would still have the modes and the names that somebody gave it.
 std::unique_ptr<NewFile> OpenTemporaryFile() {
-    static_cast<void>(unlink(kTemporaryFile));
+    static_cast<void>(unlink(paths::kTemporaryDump));
     try {
-        return std::make_unique<NewFile>(AT_FDCWD, kTemporaryFile);
+        return std::make_unique<NewFile>(AT_FDCWD, paths::kTemporaryDump);
     } catch (const std::system_error&) {
-        TR_LOGE("Unable to open compressed file path: %s", kTemporaryFile);
+        TR_LOGE("Unable to open compressed file path: %s", paths::kTemporaryDump);
         return nullptr;
     }
 }
@@ -121,15 +117,15 @@ std::string CopyToDestination(const NewFile& dump, const std::string& folder, Du
 DumpOutcome WriteDump(DumpSnapshot& snapshot, DumpForm form, bool isSelfInitiated) {
     std::unique_ptr<NewFile> file = OpenTemporaryFile();
     if (file == nullptr) {
-        return {"", std::string("cannot create ") + kTemporaryFile};
+        return {"", std::string("cannot create ") + paths::kTemporaryDump};
     }
-    TR_LOGI("Dumping to File Started..[%s]", kTemporaryFile);
+    TR_LOGI("Dumping to File Started..[%s]", paths::kTemporaryDump);
     DumpOutcome outcome;
     try {
         snapshot.Drain(form,
                        [&](const unsigned char* data, size_t size) { file->Write(data, size); });
         const std::string folder =
-            isSelfInitiated ? kCollectingFolder : CUtility::Instance()->getDumpPath();
+            isSelfInitiated ? paths::kCollectingFolder : CUtility::Instance()->getDumpPath();
         if (folder.empty()) {
             // The temporary file stays: it is the only place where this dump is.
             file->Stay();
@@ -168,9 +164,9 @@ DumpOutcome Dump() {
         TR_LOGE("No compress data available");
         return {"", "no data"};
     }
-    if (!utility->CheckSymbolicLink(kTemporaryFile)) {
+    if (!utility->CheckSymbolicLink(paths::kTemporaryDump)) {
         TR_LOGE("Error occurred in CheckSymbolicLink..continuing");
-        return {"", std::string("refused to write to ") + kTemporaryFile};
+        return {"", std::string("refused to write to ") + paths::kTemporaryDump};
     }
     return WriteDump(snapshot, form, isSelfInitiated);
 }

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "CatchUp.h"
+#include "FixedPaths.h"
 #include "LineReader.h"
 #include "Log.h"
 
@@ -21,10 +22,10 @@ struct CaptureFile {
     const char* name;
 };
 
-constexpr CaptureFile kCurrent{"/tmp/trelvo/RQB_Buffer", "TRELVO_BUFFER"};
-constexpr CaptureFile kRotated{"/tmp/trelvo/RQB_Buffer.1", "TRELVO_BUFFER.1"};
-constexpr CaptureFile kBootCurrent{"/tmp/trelvo/boot/RQB_Buffer", "TRELVO_BOOT_BUFFER"};
-constexpr CaptureFile kBootRotated{"/tmp/trelvo/boot/RQB_Buffer.1", "TRELVO_BOOT_BUFFER_1"};
+constexpr CaptureFile kCurrent{paths::kCapture, "TRELVO_BUFFER"};
+constexpr CaptureFile kRotated{paths::kRotatedCapture, "TRELVO_BUFFER.1"};
+constexpr CaptureFile kBootCurrent{paths::kBootCapture, "TRELVO_BOOT_BUFFER"};
+constexpr CaptureFile kBootRotated{paths::kRotatedBootCapture, "TRELVO_BOOT_BUFFER_1"};
 
 constexpr boost::chrono::milliseconds kRotationPause(100);
 constexpr boost::chrono::milliseconds kPassPause(1000);

@@ -7,9 +7,10 @@
 
 #include <cstring>
 
+#include "FixedPaths.h"
+
 namespace {
 
-constexpr const char* kSocket = "/tmp/trelvo/RQB_Buffer.sync";
 // Between two passes while the capture catches up: it may wait for the reader meanwhile.
 constexpr int kPoll = 10;  // milliseconds
 
@@ -83,7 +84,7 @@ void CatchUp::Pause(boost::chrono::milliseconds pause, bool isComplete) {
 void CatchUp::Ask() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, kSocket, sizeof address.sun_path - 1);
+    std::strncpy(address.sun_path, paths::kCaptureSocket, sizeof address.sun_path - 1);
     connection_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (connection_ >= 0 &&
         connect(connection_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {

@@ -21,6 +21,7 @@
 #include "CLogCompressor.h"
 #include "CTREventManager.h"
 #include "CUtility.h"
+#include "FixedPaths.h"
 #include "Log.h"
 #include "MatchTrigger.h"
 #include "Status.h"
@@ -33,7 +34,6 @@ std::set<std::string> m_logTags;
 namespace {
 
 constexpr int kLargestHeapBlock = 128 * 1024;  // bytes
-constexpr const char* kCaptureFile = "/tmp/trelvo/RQB_Buffer";
 
 // One value of a launch request, released at the end of its scope.
 class ExtraData {
@@ -72,8 +72,9 @@ std::vector<std::string> Split(const char* text) {
 // launch the service decides what the shell makes of them.
 std::string CaptureCommand(const char* bufferKiB, const std::vector<std::string>& tags,
                            const std::vector<std::string>& levels) {
-    std::string command =
-        std::string("dlogutil -r ") + bufferKiB + " -n 1 -f " + kCaptureFile + " -v kerneltime ";
+    std::string command = std::string("dlogutil -r ") + bufferKiB + " -n " +
+                          std::to_string(paths::kRotatedCaptures) + " -f " + paths::kCapture +
+                          " -v kerneltime ";
     if (levels.size() < tags.size()) {
         TR_LOGE("LOGLEVEL has %zu levels for %zu tags, the last one serves the rest", levels.size(),
                 tags.size());

@@ -12,6 +12,7 @@
 #include "CDBOperations.h"
 #include "CDataProvider.h"
 #include "CatchUp.h"
+#include "FixedPaths.h"
 
 // May be absent: see below.
 #pragma weak vconf_set_str
@@ -20,7 +21,6 @@ namespace status {
 
 namespace {
 
-constexpr const char* kKey = "memory/trelvo/status";
 constexpr int64_t kInterval = 1000;  // milliseconds
 
 int64_t MonotonicMs() {
@@ -121,7 +121,7 @@ private:
             text_ = text;
             published_ = now;
             number("now", now);
-            static_cast<void>(vconf_set_str(kKey, text.c_str()));
+            static_cast<void>(vconf_set_str(paths::kStatusKey, text.c_str()));
         }
     }
 

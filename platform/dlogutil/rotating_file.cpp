@@ -9,32 +9,35 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace dlogutil {
 namespace {
 
-constexpr unsigned kLockSeconds = 5;
+constexpr std::chrono::seconds kLockLimit{5};
+constexpr std::chrono::milliseconds kLockPause{10};
 
 std::error_code LastError() {
     return {errno, std::generic_category()};
 }
 
-// False when the lock is still taken after kLockSeconds.
+// False when the lock is still taken after kLockLimit. Asks again and again: flock() knows no
+// limit, and only a signal of the whole process could interrupt it.
 bool LockFolder(int folder) {
-    struct sigaction wake {};
-    struct sigaction before {};
-    wake.sa_handler = [](int) {};  // without SA_RESTART: the alarm ends the flock()
-    static_cast<void>(sigaction(SIGALRM, &wake, &before));
-    alarm(kLockSeconds);
-    const bool locked = flock(folder, LOCK_EX) == 0;
-    alarm(0);
-    static_cast<void>(sigaction(SIGALRM, &before, nullptr));
-    return locked;
+    const auto deadline = std::chrono::steady_clock::now() + kLockLimit;
+    while (flock(folder, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) ||
+            std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(kLockPause);
+    }
+    return true;
 }
 
 }  // namespace
@@ -68,13 +71,12 @@ RotatingFile::RotatingFile(uint64_t limit_bytes, int rotated_count, const std::s
 
 RotatingFile::RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count)
     : RotatingFile(limit_bytes, rotated_count, path) {
-    RemoveLeftOver(name_, S_IFREG);
-    RemoveLeftOver(FreshName(), S_IFREG);
-    RemoveLeftOver(SocketName(), S_IFSOCK);
-    for (int number = 1; number <= rotated_count_; ++number) {
-        RemoveLeftOver(Rotated(number), S_IFREG);
-    }
-    Take(Create(name_));
+    BeginAnew();
+}
+
+void RotatingFile::Clear(const std::string& path, int rotated_count) {
+    RotatingFile file(0, rotated_count, path);
+    file.BeginAnew();
 }
 
 RotatingFile::RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count,
@@ -213,6 +215,16 @@ void RotatingFile::RemoveLeftOver(const std::string& name, mode_t type) const {
     if (LeftOver(name, type) != 0 && unlinkat(folder_.Get(), name.c_str(), 0) != 0) {
         port::ThrowErrno(folder_path_ + name);
     }
+}
+
+void RotatingFile::BeginAnew() {
+    RemoveLeftOver(name_, S_IFREG);
+    RemoveLeftOver(FreshName(), S_IFREG);
+    RemoveLeftOver(SocketName(), S_IFSOCK);
+    for (int number = 1; number <= rotated_count_; ++number) {
+        RemoveLeftOver(Rotated(number), S_IFREG);
+    }
+    Take(Create(name_));
 }
 
 port::UniqueFd RotatingFile::Create(const std::string& name) const {

@@ -32,6 +32,10 @@ public:
     // leaves, or when another writer holds the folder for more than 5 seconds.
     RotatingFile(const std::string& path, uint64_t limit_bytes, int rotated_count);
 
+    // Leaves for the writer to come what the constructor leaves: an empty file and no others.
+    // Throws as above.
+    static void Clear(const std::string& path, int rotated_count);
+
     // Goes on where a writer ended, at whatever moment, after it had begun to write `text` at
     // `from`: removes from its front the whole lines that are in the file. Half a line is taken
     // back. Throws as above.
@@ -67,6 +71,7 @@ private:
     // that this user's writer leaves.
     [[nodiscard]] uint64_t LeftOver(const std::string& name, mode_t type) const;
     void RemoveLeftOver(const std::string& name, mode_t type) const;
+    void BeginAnew();
     // Takes a file that was created or opened as the current one.
     void Take(port::UniqueFd file);
     [[nodiscard]] port::UniqueFd Create(const std::string& name) const;
