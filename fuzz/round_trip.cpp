@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "CDataProvider.h"
-#include "dlogutil/line_format.h"
+#include "dlogutil/journal_entry.h"
 #include "support/fuzz_support.h"
 
 namespace {

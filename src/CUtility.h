@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "DumpSnapshot.h"
-#include "LineParser.h"
+#include "LogLine.h"
 #include "SourceDictionary.h"
 
 // The process-wide helper: line analysis, the byte-level encodings, the tag/process/thread

@@ -22,8 +22,8 @@
 
 #include "dlog.h"
 #include "dlogutil/clock_lines.h"
+#include "dlogutil/journal_entry.h"
 #include "dlogutil/journal_follower.h"
-#include "dlogutil/line_format.h"
 #include "dlogutil/losses.h"
 #include "dlogutil/options.h"
 #include "dlogutil/rotating_file.h"

@@ -28,7 +28,7 @@ std::string Split(const std::string& line) {
     }
 }
 
-TEST(LineParserTest, SplitsALineAtItsFirstDelimiters) {
+TEST(LogLineTest, SplitsALineAtItsFirstDelimiters) {
     const std::tuple<const char*, const char*, const char*> rows[] = {
         {"white space", "\v\f\r\n\t 12.5 I/TAG(P 10, T 11): f: g(1) > hi\n", "0|I|TAG|10|11|hi"},
         {"padding", "1 W/A_B \t(P  12, T\t45 ): f(5) >  up ", "0|W|A_B|12|45| up "}};
@@ -38,7 +38,7 @@ TEST(LineParserTest, SplitsALineAtItsFirstDelimiters) {
     }
 }
 
-TEST(LineParserTest, DeltasCountSinglePrecisionMillisecondsFromTheLastAcceptedTime) {
+TEST(LogLineTest, DeltasCountSinglePrecisionMillisecondsFromTheLastAcceptedTime) {
     const std::pair<const char*, const char*> rows[] = {
         {"nan", "0|I|T|1|2|b"},
         {"-2.5", "0|I|T|1|2|b"},
@@ -62,7 +62,7 @@ TEST(LineParserTest, DeltasCountSinglePrecisionMillisecondsFromTheLastAcceptedTi
               "D Not dlog data, actualTimestamp:-2147483648, m_LastLogTime:2147483647");
 }
 
-TEST(LineParserTest, SingleFieldsHaveTheirOwnRulesAndLogWhatTheyFind) {
+TEST(LogLineTest, SingleFieldsHaveTheirOwnRulesAndLogWhatTheyFind) {
     CUtility& utility = *CUtility::Instance();
     const std::string line = "1234.567 I/MY_TAG  (P 1234, T 1240): main.c: run(52) > started";
     Platform().Take();

@@ -6,8 +6,8 @@
 
 #include "CDataProvider.h"
 #include "CUtility.h"
-#include "LineParser.h"
 #include "LineReader.h"
+#include "LogLine.h"
 #include "RecordPacking.h"
 #include "support/platform_fake.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <system_error>
 
-#include "dlogutil/line_format.h"
+#include "dlogutil/journal_entry.h"
 #include "handles.h"
 
 namespace dlogutil {

@@ -38,9 +38,9 @@
 #include <vector>
 
 #include "dlogutil/clock_lines.h"
+#include "dlogutil/journal_entry.h"
 #include "dlogutil/journal_follower.h"
 #include "dlogutil/keeper.h"
-#include "dlogutil/line_format.h"
 #include "dlogutil/losses.h"
 #include "dlogutil/options.h"
 #include "dlogutil/rotating_file.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "dlogutil/line_format.h"
+#include "dlogutil/journal_entry.h"
 #include "handles.h"
 
 namespace dlogutil {

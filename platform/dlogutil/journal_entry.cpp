@@ -1,4 +1,4 @@
-#include "dlogutil/line_format.h"
+#include "dlogutil/journal_entry.h"
 
 #include <algorithm>
 #include <cctype>

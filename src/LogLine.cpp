@@ -1,4 +1,4 @@
-#include "LineParser.h"
+#include "LogLine.h"
 
 #include <algorithm>
 #include <cfloat>
