@@ -19,6 +19,7 @@
 #include "CatchUp.h"
 #include "DumpFile.h"
 #include "FixedPaths.h"
+#include "Folders.h"
 #include "Log.h"
 #include "Status.h"
 
@@ -58,7 +59,7 @@ bool PrepareTemporaryFolder() {
 // Tells the collecting service when its folder is over the limit, and then logs `message`.
 void CheckCollectingFolder(const char* message) {
     unsigned long long size = 0;
-    CUtility::Instance()->GetFoldersize(paths::kCollectingFolder, size);
+    folders::GetFoldersize(paths::kCollectingFolder, size);
     if (size <= paths::kCollectingLimit) {
         return;
     }
@@ -164,7 +165,7 @@ DumpOutcome Dump() {
         TR_LOGE("No compress data available");
         return {"", "no data"};
     }
-    if (!utility->CheckSymbolicLink(paths::kTemporaryDump)) {
+    if (!folders::CheckSymbolicLink(paths::kTemporaryDump)) {
         TR_LOGE("Error occurred in CheckSymbolicLink..continuing");
         return {"", std::string("refused to write to ") + paths::kTemporaryDump};
     }

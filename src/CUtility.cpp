@@ -1,22 +1,13 @@
 #include "CUtility.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
-#include <memory>
 #include <string_view>
 
-#include "DumpFile.h"
+#include "Folders.h"
 #include "Log.h"
 #include "RecordPacking.h"
-
-namespace fs = boost::filesystem;
 
 CUtility* CUtility::m_pInstance = nullptr;
 
@@ -260,80 +251,21 @@ DumpForm CUtility::getDumpForm() {
 }
 
 bool CUtility::CheckSymbolicLink(const char* path) {
-    struct stat status {};
-    if (lstat(path, &status) != 0) {
-        const int error = errno;
-        if (error == ENOENT) {
-            return true;
-        }
-        TR_LOGE("lstat error occured path:%s errno:%d", path, error);
-        return false;
-    }
-    if (S_ISLNK(status.st_mode)) {
-        TR_LOGE("symbolic link is detected: %s", path);
-        return false;
-    }
-    return true;
+    return folders::CheckSymbolicLink(path);
 }
 
-bool CUtility::GenerateUniqueName(const fs::path& folder, const fs::path& name, fs::path& result) {
-    const std::string& text = name.string();
-    const size_t dot = text.rfind('.');
-    boost::system::error_code error;
-    result = folder / name;
-    fs::file_status status = fs::status(result, error);
-    for (int number = 1; fs::exists(status); ++number) {
-        // Throws without a dot; the dump writer's own names have one.
-        const std::string extension = text.substr(dot);
-        result = folder / NumberedName(text.substr(0, dot), extension, number);
-        status = fs::status(result, error);
-    }
-    if (status.type() != fs::file_not_found) {
-        TR_LOGE("Not expected boost error %d", error.value());
-        return false;
-    }
-    return true;
+bool CUtility::GenerateUniqueName(const boost::filesystem::path& folder,
+                                  const boost::filesystem::path& name,
+                                  boost::filesystem::path& result) {
+    return folders::GenerateUniqueName(folder, name, result);
 }
 
 void CUtility::GetFoldersize(std::string folder, unsigned long long& size) {
-    size = 0;
-    try {
-        if (!fs::exists(folder)) {
-            TR_LOGE("Folder Path not exist");
-            return;
-        }
-        // Throws at the first entry without a size, such as a subfolder: `size` then covers the
-        // entries before it.
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-            size += fs::file_size(entry.path());
-        }
-    } catch (const fs::filesystem_error& failure) {
-        const std::string text =
-            "Get folder size failed with error code: " + failure.code().message();
-        TR_LOGE("%s", text.c_str());
-    } catch (...) {
-        TR_LOGE("unknown exception caught");
-    }
+    folders::GetFoldersize(folder, size);
 }
 
 void CUtility::GetFileList(const std::string& folder, const std::string& /*extension*/,
                            std::vector<std::string>& names) {
-    struct CloseFolder {
-        void operator()(DIR* dir) const { static_cast<void>(closedir(dir)); }
-    };
-    const std::unique_ptr<DIR, CloseFolder> dir(opendir(folder.c_str()));
-    if (dir == nullptr) {
-        std::puts("Could not open current directory");
-        return;
-    }
-    names.clear();
-    while (const dirent* entry = readdir(dir.get())) {
-        // Whatever extension is asked for, only databases are listed. Without a dot the whole name
-        // counts as the extension: npos + 1 is 0.
-        const std::string name = entry->d_name;
-        const size_t dot = name.rfind('.');
-        if (name.compare(dot + 1, std::string::npos, "db") == 0) {
-            names.push_back(name.substr(0, dot));
-        }
-    }
+    // Whatever extension is asked for, only databases are listed.
+    folders::GetFileList(folder, names);
 }

@@ -110,17 +110,12 @@ public:
 
     // --- Files and folders of the dump writer ------------------------------------------------
 
-    // True when `path` may be created or overwritten: it is absent or not a symbolic link.
+    // The functions of Folders.h, where they are described.
     bool CheckSymbolicLink(const char* path);
-    // Sets `result` to the first of name.ext, name_1.ext, name_2.ext, ... that `folder` lacks.
-    // Returns false when the folder cannot be examined; `result` then holds the last candidate.
-    // Throws std::out_of_range for a taken name without a dot. The service never calls it: a name
-    // that is free now may be taken when a dump is stored.
     bool GenerateUniqueName(const boost::filesystem::path& folder,
                             const boost::filesystem::path& name, boost::filesystem::path& result);
-    // Sets `size` to the bytes of the folder's direct entries, up to the first that has no size.
     void GetFoldersize(std::string folder, unsigned long long& size);
-    // Base names of the code databases (*.db) in a folder. The service never calls it.
+    // Lists databases, whatever the extension.
     void GetFileList(const std::string& folder, const std::string& extension,
                      std::vector<std::string>& names);
 
