@@ -16,7 +16,7 @@ namespace {
 constexpr size_t kTimeWidth = 9;         // "01234.567"
 constexpr uint32_t kFirstTime = 100000;  // ms
 constexpr uint32_t kLastTime = 14400000;
-constexpr uint32_t kMostGap = 3;
+constexpr uint32_t kMaxGap = 3;
 
 using Random = std::mt19937_64;
 
@@ -115,7 +115,7 @@ Corpus::Corpus(std::string name, const std::vector<std::string>& lines, size_t l
             const double seconds = ParseSeconds(lines[i], end);
             if (i != 0 && seconds > before) {
                 time += static_cast<uint32_t>(
-                    std::lround(std::min(1000 * (seconds - before), double{kMostGap})));
+                    std::lround(std::min(1000 * (seconds - before), double{kMaxGap})));
             }
             before = std::max(before, seconds);
             std::string line = lines[i].substr(end);

@@ -10,7 +10,7 @@
 
 using namespace trelvo;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A file, which may be a compressed one.
     test_support::WriteFile("/tmp/input", std::string(data, data + size));
     try {
@@ -18,8 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         DumpReader reader(*source);
         const Extent extent = reader.Measure();
         Record record;
-        std::uint64_t records = 0;
-        std::int64_t span = 0;
+        uint64_t records = 0;
+        int64_t span = 0;
         try {
             while (reader.Next(record)) {
                 fuzz::Require(record.end_offset > record.offset && record.delta_ms >= 0,

@@ -37,13 +37,13 @@ void Prepare() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool prepared = (Prepare(), true);
     static_cast<void>(prepared);
     fuzz::LineModel model = kEmpty;
     const bool counts_memory = size % 4 == 3;
     // Few lines fill it; tables and an open page take 5 KiB of memory.
-    const std::size_t limit_kib = counts_memory ? 6 : size % 4 + 1;
+    const size_t limit_kib = counts_memory ? 6 : size % 4 + 1;
     CDataProvider::Instance()->SetHistorySize(limit_kib);
     CDataProvider::Instance()->SetBufferCount(counts_memory);
     if (!counts_memory) {

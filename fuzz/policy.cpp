@@ -86,8 +86,8 @@ std::string Code(std::string_view stored) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::uint8_t* const zero = std::find(data, data + size, 0);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const uint8_t* const zero = std::find(data, data + size, 0);
     std::filesystem::create_directories(kFolder);
     for (const auto& entry : std::filesystem::directory_iterator(kFolder)) {
         std::filesystem::remove_all(entry);

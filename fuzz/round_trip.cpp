@@ -58,7 +58,7 @@ bool IsTagOf(const dlogutil::Fields& fields, const std::string& tag) {
     std::string wanted;
     for (const dlogutil::Field field : {dlogutil::kIdentifier, dlogutil::kComm}) {
         const std::string name(fields[field].substr(0, 128));
-        const std::size_t begin = std::min(name.find_first_not_of(' '), name.size());
+        const size_t begin = std::min(name.find_first_not_of(' '), name.size());
         if (wanted.empty()) {
             wanted = name.substr(begin, name.find_last_not_of(' ') + 1 - begin);
         }
@@ -87,7 +87,7 @@ std::vector<std::string> Texts(const dlogutil::Fields& fields) {
 // a prefix of its own and wrote none: such a line is not recorded.
 std::string Expected(const dlogutil::Fields& fields, const std::string& written) {
     const std::string line = Trimmed(written);
-    const std::size_t arrow = line.find(" > ");
+    const size_t arrow = line.find(" > ");
     if (arrow == std::string::npos) {
         const std::string_view level = fields[dlogutil::kDlogLevel];
         fuzz::Require(level.size() == 1 && std::strchr("VDIWEFS", level[0]) != nullptr,
@@ -106,21 +106,20 @@ std::string Expected(const dlogutil::Fields& fields, const std::string& written)
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool prepared = (CDataProvider::Instance()->SetBufferSize(1 << 20), true);
     static_cast<void>(prepared);
     std::vector<std::string> expected;
     std::istringstream text(std::string(data, data + size));
-    std::uint64_t usec = 1000000;
+    uint64_t usec = 1000000;
     for (std::string entry; std::getline(text, entry);) {
-        usec += entry.empty() ? 0 : static_cast<std::uint64_t>(entry[0] & 31) * 1000;
-        const dlogutil::Fields fields =
-            ReadFields(entry.substr(std::min<std::size_t>(entry.size(), 1)));
+        usec += entry.empty() ? 0 : static_cast<uint64_t>(entry[0] & 31) * 1000;
+        const dlogutil::Fields fields = ReadFields(entry.substr(std::min<size_t>(entry.size(), 1)));
         std::string lines;
         dlogutil::AppendLines(fields, dlogutil::TagOf(fields), usec, lines);
         fuzz::Require(lines.empty() || lines.back() == '\n', "half a line");
         const std::vector<std::string> texts = Texts(fields);
-        std::size_t count = 0;
+        size_t count = 0;
         std::istringstream written(lines);
         for (std::string line; std::getline(written, line); ++count) {
             // Behind the last that are written stands how many were left out.
@@ -137,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                       "lines are missing");
     }
     const std::vector<std::string> decoded = fuzz::Decode(fuzz::Snapshot(true));
-    for (std::size_t i = 0; i < expected.size(); ++i) {
+    for (size_t i = 0; i < expected.size(); ++i) {
         fuzz::Require(i < decoded.size(), "lacks " + expected[i]);
         fuzz::Require(decoded[i] == expected[i], decoded[i] + " instead of " + expected[i]);
     }

@@ -30,9 +30,9 @@ constexpr unsigned long long kStandardLimit = 10485760;  // bytes
 constexpr useconds_t kFullBufferPoll = 50000;            // microseconds
 
 // Chosen by measurement, see docs/benchmarks.md.
-constexpr unsigned long long kSmallestPage = 1024;   // bytes
-constexpr unsigned long long kLargestPage = 262144;  // bytes
-constexpr unsigned long long kPages = 40;            // that the limit is to have room for, plain
+constexpr unsigned long long kMinPage = 1024;  // bytes
+constexpr unsigned long long kMaxPage = 262144;     // bytes
+constexpr unsigned long long kPages = 40;           // that the limit is to have room for, plain
 // A prepared dictionary for pages takes some 100 KiB with what belongs to it.
 constexpr unsigned long long kDictionaryPaysFrom = 1048576;  // bytes
 // A dictionary of sources is gone through for entries that no record refers to when it has this
@@ -59,7 +59,7 @@ void LogReaderException() {
 
 CDataProvider* CDataProvider::m_pInstance = nullptr;
 
-CDataProvider::CDataProvider() : m_Records(kSmallestPage) {
+CDataProvider::CDataProvider() : m_Records(kMinPage) {
     m_FitPages();
 }
 
@@ -120,8 +120,8 @@ void CDataProvider::SetHistorySize(unsigned long long sizeKiB) {
 void CDataProvider::m_FitPages() {
     // Large pages pack better, but one is open, and a few more are the dictionary. Cutting a tenth
     // off takes a page apart, which is fast only for one that needs no dictionary.
-    unsigned long long pageSize = kLargestPage;
-    while (pageSize > kSmallestPage && pageSize > m_BufferLimit / kPages) {
+    unsigned long long pageSize = kMaxPage;
+    while (pageSize > kMinPage && pageSize > m_BufferLimit / kPages) {
         pageSize /= 2;
     }
     const std::lock_guard<std::mutex> lock(m_BufferMutex);

@@ -70,9 +70,9 @@ bool TRXMLParser::TRAttributes::GetValue(const std::string& name, unsigned long 
     }
     // What strtoul gives where unsigned long has 32 bits, as on the device: a negative number
     // wraps, and one that is too large, of either sign, is the largest.
-    constexpr long long kMost = std::numeric_limits<uint32_t>::max();
+    constexpr long long kMax = std::numeric_limits<uint32_t>::max();
     const long long number = std::strtoll(value->c_str(), nullptr, 10);
-    out = static_cast<uint32_t>(number < -kMost || number > kMost ? kMost : number);
+    out = static_cast<uint32_t>(number < -kMax || number > kMax ? kMax : number);
     return true;
 }
 

@@ -11,7 +11,10 @@
 #include "SourceDictionary.h"
 
 // The process-wide helper: line analysis, the byte-level encodings, the tag/process/thread
-// dictionary, the dump request and the file-system helpers of the dump writer.
+// dictionary, the launch settings, the dump request and questions to the file system.
+//
+// What is marked [others] is there for other programs and tests: the service itself calls the
+// functions behind it.
 //
 // Created on the main thread before any worker thread exists; never destroyed. It has no lock of
 // its own:
@@ -26,14 +29,15 @@ public:
     // All positions are first occurrences, searched from the start of the line. Nothing is
     // caught here: the conversions' exceptions and std::out_of_range reach the caller.
 
-    // The line without blanks and tabs at both ends; other white space stays.
+    // [others] The line without blanks and tabs at both ends; other white space stays.
     std::string m_Strip(const std::string& line);
 
-    // True for a line with "):" and " > " and, before the first " > ", a blank ahead of a "/".
+    // [others] True for a line with "):" and " > " and, before the first " > ", a blank ahead of a
+    // "/".
     bool m_IsDlogLine(std::string line);
 
-    // Splits a line. `timeDelta` is in milliseconds since the line accepted before; 0 for the
-    // first line after a start or a reset. Returns false, with only `timeDelta` written, for a
+    // [others] Splits a line. `timeDelta` is in milliseconds since the line accepted before; 0 for
+    // the first line after a start or a reset. Returns false, with only `timeDelta` written, for a
     // line older than the last accepted one.
     bool m_GetLogLineComponents(int& timeDelta, char& level, std::string& tag, int& pid, int& tid,
                                 std::string& message, std::string line);
@@ -52,8 +56,8 @@ public:
     // The message about a line for which that was false.
     static void m_LogRefusedTime(int time, int lastTime);
 
-    // Single fields by slightly different rules than m_GetLogLineComponents; each logs what it
-    // found. The service never calls them.
+    // [others] Single fields by slightly different rules than m_GetLogLineComponents; each logs
+    // what it found.
     std::string m_GetLogLevel(std::string line);
     int m_GetPID(std::string line);
     int m_GetTID(std::string line);
@@ -64,16 +68,18 @@ public:
 
     // --- Encodings; each appends to `out` ----------------------------------------------------
 
-    // Signed LEB128, preceded by its length in bytes (one byte) when `withHeader`. Returns 0.
+    // [others] Signed LEB128, preceded by its length in bytes (one byte) when `withHeader`. Returns
+    // 0.
     int m_GetBytePackedIntWithHeader(int value, std::vector<unsigned char>& out, bool withHeader);
-    // Signed LEB128 followed by the bytes of `data`. Returns 0.
+    // [others] Signed LEB128 followed by the bytes of `data`. Returns 0.
     int m_GetBytePackedInt(int value, std::vector<unsigned char>& data,
                            std::vector<unsigned char>& out);
     // The bytes of a text of the characters 0 and 1, eight to a byte. Returns false, with nothing
     // appended, when the length is not a multiple of 8; throws std::invalid_argument at any other
     // character, with the bytes before it appended.
     bool m_GetHcodeByteArray(std::string hcode, std::vector<unsigned char>& out);
-    // The record header of a line: level code and dictionary index, which is created when new.
+    // [others] The record header of a line: level code and dictionary index, which is created when
+    // new.
     void m_GetBitPacked(char level, std::string tag, int pid, int tid,
                         std::vector<unsigned char>& out);
     // The same, and how the recorder itself makes a header; logs nothing. `record` is the number of
@@ -83,7 +89,7 @@ public:
     // The message about an entry that is new.
     static void m_LogNewSource(const SourceDictionary::Entry& entry, std::string_view tag, int pid,
                                int tid);
-    // The serialised dictionary and the last log time; empties both when `reset`.
+    // [others] The serialised dictionary and the last log time; empties both when `reset`.
     void m_DumpLogTagPidTidMap(std::vector<unsigned char>& out, bool reset);
     // The messages about a serialised dictionary's entries.
     static void m_LogDictionary(const std::vector<unsigned char>& entries);
@@ -108,9 +114,9 @@ public:
     // The form of the dump that is pending.
     DumpForm getDumpForm();
 
-    // --- Files and folders of the dump writer ------------------------------------------------
+    // --- Files and folders -------------------------------------------------------------------
 
-    // The functions of Folders.h, where they are described.
+    // [others] The functions of Folders.h, where they are described.
     bool CheckSymbolicLink(const char* path);
     bool GenerateUniqueName(const boost::filesystem::path& folder,
                             const boost::filesystem::path& name, boost::filesystem::path& result);

@@ -42,7 +42,7 @@ std::ifstream Open(const CaptureFile& file) {
     return stream;
 }
 
-void DrainBootFile(const CaptureFile& file, const LineSink& sink) {
+void DrainBootFile(const CaptureFile& file, const LineHandler& handler) {
     if (!Exists(file)) {
         TR_LOGI("%s could not be opened", file.name);
         return;
@@ -52,7 +52,7 @@ void DrainBootFile(const CaptureFile& file, const LineSink& sink) {
     std::string line;
     int count = 0;
     while (reader.Next(line)) {
-        sink(line);
+        handler(line);
         ++count;
     }
     TR_LOGI("Lines Read from %s: [%d]", file.path, count);
@@ -61,7 +61,7 @@ void DrainBootFile(const CaptureFile& file, const LineSink& sink) {
     static_cast<void>(std::remove(file.path));
 }
 
-void DrainRotated(int processed, const LineSink& sink) {
+void DrainRotated(int processed, const LineHandler& handler) {
     std::ifstream rotated = Open(kRotated);
     LineReader reader(rotated);
     std::string line;
@@ -70,7 +70,7 @@ void DrainRotated(int processed, const LineSink& sink) {
     // outgrown the old one's count, as many of the old one's lines are passed over.
     static_cast<void>(reader.Skip(processed));
     while (reader.Next(line)) {
-        sink(line);
+        handler(line);
         ++handedOn;
     }
     // Only the lines handed on, where the current file's message counts all that were read.
@@ -82,13 +82,13 @@ void DrainRotated(int processed, const LineSink& sink) {
 
 }  // namespace
 
-void DrainBootFiles(const LineSink& sink) {
+void DrainBootFiles(const LineHandler& handler) {
     TR_LOGI("Start reading data from: %s", kBootCurrent.path);
     // The older file comes first, since the parser refuses lines whose time runs backwards.
     TR_LOGI("Going to Read TRELVO_BOOT_BUFFER_1 first");
-    DrainBootFile(kBootRotated, sink);
+    DrainBootFile(kBootRotated, handler);
     TR_LOGI("Going to Read TRELVO_BOOT_BUFFER");
-    DrainBootFile(kBootCurrent, sink);
+    DrainBootFile(kBootCurrent, handler);
 }
 
 namespace {
@@ -103,7 +103,7 @@ struct Following {
 
 }  // namespace
 
-void Follow(const LineSink& sink, const std::function<void()>& afterPass) {
+void Follow(const LineHandler& handler, const std::function<void()>& afterPass) {
     TR_LOGI("Start reading data from: %s", kCurrent.path);
     const Following following;
     int processed = 0;
@@ -114,7 +114,7 @@ void Follow(const LineSink& sink, const std::function<void()>& afterPass) {
         int linesInPass = reader.Skip(processed);
         while (reader.Next(line)) {
             ++linesInPass;
-            sink(line);
+            handler(line);
             ++processed;
         }
         TR_LOGI("Lines Read from %s: [%d]", kCurrent.path, linesInPass);
@@ -125,7 +125,7 @@ void Follow(const LineSink& sink, const std::function<void()>& afterPass) {
             TR_LOGI("buffer to be switched to TRELVO_BUFFER.1");
             current.close();
             boost::this_thread::sleep_for(kRotationPause);
-            DrainRotated(processed, sink);
+            DrainRotated(processed, handler);
             processed = 0;
         }
         afterPass();

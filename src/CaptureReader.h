@@ -11,17 +11,17 @@
 // two passes, and lines of the old file where the new one has already outgrown its count. What it
 // repeats: those lines of the new file.
 //
-// Both functions throw a std::string, "<file> could not be opened", and whatever `sink` throws.
+// Both functions throw a std::string, "<file> could not be opened", and whatever `handler` throws.
 namespace capture {
 
 // Takes one line without its line feed.
-using LineSink = std::function<void(std::string& line)>;
+using LineHandler = std::function<void(std::string& line)>;
 
 // Hands on and deletes the files of the device's boot, the older first; they may be missing.
-void DrainBootFiles(const LineSink& sink);
+void DrainBootFiles(const LineHandler& handler);
 
 // Follows the run-time files, a pass a second and a bit, or at once where a dump waits for it;
 // calls `afterPass` after each. Never returns normally.
-[[noreturn]] void Follow(const LineSink& sink, const std::function<void()>& afterPass);
+[[noreturn]] void Follow(const LineHandler& handler, const std::function<void()>& afterPass);
 
 }  // namespace capture

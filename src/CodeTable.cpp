@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned kPlaceBits = 21;
 constexpr size_t kHugePage = size_t{1} << kPlaceBits;
-constexpr size_t kMostChunks = (size_t{1} << (32 - kPlaceBits)) - 1;
+constexpr size_t kMaxChunks = (size_t{1} << (32 - kPlaceBits)) - 1;
 constexpr uint32_t kNoRow = UINT32_MAX;  // would be in the chunk after the last
 
 // A small table needs small chunks; the rest of a large one is small beside it, whatever its size.
@@ -70,7 +70,7 @@ unsigned char* CodeTable::MakeRoom(size_t size) {
     if (chunks_.empty() || chunks_.back().used >= kHugePage ||
         chunks_.back().size - chunks_.back().used < size) {
         CloseChunk();
-        if (chunks_.size() == kMostChunks) {
+        if (chunks_.size() == kMaxChunks) {
             throw std::bad_alloc();
         }
         Chunk chunk;

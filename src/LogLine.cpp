@@ -62,7 +62,7 @@ std::string_view Before(std::string_view text, std::string_view delimiter) {
 }
 
 float ToFloat(std::string_view text) {
-    constexpr size_t kMostDigits = 15;  // 10^15 - 1 and 10^15 are exact doubles
+    constexpr size_t kMaxDigits = 15;  // 10^15 - 1 and 10^15 are exact doubles
     uint64_t digits = 0;
     double scale = 1;
     size_t count = 0;
@@ -80,7 +80,7 @@ float ToFloat(std::string_view text) {
         }
     }
     // A processor that computes in more than double precision rounds once more than reckoned with.
-    if (count == 0 || count > kMostDigits || FLT_EVAL_METHOD != 0) {
+    if (count == 0 || count > kMaxDigits || FLT_EVAL_METHOD != 0) {
         return std::stof(std::string(text));
     }
     // The quotient of two exact doubles is the double nearest to the decimal number. Rounding that
@@ -97,9 +97,9 @@ float ToFloat(std::string_view text) {
 }
 
 int ToInt(std::string_view text) {
-    constexpr size_t kMostDigits = 9;  // always an int
+    constexpr size_t kMaxDigits = 9;  // always an int
     int value = 0;
-    bool plain = !text.empty() && text.size() <= kMostDigits;
+    bool plain = !text.empty() && text.size() <= kMaxDigits;
     for (size_t i = 0; plain && i < text.size(); ++i) {
         plain = IsDigit(text[i]);
         value = value * 10 + (text[i] - '0');

@@ -33,7 +33,7 @@ std::set<std::string> m_logTags;
 
 namespace {
 
-constexpr int kLargestHeapBlock = 128 * 1024;  // bytes
+constexpr int kMaxHeapBlock = 128 * 1024;  // bytes
 
 // One value of a launch request, released at the end of its scope.
 class ExtraData {
@@ -126,10 +126,10 @@ struct Settings {
 
 // Of a whole number without a sign.
 std::optional<unsigned long long> ReadNumber(const char* text, unsigned long long least) {
-    constexpr size_t kMostDigits = 9;
+    constexpr size_t kMaxDigits = 9;
     const std::string_view digits = text;
     const unsigned long long value = std::strtoull(text, nullptr, 10);
-    if (digits.empty() || digits.size() > kMostDigits || value < least ||
+    if (digits.empty() || digits.size() > kMaxDigits || value < least ||
         digits.find_first_not_of("0123456789") != std::string_view::npos) {
         return std::nullopt;
     }
@@ -141,9 +141,9 @@ bool ReadSeconds(app_control_h appControl, const char* key, unsigned& seconds) {
     if (!text) {
         return true;
     }
-    constexpr unsigned long long kMostSeconds = 1000000;
+    constexpr unsigned long long kMaxSeconds = 1000000;
     const auto number = ReadNumber(text.Get(), 0);
-    if (!number || *number > kMostSeconds) {
+    if (!number || *number > kMaxSeconds) {
         TR_LOGE("%s must be a number of seconds from 0 to 1000000, not [%s]", key, text.Get());
         return false;
     }
@@ -333,7 +333,7 @@ void app_resume(void* /*user_data*/) {
 int main(int argc, char** argv) {
     // What is needed for a moment, such as a page while it is packed, goes back to the system at
     // once: holes in the heap would be memory that no limit counts.
-    static_cast<void>(mallopt(M_MMAP_THRESHOLD, kLargestHeapBlock));
+    static_cast<void>(mallopt(M_MMAP_THRESHOLD, kMaxHeapBlock));
     TR_LOGI("Trelvo main Called..");
     ui_app_lifecycle_callback_s callbacks{};
     callbacks.create = app_create;

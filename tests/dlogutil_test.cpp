@@ -102,7 +102,7 @@ Fields MakeFields(const std::string& text) {
     return fields;
 }
 
-std::string Lines(const Fields& fields, std::uint64_t usec) {
+std::string Lines(const Fields& fields, uint64_t usec) {
     std::string lines;
     AppendLines(fields, TagOf(fields), usec, lines);
     return lines;
@@ -140,13 +140,13 @@ TEST(LineFormat, EntriesBecomeLines) {
 }
 
 TEST(LineFormat, LinesOfAnEntryAreBounded) {
-    for (const auto& [lines, end] : std::vector<std::pair<std::size_t, std::string>>{
+    for (const auto& [lines, end] : std::vector<std::pair<size_t, std::string>>{
              {256, "(0) > x\n"},
              {257, "(0) > lines of this entry left out: 1\n"},
              {32768, "(0) > lines of this entry left out: 32512\n"},
              {32769, "(0) > lines of this entry left out: at least 32512\n"}}) {
         std::string message = "MESSAGE=";
-        for (std::size_t i = 0; i < lines; ++i) {
+        for (size_t i = 0; i < lines; ++i) {
             message += "x\n";
         }
         const std::string text = Lines(MakeFields(message), 1000000);
@@ -158,10 +158,10 @@ TEST(LineFormat, LinesOfAnEntryAreBounded) {
 // What a reader takes from a line that it splits at the first occurrence of each delimiter; empty
 // when a delimiter is not where the line format puts it.
 std::string Split(const std::string& line) {
-    const std::size_t process = line.find("(P");
-    const std::size_t thread = line.find(", T");
-    const std::size_t close = line.find("):");
-    const std::size_t arrow = line.find(" > ");
+    const size_t process = line.find("(P");
+    const size_t thread = line.find(", T");
+    const size_t close = line.find("):");
+    const size_t arrow = line.find(" > ");
     if (line.rfind("1.000 I/", 0) != 0 || line.find('/') != 7 || process < 16 ||
         thread >= line.size() || line.find_first_not_of("0123456789", process + 2) != thread ||
         thread <= process + 2 || line.find_first_not_of("0123456789", thread + 3) != close ||
@@ -425,8 +425,8 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
 TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {
     struct {
         const char* moment;
-        std::uint64_t usec;
-        std::uint64_t wall_usec;
+        uint64_t usec;
+        uint64_t wall_usec;
         bool is_due;
     } const rows[] = {
         {"the first line", 1000000, 500, true},
@@ -697,7 +697,7 @@ TEST_F(CaptureTest, LosesNothingThatTheJournalKeepsAndCountsTheRest) {
 TEST_F(CaptureTest, HoldsNoHugeEntry) {
     SKIP_WHERE_SANITIZED();
     Start({"HUGE:V"});
-    const std::string huge(std::size_t{64} << 20, 'x');
+    const std::string huge(size_t{64} << 20, 'x');
     test_support::Journal::Send({"SYSLOG_IDENTIFIER=HUGE", "MESSAGE=" + huge});
     test_support::Journal::Send(
         {"SYSLOG_IDENTIFIER=HUGE", "CODE_FUNC=" + huge, "OTHER=" + huge, "MESSAGE=hi"});

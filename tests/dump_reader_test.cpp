@@ -45,7 +45,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-std::string Hex(std::string text) {
+std::string FromHex(std::string text) {
     text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
     std::string bytes;
     for (size_t i = 0; i < text.size(); i += 2) {
@@ -101,7 +101,7 @@ TEST(ByteReader, Leb128AtTheEdgesOfEachLength) {
         "2147483647 FFFFFFFF07  -1 7F  -64 40  -65 BF7F  -2147483648 8080808078  0 808000");
     int32_t value = 0;
     for (std::string hex; rows >> value >> hex;) {
-        const std::string bytes = Hex(hex);
+        const std::string bytes = FromHex(hex);
         ByteReader reader(bytes, 0);
         EXPECT_EQ(reader.Leb128("value"), value) << hex;
         EXPECT_TRUE(reader.AtEnd()) << hex;
@@ -115,10 +115,10 @@ TEST(DumpReader, RecordHeadersAtTheEdgesOfEachLength) {
     std::string header;
     std::string level;
     for (std::string index; rows >> index >> header >> level;) {
-        const std::string pair = Hex("0B" + index);
-        const std::string entry = Hex("03 54 2C 31") + static_cast<char>(pair.size()) + pair;
+        const std::string pair = FromHex("0B" + index);
+        const std::string entry = FromHex("03 54 2C 31") + static_cast<char>(pair.size()) + pair;
         const std::string dump =
-            '\0' + (static_cast<char>(entry.size()) + entry) + Hex("00 00" + header + "01 78");
+            '\0' + (static_cast<char>(entry.size()) + entry) + FromHex("00 00" + header + "01 78");
         EXPECT_EQ(Read(dump), level + " T 1 11 +0 x;") << header;
     }
 }
@@ -132,7 +132,7 @@ TEST(DumpReader, GoldenDumps) {
         {"00 0B 07 61 2C 62 2C 2D 31 30 02 7F 01 7F 00 01 00", "D a,b -10 -1 +0 ;"},
     };
     for (const auto& [hex, text] : rows) {
-        EXPECT_EQ(Read(Hex(hex)), text) << hex;
+        EXPECT_EQ(Read(FromHex(hex)), text) << hex;
     }
 }
 
@@ -166,7 +166,7 @@ TEST(DumpReader, DamageIsToldWithOffsetAndCause) {
         {one + "00 01 AC 02 61", first + "offset 17: message of 300 bytes but only 1 are left"},
     };
     for (const auto& [hex, text] : rows) {
-        const std::string bytes = Hex(hex);
+        const std::string bytes = FromHex(hex);
         largest_allocation = 0;
         EXPECT_EQ(Read(bytes), text) << hex;
         EXPECT_LT(largest_allocation, 1024U * 1024) << hex;
@@ -174,7 +174,7 @@ TEST(DumpReader, DamageIsToldWithOffsetAndCause) {
 }
 
 TEST(DumpReader, SurvivesRandomDamage) {
-    const std::string golden = Hex(kThreeSources + "00 21 01 61  05 42 01 62  C0 00 03 01 63");
+    const std::string golden = FromHex(kThreeSources + "00 21 01 61  05 42 01 62  C0 00 03 01 63");
     std::mt19937 random(1);
     const auto below = [&random](size_t limit) { return random() % limit; };
     largest_allocation = 0;

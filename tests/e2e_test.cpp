@@ -708,7 +708,7 @@ TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
 
 TEST_F(EndToEnd, MillionsOfSourcesDoNotOutgrowTheUnit) {
     SKIP_WHERE_SANITIZED();
-    constexpr long kMost = 384L * 1024;  // KiB; the unit has 512 MiB, also for /tmp
+    constexpr long kMaxKiB = 384L * 1024;  // KiB; the unit has 512 MiB, also for /tmp
     const fs::path boot = kCapture.parent_path() / "boot" / kCapture.filename();
     // A history by records refers to less than a million of them.
     for (const auto& [counts, sources] : {std::pair("memory", 2000000), {"records", 1000000}}) {
@@ -741,7 +741,7 @@ TEST_F(EndToEnd, MillionsOfSourcesDoNotOutgrowTheUnit) {
         EXPECT_EQ(next, sources / 1000) << counts;
         const long peak = StatusValue(service_->Pid(), "VmHWM");
         RecordProperty("peak KiB, "s + counts, std::to_string(peak));
-        EXPECT_LT(peak, kMost) << counts;
+        EXPECT_LT(peak, kMaxKiB) << counts;
         service_.reset();
         ASSERT_TRUE(IsCaptureGone("10"));
     }

@@ -216,7 +216,7 @@ void Publish(int finished, bool pending) {
 TEST(Vconf, AFullCollectingFolderIsToldWhateverLiesInIt) {
     constexpr const char* kKey = "memory/trelvo/dlog_dump";
     const fs::path folder = "/opt/usr/share/svc-rk/dump";
-    const std::uintmax_t limit = 20971520;
+    const uintmax_t limit = 20971520;
     fs::remove_all(folder);
     int finished = 0;
     const auto told = [&] {
@@ -229,7 +229,7 @@ TEST(Vconf, AFullCollectingFolderIsToldWhateverLiesInIt) {
     EXPECT_EQ(vconf_set_int(kKey, 0), 0);
     EXPECT_FALSE(told()) << "no folder";
     fs::create_directories(folder / "lost+found");
-    for (const std::uintmax_t size : {limit, limit + 1}) {
+    for (const uintmax_t size : {limit, limit + 1}) {
         for (const char* name : {"a", "b"}) {  // before and behind the subfolder
             WriteFile(folder / name, "");
             fs::resize_file(folder / name, size);

@@ -46,10 +46,9 @@ int Number(const std::string& text) {
 }
 
 // As many groups of 7 bits as hold the value and its sign.
-void AppendLeb128(std::int64_t value, Bytes& out) {
+void AppendLeb128(int64_t value, Bytes& out) {
     int groups = 1;
-    while (value < -(std::int64_t{1} << (7 * groups - 1)) || value >= std::int64_t{1}
-                                                                          << (7 * groups - 1)) {
+    while (value < -(int64_t{1} << (7 * groups - 1)) || value >= int64_t{1} << (7 * groups - 1)) {
         ++groups;
     }
     for (int group = 0; group < groups; ++group) {
@@ -59,19 +58,19 @@ void AppendLeb128(std::int64_t value, Bytes& out) {
 }
 
 void AppendCounted(const std::string& text, Bytes& out) {
-    AppendLeb128(static_cast<std::int64_t>(text.size()), out);
+    AppendLeb128(static_cast<int64_t>(text.size()), out);
     out.insert(out.end(), text.begin(), text.end());
 }
 
 void AppendHeader(char level, int index, Bytes& out) {
     const std::string levels = "IWEF";
-    const std::size_t code = levels.find(level) + 1;  // npos + 1 is 0
-    std::vector<int> groups;                          // of 7 bits, the lowest first
+    const size_t code = levels.find(level) + 1;  // npos + 1 is 0
+    std::vector<int> groups;                     // of 7 bits, the lowest first
     for (; index >= 16; index /= 128) {
         groups.push_back(index % 128);
     }
     out.push_back(static_cast<unsigned char>(code * 32 + (groups.empty() ? 0 : 16) +
-                                             static_cast<std::size_t>(index)));
+                                             static_cast<size_t>(index)));
     for (; !groups.empty(); groups.pop_back()) {
         out.push_back(static_cast<unsigned char>(groups.back() + (groups.size() > 1 ? 128 : 0)));
     }
@@ -98,17 +97,17 @@ std::string LineModel::Feed(const std::string& line) {
 void LineModel::Encode(std::string line) {
     line.erase(0, std::min(line.find_first_not_of(kSpace), line.size()));
     const int time = Milliseconds(line.substr(0, line.find(' ')));
-    const std::int64_t delta = last_time_ == 0 ? 0 : std::int64_t{time} - last_time_;
+    const int64_t delta = last_time_ == 0 ? 0 : int64_t{time} - last_time_;
     if (delta < 0) {
         return;
     }
     last_time_ = time;
     const std::string from_level = line.substr(line.find(' ') + 1);
     const char level = from_level.empty() ? '\0' : from_level[0];
-    const std::size_t slash = line.find('/');
-    const std::size_t process = line.find("(P");
-    const std::size_t thread = line.find(", T");
-    const std::size_t close = line.find("):");
+    const size_t slash = line.find('/');
+    const size_t process = line.find("(P");
+    const size_t thread = line.find(", T");
+    const size_t close = line.find("):");
     const std::string tag = Trimmed(line.substr(slash + 1, process - slash - 1), kSpace);
     const int pid = Number(line.substr(process + 2, thread - process - 2));
     const int tid = Number(line.substr(thread + 3, close - thread - 3));
@@ -120,14 +119,14 @@ void LineModel::Encode(std::string line) {
         index = ++indexes_;
     }
     Bytes record;
-    AppendLeb128(std::min<std::int64_t>(delta, std::numeric_limits<int>::max()), record);
+    AppendLeb128(std::min<int64_t>(delta, std::numeric_limits<int>::max()), record);
     AppendHeader(level, index, record);
     const auto code = codes_.find({tag, message});
     AppendCounted(
         code == codes_.end() ? message : std::string(code->second.begin(), code->second.end()),
         record);
     records_.push_back(record);
-    std::size_t total = 0;
+    size_t total = 0;
     for (const Bytes& kept : records_) {
         total += kept.size();
     }

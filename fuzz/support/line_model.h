@@ -20,7 +20,7 @@ public:
     LineModel(std::string version, Codes codes)
         : version_(std::move(version)), codes_(std::move(codes)) {}
 
-    void SetLimit(std::size_t bytes) { limit_bytes_ = bytes; }
+    void SetLimit(size_t bytes) { limit_bytes_ = bytes; }
     // Returns "type: what()" of what the line makes the pipeline throw, "" otherwise.
     std::string Feed(const std::string& line);
     // The image; nothing is forgotten.
@@ -31,7 +31,7 @@ private:
 
     std::string version_;
     Codes codes_;
-    std::size_t limit_bytes_ = SIZE_MAX;
+    size_t limit_bytes_ = SIZE_MAX;
     std::deque<Bytes> records_;
     std::map<std::string, std::map<int, int>> dictionary_;  // "tag,pid" to thread to index
     int indexes_ = 0;

@@ -36,8 +36,8 @@ const fs::path kUploadKey = "/run/trelvo/vconf/memory/trelvo/dlog_dump";
 constexpr int kLinesPerSecond = 400;
 constexpr auto kCycle = 30s;  // with each fault once
 constexpr auto kFault = 5s;
-constexpr long kMostServiceKib = 384L * 1024;
-constexpr long kMostCaptureKib = 24L * 1024;
+constexpr long kMaxServiceKib = 384L * 1024;
+constexpr long kMaxCaptureKib = 24L * 1024;
 
 // Floods until it is killed.
 class Adversary {
@@ -63,7 +63,7 @@ private:
             setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0;
         std::printf("the adversary is %s\n", is_other ? "another user" : "the same user");
         const std::string lines = "MESSAGE=" + Repeated("a\n", 32768);
-        const std::string field = "CODE_FUNC=" + std::string(std::size_t{4} << 20, 'f');
+        const std::string field = "CODE_FUNC=" + std::string(size_t{4} << 20, 'f');
         for (unsigned n = 0;; std::this_thread::sleep_for(20ms)) {
             for (const unsigned end = n + 50; n != end; ++n) {
                 const std::string number = std::to_string(n);
@@ -167,8 +167,8 @@ public:
         Expect(seen_.back() != 0, "the last line is recorded");
         Expect(lost <= told_, "what is missing was told");
         Expect(repeated == 0, "nothing comes twice");
-        Expect(service != 0 && service < kMostServiceKib, "the service lives, within its bound");
-        Expect(capture != 0 && capture < kMostCaptureKib, "the capture lives, within its bound");
+        Expect(service != 0 && service < kMaxServiceKib, "the service lives, within its bound");
+        Expect(capture != 0 && capture < kMaxCaptureKib, "the capture lives, within its bound");
         return failed_ ? 1 : 0;
     }
 
@@ -234,7 +234,7 @@ private:
                        .Wait() == 0,
                "a dump decodes");
         std::ifstream decoded(text);
-        std::size_t number = 0;
+        size_t number = 0;
         for (std::string dots; decoded >> number >> dots;) {
             Expect(number < seen_.size(), "the number was logged");
             if (number < seen_.size()) {
@@ -251,7 +251,7 @@ private:
     std::optional<Process> service_;
     pid_t capture_ = 0;
     std::vector<unsigned char> seen_;  // how often, by number
-    std::int64_t told_ = 0;            // entries
+    int64_t told_ = 0;                 // entries
     int dumps_ = 0;
     bool is_stopped_ = false;
     bool failed_ = false;

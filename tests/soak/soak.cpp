@@ -103,7 +103,7 @@ private:
                 counts_[text] += message.find(text) != std::string::npos ? 1 : 0;
             }
             if (message.find("Dump to File[") != std::string::npos) {
-                const std::size_t begin = message.rfind('[') + 1;
+                const size_t begin = message.rfind('[') + 1;
                 dumps_.push_back(message.substr(begin, message.rfind(']') - begin));
             }
         }
@@ -229,16 +229,16 @@ private:
             // A self-initiated dump empties the buffer: no dump after it repeats one before it.
             const auto last = std::find_if(fetched_.rbegin(), fetched_.rend(),
                                            [](const auto& dump) { return dump.is_self_initiated; });
-            Decode(static_cast<std::size_t>(fetched_.rend() - last));
+            Decode(static_cast<size_t>(fetched_.rend() - last));
         }
     }
 
     void RunPhase(const Phase& phase) {
         const auto start = Clock::now();
         int requested = 0;
-        for (std::int64_t sent = 0; Clock::now() - start < phase.length;) {
+        for (int64_t sent = 0; Clock::now() - start < phase.length;) {
             const std::chrono::duration<double> passed = Clock::now() - start;
-            const auto due = static_cast<std::int64_t>(passed.count() * phase.lines_per_second);
+            const auto due = static_cast<int64_t>(passed.count() * phase.lines_per_second);
             for (; sent < due; ++sent) {
                 Send();
             }
@@ -276,7 +276,7 @@ private:
     }
 
     // Accounts for the first `count` dumps that were fetched and removes them.
-    void Decode(std::size_t count) {
+    void Decode(size_t count) {
         const auto end = fetched_.begin() + static_cast<std::ptrdiff_t>(count);
         for (auto dump = fetched_.begin(); drops_ && dump != end; ++dump) {
             AccountForRun(*dump);
@@ -288,15 +288,15 @@ private:
         fetched_.erase(fetched_.begin(), end);
     }
 
-    std::vector<std::int64_t> Numbers(std::vector<std::string> command) {
+    std::vector<int64_t> Numbers(std::vector<std::string> command) {
         const fs::path lines = "/tmp/lines";
         if (Process(std::move(command), lines).Wait() != 0) {
             Fault("trelvoctl decode");
         }
-        std::vector<std::int64_t> numbers;
+        std::vector<int64_t> numbers;
         std::ifstream text(lines);
         for (std::string line; std::getline(text, line);) {
-            const std::size_t message = line.find("): ");
+            const size_t message = line.find("): ");
             if (message != std::string::npos) {  // not a line of dashes between two dumps
                 numbers.push_back(std::atoll(line.c_str() + message + 3));
             }
@@ -305,7 +305,7 @@ private:
         return numbers;
     }
 
-    void Account(std::int64_t number) {
+    void Account(int64_t number) {
         if (number > next_) {
             std::printf("lost %" PRId64 " to %" PRId64 "\n", next_, number - 1);
             lost_ += number - next_;
@@ -324,7 +324,7 @@ private:
         std::vector<std::string> command = {kBin + "trelvoctl", "decode", "--one-boot"};
         std::for_each(fetched_.begin(), end,
                       [&](const Dump& dump) { command.push_back(dump.path.string()); });
-        for (const std::int64_t number : Numbers(command)) {
+        for (const int64_t number : Numbers(command)) {
             Account(number);
         }
     }
@@ -332,12 +332,12 @@ private:
     // What is missing before its first number was dropped; what was consumed must not come again.
     void AccountForRun(const Dump& dump) {
         const auto numbers = Numbers({kBin + "trelvoctl", "decode", dump.path.string()});
-        const std::int64_t before = next_;
+        const int64_t before = next_;
         if (!numbers.empty()) {
-            dropped_ += std::max<std::int64_t>(numbers.front() - next_, 0);
+            dropped_ += std::max<int64_t>(numbers.front() - next_, 0);
             next_ = std::max(numbers.front(), consumed_);
         }
-        for (const std::int64_t number : numbers) {
+        for (const int64_t number : numbers) {
             Account(number);
         }
         if (next_ < before) {
@@ -387,12 +387,12 @@ private:
     std::optional<ServiceLog> log_;
     std::optional<Process> service_;
     std::vector<Dump> fetched_;  // and not decoded yet, in order
-    std::int64_t sent_ = 0;
-    std::int64_t next_ = 0;  // the number to be decoded next
-    std::int64_t lost_ = 0;
-    std::int64_t repeated_ = 0;
-    std::int64_t consumed_ = 0;  // the numbers below it were in a self-initiated dump
-    std::int64_t dropped_ = 0;
+    int64_t sent_ = 0;
+    int64_t next_ = 0;  // the number to be decoded next
+    int64_t lost_ = 0;
+    int64_t repeated_ = 0;
+    int64_t consumed_ = 0;  // the numbers below it were in a self-initiated dump
+    int64_t dropped_ = 0;
     const bool drops_;
     int dumps_ = 0;
     int faults_ = 0;
