@@ -147,7 +147,7 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
             port::ThrowErrno(path);
         }
     }
-    port::ClearCapture(paths::kCapture, paths::kRotatedCaptures);
+    port::ClearCaptureFiles(paths::kCaptureFile, paths::kRotatedCaptureFiles);
     port::PrepareDumpFolder(paths::kTemporaryFolder);
     if (setenv("TRELVO_SERVICE_TAG", "LOG_COMPRESSOR", 1) != 0) {  // read by the capture
         port::ThrowErrno("TRELVO_SERVICE_TAG");

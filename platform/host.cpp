@@ -58,7 +58,7 @@ UniqueFd TakeLock(const std::string& path) {
     return {};
 }
 
-void ClearCapture(const std::string& file, int rotated_count) {
+void ClearCaptureFiles(const std::string& file, int rotated_count) {
     dlogutil::RotatingFile::Clear(file, rotated_count);
 }
 

@@ -26,7 +26,7 @@ void PutOwnFolderFirstOnPath();
 // the reader is under way already. What an earlier capture left would be counted as lines of the
 // new one or, after a reboot, have times ahead of all that follow and silence the recorder. The
 // device has an empty /tmp after a boot and never starts the service twice.
-void ClearCapture(const std::string& file, int rotated_count);
+void ClearCaptureFiles(const std::string& file, int rotated_count);
 
 // The service writes every dump to a fixed name in this folder first. In another user's folder that
 // user could make the name a link to any file.

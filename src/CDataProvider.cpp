@@ -30,9 +30,9 @@ constexpr unsigned long long kStandardLimit = 10485760;  // bytes
 constexpr useconds_t kFullBufferPoll = 50000;            // microseconds
 
 // Chosen by measurement, see docs/benchmarks.md.
-constexpr unsigned long long kMinPage = 1024;  // bytes
-constexpr unsigned long long kMaxPage = 262144;     // bytes
-constexpr unsigned long long kPages = 40;           // that the limit is to have room for, plain
+constexpr unsigned long long kMinPage = 1024;    // bytes
+constexpr unsigned long long kMaxPage = 262144;  // bytes
+constexpr unsigned long long kPages = 40;        // that the limit is to have room for, plain
 // A prepared dictionary for pages takes some 100 KiB with what belongs to it.
 constexpr unsigned long long kDictionaryPaysFrom = 1048576;  // bytes
 // A dictionary of sources is gone through for entries that no record refers to when it has this

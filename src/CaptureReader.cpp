@@ -22,10 +22,10 @@ struct CaptureFile {
     const char* name;
 };
 
-constexpr CaptureFile kCurrent{paths::kCapture, "TRELVO_BUFFER"};
-constexpr CaptureFile kRotated{paths::kRotatedCapture, "TRELVO_BUFFER.1"};
-constexpr CaptureFile kBootCurrent{paths::kBootCapture, "TRELVO_BOOT_BUFFER"};
-constexpr CaptureFile kBootRotated{paths::kRotatedBootCapture, "TRELVO_BOOT_BUFFER_1"};
+constexpr CaptureFile kCurrent{paths::kCaptureFile, "TRELVO_BUFFER"};
+constexpr CaptureFile kRotated{paths::kRotatedCaptureFile, "TRELVO_BUFFER.1"};
+constexpr CaptureFile kBootCurrent{paths::kBootCaptureFile, "TRELVO_BOOT_BUFFER"};
+constexpr CaptureFile kBootRotated{paths::kRotatedBootCaptureFile, "TRELVO_BOOT_BUFFER_1"};
 
 constexpr boost::chrono::milliseconds kRotationPause(100);
 constexpr boost::chrono::milliseconds kPassPause(1000);

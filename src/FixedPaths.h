@@ -5,14 +5,14 @@
 namespace paths {
 
 // Written by the capture, read and removed by the service; the rotated ones are the older.
-inline constexpr const char* kCapture = "/tmp/trelvo/RQB_Buffer";
-inline constexpr const char* kRotatedCapture = "/tmp/trelvo/RQB_Buffer.1";
-inline constexpr int kRotatedCaptures = 1;
+inline constexpr const char* kCaptureFile = "/tmp/trelvo/RQB_Buffer";
+inline constexpr const char* kRotatedCaptureFile = "/tmp/trelvo/RQB_Buffer.1";
+inline constexpr int kRotatedCaptureFiles = 1;
 // Where the capture answers when it has caught up with the log.
 inline constexpr const char* kCaptureSocket = "/tmp/trelvo/RQB_Buffer.sync";
 // Of the device's boot, before the service.
-inline constexpr const char* kBootCapture = "/tmp/trelvo/boot/RQB_Buffer";
-inline constexpr const char* kRotatedBootCapture = "/tmp/trelvo/boot/RQB_Buffer.1";
+inline constexpr const char* kBootCaptureFile = "/tmp/trelvo/boot/RQB_Buffer";
+inline constexpr const char* kRotatedBootCaptureFile = "/tmp/trelvo/boot/RQB_Buffer.1";
 
 // A dump before it is in the folder that it is for.
 inline constexpr const char* kTemporaryFolder = "/tmp/Trelvo_Dump";

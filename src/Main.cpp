@@ -73,8 +73,8 @@ std::vector<std::string> Split(const char* text) {
 std::string CaptureCommand(const char* bufferKiB, const std::vector<std::string>& tags,
                            const std::vector<std::string>& levels) {
     std::string command = std::string("dlogutil -r ") + bufferKiB + " -n " +
-                          std::to_string(paths::kRotatedCaptures) + " -f " + paths::kCapture +
-                          " -v kerneltime ";
+                          std::to_string(paths::kRotatedCaptureFiles) + " -f " +
+                          paths::kCaptureFile + " -v kerneltime ";
     if (levels.size() < tags.size()) {
         TR_LOGE("LOGLEVEL has %zu levels for %zu tags, the last one serves the rest", levels.size(),
                 tags.size());
