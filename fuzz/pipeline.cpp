@@ -10,16 +10,17 @@
 
 #include "CDBOperations.h"
 #include "CDataProvider.h"
+#include "support/fuzz_support.h"
 #include "support/line_model.h"
 #include "support/process.h"
 
 namespace {
 
-const fuzz::LineModel kEmpty("1.0", {{{"T", "known"}, {0xB0, 0x01}}, {{"T", "odd"}, {}}});
+const test_support::LineModel kEmpty("1.0", {{{"T", "known"}, {0xB0, 0x01}}, {{"T", "odd"}, {}}});
 
 // With the limit counting memory, how much is kept depends on how well it packs: all that is asked
 // for is the newest records, each from whom it was.
-void RequireTheNewestOf(const fuzz::LineModel& model) {
+void RequireTheNewestOf(const test_support::LineModel& model) {
     const std::vector<std::string> all = fuzz::Decode(model.Dump());
     const std::vector<std::string> kept = fuzz::Decode(fuzz::Snapshot(false));
     fuzz::Require(kept.size() <= all.size() && std::equal(kept.rbegin(), kept.rend(), all.rbegin()),
@@ -40,7 +41,7 @@ void Prepare() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool prepared = (Prepare(), true);
     static_cast<void>(prepared);
-    fuzz::LineModel model = kEmpty;
+    test_support::LineModel model = kEmpty;
     const bool counts_memory = size % 4 == 3;
     // Few lines fill it; tables and an open page take 5 KiB of memory.
     const size_t limit_kib = counts_memory ? 6 : size % 4 + 1;

@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace fuzz {
+namespace test_support {
 namespace {
 
 const std::string kSpace = " \t\n\v\f\r";
@@ -159,4 +159,4 @@ Bytes LineModel::Dump() const {
     return image;
 }
 
-}  // namespace fuzz
+}  // namespace test_support

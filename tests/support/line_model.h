@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/fuzz_support.h"
+#include "support/image.h"
 
-namespace fuzz {
+namespace test_support {
 
 // What the pipeline does with captured lines, written down once more: slow, without shared code,
 // straight from the rules for lines and from docs/dump-format.md.
@@ -38,4 +38,4 @@ private:
     int last_time_ = 0;  // milliseconds
 };
 
-}  // namespace fuzz
+}  // namespace test_support
