@@ -17,9 +17,9 @@
 #include "support/fuzz_support.h"
 #include "support/process.h"
 
-namespace fuzz {
-
 using namespace trelvo;
+
+namespace fuzz {
 
 struct Tables {
     friend auto Get(Tables);
