@@ -5,6 +5,7 @@
 #include "peers.h"
 #include "recorder.h"
 #include "suites.h"
+#include "support/image.h"
 
 namespace bench {
 
@@ -64,7 +65,7 @@ Counters CountPacked(const Corpus& corpus, const void* data, size_t size) {
 Counters CompressDump(Corpus& corpus) {
     SetLimit(1024, Count::kRecords);
     Feeder(corpus).Feed(corpus.Size());
-    const std::vector<unsigned char> image = Snapshot(false);
+    const test_support::Bytes image = test_support::Snapshot(false);
     return CountPacked(corpus, image.data(), image.size());
 }
 

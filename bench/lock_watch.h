@@ -20,7 +20,7 @@ struct LockUse {
 // What was seen since the last call.
 LockUse TakeLockUse();
 
-// Called by the stub of the platform for each log message.
+// To be called for each log message.
 void CountMessage();
 
 }  // namespace bench

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "corpus.h"
+#include "recorder.h"
 #include "report.h"
 #include "suites.h"
 
@@ -31,6 +32,7 @@ bench::Subject Generated(const std::string& name, double verbatim_share) {
 
 int main(int argc, char** argv) {
     static_cast<void>(mallopt(M_MMAP_THRESHOLD, 128 * 1024));  // as the service does
+    bench::CountLogMessages();
     benchmark::Initialize(&argc, argv);
     try {
         std::vector<bench::Subject> subjects;

@@ -3,7 +3,9 @@
 #include <sqlite3.h>
 #include <stdlib.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 
@@ -11,10 +13,10 @@
 #include "CDataDump.h"
 #include "CDataProvider.h"
 #include "CTREventManager.h"
-#include "CUtility.h"
-#include "platform_stub.h"
+#include "lock_watch.h"
 #include "support/private_namespace.h"
 #include "support/process.h"
+#include "support/silent_platform.h"
 
 namespace fs = std::filesystem;
 
@@ -24,6 +26,8 @@ namespace {
 
 constexpr const char* kRequestFolder = "/tmp/dumps";
 constexpr const char* kCollectingFolder = "/opt/usr/share/svc-rk/dump";
+
+std::atomic<size_t> completed_dumps = 0;
 
 // The n-th of all codes of one, two and three bytes, in the characters 0 and 1.
 std::string CodeText(size_t n) {
@@ -46,6 +50,13 @@ void Check(int result, sqlite3* database) {
 }
 
 }  // namespace
+
+void CountLogMessages() {
+    test_support::SetLogHandler([](const char* format, va_list /*arguments*/) {
+        CountMessage();
+        completed_dumps += std::strstr(format, "Dump to File[") != nullptr ? 1 : 0;
+    });
+}
 
 void SetLimit(size_t mib, Count count) {
     CDataProvider* const provider = CDataProvider::Instance();
@@ -89,21 +100,13 @@ void Feeder::Rewind() {
     next_ = 0;
 }
 
-std::vector<unsigned char> Snapshot(bool consume) {
-    std::vector<unsigned char> image;
-    CUtility::Instance()->setSelfInitate(consume);
-    CDataProvider::Instance()->m_GetCompressedData(image);
-    CUtility::Instance()->setSelfInitate(false);
-    return image;
-}
-
 DumpWriter::DumpWriter() {
     test_support::EnterPrivateNamespace();
     fs::create_directories(kRequestFolder);
     fs::create_directories(kCollectingFolder);
     CDataDump::Instance();
     // A request is lost before the writer's first wait.
-    while (CompletedDumps() == 0) {
+    while (completed_dumps == 0) {
         CTREventManager::GetInstance()->RequestDumpOnFile(kRequestFolder);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
@@ -111,7 +114,7 @@ DumpWriter::DumpWriter() {
 }
 
 void DumpWriter::Request(bool consume) {
-    wanted_ = CompletedDumps() + 1;
+    wanted_ = completed_dumps + 1;
     requester_ = std::thread([consume] {
         if (consume) {
             CTREventManager::GetInstance()->RequestDumpOnFullBuffer();
@@ -122,7 +125,7 @@ void DumpWriter::Request(bool consume) {
 }
 
 bool DumpWriter::IsComplete() const {
-    return CompletedDumps() >= wanted_;
+    return completed_dumps >= wanted_;
 }
 
 void DumpWriter::Finish() {

@@ -17,6 +17,10 @@ namespace bench {
 // What the recorder's limit counts.
 enum class Count { kRecords, kMemory };
 
+// Has the recorder's log messages counted, which lock_watch.h and DumpWriter need. REQUIRES:
+// nothing was recorded yet.
+void CountLogMessages();
+
 // Sets the limit of the history. REQUIRES: nothing was recorded yet.
 void SetLimit(size_t mib, Count count);
 
@@ -48,9 +52,6 @@ private:
     size_t next_ = 0;
     std::string line_;
 };
-
-// The dump image.
-std::vector<unsigned char> Snapshot(bool consume);
 
 // Has dumps taken by the recorder's own dump writer, in a mount namespace of its own, where the
 // folders of dumps are empty and in memory.

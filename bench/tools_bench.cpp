@@ -6,6 +6,7 @@
 #include "patterns/pattern_finder.h"
 #include "recorder.h"
 #include "suites.h"
+#include "support/image.h"
 
 namespace bench {
 
@@ -48,7 +49,7 @@ std::shared_ptr<Files> Write(const Corpus& corpus) {
         SetLimit(1024, Count::kRecords);
         Corpus recorded(corpus);
         Feeder(recorded).Feed(files->lines);
-        const std::vector<unsigned char> image = Snapshot(true);
+        const test_support::Bytes image = test_support::Snapshot(true);
         dump.write(reinterpret_cast<const char*>(image.data()),
                    static_cast<std::streamsize>(image.size()));
         dump.flush();

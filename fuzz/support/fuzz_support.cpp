@@ -1,5 +1,6 @@
 #include "support/fuzz_support.h"
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -7,6 +8,7 @@
 
 #include "CDataProvider.h"
 #include "support/private_namespace.h"
+#include "support/silent_platform.h"
 
 namespace fuzz {
 
@@ -40,5 +42,10 @@ std::string Feed(std::string line) {
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     test_support::EnterPrivateNamespace();
+    // Formatted, since the arguments are hostile.
+    test_support::SetLogHandler([](const char* format, va_list arguments) {
+        std::array<char, 512> message;
+        static_cast<void>(std::vsnprintf(message.data(), message.size(), format, arguments));
+    });
     return 0;
 }
