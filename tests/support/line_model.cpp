@@ -94,37 +94,46 @@ std::string LineModel::Feed(const std::string& line) {
 }
 
 // A delimiter that is not there is at npos, and the arithmetic on that is part of the rules.
-void LineModel::Encode(std::string line) {
+std::optional<LineModel::Line> LineModel::Split(std::string line, int& last_time) {
     line.erase(0, std::min(line.find_first_not_of(kSpace), line.size()));
     const int time = Milliseconds(line.substr(0, line.find(' ')));
-    const int64_t delta = last_time_ == 0 ? 0 : int64_t{time} - last_time_;
+    const int64_t delta = last_time == 0 ? 0 : int64_t{time} - last_time;
     if (delta < 0) {
-        return;
+        return {};
     }
-    last_time_ = time;
+    last_time = time;
+    Line out;
+    out.delta = static_cast<int>(std::min<int64_t>(delta, std::numeric_limits<int>::max()));
     const std::string from_level = line.substr(line.find(' ') + 1);
-    const char level = from_level.empty() ? '\0' : from_level[0];
+    out.level = from_level.empty() ? '\0' : from_level[0];
     const size_t slash = line.find('/');
     const size_t process = line.find("(P");
     const size_t thread = line.find(", T");
     const size_t close = line.find("):");
-    const std::string tag = Trimmed(line.substr(slash + 1, process - slash - 1), kSpace);
-    const int pid = Number(line.substr(process + 2, thread - process - 2));
-    const int tid = Number(line.substr(thread + 3, close - thread - 3));
-    std::string message = line.substr(line.find(" > ") + 3);
-    message.erase(std::remove(message.begin(), message.end(), '\n'), message.end());
+    out.tag = Trimmed(line.substr(slash + 1, process - slash - 1), kSpace);
+    out.pid = Number(line.substr(process + 2, thread - process - 2));
+    out.tid = Number(line.substr(thread + 3, close - thread - 3));
+    out.message = line.substr(line.find(" > ") + 3);
+    out.message.erase(std::remove(out.message.begin(), out.message.end(), '\n'), out.message.end());
+    return out;
+}
 
-    int& index = dictionary_[tag + "," + std::to_string(pid)][tid];
+void LineModel::Encode(const std::string& text) {
+    const std::optional<Line> line = Split(text, last_time_);
+    if (!line) {
+        return;
+    }
+    int& index = dictionary_[line->tag + "," + std::to_string(line->pid)][line->tid];
     if (index == 0) {
         index = ++indexes_;
     }
     Bytes record;
-    AppendLeb128(std::min<int64_t>(delta, std::numeric_limits<int>::max()), record);
-    AppendHeader(level, index, record);
-    const auto code = codes_.find({tag, message});
-    AppendCounted(
-        code == codes_.end() ? message : std::string(code->second.begin(), code->second.end()),
-        record);
+    AppendLeb128(line->delta, record);
+    AppendHeader(line->level, index, record);
+    const auto code = codes_.find({line->tag, line->message});
+    AppendCounted(code == codes_.end() ? line->message
+                                       : std::string(code->second.begin(), code->second.end()),
+                  record);
     records_.push_back(record);
     size_t total = 0;
     for (const Bytes& kept : records_) {

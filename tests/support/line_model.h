@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,18 @@ public:
     LineModel(std::string version, Codes codes)
         : version_(std::move(version)), codes_(std::move(codes)) {}
 
+    struct Line {
+        int delta;  // milliseconds
+        char level;
+        std::string tag;
+        int pid;
+        int tid;
+        std::string message;
+    };
+    // The fields of a line without blanks at its ends. Empty for a line older than `last_time`,
+    // which moves to the time of any other, also of one that throws further on.
+    static std::optional<Line> Split(std::string line, int& last_time);
+
     void SetLimit(size_t bytes) { limit_bytes_ = bytes; }
     // Returns "type: what()" of what the line makes the pipeline throw, "" otherwise.
     std::string Feed(const std::string& line);
@@ -27,7 +40,7 @@ public:
     [[nodiscard]] Bytes Dump() const;
 
 private:
-    void Encode(std::string line);
+    void Encode(const std::string& text);
 
     std::string version_;
     Codes codes_;
