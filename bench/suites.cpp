@@ -9,6 +9,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "platform/handles.h"
+
 namespace bench {
 
 namespace {
@@ -47,17 +49,18 @@ Counters InChild(const std::function<Counters()>& body) {
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
+    const port::UniqueFd read_end(ends[0]);
+    port::UniqueFd write_end(ends[1]);
     const pid_t child = fork();
     if (child == 0) {
-        _exit(WriteCounters(ends[1], body));
+        _exit(WriteCounters(write_end.Get(), body));
     }
-    close(ends[1]);
+    write_end = {};
     std::string text;
     std::array<char, 4096> part{};
-    for (ssize_t count = 0; (count = read(ends[0], part.data(), part.size())) > 0;) {
+    for (ssize_t count = 0; (count = read(read_end.Get(), part.data(), part.size())) > 0;) {
         text.append(part.data(), static_cast<size_t>(count));
     }
-    close(ends[0]);
     int status = 0;
     if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
         throw std::runtime_error(text.empty() ? "the measuring process ended early" : text);

@@ -59,24 +59,24 @@ void CatchUp::Pause(boost::chrono::milliseconds pause, bool isComplete) {
         changed_.notify_all();
     }
     if (state_ == State::kIdle) {
-        CloseConnection();  // of a writer that does not wait any more
+        connection_ = {};  // of a writer that does not wait any more
         changed_.wait_for(lock, pause, [this] { return state_ == State::kAsked; });
     }
     if (state_ == State::kAsked) {
-        CloseConnection();
+        connection_ = {};
         Ask();
-        state_ = connection_ < 0 ? State::kReading : State::kCatching;
+        state_ = connection_ ? State::kCatching : State::kReading;
         return;
     }
     if (state_ != State::kCatching) {
         return;
     }
     lock.unlock();
-    pollfd answer{connection_, POLLIN, 0};
+    pollfd answer{connection_.Get(), POLLIN, 0};
     const bool isAnswered = poll(&answer, 1, kPoll) > 0;
     lock.lock();
     if (isAnswered && state_ == State::kCatching) {
-        CloseConnection();
+        connection_ = {};
         state_ = State::kReading;
     }
 }
@@ -85,16 +85,9 @@ void CatchUp::Ask() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, paths::kCaptureSocket, sizeof address.sun_path - 1);
-    connection_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (connection_ >= 0 &&
-        connect(connection_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        CloseConnection();
-    }
-}
-
-void CatchUp::CloseConnection() {
-    if (connection_ >= 0) {
-        static_cast<void>(close(connection_));
-        connection_ = -1;
+    connection_ = FileDescriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (connection_ && connect(connection_.Get(), reinterpret_cast<const sockaddr*>(&address),
+                               sizeof address) != 0) {
+        connection_ = {};
     }
 }

@@ -4,6 +4,8 @@
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include "FileDescriptor.h"
+
 // Where a dump waits for the lines that were logged before it was asked for.
 //
 // Without it such a line may be on its way for a second and more: in the log, in the capture, or in
@@ -57,7 +59,6 @@ private:
 
     void SetBusy(bool isBusy);
     void Ask();
-    void CloseConnection();
 
     boost::mutex mutex_;
     boost::condition_variable changed_;
@@ -66,5 +67,5 @@ private:
     bool isBusy_ = false;
     bool hasCaughtUp_ = false;
 
-    int connection_ = -1;  // to the capture; the reader's own
+    FileDescriptor connection_;  // to the capture; the reader's own
 };

@@ -71,12 +71,6 @@ bool IsOwn(const struct stat& status) {
 
 }  // namespace
 
-FileDescriptor::~FileDescriptor() {
-    if (fd_ >= 0) {
-        static_cast<void>(close(fd_));
-    }
-}
-
 NewFile::NewFile(int folder, std::string name)
     : folder_(folder), name_(std::move(name)), fd_(OpenNew(folder_, name_)) {}
 

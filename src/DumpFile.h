@@ -3,24 +3,12 @@
 #include <cstddef>
 #include <string>
 
+#include "FileDescriptor.h"
+
 // The files of the dump writer. Their folders may belong to others, who swap names while a dump is
 // being written: every file is made new, nothing is followed, overwritten or waited for.
 //
 // All functions throw std::system_error with the reason of a failed call.
-
-// Owns a file descriptor.
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor();
-
-    int Get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 // A file that was not there before. Its name is removed with this object unless it is to stay.
 class NewFile {

@@ -126,13 +126,10 @@ protected:
     Status() {
         fs::create_directories(kFolder);
         WriteFile("/run/trelvo/lock", std::to_string(getpid()) + "\n");
-        lock_ = open("/run/trelvo/lock", O_RDWR | O_CLOEXEC);
-        EXPECT_EQ(flock(lock_, LOCK_EX | LOCK_NB), 0);
+        lock_ = port::UniqueFd(open("/run/trelvo/lock", O_RDWR | O_CLOEXEC));
+        EXPECT_EQ(flock(lock_.Get(), LOCK_EX | LOCK_NB), 0);
     }
-    ~Status() override {
-        close(lock_);
-        fs::remove_all("/run/trelvo");
-    }
+    ~Status() override { fs::remove_all("/run/trelvo"); }
     static void Publish(const std::string& status, const std::string& capture) {
         WriteFile(kFolder + "/status"s, status);
         WriteFile(kFolder + "/capture"s, capture);
@@ -141,7 +138,7 @@ protected:
         return RunProgram({TRELVO_BIN_DIR "/trelvoctl", "status", "-o", form});
     }
 
-    int lock_;
+    port::UniqueFd lock_;
 };
 
 TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
@@ -167,7 +164,7 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
         EXPECT_THAT(result.out, HasSubstr(out)) << status;
         EXPECT_EQ(result.err, "") << status;
     }
-    flock(lock_, LOCK_UN);
+    flock(lock_.Get(), LOCK_UN);
     EXPECT_EQ(Run("text").out, "state           not running\n");
     EXPECT_EQ(Run("text").status, 1);
     EXPECT_EQ(Run("xml").status, 2);

@@ -42,19 +42,17 @@ FakeLogind::FakeLogind()
 
 FakeLogind::~FakeLogind() {
     g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr);
-    close(inhibitor_);
 }
 
 bool FakeLogind::WaitForInhibitor() {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, kLimit, [this] { return inhibitor_ >= 0; });
+    return changed_.wait_for(lock, kLimit, [this] { return static_cast<bool>(inhibitor_); });
 }
 
 bool FakeLogind::WaitForRelease() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const bool released = WaitForInput(inhibitor_);
-    close(inhibitor_);
-    inhibitor_ = -1;
+    const bool released = WaitForInput(inhibitor_.Get());
+    inhibitor_ = {};
     return released;
 }
 
@@ -85,8 +83,7 @@ void FakeLogind::Inhibit(GDBusMessage* call) {
     g_dbus_message_set_body(reply, g_variant_new("(h)", 0));
     g_dbus_message_set_unix_fd_list(reply, fds);
     const std::lock_guard<std::mutex> lock(mutex_);
-    close(inhibitor_);
-    inhibitor_ = ends[0];
+    inhibitor_ = port::UniqueFd(ends[0]);
     g_dbus_connection_send_message(connection_.get(), reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE,
                                    nullptr, nullptr);
     changed_.notify_all();

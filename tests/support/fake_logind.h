@@ -36,7 +36,7 @@ private:
     std::unique_ptr<GDBusConnection, decltype(&g_object_unref)> connection_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    int inhibitor_ = -1;  // read end of a pipe whose write end the holder has; under mutex_
+    port::UniqueFd inhibitor_;  // read end of a pipe whose write end the holder has; under mutex_
 };
 
 }  // namespace test_support

@@ -11,6 +11,7 @@
 #include <iostream>
 #include <string>
 
+#include "platform/handles.h"
 #include "support/process.h"
 
 namespace fs = std::filesystem;
@@ -49,20 +50,17 @@ class KeptFolder {
 public:
     explicit KeptFolder(const char* path)
         : path_(path), fd_(open(path, O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
-    KeptFolder(const KeptFolder&) = delete;
-    KeptFolder& operator=(const KeptFolder&) = delete;
-    ~KeptFolder() { close(fd_); }
 
     void Restore() const {
         if (!fs::exists(path_)) {
             fs::create_directories(path_);
-            Mount(path_, ("/proc/self/fd/" + std::to_string(fd_)).c_str(), MS_BIND | MS_REC);
+            Mount(path_, ("/proc/self/fd/" + std::to_string(fd_.Get())).c_str(), MS_BIND | MS_REC);
         }
     }
 
 private:
     fs::path path_;
-    int fd_;
+    port::UniqueFd fd_;
 };
 
 // An overlay would be shorter, but a user namespace may not mount one on every kernel.

@@ -15,8 +15,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <memory>
-#include <system_error>
 
 namespace fs = std::filesystem;
 
@@ -24,10 +22,6 @@ namespace test_support {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-struct Close {
-    void operator()(const int* fd) const { close(*fd); }
-};
 
 // False when nothing could be read by `deadline`.
 bool PollUntil(int fd, Clock::time_point deadline) {
@@ -43,12 +37,8 @@ bool PollUntil(int fd, Clock::time_point deadline) {
 // False at the limit.
 bool WaitForEnd(pid_t pid) {
     // By number: the C library's header declares the call without its C linkage.
-    const int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-    if (fd < 0) {
-        return errno == ESRCH;
-    }
-    const std::unique_ptr<const int, Close> process(&fd);
-    return PollUntil(fd, Clock::now() + kLimit);
+    const port::UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    return process ? PollUntil(process.Get(), Clock::now() + kLimit) : errno == ESRCH;
 }
 
 // In the child: lets the stream `target` lead to `path`.
@@ -60,10 +50,6 @@ void Redirect(int target, const fs::path& path) {
 }
 
 }  // namespace
-
-void ThrowErrno(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 Process::Process(std::vector<std::string> argv, const fs::path& out, const fs::path& err) {
     std::vector<char*> words;
@@ -127,18 +113,19 @@ bool WaitForInput(int fd) {
 }
 
 bool WaitForChange(const fs::path& folder, const std::function<bool()>& holds) {
-    const int fd = inotify_init1(IN_CLOEXEC);
-    if (fd < 0) {
+    const port::UniqueFd events(inotify_init1(IN_CLOEXEC));
+    if (!events) {
         ThrowErrno("inotify");
     }
-    const std::unique_ptr<const int, Close> events(&fd);
-    if (inotify_add_watch(fd, folder.c_str(), IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVE) < 0) {
+    if (inotify_add_watch(events.Get(), folder.c_str(),
+                          IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVE) < 0) {
         ThrowErrno(folder);
     }
     const auto deadline = Clock::now() + kLimit;
     std::array<char, 4096> drained;
     while (!holds()) {
-        if (!PollUntil(fd, deadline) || read(fd, drained.data(), drained.size()) < 0) {
+        if (!PollUntil(events.Get(), deadline) ||
+            read(events.Get(), drained.data(), drained.size()) < 0) {
             return false;
         }
     }

@@ -8,13 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "platform/handles.h"
+
 // Programs and files of a test; whatever fails here throws std::system_error.
 namespace test_support {
 
 // The upper bound of every wait: far beyond what a loaded machine needs, below a test's time limit.
 constexpr std::chrono::seconds kLimit{30};
 
-[[noreturn]] void ThrowErrno(const std::string& what);
+using port::ThrowErrno;
 
 // A child program, killed when this object or the thread that started it ends.
 class Process {
