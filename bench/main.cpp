@@ -16,7 +16,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr size_t kLeastText = 32 << 20;  // bytes, so that neither caches nor branches know it all
+constexpr size_t kMinText = 32 << 20;  // bytes, so that neither caches nor branches know it all
 constexpr size_t kOtherLines = 100000;
 
 bench::Subject Generated(const std::string& name, double verbatim_share) {
@@ -24,7 +24,7 @@ bench::Subject Generated(const std::string& name, double verbatim_share) {
     bench::GeneratorSettings settings;
     settings.verbatim_share = verbatim_share;
     const bench::Generator generator(settings);
-    return {bench::Corpus(name, generator.Lines(kLines, 1), kLeastText),
+    return {bench::Corpus(name, generator.Lines(kLines, 1), kMinText),
             generator.Lines(kOtherLines, 2)};
 }
 
@@ -48,13 +48,13 @@ int main(int argc, char** argv) {
             }
             const std::string name = std::filesystem::path(argv[i]).stem();
             files.push_back(bench::ReadLines(argv[i]));
-            subjects.push_back({bench::Corpus(name, files.back(), kLeastText), {}});
+            subjects.push_back({bench::Corpus(name, files.back(), kMinText), {}});
             // Trained on its first half, recorded is the second.
             auto [first, second] = bench::Halves(files.back());
-            trained.push_back({bench::Corpus(name + ", half", second, kLeastText), first});
+            trained.push_back({bench::Corpus(name + ", half", second, kMinText), first});
         }
         if (!files.empty()) {
-            subjects.push_back({bench::Corpus("mix", bench::Interleave(files), kLeastText), {}});
+            subjects.push_back({bench::Corpus("mix", bench::Interleave(files), kMinText), {}});
         }
         bench::AddEncode(subjects);
         bench::AddEncodeTrained(trained);

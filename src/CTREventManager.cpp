@@ -89,7 +89,7 @@ void CTREventManager::ResetDumpTimer() {
 }
 
 void CTREventManager::RegisterDumpOnPowerOff() {
-    // Without the subscription the other triggers still work, so its failure is nothing to act on.
+    // Best effort: without the subscription the other triggers still work.
     static_cast<void>(device_power_subscribe_state_changed_event(t_OnPoweroff, nullptr));
 }
 

@@ -18,7 +18,8 @@ inline constexpr const char* kRotatedBootCaptureFile = "/tmp/trelvo/boot/RQB_Buf
 inline constexpr const char* kTemporaryFolder = "/tmp/Trelvo_Dump";
 inline constexpr const char* kTemporaryDump = "/tmp/Trelvo_Dump/trelvo_Temp.dump";
 
-// Self-initiated dumps, for the collecting service, which is told of more than so many bytes.
+// Self-initiated dumps, for the collecting service, which is told when they exceed the limit in
+// bytes.
 inline constexpr const char* kCollectingFolder = "/opt/usr/share/svc-rk/dump/";
 inline constexpr unsigned long long kCollectingLimit = 20971520;
 
