@@ -4,7 +4,7 @@
 
 #include <utility>
 
-// Owns a file descriptor; a negative number is none.
+// Owns a file descriptor, or none where the number is negative.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
