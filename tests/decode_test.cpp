@@ -42,6 +42,10 @@ const std::string kAt1000 = "E8 07";  // last log times, in milliseconds
 const std::string kAt1064 = "A8 08";
 const std::string kAt1069 = "AD 08";
 const std::string kAt9000 = "A8 C6 00";
+const std::string kWhole = kVersioned + kAt1000 + "00 21 01 61  05 42 01 62";
+const std::string kOdd = kPlain + kAt1000 + "00 21 03 FC 2C 22  00 82 02 1B 5C";
+const std::string kA = "       0.995 I/A                   (P    10, T    11): a\n";
+const std::string kB = "       1.000 W/B                   (P    10, T    11): b\n";
 // One buffer: kept by a request, kept with a line more, kept when its oldest line was dropped.
 const std::string kKept = kPlain + kAt1000 + "00 21 01 61  05 21 01 62";
 const std::string kKeptLater = kPlain + kAt1064 + "00 21 01 61  05 21 01 62  C0 00 21 01 63";
@@ -89,6 +93,16 @@ protected:
         return RunProgram(
             {"sh", "-c",
              "cd " + folder_.string() + "; PATH=" TRELVO_BIN_DIR ":$PATH; export TZ=UTC; " + line});
+    }
+
+    // Rows of arguments, status, output and error; "whole" is the standard input.
+    void ExpectRuns(const std::vector<std::array<std::string, 4>>& rows) const {
+        for (const auto& [arguments, status, out, err] : rows) {
+            const Output result = Run("cat whole | trelvoctl " + arguments);
+            EXPECT_EQ(std::to_string(result.status), status) << arguments;
+            EXPECT_EQ(result.out, out) << arguments;
+            EXPECT_EQ(result.err, err.empty() ? err : "trelvoctl: " + err + "\n") << arguments;
+        }
     }
 
     fs::path folder_;
@@ -150,8 +164,9 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
                   row.log)
             << row.situation;
     }
-    // Of two boots, the files' times alone tell the later one: its dump has the later log time.
-    Run("rm -f *.dump");
+}
+
+TEST_F(Decode, OfTwoBootsTheFilesTimesAloneMayTellTheLater) {
     Dump("a.dump", kKept);
     time_ += std::chrono::hours(1);
     Dump("b.dump", kPlain + kAt9000 + "C0 00 21 01 78");
@@ -161,8 +176,9 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
               "--------- reboot: time starts over\n"
               "       9.000 I/A                   (P    10, T    11): x\n");
     EXPECT_EQ(Run("trelvoctl decode -o raw --since -10s . 2>&-").out, "x\n");
-    // Copies without their times are in order by log time only.
-    Run("rm -f *.dump");
+}
+
+TEST_F(Decode, CopiesWithoutTheirTimesAreInOrderByLogTime) {
     Dump("a.dump", kDropped);
     Dump("b.dump", kKept);
     EXPECT_EQ(Run("trelvoctl decode --one-boot -o raw .").out, "a\nb\nc\nd\n");
@@ -260,19 +276,22 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
                   row.log)
             << row.situation;
     }
+}
+
+TEST_F(Decode, EveryFormShowsTheWallClock) {
     Dump("0.dump", Clocked() + kAtEnd + Clock("00", 'a', "vega", kNow, 3e6) + "00 21 01 61" +
                        Clock("00", 'a', "vega", kNow + 2, 3000001) + "00 21 01 62 00");
     EXPECT_EQ(
         Run("trelvoctl stat 0.dump 2>&- | grep -E 'span|wall' | sed 's,^ *,,' | tr -s ' '").out,
         "span 1.000 s, from 3000000.000 to 3000001.000\n"
         "wall clock 2025-11-24T16:00:00.250+00:00 to 2025-11-24T16:00:02.250+00:00, on vega\n");
-    Dump("0.dump", kept);
+    Dump("0.dump", Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 1, 1) + "00 21 01 61");
     EXPECT_THAT(Run("TZ=XXX-5:30 trelvoctl decode -o json 0.dump").out,
                 HasSubstr("\"2025-11-24T21:30:01.250+05:30\""));
     EXPECT_THAT(Run("trelvoctl decode -o threadtime 0.dump").out, HasSubstr("11-24 16:00:01.250"));
 }
 
-TEST_F(Decode, TimesAreTakenAsTheyAreShown) {
+TEST_F(Decode, TimesAreTakenAsTheyAreShownAndOthersRefused) {
     const std::string first = Clock("00", 'a', "vega", kNow + 1, 1);
     Dump("clock", Clocked() + kAt1064 + first + "00 21 01 61  C0 00 21 01 62");
     Dump("plain", kKept);
@@ -321,64 +340,93 @@ TEST_F(Decode, TimesAreTakenAsTheyAreShown) {
         EXPECT_EQ(result.err, err.empty() ? err : "trelvoctl: decode: " + err + "\n")
             << file << options;
     }
+}
+
+TEST_F(Decode, AWallClockGuessedByTheFilesTimeIsCalledAGuess) {
+    Dump("plain", kKept);
+    fs::last_write_time(folder_ / "plain", fs::file_time_type(std::chrono::seconds(0)));
+    EXPECT_THAT(Run("trelvoctl decode --wall --utc plain").out,
+                HasSubstr("\n" + Run("date -u -r plain '+%F %T.000Z'| tr -d '\\n'").out));
     EXPECT_EQ(Run("trelvoctl decode --wall -o raw plain").err,
               "trelvoctl: wall-clock times of dumps without clock lines are a guess by the files' "
               "own times: late by as long as nothing was logged before a dump; the longest silence "
               "in them is 0.005 s\n");
 }
 
-TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
-    Dump("whole", kVersioned + kAt1000 + "00 21 01 61  05 42 01 62");
-    Dump("cut", kVersioned + kAt1000 + "00 21 01 61  05 42 09 62");
-    // Its second message is a code and text; its third one a code of no table.
-    Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
-    Dump("odd", kPlain + kAt1000 + "00 21 03 FC 2C 22  00 82 02 1B 5C");
-    Dump("quoted", kPlain + kAt1000 + "00 21 03 61 22 62");
-    Dump("formula",
-         kPlain + kAt1000 + "00 21 02 3D 31  00 21 02 40 31  00 21 02 2D 2C  00 21 02 31 2D");
-    Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
-    Run("mkdir -p all/1 old; zstd -q whole -o whole.zst; head -c -3 whole.zst > cut.zst;"
-        "echo '<policy version=\"0.9\"/>' > old/policy_version.xml;"
-        "(printf '\\377\\377\\377\\377\\007'; head -c 200000000 /dev/zero) | zstd -q > bomb.zst");
-    WriteFile(folder_ / "all/1/policy_version.xml",
-              "<x><policy version='1.0'/><db logtag='A' name='a.db'/></x>");
-    MakeCodeTable(folder_ / "all/1/a.db", "('hello','10000000'),('bye','0110100001101001')");
-    fs::last_write_time(folder_ / "whole", fs::file_time_type(std::chrono::seconds(0)));
-
-    const std::string a = "       0.995 I/A                   (P    10, T    11): a\n";
-    const std::string b = "       1.000 W/B                   (P    10, T    11): b\n";
-    const std::string cut = "offset 29: message of 9 bytes but only 1 are left";
-    const std::vector<std::array<std::string, 4>> rows{
-        // command, status, out, err; without options the dump is named by its position
-        {"decode whole", "0", a + b, ""},
-        {"decode - < whole", "0", a + b, ""},
-        {"decode -", "0", a + b, ""},
-        {"decode whole.zst", "0", a + b, ""},
+TEST_F(Decode, InputsAreFilesStandardInputAndFrames) {
+    Dump("whole", kWhole);
+    Run("zstd -q whole -o whole.zst");
+    ExpectRuns({
+        {"decode whole", "0", kA + kB, ""},
+        {"decode - < whole", "0", kA + kB, ""},
+        {"decode -", "0", kA + kB, ""},
+        {"decode whole.zst", "0", kA + kB, ""},
         {"decode -o raw - < whole.zst", "0", "a\nb\n", ""},
+    });
+}
+
+TEST_F(Decode, DamagedAndMissingInputsLeaveTheOthersReadable) {
+    Dump("whole", kWhole);
+    Dump("cut", kVersioned + kAt1000 + "00 21 01 61  05 42 09 62");
+    Run("zstd -q whole -o whole.zst; head -c -3 whole.zst > cut.zst;"
+        "(printf '\\377\\377\\377\\377\\007'; head -c 200000000 /dev/zero) | zstd -q > bomb.zst");
+    const std::string cut = "offset 29: message of 9 bytes but only 1 are left";
+    ExpectRuns({
         {"decode cut", "3", "       1.000 I/A                   (P    10, T    11): a\n",
          "cut: " + cut + "; the times shown are the latest possible"},
-        {"decode no whole", "3", a + b, "no: No such file or directory"},
-        {"decode cut.zst", "3", a + b,
+        {"decode no whole", "3", kA + kB, "no: No such file or directory"},
+        {"decode cut.zst", "3", kA + kB,
          "cut.zst: offset 0: the zstd frame that begins here is cut off; the times shown are the "
          "latest possible"},
         {"decode bomb.zst > /dev/null", "3", "",
          "bomb.zst: offset 0: policy version of 2147483647 bytes, but no more than 2 MiB are "
          "read"},
         {"decode whole > /dev/full", "5", "", "standard output: No space left on device"},
-        {"decode -r -n 1 whole", "0", b, ""},
-        {"decode -r whole", "0", b + a, ""},
-        {"decode whole A:I", "0", a, ""},
+    });
+}
+
+TEST_F(Decode, WhatOthersLaidIntoAFolderIsNotWaitedFor) {
+    Dump("a.dump", kWhole);
+    ASSERT_EQ(mkfifo((folder_ / "b\x1B.dump").c_str(), 0600), 0);
+    const Output mixed = Run("trelvoctl decode .");
+    EXPECT_EQ(mixed.status, 3);
+    EXPECT_EQ(mixed.out, kA + kB);
+    EXPECT_THAT(mixed.err, HasSubstr("./b\\x1B.dump: not a regular file"));
+    const Output piped = RunProgram({"bash", "-c",
+                                     "cd " + folder_.string() +
+                                         "; trelvoctl() { " TRELVO_BIN_DIR
+                                         "/trelvoctl \"$@\"; }; trelvoctl decode <(cat a.dump);"
+                                         "cat a.dump | trelvoctl decode /dev/stdin"});
+    EXPECT_EQ(piped.err, "");
+    EXPECT_EQ(piped.out, kA + kB + kA + kB);
+}
+
+TEST_F(Decode, LinesAreChosenByTagLevelProcessTextAndTime) {
+    Dump("whole", kWhole);
+    ExpectRuns({
+        {"decode -r -n 1 whole", "0", kB, ""},
+        {"decode -r whole", "0", kB + kA, ""},
+        {"decode whole A:I", "0", kA, ""},
         {"decode whole A:W", "0", "", ""},
-        {"decode whole '*:W'", "0", b, ""},
-        {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", b, ""},
+        {"decode whole '*:W'", "0", kB, ""},
+        {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", kB, ""},
         {"decode whole --tid 12", "0", "", ""},
         {"decode whole -g c", "1", "", ""},
-        {"decode whole -g '('", "2", "", "decode: '(' at 1: missing closing parenthesis"},
-        {"decode whole --since 1", "0", b, ""},
-        {"decode whole --until -0.005s", "0", a, ""},
-        {"decode whole --since soon", "2", "",
-         "decode: 'soon' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
-         "yesterday, '10 min ago', -5m (before the end), or seconds since boot"},
+        {"decode whole --since 1", "0", kB, ""},
+        {"decode whole --until -0.005s", "0", kA, ""},
+    });
+}
+
+TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
+    Dump("whole", kWhole);
+    // Its second message is a code and text; its third one a code of no table.
+    Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
+    Dump("odd", kOdd);
+    Run("mkdir -p all/1 old; echo '<policy version=\"0.9\"/>' > old/policy_version.xml");
+    WriteFile(folder_ / "all/1/policy_version.xml",
+              "<x><policy version='1.0'/><db logtag='A' name='a.db'/></x>");
+    MakeCodeTable(folder_ / "all/1/a.db", "('hello','10000000'),('bye','0110100001101001')");
+    ExpectRuns({
         {"decode --policy all/1 --color=always coded", "0",
          "       1.000 I/A                   (P    10, T    11): hello\n"
          "       1.000 I/A                   (P    10, T    11): bye\n"
@@ -395,6 +443,18 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
         {"decode --policies old whole", "4", "",
          "whole: needs the code tables of policy version '1.0', which old lacks"},
         {"decode --policy no whole", "4", "", "no/policy_version.xml: No such file or directory"},
+    });
+}
+
+TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
+    Dump("whole", kWhole);
+    Dump("odd", kOdd);
+    Dump("quoted", kPlain + kAt1000 + "00 21 03 61 22 62");
+    Dump("formula",
+         kPlain + kAt1000 + "00 21 02 3D 31  00 21 02 40 31  00 21 02 2D 2C  00 21 02 31 2D");
+    Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
+    fs::last_write_time(folder_ / "whole", fs::file_time_type(std::chrono::seconds(0)));
+    ExpectRuns({
         {"decode -o threadtime whole", "0",
          "01-01 00:00:00.995    10    11 I A       : a\n"
          "01-01 00:00:01.000    10    11 W B       : b\n",
@@ -429,22 +489,23 @@ TEST_F(Decode, WhatIsChosenAndHowItIsPrinted) {
          R"(","coded":false,"file":"controls"})"
          "\n",
          ""},
+    });
+}
+
+TEST_F(Decode, WrongArgumentsAreNamed) {
+    Dump("whole", kWhole);
+    ExpectRuns({
+        {"decode whole -g '('", "2", "", "decode: '(' at 1: missing closing parenthesis"},
+        {"decode whole --since soon", "2", "",
+         "decode: 'soon' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
+         "yesterday, '10 min ago', -5m (before the end), or seconds since boot"},
         {"decode --wall - ", "2", "",
          "decode: --wall needs a file with a time of its own; --boot-time sets one"},
         {"decode", "2", "", "FILE is required"},
         {"decode A:I", "2", "", "FILE is required"},
         {"decod whole", "2", "", "unknown command or option 'decod'"},
         {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
-    };
-    for (const auto& [arguments, status, out, err] : rows) {
-        const Output result = Run("cat whole | trelvoctl " + arguments);
-        EXPECT_EQ(std::to_string(result.status), status) << arguments;
-        EXPECT_EQ(result.out, out) << arguments;
-        EXPECT_EQ(result.err, err.empty() ? err : "trelvoctl: " + err + "\n") << arguments;
-    }
-    // The file's own time is that of the last line.
-    EXPECT_THAT(Run("trelvoctl decode --wall --utc whole").out,
-                HasSubstr(Run("date -u -r whole '+%F %T.000Z'| tr -d '\\n'").out));
+    });
 }
 
 TEST_F(Decode, NothingDrivesATerminal) {
@@ -573,12 +634,16 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
             EXPECT_EQ(Run("zstd -dcq trelvo.dump.zst | cmp - image").status, 0) << row.situation;
         }
     }
-    // A page of more than one buffer, in which only the end is wrong, gives none of its lines.
-    std::string big;
+}
+
+// Larger than one buffer, and wrong at its end only.
+TEST_F(Decode, AFrameThatIsNotWholeGivesNoneOfItsLines) {
+    std::string page;
     for (int number = 0; number < 100000; ++number) {
-        big += record(number);
+        page += Bytes("01 21 05") + std::to_string(10000 + number % 10000);
     }
-    std::string file = head + one + Frame(big);
+    std::string file =
+        Frame(Bytes(kPlain + kAt9000)) + Frame(page.substr(0, size_t{8} * 2000)) + Frame(page);
     file.back() ^= 1;
     WriteFile(folder_ / "trelvo.dump.zst", file);
     EXPECT_EQ(Run("trelvoctl decode trelvo.dump.zst 2>/dev/null | wc -l").out, "2000\n");

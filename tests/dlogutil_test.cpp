@@ -527,7 +527,16 @@ protected:
         test_support::Journal::Send({"SYSLOG_IDENTIFIER=" + tag, "MESSAGE=" + text});
     }
 
+    // So many lines more, each of 100 bytes and its number.
+    void LogNumbers(int count) {
+        for (int i = 0; i < count; ++i) {
+            numbers_.push_back(std::to_string(numbers_.size()) + std::string(100, '.'));
+            Log("COUNTED", numbers_.back());
+        }
+    }
+
     test_support::Journal journal_;
+    std::vector<std::string> numbers_;
     std::vector<std::string> environment_{"env"};
     std::optional<test_support::Process> capture_;
 };
@@ -653,46 +662,46 @@ TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
     capture_.reset();
 }
 
-TEST_F(CaptureTest, LosesNothingThatTheJournalKeepsAndCountsTheRest) {
+TEST_F(CaptureTest, AFullFileSystemLosesNothing) {
     SKIP_WHERE_SANITIZED();
     fs::create_directory("/tmp/capture");
     ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", 0, "size=64k,mode=0700"), 0);
     Start({"COUNTED:V"});
-    std::vector<std::string> expected;
-    const auto send = [&expected](int count) {
-        for (int i = 0; i < count; ++i) {
-            expected.push_back(std::to_string(expected.size()) + std::string(100, '.'));
-            Log("COUNTED", expected.back());
-        }
-    };
     test_support::LogFollower log("dlogutil");
-    send(1000);
+    LogNumbers(1000);
     ASSERT_NE(log.WaitFor("cannot write, will try again: No space left"), "");
-    send(1000);
+    LogNumbers(1000);
     ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", MS_REMOUNT, "size=1m"), 0);
-    EXPECT_EQ(Captured("COUNTED"), expected) << "a full file system";
+    EXPECT_EQ(Captured("COUNTED"), numbers_);
+    capture_.reset();
+    (void)umount2("/tmp/capture", MNT_DETACH);
+}
 
+TEST_F(CaptureTest, StoppedItLosesNothingThatTheJournalKeepsAndCountsTheRest) {
+    SKIP_WHERE_SANITIZED();
+    Start({"COUNTED:V"});
+    LogNumbers(100);
+    EXPECT_EQ(Captured("COUNTED"), numbers_);
     capture_->Signal(SIGSTOP);
-    send(1000);
+    LogNumbers(1000);
     capture_->Signal(SIGCONT);
-    EXPECT_EQ(Captured("COUNTED"), expected) << "a stopped capture";
+    EXPECT_EQ(Captured("COUNTED"), numbers_);
 
     capture_->Signal(SIGSTOP);
-    send(500);
+    LogNumbers(500);
     (void)test_support::RunProgram({"journalctl", "--rotate", "--vacuum-time=1us"});
-    // The first follower maps a journal file that was just cut, and would end by SIGBUS.
-    test_support::LogFollower later_log("dlogutil");
+    // Only now: a follower that had mapped a journal file which was cut would end by SIGBUS.
+    test_support::LogFollower log("dlogutil");
     capture_->Signal(SIGCONT);
     Log("COUNTED", "after");
     const std::vector<std::string> captured = Captured("COUNTED");
-    const std::string text = later_log.WaitFor("lost: ");
+    const std::string text = log.WaitFor("lost: ");
     EXPECT_THAT(text, HasSubstr(" entries that the journal removed before they were read"));
-    const long missing = static_cast<long>(expected.size() + 1 - captured.size());
+    const long missing = static_cast<long>(numbers_.size() + 1 - captured.size());
     const long entries = std::stol(text.substr(6));
     EXPECT_GT(missing, 400);
     // The journal's own entries about it are not counted here.
     EXPECT_THAT(entries, testing::AllOf(testing::Ge(missing), testing::Le(missing + 9)));
-    (void)umount2("/tmp/capture", MNT_DETACH);
 }
 
 TEST_F(CaptureTest, HoldsNoHugeEntry) {

@@ -86,7 +86,7 @@ TEST_F(Stat, WhatItPrintsAndHowItEnds) {
     }
 }
 
-TEST_F(Stat, ManualPagesAndCompletionComeFromTheDeclarations) {
+TEST_F(Stat, ManualPagesShowTheOptionsThatAreDeclared) {
     ASSERT_EQ(Shell("trelvoctl manual share").status, 0);
     const auto lint = Shell("mandoc -T lint -W error share/man/man1/*.1");
     EXPECT_EQ(lint.status, 0) << lint.out << lint.err;
@@ -94,7 +94,10 @@ TEST_F(Stat, ManualPagesAndCompletionComeFromTheDeclarations) {
                 AllOf(HasSubstr("\nSYNOPSIS\n       trelvoctl stat [OPTION ...] INPUT ...\n"),
                       HasSubstr("-o, --output FORM\n"), HasSubstr("One of text, json.")));
     EXPECT_FALSE(fs::exists("/tmp/stat/share/man/man1/trelvoctl-manual.1"));
+}
 
+TEST_F(Stat, CompletionProposesCommandsOptionsValuesAndFiles) {
+    ASSERT_EQ(Shell("trelvoctl manual share").status, 0);
     const std::vector<std::pair<std::string, std::string>> rows{
         {"dec", "decode"},
         {"decode --po", "--policies --policy"},
@@ -134,6 +137,18 @@ protected:
         WriteFile(kFolder + "/status"s, status);
         WriteFile(kFolder + "/capture"s, capture);
     }
+    // All counts are 5; words hold what has to be escaped.
+    static void PublishAll() {
+        std::string text =
+            "version=1\"\nlast_dump_time=7\nlast_dump_result=a\\b\nlast_dump_current=0\n";
+        for (const char* field :
+             {"started", "accepted", "dropped", "records", "record_bytes", "memory_bytes",
+              "limit_bytes", "tables", "dumps", "pending", "suppressed", "newest_at"}) {
+            text += field + "=5\n"s;
+        }
+        Publish(text, "alive=1\nrestarts=0\nlost_rotation=7\n");
+        WriteFile(kFolder + "/dlog_dump"s, "1\n");
+    }
     static Output Run(const std::string& form) {
         return RunProgram({TRELVO_BIN_DIR "/trelvoctl", "status", "-o", form});
     }
@@ -170,16 +185,8 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
     EXPECT_EQ(Run("xml").status, 2);
 }
 
-TEST_F(Status, FormsForPrograms) {
-    std::string text =
-        "version=1\"\nlast_dump_time=7\nlast_dump_result=a\\b\nlast_dump_current=0\n";
-    for (const char* field :
-         {"started", "accepted", "dropped", "records", "record_bytes", "memory_bytes",
-          "limit_bytes", "tables", "dumps", "pending", "suppressed", "newest_at"}) {
-        text += field + "=5\n"s;
-    }
-    Publish(text, "alive=1\nrestarts=0\nlost_rotation=7\n");
-    WriteFile(kFolder + "/dlog_dump"s, "1\n");
+TEST_F(Status, JsonHoldsEveryFieldAndNullForTheUnknown) {
+    PublishAll();
     const std::string json = Run("json").out;
     EXPECT_THAT(json,
                 HasSubstr(R"({"running":true,"recording":true,"pid":)" + std::to_string(getpid()) +
@@ -189,6 +196,10 @@ TEST_F(Status, FormsForPrograms) {
                 HasSubstr(R"("last_dump":{"time":7,"trigger":null,"path":null,"result":)"
                           R"("a\\\\b","current":false},"capture":{"alive":true,"reason":null,)"
                           R"("restarts":0,"lost":{"rotation":7}},"upload_key":1})"));
+}
+
+TEST_F(Status, MetricsAreAsACollectorReadsThem) {
+    PublishAll();
     const std::string metrics = Run("prometheus").out;
     EXPECT_THAT(metrics,
                 AllOf(HasSubstr("\ntrelvo_info{version=\"1\\\"\",policy_version=\"\"} 1\n"),
