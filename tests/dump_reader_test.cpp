@@ -11,6 +11,7 @@
 
 #include "policy/code_tables.h"
 #include "policy/policy_file.h"
+#include "support/dump_builder.h"
 #include "support/process.h"
 #include "text/escape.h"
 
@@ -54,27 +55,11 @@ std::string FromHex(std::string text) {
     return bytes;
 }
 
-// Gives few bytes at a time, so that every field crosses the end of a buffer somewhere.
-class Trickle : public Input {
-public:
-    explicit Trickle(std::string bytes) : bytes_(std::move(bytes)) {}
-    size_t Read(char* data, size_t size) override {
-        const size_t count = bytes_.copy(data, std::min<size_t>(size, 3), position_);
-        position_ += count;
-        return count;
-    }
-    void Seek(uint64_t offset) override { position_ = offset; }
-
-private:
-    std::string bytes_;
-    size_t position_ = 0;
-};
-
 // "level tag pid tid +delta message;" for each whole record, then the fault.
 std::string Read(const std::string& bytes) {
     std::string text;
     try {
-        Trickle source(bytes);
+        test_support::MemoryInput source(bytes);
         DumpReader reader(source);
         for (Record record; reader.Next(record);) {
             text += record.level + " "s + std::string(record.source.tag) + " " +

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -36,6 +37,34 @@ void AddPrint(const Record& record, Survey& survey) {
     // Beyond that no times are told apart.
     const int64_t ms = std::min<int64_t>(survey.span_ms, std::numeric_limits<int32_t>::max());
     survey.prints.push_back({static_cast<uint32_t>(Hash(record) >> 32), static_cast<int32_t>(ms)});
+}
+
+// The search of Knuth, Morris and Pratt for a pattern of prints: linear, whatever these hold. Tells
+// at each place how many of the pattern's first ones end there, until it is told to stop.
+template <typename Iterator, typename Told>
+void Search(Iterator begin, Iterator end, Iterator place, Iterator stop, const Told& told) {
+    const auto size = static_cast<size_t>(end - begin);
+    if (size == 0) {
+        return;
+    }
+    // For each beginning of the pattern, the longest shorter one that it ends with.
+    std::vector<uint32_t> shorter(size, 0);
+    const auto extend = [&](uint32_t matched, uint32_t hash) {
+        while (matched > 0 && (matched == size || begin[matched].hash != hash)) {
+            matched = shorter[matched - 1];
+        }
+        return begin[matched].hash == hash ? matched + 1 : matched;
+    };
+    for (size_t i = 1; i < size; ++i) {
+        shorter[i] = extend(shorter[i - 1], begin[static_cast<ptrdiff_t>(i)].hash);
+    }
+    uint32_t matched = 0;
+    for (; place != stop; ++place) {
+        matched = extend(matched, place->hash);
+        if (told(matched, place)) {
+            return;
+        }
+    }
 }
 
 }  // namespace
@@ -90,33 +119,30 @@ Survey TakeSurvey(Input& input, bool with_prints) {
     return survey;
 }
 
-// The search of Knuth, Morris and Pratt for the later dump's records in those of the earlier one:
-// what has matched when the earlier one ends is the overlap. Linear, whatever the dumps hold.
 Overlap FindOverlap(const Survey& earlier, const Survey& later) {
-    const std::deque<Survey::Print>& pattern = later.prints;
-    if (pattern.empty()) {
-        return {};
-    }
-    // For each beginning of the pattern, the longest shorter one that it ends with.
-    std::vector<uint32_t> shorter(pattern.size(), 0);
-    const auto extend = [&pattern, &shorter](uint32_t matched, uint32_t hash) {
-        while (matched > 0 && (matched == pattern.size() || pattern[matched].hash != hash)) {
-            matched = shorter[matched - 1];
-        }
-        return pattern[matched].hash == hash ? matched + 1 : matched;
-    };
-    for (size_t i = 1; i < pattern.size(); ++i) {
-        shorter[i] = extend(shorter[i - 1], pattern[i].hash);
-    }
+    Overlap overlap;
+    Search(later.prints.begin(), later.prints.end(), earlier.prints.begin(), earlier.prints.end(),
+           [&](size_t matched, auto place) {
+               overlap = {matched, place->ms};
+               return matched == later.prints.size() && later.damage;
+           });
+    return overlap;
+}
 
-    uint32_t matched = 0;
-    for (const Survey::Print& print : earlier.prints) {
-        matched = extend(matched, print.hash);
-        if (matched == pattern.size() && later.damage) {
-            return {matched, print.ms};
-        }
-    }
-    return {matched, earlier.span_ms};
+Overlap FindTail(const Survey& earlier, const Survey& later) {
+    Overlap tail;
+    // Backwards, until the second record of the earlier one is among those that match.
+    const auto second = earlier.prints.rend() -
+                        std::min<ptrdiff_t>(2, static_cast<ptrdiff_t>(earlier.prints.size()));
+    Search(later.prints.rbegin(), later.prints.rend(), earlier.prints.rbegin(),
+           earlier.prints.rend(), [&](size_t matched, auto place) {
+               if (matched == 0 || place < second) {
+                   return false;
+               }
+               tail = {matched, (place - static_cast<ptrdiff_t>(matched - 1))->ms};
+               return true;
+           });
+    return tail;
 }
 
 }  // namespace trelvo

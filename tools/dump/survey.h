@@ -74,5 +74,9 @@ struct Overlap {
     int64_t earlier_ms = 0;  // when the last of these was, counted from the earlier's first record
 };
 [[nodiscard]] Overlap FindOverlap(const Survey& earlier, const Survey& later);
+// How many of the last records of `later` stand where `earlier` begins, as when a service that was
+// started again has recorded more lines before them. The first record of each may have another
+// time, so the earlier one's is not asked for.
+[[nodiscard]] Overlap FindTail(const Survey& earlier, const Survey& later);
 
 }  // namespace trelvo

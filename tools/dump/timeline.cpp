@@ -101,7 +101,7 @@ private:
 class Timeline::Replays {
 public:
     // True for a line that was shown already.
-    [[nodiscard]] bool Repeats(const Line& line, const Part& part) {
+    [[nodiscard]] bool Repeats(const Line& line, const Part& part, bool replayed) {
         if (line.time_ms != time_ms_) {
             time_ms_ = line.time_ms;
             counts_.clear();
@@ -118,16 +118,16 @@ public:
             found = counts_.try_emplace(std::move(key)).first;
         }
         Count& count = found->second;
-        if (part.before == Break::kRestart) {
-            auto of_part = count.of_part.find(line.dump);
-            if (of_part == count.of_part.end()) {
+        if (replayed) {
+            auto of_run = count.of_run.find(part.run);
+            if (of_run == count.of_run.end()) {
                 if (bytes_ > kMostBytes) {
                     return false;
                 }
                 bytes_ += kNodeBytes;
-                of_part = count.of_part.try_emplace(line.dump).first;
+                of_run = count.of_run.try_emplace(part.run).first;
             }
-            if (++of_part->second <= count.shown) {
+            if (++of_run->second <= count.shown) {
                 return true;
             }
         }
@@ -143,7 +143,7 @@ private:
 
     struct Count {
         uint64_t shown = 0;
-        std::map<size_t, uint64_t> of_part;  // by place, whether shown or not
+        std::map<size_t, uint64_t> of_run;  // whether shown or not
     };
 
     int64_t time_ms_ = -1;
@@ -162,7 +162,7 @@ public:
           begun_(timeline.parts_.size(), false) {
         const std::vector<Part>& parts = timeline_.parts_;
         replayed_ = std::any_of(waiting_.begin(), waiting_.end(), [&parts](size_t place) {
-            return parts[place].before == Break::kRestart;
+            return parts[parts[place].run].before == Break::kRestart;
         });
         std::stable_sort(waiting_.begin(), waiting_.end(), [&parts](size_t a, size_t b) {
             return parts[a].from_ms < parts[b].from_ms;
@@ -181,7 +181,7 @@ public:
             if (!at_ && !Choose()) {
                 return false;
             }
-        } while (replayed_ && replays_.Repeats(Current(), open_[*at_]->Owner()));
+        } while (replayed_ && Repeats(open_[*at_]->Owner()));
         const size_t place = Current().dump;
         before_ = begun_[place] ? Break::kNone : open_[*at_]->Owner().before;
         begun_[place] = true;
@@ -193,6 +193,11 @@ public:
     [[nodiscard]] Break Before() const { return before_; }
 
 private:
+    [[nodiscard]] bool Repeats(const Part& part) {
+        return replays_.Repeats(Current(), part,
+                                timeline_.parts_[part.run].before == Break::kRestart);
+    }
+
     void Finish(size_t at) {
         const Part& part = open_[at]->Owner();
         open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(at));
@@ -308,6 +313,10 @@ void Timeline::Add(std::string name, const Opener& open, const CodeTables* table
     Survey survey = TakeSurvey(*input, several_);
     Part part;
     part.name = std::move(name);
+    part.chain = parts_.size();
+    part.run = parts_.size();
+    part.fresh = survey.fresh;
+    part.first_delta_ms = survey.first_delta_ms;
     part.records = survey.records;
     part.last_ms = survey.last_log_time - survey.late_ms;
     part.start_ms = part.last_ms - survey.span_ms;
@@ -401,13 +410,12 @@ bool Timeline::Link(Part& part, const Survey& survey, const Last& last) {
             part.start_ms + survey.prints[static_cast<size_t>(overlap.records - 1)].ms;
         const int64_t error = in_part - (before.start_ms + overlap.earlier_ms);
         if (error == 0 || !before.exact || !part.exact) {
-            Part& wrong = part.exact ? before : part;
-            const int64_t shift = part.exact ? error : -error;
-            wrong.start_ms += shift;
-            wrong.from_ms += shift;
-            wrong.last_ms += shift;
-            wrong.exact = part.exact || before.exact;
-            wrong.latest = wrong.latest && !wrong.exact;
+            if (part.exact) {
+                ShiftChain(before.chain, error, true);
+            } else {
+                Shift(part, -error, before.exact);
+                part.chain = before.chain;
+            }
             part.skipped = overlap.records;
             part.from_ms =
                 part.start_ms + (overlap.records < part.records ? survey.prints[overlap.records].ms
@@ -415,6 +423,7 @@ bool Timeline::Link(Part& part, const Survey& survey, const Last& last) {
             if (part.from_ms >= kTimesEndMs) {
                 part.from_ms = std::max(part.from_ms, before.EndMs());
             }
+            part.run = before.run;
             GoOn(part, before);
             return true;
         }
@@ -430,18 +439,54 @@ bool Timeline::Link(Part& part, const Survey& survey, const Last& last) {
             return false;
         }
     }
-    if (part.from_ms < before.EndMs()) {
-        part.before = Break::kRestart;
-        return true;
+    if (!part.exact && overlap.records == 0) {
+        // Recorded once more, and cut before there was anything new.
+        if (const Overlap tail = FindTail(last.survey, survey); tail.records > 0) {
+            Shift(part, before.start_ms + tail.earlier_ms - part.last_ms, before.exact);
+        }
     }
-    if (survey.fresh) {
-        part.before = Break::kFresh;
-    } else if (part.start_ms - survey.first_delta_ms != before.last_ms ||
-               part.start_ms >= kTimesEndMs) {
-        part.before = Break::kGap;
+    part.after = last.part;
+    Settle(part);
+    if (part.before != Break::kRestart) {
+        GoOn(part, before);
     }
-    GoOn(part, before);
     return true;
+}
+
+void Timeline::Settle(Part& part) {
+    const Part& before = parts_[*part.after];
+    const int64_t most_ms = part.start_ms - part.first_delta_ms;
+    if (!before.exact && !part.fresh && before.last_ms > most_ms) {
+        // Had lines of it been logged later, this one would hold them.
+        ShiftChain(before.chain, most_ms - before.last_ms, false);
+    }
+    // A damaged dump does not tell what came after it.
+    const bool joins = before.exact && most_ms == before.last_ms && part.start_ms < kTimesEndMs;
+    part.before = part.from_ms < before.EndMs() ? Break::kRestart
+                  : part.fresh                  ? Break::kFresh
+                  : joins                       ? Break::kNone
+                                                : Break::kGap;
+}
+
+void Timeline::Shift(Part& part, int64_t ms, bool exact) {
+    part.start_ms += ms;
+    part.from_ms += ms;
+    part.last_ms += ms;
+    part.exact = part.exact || exact;
+    part.latest = part.latest && !exact;
+}
+
+void Timeline::ShiftChain(size_t chain, int64_t ms, bool exact) {
+    for (Part& part : parts_) {
+        if (part.chain == chain) {
+            Shift(part, ms, exact);
+        }
+    }
+    for (Part& part : parts_) {
+        if (part.after && (part.chain == chain || parts_[*part.after].chain == chain)) {
+            Settle(part);
+        }
+    }
 }
 
 void Timeline::GoOn(Part& part, const Part& before) {

@@ -41,6 +41,14 @@ struct Part {
     std::optional<ClockPoint> last_clock;
     bool exact = true;    // false: records are missing at the end
     bool latest = false;  // nothing tells since when, so times are the latest possible
+    bool fresh = false;   // begins as a recorder does that has just started or been emptied
+    int32_t first_delta_ms = 0;
+    // Places in the timeline: of the part of this boot that it shares no records with and follows;
+    // of the first part of those that overlap, where the times of none are sure; and of the first
+    // part of what the recorder wrote since it was started.
+    std::optional<size_t> after;
+    size_t chain = 0;
+    size_t run = 0;
     std::optional<DamageError> damage;
     uint64_t ambiguous = 0;  // translated messages whose codes are text as well; known once visited
     // When the machine booted, as far as the file's own time tells: milliseconds since 1970.
@@ -112,6 +120,11 @@ private:
     void Place(Part& part, Survey survey);
     // Whether the part is of the same boot as the one before; tells where they meet.
     [[nodiscard]] bool Link(Part& part, const Survey& survey, const Last& last);
+    // Finds out what lies between a part and the one that it follows, whose times it may bound.
+    void Settle(Part& part);
+    // Moves a part in time; `exact`: to where it is known to belong.
+    static void Shift(Part& part, int64_t ms, bool exact);
+    void ShiftChain(size_t chain, int64_t ms, bool exact);
     // Takes over the clock of the part that this one goes on from.
     static void GoOn(Part& part, const Part& before);
     // Wall-clock time of the last line of a boot with clock lines.

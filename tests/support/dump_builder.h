@@ -1,0 +1,84 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "io/input.h"
+
+namespace test_support {
+
+// A length, a time or an index of the format.
+inline std::string Leb(int64_t value) {
+    std::string bytes;
+    for (; value < -64 || value >= 64; value >>= 7) {
+        bytes += static_cast<char>(value | 0x80);
+    }
+    return bytes + static_cast<char>(value & 0x7F);
+}
+
+// A dump as the service writes it, a line at a time. Sources, at most 15, are "TAG,PID"; their TID
+// is 11.
+class DumpBuilder {
+public:
+    explicit DumpBuilder(std::string version = {}) : version_(std::move(version)) {}
+
+    // `delta_ms` after the line before; level D, I, W, E or F.
+    DumpBuilder& Line(int64_t delta_ms, std::string_view text, const std::string& source = "A,10",
+                      char level = 'I') {
+        const auto index = indexes_.try_emplace(source, indexes_.size() + 1).first->second;
+        const size_t rank = std::string_view("DIWEF").find(level);
+        records_ += Leb(delta_ms);
+        records_ += static_cast<char>((rank == 0 ? 0 : 16U << rank) | index);
+        records_ += Leb(static_cast<int64_t>(text.size()));
+        records_ += text;
+        return *this;
+    }
+
+    // The newest line of the buffer was logged at `last_ms`.
+    [[nodiscard]] std::string Image(int64_t last_ms) const {
+        std::string entries;
+        for (const auto& [source, index] : indexes_) {
+            entries += Leb(static_cast<int64_t>(source.size())) + source + Leb(2) + Leb(11) +
+                       Leb(static_cast<int64_t>(index));
+        }
+        return Leb(static_cast<int64_t>(version_.size())) + version_ +
+               Leb(static_cast<int64_t>(entries.size())) + entries + Leb(last_ms) + records_;
+    }
+
+private:
+    std::string version_;
+    std::map<std::string, size_t> indexes_;
+    std::string records_;
+};
+
+// Bytes in memory, given a few at a time, so that every field crosses the end of a buffer
+// somewhere.
+class MemoryInput : public trelvo::Input {
+public:
+    explicit MemoryInput(std::string bytes, std::optional<time_t> written = {}, size_t piece = 3)
+        : bytes_(std::move(bytes)), written_(written), piece_(piece) {}
+    size_t Read(char* data, size_t size) override {
+        const size_t count = bytes_.copy(data, std::min(size, piece_), position_);
+        position_ += count;
+        return count;
+    }
+    void Seek(uint64_t offset) override { position_ = offset; }
+    std::optional<timespec> WriteTime() const override {
+        return written_ ? std::optional(timespec{*written_, 0}) : std::nullopt;
+    }
+
+private:
+    std::string bytes_;
+    std::optional<time_t> written_;
+    size_t piece_;
+    size_t position_ = 0;
+};
+
+}  // namespace test_support
