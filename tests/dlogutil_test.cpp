@@ -662,6 +662,15 @@ TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
     capture_.reset();
 }
 
+TEST_F(CaptureTest, WithoutAServiceFullFilesAreReplacedAndNobodyIsWaitedFor) {
+    Start({"COUNTED:V"}, "4");
+    LogNumbers(300);
+    const std::vector<std::string> captured = Captured("COUNTED");
+    ASSERT_FALSE(captured.empty());
+    EXPECT_EQ(captured.back(), numbers_.back());
+    EXPECT_TRUE(fs::exists(kFile + ".1"));
+}
+
 TEST_F(CaptureTest, AFullFileSystemLosesNothing) {
     SKIP_WHERE_SANITIZED();
     fs::create_directory("/tmp/capture");

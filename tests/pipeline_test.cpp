@@ -235,6 +235,20 @@ TEST_F(PipelineTest, FullBufferWaitsUntilADumpHasConsumedIt) {
     EXPECT_EQ(Names(), "[next]");
 }
 
+TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
+    Feed(Line("before"));
+    Snapshot(true);
+    CDataProvider::Statistics statistics;
+    ASSERT_TRUE(provider_.ReadStatistics(statistics));
+    EXPECT_EQ(statistics.records + statistics.recordBytes + statistics.newestMs, 0U);
+    Feed("5.0 I/T(P 1, T 2): f > [after]");
+    Feed("6.0 I/T(P 1, T 2): f > [last]");
+    ASSERT_TRUE(provider_.ReadStatistics(statistics));
+    EXPECT_EQ(statistics.records, 2U);
+    EXPECT_EQ(statistics.oldestMs, 5000);
+    EXPECT_EQ(statistics.newestMs, 6000);
+}
+
 TEST_F(PipelineTest, ExceptionEndsTheReaderAndLeavesTheBufferLocked) {
     InFreshProcess([this] {
         WriteFile(kCurrent, "1.0 I/T(P x, T 2): f > broken\n" + Line("after"));

@@ -227,6 +227,19 @@ TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {
     EXPECT_EQ(CDBOperations::Instance()->GetPolicyVersion(), "");
 }
 
+TEST(CodeTableTest, TablesLieInTheFolderOfThePolicyThatWasRead) {
+    const std::string policy = "<r><policy version='1'/><db logtag='T' name='t'/></r>";
+    for (const auto& [server, code] : {std::pair(policy, "01 B0"), {"", "01 0B"}}) {
+        WritePolicy(kServer, server);
+        WritePolicy(kDefault, policy);
+        MakeCodeTable(kServer + "/t", "('hi', '10110000')");
+        MakeCodeTable(kDefault + "/t", "('hi', '00001011')");
+        Load(1);
+        const std::string_view found = CDBOperations::Instance()->FindCode("T", "hi");
+        EXPECT_EQ(Hex(Bytes(found.begin(), found.end())), code);
+    }
+}
+
 TEST(CodeTableTest, FindsTheLastRowOfEachTextWhateverItsSize) {
     std::mt19937 random(1);
     const size_t sizes[] = {0, 1, 15, 63, 64, 300, 8191, 8192};

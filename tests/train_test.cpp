@@ -13,6 +13,7 @@
 #include "CDBOperations.h"
 #include "CUtility.h"
 #include "policy/code_tables.h"
+#include "support/dump_builder.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
 #include "text/escape.h"
@@ -147,6 +148,22 @@ TEST(CodeAssignment, CodesAreDistinctNeverTextAndNeverTaken) {
     EXPECT_TRUE(coded.front().text == "ab" && coded.front().code.size() == 1);
 }
 
+TEST(CodeAssignment, CodesOfEverySizePassOverWhatIsTaken) {
+    // All of one and two bytes are taken, and the first three of three bytes.
+    std::vector<std::string> names(1, "\x80\0\0"s);
+    names.push_back("\x80\0\x02"s);
+    for (int value = 0; value < 0x10000; ++value) {
+        names.push_back({static_cast<char>(value >> 8), static_cast<char>(value)});
+        names.push_back({static_cast<char>(value)});
+    }
+    const std::vector<CodedText> coded =
+        AssignCodes({{"often logged", 9}, {"seldom logged", 5}, {"abc", 100}, {"ab", 100}},
+                    TextSet(names.begin(), names.end()), 10);
+    ASSERT_EQ(coded.size(), 2U);
+    EXPECT_EQ(coded[0].code, "\x80\0\x01"s);
+    EXPECT_EQ(coded[1].code, "\x80\0\x03"s);
+}
+
 TEST(MessageCounts, StayWithinTheirBoundAndKeepTheFrequent) {
     MessageCounts counts(20000);
     counts.Add("T", "zero\0byte"s, 9000);  // seen often, but no table can hold it
@@ -157,6 +174,7 @@ TEST(MessageCounts, StayWithinTheirBoundAndKeepTheFrequent) {
     }
     EXPECT_EQ(counts.Tags().at("T").at("frequent"), 5000U);
     EXPECT_GT(counts.Dropped(), 4000U);
+    EXPECT_GE(counts.Memory(), 10000U - 120) << "no more goes than half of the bound";
     EXPECT_EQ(counts.HighestDropped(), 1U);
     EXPECT_EQ(Train(counts, {}).saved_bytes, 5000 * (9 - 2));
 }
@@ -180,6 +198,68 @@ TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
     EXPECT_EQ(kept.count("A"), 0U);
     EXPECT_EQ(kept.at("B").count("101"), 0U);
     EXPECT_EQ(kept.at("B").size(), 49U);
+}
+
+TEST(Evaluation, CountsWhatARecorderWouldTake) {
+    // Sizes of one source: delta, header, length and message.
+    const std::vector<TagTable> tables{{"T", {{"a long text", 5, "\x01"}}}};
+    Evaluation evaluation(tables);
+    for (int input = 0; input < 2; ++input) {
+        evaluation.BeginInput();
+        evaluation.Add({"T", 1, 2, "a long text", 0, 1, 40});
+        evaluation.Add({"U", 1, 2, "a long text", 64, 1, 40});
+        evaluation.Add({"T", 1, 2, "a long text", -1, 1, 40});  // refused
+        evaluation.Add({"T", 1, 2, "another", 5, 1, 30});
+        const EvaluationTotals& totals = evaluation.Totals();
+        EXPECT_EQ(totals.lines, 3U);
+        EXPECT_EQ(totals.refused, 1U);
+        EXPECT_EQ(totals.coded, 1U);
+        EXPECT_EQ(totals.text_bytes, 110U);
+        EXPECT_EQ(totals.plain_bytes, 14U + 15U + 10U);
+        EXPECT_EQ(totals.coded_bytes, 4U + 15U + 10U);
+    }
+}
+
+// "tag message delta" of each line, then how many were passed over and were not translated.
+std::vector<std::string> ReadLog(const std::string& content, const CodeTables* tables = nullptr) {
+    WriteFile("/tmp/log", content);
+    std::vector<std::string> lines;
+    const InputSummary summary =
+        ReadInput("/tmp/log", InputFormat::kAuto, tables, [&lines](const TrainingLine& line) {
+            lines.push_back(std::string(line.tag) + " " + Escape(line.message) + " " +
+                            std::to_string(line.delta_ms) + " x" + std::to_string(line.count));
+        });
+    EXPECT_EQ(summary.lines, lines.size());
+    lines.push_back(std::to_string(summary.passed_over) + " " +
+                    std::to_string(summary.untranslated));
+    return lines;
+}
+
+TEST(LogInput, LinesOfEveryFormat) {
+    const std::string end = " I/T(P 1, T 2): f: g(1) > x\n";
+    EXPECT_THAT(
+        ReadLog("5.0" + end + "1.0" + end + "no line\n6.5" + end + "5.5" + end + "6.5" + end),
+        testing::ElementsAre("T x 0 x1", "T x -4000 x1", "T x 1500 x1", "T x -1000 x1", "T x 0 x1",
+                             "1 0"))
+        << "a refused line's time counts for nothing";
+    EXPECT_THAT(ReadLog("T\ta\tb\t3\r\nT\tx\t2\nT\ty\tz\n"),
+                testing::ElementsAre("T a\\x09b 0 x3", "T x 0 x2", "1 0"));
+    const std::string dump = DumpBuilder("1")
+                                 .Line(0, "\x80", "T,1")
+                                 .Line(5, "\x81", "T,1")
+                                 .Line(7, "hi", "T,1")
+                                 .Image(9);
+    EXPECT_THAT(ReadLog(dump), testing::ElementsAre("T hi 7 x1", "0 2"));
+    fs::create_directories("/tmp/policy");
+    WriteFile("/tmp/policy/policy_version.xml",
+              "<p><policy version='1'/><db logtag='T' name='t'/></p>");
+    MakeCodeTable("/tmp/policy/t", "('known','10000000')");
+    const CodeTables tables("/tmp/policy");
+    EXPECT_THAT(ReadLog(dump, &tables),
+                testing::ElementsAre("T known 0 x1", "T \\x81 5 x1", "T hi 7 x1", "0 0"));
+    EXPECT_THAT(ReadLog(DumpBuilder("2").Line(0, "\x80", "T,1").Image(9), &tables),
+                testing::ElementsAre("0 1"))
+        << "tables of another version";
 }
 
 size_t HeapInUse() {

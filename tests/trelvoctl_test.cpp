@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/dump_builder.h"
 #include "support/process.h"
 
 namespace test_support {
@@ -65,6 +66,21 @@ TEST_F(Stat, CountsAreThoseOfTheDump) {
                   R"("bytes":5}],"processes":[{"process":"AB,10","records":2,"bytes":10},)"
                   R"({"process":"C\\\\,-1","records":1,"bytes":5}],"damage":null})"
                   "\n");
+}
+
+TEST_F(Stat, WithTablesOnlyTheirCodesAreCoded) {
+    // The second code is one of no table.
+    WriteFile("/tmp/stat/coded.dump", DumpBuilder("1.0")
+                                          .Line(0, "\x80", "AB,10")
+                                          .Line(5, "\x81", "AB,10")
+                                          .Line(5, "text", "AB,10")
+                                          .Image(12500));
+    for (const auto& [tables, coded] : {std::pair("--policy policy", "1"), {"", "2"}}) {
+        EXPECT_EQ(Shell("trelvoctl stat -o json "s + tables +
+                        " coded.dump | grep -o '\"coded_records\":[0-9]*'")
+                      .out,
+                  "\"coded_records\":"s + coded + "\n");
+    }
 }
 
 TEST_F(Stat, WhatItPrintsAndHowItEnds) {

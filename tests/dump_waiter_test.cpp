@@ -1,0 +1,100 @@
+// Waiting for a dump of a service that this test plays.
+
+#include "launch/dump_waiter.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "support/process.h"
+
+using namespace trelvo;
+
+namespace {
+
+namespace fs = std::filesystem;
+using test_support::WriteFile;
+using testing::HasSubstr;
+
+class Waiting : public testing::Test {
+protected:
+    static constexpr const char* kFolder = "/tmp/waited";
+    static constexpr const char* kStatus = "/run/trelvo/vconf/memory/trelvo";
+
+    Waiting() {
+        for (const char* folder : {kFolder, kStatus}) {
+            fs::remove_all(folder);
+            fs::create_directories(folder);
+        }
+        WriteFile("/run/trelvo/lock", std::to_string(getpid()) + "\n");
+        lock_ = open("/run/trelvo/lock", O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(flock(lock_, LOCK_EX | LOCK_NB), 0);
+    }
+    ~Waiting() override { close(lock_); }
+
+    // The service's end of a dump; replaced as a whole, as it does it.
+    static void Publish(int dumps, const std::string& rest) {
+        WriteFile("/run/trelvo/new", "pid=" + std::to_string(getpid()) +
+                                         "\ndumps=" + std::to_string(dumps) + "\n" + rest);
+        fs::rename("/run/trelvo/new", std::string(kStatus) + "/status");
+    }
+    static std::string Written(const std::string& name, const std::string& trigger = "request") {
+        return "last_dump_trigger=" + trigger + "\nlast_dump_path=" + kFolder + "/" + name +
+               "\nlast_dump_result=written\n";
+    }
+
+    // Waits while the service does at the n-th request what step n says; the path or the fault.
+    std::string Wait(const std::vector<std::function<void()>>& steps, bool compressed = false) {
+        asked_ = 0;
+        DumpWaiter waiter("/run/trelvo", kFolder, compressed);
+        try {
+            return waiter.Wait([&](auto) { steps.at(asked_++)(); }, std::chrono::seconds(20));
+        } catch (const DumpWaitError& error) {
+            return error.what();
+        }
+    }
+
+    int lock_;
+    size_t asked_ = 0;
+};
+
+TEST_F(Waiting, ARequestThatWasLostIsRepeated) {
+    Publish(0, "");
+    EXPECT_EQ(Wait({[] {}, [] { Publish(1, Written("trelvo.dump")); }}), "/tmp/waited/trelvo.dump");
+    EXPECT_EQ(asked_, 2U);
+}
+
+TEST_F(Waiting, AnotherDumpInItsPlaceIsNoAnswer) {
+    const std::string path = "/tmp/waited/trelvo_1.dump";
+    Publish(3, Written("trelvo.dump"));
+    EXPECT_EQ(Wait({[] { Publish(4, Written("trelvo.dump", "timer")); },
+                    [] { Publish(5, Written("../other/trelvo.dump")); },
+                    [] { Publish(6, Written("trelvo.dump.zst")); },
+                    [] { Publish(7, Written("trelvo_1.dump")); }}),
+              path);
+    EXPECT_EQ(asked_, 4U);
+    EXPECT_EQ(Wait({[] { Publish(8, Written("trelvo.dump.zst")); }}, true),
+              "/tmp/waited/trelvo.dump.zst");
+    EXPECT_THAT(Wait({[] {
+                    Publish(9,
+                            "last_dump_trigger=request\nlast_dump_path=/tmp/waited/trelvo.dump\n"
+                            "last_dump_result=No space left on device\n");
+                }}),
+                HasSubstr("could not be written: No space left on device"));
+}
+
+TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
+    EXPECT_EQ(Wait({[] {
+                  WriteFile("/tmp/waited/other.dump", "");
+                  WriteFile("/tmp/waited/trelvo.dump.zst", "");
+                  WriteFile("/tmp/waited/.trelvo-x", "");
+                  fs::create_hard_link("/tmp/waited/.trelvo-x", "/tmp/waited/trelvo_2.dump");
+              }}),
+              "/tmp/waited/trelvo_2.dump");
+    EXPECT_THAT(Wait({[] { fs::remove_all(kFolder); }}), HasSubstr("was moved or removed"));
+}
+
+}  // namespace
