@@ -422,7 +422,12 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
     // Its second message is a code and text; its third one a code of no table.
     Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
     Dump("odd", kOdd);
-    Run("mkdir -p all/1 old; echo '<policy version=\"0.9\"/>' > old/policy_version.xml");
+    Run("mkdir -p all/1 old twice; for i in 1 2; do mkdir twice/$i;"
+        "echo '<policy version=\"1\"/>' > twice/$i/policy_version.xml; done; echo '<policy "
+        "version=\"0.9\"/>' > old/policy_version.xml");
+    const Output twice = Run("trelvoctl decode --policies twice whole");
+    EXPECT_EQ(twice.status, 4);
+    EXPECT_THAT(twice.err, HasSubstr(" are both of policy version '1'"));
     WriteFile(folder_ / "all/1/policy_version.xml",
               "<x><policy version='1.0'/><db logtag='A' name='a.db'/></x>");
     MakeCodeTable(folder_ / "all/1/a.db", "('hello','10000000'),('bye','0110100001101001')");

@@ -155,16 +155,16 @@ TEST(LineFilter, EveryKindOfFilterMustPass) {
         std::vector<const char*> levels;
         int pid;
         int tid;
-        const char* passing;  // of D, I and W of the tags A and B; the PID is that of the tag
+        const char* passing;  // of D, I, E and W of the tags A and B; the PID is that of the tag
     } const rows[] = {
-        {{}, 0, 0, "AD AI AW BD BI BW "},
-        {{"A:I"}, 0, 0, "AI AW "},
-        {{"A:w", "*:D"}, 0, 0, "AW BD BI BW "},
-        {{"*:S", "B:V"}, 0, 0, "BD BI BW "},
-        {{"A:I", "A:W"}, 0, 0, "AW "},
-        {{}, 1, 0, "AD AI AW "},
-        {{"*:W"}, 2, 0, "BW "},
-        {{}, 0, 2, "BD BI BW "},
+        {{}, 0, 0, "AD AI AE AW BD BI BE BW "},
+        {{"A:I"}, 0, 0, "AI AE AW "},
+        {{"A:w", "*:D"}, 0, 0, "AE AW BD BI BE BW "},
+        {{"*:S", "B:V"}, 0, 0, "BD BI BE BW "},
+        {{"A:I", "A:E"}, 0, 0, "AE "},
+        {{}, 1, 0, "AD AI AE AW "},
+        {{"*:W"}, 2, 0, "BE BW "},
+        {{}, 0, 2, "BD BI BE BW "},
         {{}, 1, 2, ""},
     };
     for (const auto& row : rows) {
@@ -177,7 +177,7 @@ TEST(LineFilter, EveryKindOfFilterMustPass) {
         row.tid == 0 ? void() : filter.AddTid(row.tid);
         std::string passing;
         for (const char* tag : {"A", "B"}) {
-            for (const char level : std::string("DIW")) {
+            for (const char level : std::string("DIEW")) {
                 Line line;
                 line.level = level;
                 line.source.tag = tag;
@@ -209,6 +209,32 @@ TEST(LineFormat, CsvQuotesAndDisarmsWhatNeedsIt) {
         MakeCsvFormat({}, false)->Append(line, {text, "", {}}, out);
         EXPECT_EQ(out, std::string("0,I,") + field + ",0,0," + field + ",false," + field + "\n");
     }
+}
+
+TEST(LineFormat, FieldsOfTheWallClockAndTheHostStandWhereTheyBelong) {
+    TimeStyle style;
+    style.wall = style.utc = style.host = true;
+    Line line;
+    line.time_ms = 1500;
+    line.level = 'E';
+    line.source.tag = "T";
+    line.source.pid = 1;
+    line.source.tid = 2;
+    line.message = "x";
+    const auto text = [&](std::unique_ptr<LineFormat> format, std::optional<int64_t> boot_time_ms) {
+        std::string out;
+        format->AppendHead(out);
+        format->Append(line, {"f", "vega", boot_time_ms}, out);
+        return out;
+    };
+    const std::string head = "time_ms,time,host,level,tag,pid,tid,message,coded,file\n";
+    EXPECT_EQ(text(MakeCsvFormat(style, false), 1000),
+              head + "1500,1970-01-01T00:00:02.500Z,vega,E,T,1,2,x,false,f\n");
+    EXPECT_EQ(text(MakeCsvFormat(style, false), {}), head + "1500,,vega,E,T,1,2,x,false,f\n");
+    EXPECT_EQ(text(MakeJsonFormat(style), 1000),
+              R"({"time_ms":1500,"time":"1970-01-01T00:00:02.500Z","host":"vega","level":"E",)"
+              R"("tag":"T","pid":1,"tid":2,"message":"x","coded":false,"file":"f"})"
+              "\n");
 }
 
 TEST(LineFormat, SourcesAreThoseOfTheLinesOwnDump) {

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <random>
@@ -74,6 +75,61 @@ TEST(Timeline, DamagedDumpsGetTheTimesThatOthersTell) {
     for (const Row& row : rows) {
         EXPECT_EQ(Show(row.dumps), row.shown) << row.situation;
     }
+}
+
+Survey SurveyOf(const std::string& text, bool cut) {
+    DumpBuilder dump;
+    for (const char c : text) {
+        dump.Line(5, {&c, 1});
+    }
+    MemoryInput input(dump.Image(1000) + (cut ? kCut : ""));
+    return TakeSurvey(input, true);
+}
+
+TEST(Survey, OverlapsAreThoseThatTryingAllOfThemFinds) {
+    std::mt19937 random(1);
+    const auto text = [&random] {
+        std::string letters(1 + random() % 9, ' ');
+        std::generate(letters.begin(), letters.end(), [&] { return "aab"[random() % 3]; });
+        return letters;
+    };
+    for (int round = 0; round < 2000; ++round) {
+        const std::string earlier = text();
+        const std::string later = text();
+        const bool cut = round % 2 == 0;
+        size_t records = std::min(earlier.size(), later.size());
+        while (earlier.substr(earlier.size() - records) != later.substr(0, records)) {
+            --records;
+        }
+        size_t end = earlier.size();  // of the records in the earlier one
+        if (cut && earlier.find(later) != std::string::npos) {
+            records = later.size();
+            end = earlier.find(later) + records;
+        }
+        const Overlap found = FindOverlap(SurveyOf(earlier, false), SurveyOf(later, cut));
+        ASSERT_EQ(found.records, records) << earlier << ' ' << later;
+        if (records > 0) {
+            ASSERT_EQ(found.earlier_ms, static_cast<int64_t>(end - 1) * 5)
+                << earlier << ' ' << later;
+        }
+    }
+}
+
+TEST(Timeline, WithoutClockLinesABootBeganAtTheEarliestThatItsFilesTell) {
+    const std::string early = DumpBuilder().Line(0, "a").Image(1000);
+    const std::string late = DumpBuilder().Line(0, "a").Line(5, "b").Image(1005);
+    Timeline timeline(true);
+    for (const auto& [image, written] : {std::pair(early, 60), {late, 500}}) {
+        timeline.Add(
+            "dump",
+            [image = image, written = written] {
+                return std::make_unique<MemoryInput>(image, written);
+            },
+            nullptr);
+    }
+    // Had it been booted after the first dump was written, the second one would be of another boot.
+    EXPECT_EQ(timeline.Boots(), 1U);
+    EXPECT_EQ(timeline.BootTime(0), 59000);
 }
 
 // A recorder that keeps six lines, dumped after a few lines each and copied; some copies are cut.

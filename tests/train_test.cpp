@@ -179,6 +179,14 @@ TEST(MessageCounts, StayWithinTheirBoundAndKeepTheFrequent) {
     EXPECT_EQ(Train(counts, {}).saved_bytes, 5000 * (9 - 2));
 }
 
+TEST(MessageCounts, StopAtTheHighestCount) {
+    MessageCounts counts(0);
+    for (int i = 0; i < 2; ++i) {
+        counts.Add("T", "often", MessageCounts::kMostCount - 1);
+    }
+    EXPECT_EQ(counts.Tags().at("T").at("often"), MessageCounts::kMostCount);
+}
+
 TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
     std::vector<int> numbers(100);
     std::iota(numbers.begin(), numbers.end(), 100);
