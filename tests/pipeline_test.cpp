@@ -95,6 +95,8 @@ protected:
 
 TEST_F(PipelineTest, RefusedLinesLeaveNoRecord) {
     Feed(" " + Line("kept") + "\t");
+    CDataProvider::Statistics before;
+    ASSERT_TRUE(provider_.ReadStatistics(before));
     Platform().Take();
     for (const char* line :
          {" \t ", "1.0 I/T(P 1, T 2): no prefix", "1.0 I/T(P 1, T 2) f > [x]",
@@ -106,6 +108,10 @@ TEST_F(PipelineTest, RefusedLinesLeaveNoRecord) {
                                      no_line +
                                      "D Not dlog data, actualTimestamp:500, m_LastLogTime:1000");
     EXPECT_EQ(Names(), "[kept]");
+    CDataProvider::Statistics after;
+    ASSERT_TRUE(provider_.ReadStatistics(after));
+    EXPECT_EQ(after.refused - before.refused, 6U);
+    EXPECT_EQ(after.accepted, before.accepted);
 }
 
 TEST_F(PipelineTest, BufferSizeFollowsTheFeatureModeAndThePolicy) {
@@ -127,10 +133,15 @@ TEST_F(PipelineTest, LimitDropsTheOldestTenth) {
     SetLimit(0, 2, false, 1);
     for (const auto& [name, count, size, last_size, oldest] : rows) {
         Snapshot(true);
+        CDataProvider::Statistics before;
+        ASSERT_TRUE(provider_.ReadStatistics(before));
         for (int i = 1; i <= count; ++i) {
             Feed(Line("r" + std::to_string(i), i == count ? last_size : size));
         }
         EXPECT_EQ(Names().substr(0, 4), oldest) << name;
+        CDataProvider::Statistics after;
+        ASSERT_TRUE(provider_.ReadStatistics(after));
+        EXPECT_EQ(after.dropped - before.dropped + after.records, static_cast<uint64_t>(count));
     }
 }
 
