@@ -102,37 +102,45 @@ TEST_F(Stat, WhatItPrintsAndHowItEnds) {
     }
 }
 
-TEST_F(Stat, ManualPagesShowTheOptionsThatAreDeclared) {
-    ASSERT_EQ(Shell("trelvoctl manual share").status, 0);
-    const auto lint = Shell("mandoc -T lint -W error share/man/man1/*.1");
-    EXPECT_EQ(lint.status, 0) << lint.out << lint.err;
-    EXPECT_THAT(Shell("mandoc -T ascii share/man/man1/trelvoctl-stat.1 | sed 's/.\\x08//g'").out,
-                AllOf(HasSubstr("\nSYNOPSIS\n       trelvoctl stat [OPTION ...] INPUT ...\n"),
-                      HasSubstr("-o, --output FORM\n"), HasSubstr("One of text, json.")));
-    EXPECT_FALSE(fs::exists("/tmp/stat/share/man/man1/trelvoctl-manual.1"));
+TEST_F(Stat, EveryCommandHasAManualPageWithExamples) {
+    const auto help =
+        Shell("trelvoctl --help | sed -n '/^Subcommands/,/^$/s/^  \\([a-z]*\\) .*/\\1/p'");
+    std::istringstream commands(help.out);
+    for (std::string command; commands >> command;) {
+        const std::string page = TRELVO_BIN_DIR "/../tools/man/trelvoctl-" + command + ".1";
+        const auto lint = Shell("mandoc -T lint -W error " + page);
+        EXPECT_EQ(lint.status, 0) << lint.out << lint.err;
+        EXPECT_THAT(Shell("mandoc -T ascii " + page + " | sed 's/.\\x08//g'").out,
+                    AllOf(HasSubstr("trelvoctl-" + command + " - "),
+                          HasSubstr("\nOPTIONS\n       -h, --help\n"), HasSubstr("\nEXAMPLES\n"),
+                          HasSubstr(" trelvoctl " + command + ' ')));
+        EXPECT_EQ(Shell("trelvoctl " + command + " --help | grep -E '.{81}'").out, "");
+    }
+    EXPECT_THAT(help.out, HasSubstr("decode\n"));
 }
 
 TEST_F(Stat, CompletionProposesCommandsOptionsValuesAndFiles) {
-    ASSERT_EQ(Shell("trelvoctl manual share").status, 0);
     const std::vector<std::pair<std::string, std::string>> rows{
         {"dec", "decode"},
         {"decode --po", "--policies --policy"},
         {"stat -o ''", "json text"},
         {"stat --output = j", "json"},
-        {"stat --policy ''", "policy share"},
+        {"stat --policy ''", "policy"},
         {"stat w", "whole.dump"},
         {"dump p", "policy"},
         {"launch x", ""},
-        {"man", ""},
+        {"decode --grep ''", ""},
+        {"decode -o t", "threadtime"},
     };
     for (const auto& [words, proposals] : rows) {
         // As Bash does it, but for the option that only Bash's own call can set.
-        const auto result = Shell(
-            "source share/bash-completion/completions/trelvoctl; compopt() { :; };"
-            "COMP_WORDS=(trelvoctl " +
-            words +
-            "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1));"
-            "_trelvoctl; printf '%s\\n' \"${COMPREPLY[@]}\" | sort | xargs");
+        const auto result =
+            Shell("source " TRELVO_SOURCE_DIR
+                  "/tools/completion/trelvoctl.bash; compopt() { :; };"
+                  "COMP_WORDS=(trelvoctl " +
+                  words +
+                  "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1));"
+                  "_trelvoctl trelvoctl; printf '%s\\n' \"${COMPREPLY[@]}\" | sort | xargs");
         EXPECT_EQ(result.out, proposals + "\n") << words;
         EXPECT_EQ(result.err, "") << words;
     }

@@ -15,7 +15,6 @@ void AddDecode(CLI::App& app, Action& action);
 void AddDump(CLI::App& app, Action& action);
 void AddLaunch(CLI::App& app, Action& action);
 void AddTrain(CLI::App& app, Action& action);
-void AddManual(CLI::App& app, Action& action);
 void AddPatterns(CLI::App& app, Action& action);
 void AddStat(CLI::App& app, Action& action);
 void AddStatus(CLI::App& app, Action& action);

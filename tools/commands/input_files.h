@@ -10,8 +10,8 @@ namespace trelvo {
 // Whether a file of this name in a folder is taken for a dump: NAME.dump or NAME.dump.zst.
 [[nodiscard]] bool IsDumpName(std::string_view name);
 
-// Orders names as people number them: trelvo_2.dump comes before trelvo_10.dump.
-[[nodiscard]] bool NaturalLess(std::string_view a, std::string_view b);
+// Orders names as people number them: trelvo.dump, trelvo_2.dump, trelvo_10.dump.
+[[nodiscard]] bool NaturalLess(const std::string& a, const std::string& b);
 
 // The files that the words of a command line stand for: in the place of a folder all dumps that lie
 // in it, ordered by name. Throws std::system_error with the folder's name when it cannot be read.

@@ -1,8 +1,10 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 
 #include "commands/commands.h"
+#include "commands/help_formatter.h"
 #include "commands/output.h"
 #include "text/escape.h"
 
@@ -14,6 +16,7 @@ ExitCode Run(int argc, char** argv) {
     CLI::App app("Reads the dumps of the trelvo flight recorder and talks to its service.",
                  "trelvoctl");
     app.set_version_flag("--version", "trelvoctl " TRELVO_VERSION);
+    app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
     app.footer(kExitCodesHelp);
     Action action;
@@ -24,7 +27,6 @@ ExitCode Run(int argc, char** argv) {
     AddLaunch(app, action);
     AddStatus(app, action);
     AddTrain(app, action);
-    AddManual(app, action);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {

@@ -1,10 +1,14 @@
 #include "commands/output.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -50,6 +54,20 @@ void Print(std::string_view data) {
     }
 }
 
+std::string Format(const char* format, ...) {
+    char* text = nullptr;
+    std::va_list values;
+    va_start(values, format);
+    const int size = vasprintf(&text, format, values);
+    va_end(values);
+    if (size < 0) {
+        throw std::bad_alloc();
+    }
+    std::string result(text, static_cast<size_t>(size));
+    std::free(text);
+    return result;
+}
+
 void FlushOutput() {
     std::string& buffer = Buffer();
     for (std::string_view rest = buffer; !rest.empty();) {
@@ -61,6 +79,14 @@ void FlushOutput() {
         rest.remove_prefix(count < 0 ? 0 : static_cast<size_t>(count));
     }
     buffer.clear();
+}
+
+std::optional<size_t> TerminalWidth() {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+        return std::nullopt;
+    }
+    return size.ws_col;
 }
 
 void Complain(std::string_view message) {

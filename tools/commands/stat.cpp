@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <new>
@@ -57,13 +56,6 @@ struct DumpFile {
 
 // A tag or process and its records.
 using Named = std::pair<std::string, Share>;
-
-template <typename... Values>
-std::string Format(const char* format, Values... values) {
-    std::array<char, 256> text{};
-    static_cast<void>(std::snprintf(text.data(), text.size(), format, values...));
-    return text.data();
-}
 
 double Ratio(uint64_t part, uint64_t whole) {
     return whole == 0 ? 0 : static_cast<double>(part) / static_cast<double>(whole);

@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,15 +50,6 @@ std::string InputName(const std::string& path) {
     return path == "-" ? "standard input" : path;
 }
 
-[[gnu::format(printf, 1, 2)]] void Printf(const char* format, ...) {
-    char line[512];
-    std::va_list values;
-    va_start(values, format);
-    const int length = std::vsnprintf(line, sizeof line, format, values);
-    va_end(values);
-    Print({line, std::min(static_cast<size_t>(length), sizeof line - 1)});
-}
-
 double Percent(double part, double whole) {
     return whole > 0 ? 100 * part / whole : 0;
 }
@@ -108,13 +97,14 @@ std::optional<ExitCode> CountInput(const std::string& path, const TrainOptions& 
 void PrintEvaluation(const std::string& path, const EvaluationTotals& totals) {
     const auto lines = static_cast<double>(std::max<uint64_t>(totals.lines, 1));
     Print("evaluated on   " + Escape(InputName(path)) + '\n');
-    Printf("  lines        %.0f; %.0f coded (%.1f %%), %.0f refused\n",
-           static_cast<double>(totals.lines), static_cast<double>(totals.coded),
-           Percent(static_cast<double>(totals.coded), lines), static_cast<double>(totals.refused));
-    Printf("  bytes a line %.2f as text, %.2f without tables, %.2f with tables\n",
-           static_cast<double>(totals.text_bytes) / lines,
-           static_cast<double>(totals.plain_bytes) / lines,
-           static_cast<double>(totals.coded_bytes) / lines);
+    Print(Format("  lines        %.0f; %.0f coded (%.1f %%), %.0f refused\n",
+                 static_cast<double>(totals.lines), static_cast<double>(totals.coded),
+                 Percent(static_cast<double>(totals.coded), lines),
+                 static_cast<double>(totals.refused)));
+    Print(Format("  bytes a line %.2f as text, %.2f without tables, %.2f with tables\n",
+                 static_cast<double>(totals.text_bytes) / lines,
+                 static_cast<double>(totals.plain_bytes) / lines,
+                 static_cast<double>(totals.coded_bytes) / lines));
 }
 
 ExitCode EvaluateInput(const std::string& path, const TrainOptions& options,
@@ -142,16 +132,16 @@ void PrintTraining(const TrainOptions& options, const MessageCounts& counts,
     const double before = counts.MessageBytes();
     Print("policy         " + Escape(options.policy_version) + " in " + Escape(options.output) +
           '\n');
-    Printf("tags           %zu with a table, of %zu\n", training.tables.size(),
-           counts.Tags().size());
-    Printf("entries        %zu\n", training.entries);
-    Printf("on disk        %.0f bytes\n", static_cast<double>(disk_bytes));
-    Printf("in the service about %.0f bytes of memory (estimate)\n",
-           static_cast<double>(training.memory_bytes));
-    Printf("lines          %.0f; %.0f coded (%.1f %%)\n", counts.Lines(), training.coded_lines,
-           Percent(training.coded_lines, counts.Lines()));
-    Printf("message bytes  %.0f as text, %.0f with tables (%.1f %% saved)\n", before,
-           before - training.saved_bytes, Percent(training.saved_bytes, before));
+    Print(Format("tags           %zu with a table, of %zu\n", training.tables.size(),
+                 counts.Tags().size()));
+    Print(Format("entries        %zu\n", training.entries));
+    Print(Format("on disk        %.0f bytes\n", static_cast<double>(disk_bytes)));
+    Print(Format("in the service about %.0f bytes of memory (estimate)\n",
+                 static_cast<double>(training.memory_bytes)));
+    Print(Format("lines          %.0f; %.0f coded (%.1f %%)\n", counts.Lines(),
+                 training.coded_lines, Percent(training.coded_lines, counts.Lines())));
+    Print(Format("message bytes  %.0f as text, %.0f with tables (%.1f %% saved)\n", before,
+                 before - training.saved_bytes, Percent(training.saved_bytes, before)));
 }
 
 // Says what is wrong with the command line, if anything.
