@@ -411,7 +411,7 @@ TEST_F(Decode, LinesAreChosenByTagLevelProcessTextAndTime) {
         {"decode whole '*:W'", "0", kB, ""},
         {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", kB, ""},
         {"decode whole --tid 12", "0", "", ""},
-        {"decode whole -g c", "1", "", ""},
+        {"decode whole -g c", "6", "", ""},
         {"decode whole --since 1", "0", kB, ""},
         {"decode whole --until -0.005s", "0", kA, ""},
     });
@@ -441,13 +441,18 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
          "coded: 1 messages are a code of their tag's table and could be text as well\n"
          "trelvoctl: odd: fresh start after 1.000: a dump emptied the recorder, or the service was "
          "started"},
-        {"decode -o raw coded", "0", "<code 80>\nhi\n<code 80>\n", ""},
+        {"decode -o raw coded", "0", "<code 80>\nhi\n<code 80>\n",
+         "2 of 3 messages are codes of policy 1.0: --policy DIR"},
+        {"decode -o raw -g h coded", "4", "hi\n",
+         "2 of 3 messages are codes of policy 1.0: --policy DIR; codes were not searched"},
+        {"decode --policy old -o raw odd", "0", "\xFC,\"\n\x1B\\\n", ""},
         {"decode --policy old whole", "4", "",
          "whole: needs the code tables of policy version '1.0', not those of '0.9'"},
         {"decode --policy old --force whole -o raw", "0", "a\nb\n", ""},
         {"decode --policies old whole", "4", "",
          "whole: needs the code tables of policy version '1.0', which old lacks"},
-        {"decode --policy no whole", "4", "", "no/policy_version.xml: No such file or directory"},
+        {"decode --policy no whole", "4", "",
+         "decode: no/policy_version.xml: No such file or directory"},
     });
 }
 
@@ -497,8 +502,10 @@ TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
     });
 }
 
-TEST_F(Decode, WrongArgumentsAreNamed) {
+TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
     Dump("whole", kWhole);
+    Run("mkdir none; echo some words > text; : > nothing;"
+        "echo '1.0 I/A(P 1, T 2): f.c: g(3) > hi' > capture");
     ExpectRuns({
         {"decode whole -g '('", "2", "", "decode: '(' at 1: missing closing parenthesis"},
         {"decode whole --since soon", "2", "",
@@ -508,7 +515,19 @@ TEST_F(Decode, WrongArgumentsAreNamed) {
          "decode: --wall needs a file with a time of its own; --boot-time sets one"},
         {"decode", "2", "", "FILE is required"},
         {"decode A:I", "2", "", "FILE is required"},
-        {"decod whole", "2", "", "unknown command or option 'decod'"},
+        {"decod whole", "2", "", "unknown command or option 'decod', did you mean decode?"},
+        {"whole", "2", "",
+         "unknown command or option 'whole'; the commands are decode, stat, patterns, dump, "
+         "launch, "
+         "status, train"},
+        {"decode whole A:X", "2", "",
+         "decode: 'A:X' is neither a file nor TAG:LEVEL: levels are V, D, I, W, E, F and S"},
+        {"decode text", "3", "", "text: not a dump (it looks like text)"},
+        {"stat capture", "3", "",
+         "capture: not a dump: this is capture text; `trelvoctl train` reads it"},
+        {"decode nothing", "3", "", "nothing: empty, not a dump"},
+        {"stat none", "3", "", "no dumps in none (*.dump, *.dump.zst)"},
+        {"decode none whole -o raw", "3", "a\nb\n", "no dumps in none (*.dump, *.dump.zst)"},
         {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
     });
 }

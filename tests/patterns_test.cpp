@@ -231,7 +231,7 @@ TEST_F(PatternsCommand, TellsWhatItCannotDo) {
     EXPECT_EQ(Run("--lines 1.dump").status, 2);
     EXPECT_EQ(Run("A:V").status, 2);
     EXPECT_EQ(Run("missing.dump").status, 3);
-    EXPECT_EQ(Run("-g nothing 1.dump").status, 1);
+    EXPECT_EQ(Run("-g nothing 1.dump").status, 6);
     EXPECT_EQ(Run("--lines -o json A:E 1.dump").out, "");
     WriteFile(folder_ / "cut.dump", ReadFile(folder_ / "1.dump").substr(0, 27));
     const Output cut = Run("--lines -o json cut.dump");

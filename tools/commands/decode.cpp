@@ -1,6 +1,6 @@
+#include <algorithm>
 #include <memory>
 #include <string>
-#include <system_error>
 
 #include "commands/commands.h"
 #include "commands/decoder.h"
@@ -25,15 +25,10 @@ constexpr const char* kHelp =
     "were lost are not accounted for, and the times are the latest that are possible.\n\n";
 
 ExitCode Decode(const DecodeOptions& options) {
-    try {
-        return Decoder(options).Run();
-    } catch (const FilterError& error) {
-        Complain(std::string("decode: ") + error.what());
-        return ExitCode::kUsage;
-    } catch (const std::system_error& error) {
-        Complain(error.what());
-        return ExitCode::kDamage;
-    }
+    Faults faults;
+    auto result = ExitCode::kSuccess;
+    faults.Try("decode", [&] { result = Decoder(options).Run(); });
+    return std::max(result, faults.Worst());
 }
 
 }  // namespace
@@ -113,7 +108,8 @@ void AddDecode(CLI::App& app, Action& action) {
     command->add_flag("--one-boot", options->one_boot,
                       "All dumps are of one boot: order them by log time, whatever the times of "
                       "their files are");
-    command->footer(std::string(kHelp) + kExitCodesHelp);
+    command->footer(kHelp + ExitCodesHelp({kUsageHelp, kDamageHelp, kCodeTablesHelp, kOutputHelp,
+                                           kNoMatchHelp}));
     command->callback([options, &action] { action = [options] { return Decode(*options); }; });
 }
 

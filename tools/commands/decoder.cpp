@@ -23,8 +23,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kStandardInput = "-";
-
 // A pipe or standard input, which can be read only once, read again by everybody who wants it.
 class SharedInput : public Input {
 public:
@@ -74,6 +72,11 @@ Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
       make_format_(std::move(make_format)),
       sink_(options_.last, options_.reversed) {
     for (const std::string& word : options_.words) {
+        if (LineFilter::IsTagAndWord(word) && !LineFilter::IsTagLevel(word) && !fs::exists(word)) {
+            throw FilterError("'" + word +
+                              "' is neither a file nor TAG:LEVEL: levels are V, D, I, "
+                              "W, E, F and S");
+        }
         if (LineFilter::IsTagLevel(word) && !fs::exists(word)) {
             filter_.AddTagLevel(word);
         } else {
@@ -119,19 +122,8 @@ ExitCode Decoder::Run() {
     if (options_.follow) {
         watch.emplace(inputs_.front());
     }
-    try {
-        policies_.emplace(options_.policy, options_.policies, options_.force);
-    } catch (const PolicyError& error) {
-        Complain(error.what());
-        return ExitCode::kCodeTables;
-    }
-    std::vector<std::string> files;
-    try {
-        files = ExpandInputs(inputs_);
-    } catch (const std::system_error& error) {
-        Complain(error.what());
-        return ExitCode::kDamage;
-    }
+    policies_.emplace(options_.policy, options_.policies, options_.force);
+    const std::vector<std::string> files = ExpandInputs(inputs_, faults_);
 
     // A survey, then the lines.
     progress_.emplace(2 * TotalSize(files), true);
@@ -166,10 +158,11 @@ ExitCode Decoder::Run() {
         }
         ShowFrom(before);
     }
-    if (worst_ == ExitCode::kSuccess && options_.grep && shown_ == 0) {
+    TellCodes();
+    if (faults_.Worst() == ExitCode::kSuccess && options_.grep && shown_ == 0) {
         return ExitCode::kNoMatch;
     }
-    return worst_;
+    return faults_.Worst();
 }
 
 std::unique_ptr<Input> Decoder::Open(const std::string& file) {
@@ -189,44 +182,23 @@ std::unique_ptr<Input> Decoder::Open(const std::string& file) {
     return std::make_unique<SharedInput>(shared->second);
 }
 
-template <typename Step>
-bool Decoder::Try(const std::string& name, const Step& step) {
-    try {
-        step();
-        return true;
-    } catch (const DamageError& error) {
-        Complain(name + ": " + Describe(error));
-        worst_ = std::max(worst_, ExitCode::kDamage);
-    } catch (const PolicyError& error) {
-        Complain(name + ": " + error.what());
-        worst_ = std::max(worst_, ExitCode::kCodeTables);
-    } catch (const std::system_error& error) {
-        Complain(name + ": " + error.code().message());
-        worst_ = std::max(worst_, ExitCode::kDamage);
-    } catch (const std::bad_alloc&) {
-        Complain(name + ": needs more memory than there is");
-        worst_ = std::max(worst_, ExitCode::kDamage);
-    }
-    return false;
-}
-
 std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>& files) {
     const bool with_clocks = files.size() > 1 && !options_.one_boot;
     std::vector<Candidate> candidates;
     for (const std::string& file : files) {
         Candidate candidate;
         candidate.file = file;
-        candidate.name = file == kStandardInput ? "standard input" : file;
-        const bool read = Try(candidate.name, [this, &candidate, with_clocks] {
+        candidate.name = InputName(file);
+        const bool read = faults_.Try(candidate.name, [this, &candidate, with_clocks] {
             const auto input = Open(candidate.file);
-            DumpReader reader(*input);
-            candidate.version = reader.PolicyVersion();
-            candidate.last_log_time = reader.LastLogTime();
+            const auto reader = OpenDump(*input);
+            candidate.version = reader->PolicyVersion();
+            candidate.last_log_time = reader->LastLogTime();
             // What has no time of its own is being written now.
             const auto written = input->WriteTime();
             candidate.written_ns = written ? ToNanoseconds(*written) : INT64_MAX;
-            if (with_clocks && reader.Sources().HasTag(kClockTag)) {
-                FindClock(reader, candidate);
+            if (with_clocks && reader->Sources().HasTag(kClockTag)) {
+                FindClock(*reader, candidate);
             }
         });
         if (read) {
@@ -292,14 +264,14 @@ bool Decoder::IsKnown(const Candidate& candidate) const {
 
 void Decoder::Add(const Candidate& candidate) {
     known_[candidate.file] = candidate.written_ns;
-    Try(candidate.name, [this, &candidate] {
+    faults_.Try(candidate.name, [this, &candidate] {
         const CodeTables* const tables = policies_->For(candidate.version);
         for (const std::string& fault : policies_->TakeFaults()) {
-            Complain(fault + "; its codes are shown as they are");
-            worst_ = std::max(worst_, ExitCode::kCodeTables);
+            faults_.Tell(fault + "; its codes are shown as they are", ExitCode::kCodeTables);
         }
         timeline_->Add(
             candidate.name, [this, file = candidate.file] { return Open(file); }, tables);
+        versions_.push_back(candidate.version);
     });
 }
 
@@ -390,7 +362,7 @@ void Decoder::ShowFrom(size_t first_part) {
         filter_.SetWallEnd(*wall_end_ms);
     }
     clock_lines_ = filter_.Names(kClockTag);
-    Try("decode", [this, first_part, &parts] {
+    faults_.Try("decode", [this, first_part, &parts] {
         timeline_->Visit(
             first_part,
             [this, &parts](const Line& line, Break before) {
@@ -445,6 +417,10 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
         last_line_ = &last_[timeline_->Host(part.boot)];
     }
     *last_line_ = {line.time_ms, boot_time_ms};
+    ++lines_;
+    if (line.kind == Line::Message::kCode && !again_) {
+        ++codes_[versions_[line.dump]];
+    }
     try {
         if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
             return;
@@ -453,9 +429,9 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
         if (again_) {
             return;
         }
-        Complain(part.name + ": line at " + TimeText(line.time_ms, boot_time_ms) + ": " +
-                 error.what());
-        worst_ = std::max(worst_, ExitCode::kDamage);
+        faults_.Tell(
+            part.name + ": line at " + TimeText(line.time_ms, boot_time_ms) + ": " + error.what(),
+            ExitCode::kDamage);
         return;
     }
     ++shown_;
@@ -478,6 +454,18 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     sink_.Take(text_);
 }
 
+void Decoder::TellCodes() {
+    for (const auto& [version, codes] : codes_) {
+        const std::string text = std::to_string(codes) + " of " + std::to_string(lines_) +
+                                 " messages are codes of policy " + version + ": --policy DIR";
+        if (options_.grep) {
+            faults_.Tell(text + "; codes were not searched", ExitCode::kCodeTables);
+        } else {
+            Complain(text);
+        }
+    }
+}
+
 void Decoder::TellFaults(const Part& part) {
     if (part.ambiguous > 0) {
         Complain(part.name + ": " + std::to_string(part.ambiguous) +
@@ -486,9 +474,9 @@ void Decoder::TellFaults(const Part& part) {
     if (part.damage) {
         // The newest whole line is given the time of the newest line of all.
         const bool shifted = part.records > 0 && part.latest;
-        Complain(part.name + ": " + Describe(*part.damage) +
-                 (shifted ? "; the times shown are the latest possible" : ""));
-        worst_ = std::max(worst_, ExitCode::kDamage);
+        faults_.Tell(part.name + ": " + Describe(*part.damage) +
+                         (shifted ? "; the times shown are the latest possible" : ""),
+                     ExitCode::kDamage);
     }
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/exit_codes.h"
+#include "commands/faults.h"
 #include "commands/folder_watch.h"
 #include "commands/line_sink.h"
 #include "commands/progress.h"
@@ -71,9 +71,6 @@ private:
     };
 
     [[nodiscard]] std::unique_ptr<Input> Open(const std::string& file);
-    // Runs a step and tells of what it throws, with the name; false when it threw.
-    template <typename Step>
-    bool Try(const std::string& name, const Step& step);
     // Those of the files that are dumps, in the order in which they were written.
     [[nodiscard]] std::vector<Candidate> InOrder(const std::vector<std::string>& files);
     // Reads up to the first clock line.
@@ -91,6 +88,8 @@ private:
     void ShowFrom(size_t first_part);
     void Show(const Line& line, Break before, const Part& part);
     void TellFaults(const Part& part);
+    // Which messages could not be translated, since nobody gave tables.
+    void TellCodes();
 
     DecodeOptions options_;
     FormatMaker make_format_;
@@ -116,7 +115,10 @@ private:
     bool clock_lines_ = false;                     // are shown
     bool again_ = false;                           // all lines once more: their faults were told
     uint64_t shown_ = 0;
-    ExitCode worst_ = ExitCode::kSuccess;
+    uint64_t lines_ = 0;                     // shown or not
+    std::vector<std::string> versions_;      // of the policy, for each part
+    std::map<std::string, uint64_t> codes_;  // messages shown as codes, by version
+    Faults faults_;
 };
 
 }  // namespace trelvo

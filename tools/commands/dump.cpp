@@ -36,7 +36,8 @@ constexpr const char* kHelp =
     "  1  no dump: no service, or it could not write one, or not in time\n"
     "  2  wrong usage, such as a folder that does not exist\n"
     "  3  there is a dump, but it is damaged, empty, or without what was logged last\n"
-    "  5  standard output could not be written\n";
+    "  5  standard output could not be written\n"
+    "  7  a fault of trelvoctl itself\n";
 
 using Steady = DumpWaiter::Clock;
 
@@ -163,7 +164,7 @@ ExitCode Report(const std::string& path, const ServiceStatus& before,
     try {
         contents = ReadContents(ServiceFile(path));
     } catch (const DamageError& error) {
-        Complain(path + ": offset " + std::to_string(error.Offset()) + ": " + error.what());
+        Complain(path + ": " + Describe(error));
         return ExitCode::kDamage;
     } catch (const std::system_error& error) {
         Complain(path + ": " + error.code().message());

@@ -1,9 +1,13 @@
 #include "commands/input_files.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+
+#include "text/escape.h"
+#include "train/capture_line.h"
 
 namespace trelvo {
 
@@ -25,11 +29,15 @@ bool NaturalLess(const std::string& a, const std::string& b) {
     return strverscmp(a.c_str(), b.c_str()) < 0;
 }
 
-std::vector<std::string> ExpandInputs(const std::vector<std::string>& words) {
+std::string InputName(const std::string& path) {
+    return path == kStandardInput ? "standard input" : path;
+}
+
+std::vector<std::string> ExpandInputs(const std::vector<std::string>& words, Faults& faults) {
     std::vector<std::string> files;
     for (const std::string& word : words) {
         std::error_code error;
-        if (word == "-" || !fs::is_directory(word, error)) {
+        if (word == kStandardInput || !fs::is_directory(word, error)) {
             files.push_back(word);
             continue;
         }
@@ -43,12 +51,40 @@ std::vector<std::string> ExpandInputs(const std::vector<std::string>& words) {
             }
         }
         if (error) {
-            throw std::system_error(error, word);
+            faults.Tell(word + ": " + error.message(), ExitCode::kDamage);
+        } else if (found.empty()) {
+            faults.Tell("no dumps in " + word + " (*.dump, *.dump.zst)", ExitCode::kDamage);
         }
         std::sort(found.begin(), found.end(), NaturalLess);
         files.insert(files.end(), found.begin(), found.end());
     }
     return files;
+}
+
+std::unique_ptr<DumpReader> OpenDump(Input& input) {
+    try {
+        return std::make_unique<DumpReader>(input);
+    } catch (const DamageError&) {
+        input.Seek(0);
+        std::array<char, 4096> start;
+        std::string_view text(start.data(), input.Read(start.data(), start.size()));
+        if (text.empty()) {
+            throw OtherFormatError("empty, not a dump");
+        }
+        // The last line may end within a character.
+        const std::string_view line = text.substr(0, text.find('\n'));
+        const size_t end = text.rfind('\n');
+        text = text.substr(0, end == std::string_view::npos ? text.size() : end);
+        std::string joined(text);
+        std::replace(joined.begin(), joined.end(), '\n', ' ');
+        if (ParseCaptureLine(line)) {
+            throw OtherFormatError("not a dump: this is capture text; `trelvoctl train` reads it");
+        }
+        if (IsText(joined)) {
+            throw OtherFormatError("not a dump (it looks like text)");
+        }
+        throw;
+    }
 }
 
 uint64_t TotalSize(const std::vector<std::string>& files) {

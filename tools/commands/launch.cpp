@@ -75,7 +75,9 @@ void AddLaunch(CLI::App& app, Action& action) {
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
-    command->footer(kExitCodesHelp);
+    command->footer(
+        ExitCodesHelp({{ExitCode::kNoService, "the service does not run, or did not answer"},
+                       {ExitCode::kUsage, "wrong usage, or the service refused it"}}));
     command->callback([options, &action] { action = [options] { return Launch(*options); }; });
 }
 

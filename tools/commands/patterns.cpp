@@ -180,16 +180,18 @@ ExitCode Patterns(const PatternsOptions& options) {
         Complain("--lines needs -o json");
         return ExitCode::kUsage;
     }
-    try {
+    Faults faults;
+    auto result = ExitCode::kSuccess;
+    faults.Try("patterns", [&] {
         PatternFormat* format = nullptr;  // the decoder's
         Decoder decoder(options.decode, [&](TimeStyle style) {
             auto made = std::make_unique<PatternFormat>(style, options.lines);
             format = made.get();
             return made;
         });
-        const ExitCode result = decoder.Run();
+        result = decoder.Run();
         if (format == nullptr) {
-            return result;
+            return;
         }
         if (options.output == "text") {
             PrintTable(format->Table(), format->Style());
@@ -197,14 +199,8 @@ ExitCode Patterns(const PatternsOptions& options) {
             PrintJson(format->Table(), format->Style());
         }
         TellFolds(format->Table());
-        return result;
-    } catch (const FilterError& error) {
-        Complain(std::string("patterns: ") + error.what());
-        return ExitCode::kUsage;
-    } catch (const std::system_error& error) {
-        Complain(error.what());
-        return ExitCode::kDamage;
-    }
+    });
+    return std::max(result, faults.Worst());
 }
 
 }  // namespace
@@ -242,7 +238,8 @@ void AddPatterns(CLI::App& app, Action& action) {
         ->capture_default_str();
     command->add_flag("--lines", options->lines,
                       "An object for each line in order, with the number of its pattern");
-    command->footer(std::string(kHelp) + kExitCodesHelp);
+    command->footer(kHelp + ExitCodesHelp({kUsageHelp, kDamageHelp, kCodeTablesHelp, kOutputHelp,
+                                           kNoMatchHelp}));
     command->callback([options, &action] { action = [options] { return Patterns(*options); }; });
 }
 

@@ -279,53 +279,39 @@ void PrintJson(const DumpFile& dump, size_t top) {
     Print(object.dump() + '\n');
 }
 
-// Nothing where the dump has no statistics; what is wrong with it is said, and raises `worst`.
+// Nothing where the dump has no statistics; what is wrong with it is told.
 std::optional<DumpFile> ReadDump(const std::string& path, Policies& policies, Progress& progress,
-                                 ExitCode& worst) {
+                                 Faults& faults) {
     DumpFile dump;
-    dump.name = path == "-" ? "standard input" : path;
-    const auto complain = [&](const std::string& fault, ExitCode code) {
-        Complain(dump.name + ": " + fault);
-        worst = std::max(worst, code);
-    };
-    try {
+    dump.name = InputName(path);
+    const bool is_read = faults.Try(dump.name, [&] {
         const auto input = OpenInput(path, [&progress](size_t size) { progress.Advance(size); });
-        if (path != "-" && dynamic_cast<const ZstdInput*>(input.get()) != nullptr) {
+        if (path != kStandardInput && dynamic_cast<const ZstdInput*>(input.get()) != nullptr) {
             dump.compressed_bytes = std::filesystem::file_size(path);
         }
-        DumpReader reader(*input);
-        const CodeTables* const tables = policies.For(reader.PolicyVersion());
+        const auto reader = OpenDump(*input);
+        const CodeTables* const tables = policies.For(reader->PolicyVersion());
         for (const std::string& fault : policies.TakeFaults()) {
-            Complain(fault + "; its codes are not recognised");
-            worst = std::max(worst, ExitCode::kCodeTables);
+            faults.Tell(fault + "; its codes are not recognised", ExitCode::kCodeTables);
         }
         dump.with_tables = tables != nullptr;
-        dump.statistics = MeasureDump(reader, tables);
+        dump.statistics = MeasureDump(*reader, tables);
         if (dump.statistics.damage) {
-            complain(Describe(*dump.statistics.damage), ExitCode::kDamage);
+            faults.Tell(dump.name + ": " + Describe(*dump.statistics.damage), ExitCode::kDamage);
         }
-        return dump;
-    } catch (const PolicyError& error) {
-        complain(error.what(), ExitCode::kCodeTables);
-    } catch (const DamageError& error) {
-        complain(Describe(error), ExitCode::kDamage);
-    } catch (const std::system_error& error) {
-        complain(error.code().message(), ExitCode::kDamage);
-    } catch (const std::bad_alloc&) {
-        complain("needs more memory than there is", ExitCode::kDamage);
-    }
-    return std::nullopt;
+    });
+    return is_read ? std::optional(std::move(dump)) : std::nullopt;
 }
 
 ExitCode Stat(const StatOptions& options) {
-    auto worst = ExitCode::kSuccess;
+    Faults faults;
     std::vector<DumpFile> dumps;
-    try {
+    faults.Try("stat", [&] {
         Policies policies(options.policy, options.policies, false);
-        const std::vector<std::string> files = ExpandInputs(options.inputs);
+        const std::vector<std::string> files = ExpandInputs(options.inputs, faults);
         Progress progress(2 * TotalSize(files), options.output == "json");  // two passes
         for (const std::string& path : files) {
-            auto dump = ReadDump(path, policies, progress, worst);
+            auto dump = ReadDump(path, policies, progress, faults);
             if (!dump) {
                 continue;
             }
@@ -335,19 +321,13 @@ ExitCode Stat(const StatOptions& options) {
                 dumps.push_back(*std::move(dump));
             }
         }
-    } catch (const PolicyError& error) {
-        Complain(error.what());
-        return ExitCode::kCodeTables;
-    } catch (const std::system_error& error) {
-        Complain(error.what());
-        return ExitCode::kDamage;
-    }
+    });
     if (dumps.size() == 1) {
         PrintDetails(dumps.front(), options.top);
     } else if (!dumps.empty()) {
         PrintTable(dumps);
     }
-    return worst;
+    return faults.Worst();
 }
 
 }  // namespace
@@ -374,7 +354,7 @@ void AddStat(CLI::App& app, Action& action) {
         ->type_name("FORM")
         ->check(CLI::IsMember({"text", "json"}))
         ->capture_default_str();
-    command->footer(std::string(kHelp) + kExitCodesHelp);
+    command->footer(kHelp + ExitCodesHelp({kUsageHelp, kDamageHelp, kCodeTablesHelp, kOutputHelp}));
     command->callback([options, &action] { action = [options] { return Stat(*options); }; });
 }
 

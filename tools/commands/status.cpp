@@ -20,7 +20,8 @@ constexpr const char* kHelp =
     "  1  the service does not run\n"
     "  2  wrong usage\n"
     "  3  the service runs and does not record\n"
-    "  5  standard output could not be written\n";
+    "  5  standard output could not be written\n"
+    "  7  a fault of trelvoctl itself\n";
 
 ExitCode Status(const std::string& form) {
     std::string folder;

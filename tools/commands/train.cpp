@@ -46,10 +46,6 @@ InputFormat FormatOf(const std::string& name) {
                               : InputFormat::kAuto;
 }
 
-std::string InputName(const std::string& path) {
-    return path == "-" ? "standard input" : path;
-}
-
 double Percent(double part, double whole) {
     return whole > 0 ? 100 * part / whole : 0;
 }
@@ -178,15 +174,9 @@ std::optional<ExitCode> CountInputs(const TrainOptions& options, const CodeTable
                                     MessageCounts& counts) {
     auto worst = ExitCode::kSuccess;
     bool all_read = true;
-    std::vector<std::string> files;
-    try {
-        files = ExpandInputs(options.inputs);
-    } catch (const std::system_error& error) {
-        Complain(error.what());
-        return std::nullopt;
-    }
-    if (files.empty()) {
-        Complain(options.inputs.front() + ": holds no dumps");
+    Faults faults;
+    const std::vector<std::string> files = ExpandInputs(options.inputs, faults);
+    if (faults.Worst() != ExitCode::kSuccess) {
         return std::nullopt;
     }
     Progress progress(TotalSize(files), false);
@@ -290,7 +280,11 @@ void AddTrain(CLI::App& app, Action& action) {
                      "Tell what the tables do for these lines; may be repeated")
         ->type_name("FILE")
         ->allow_extra_args(false);
-    command->footer(std::string(kHelp) + kExitCodesHelp);
+    command->footer(kHelp + ExitCodesHelp({kUsageHelp,
+                                           kDamageHelp,
+                                           kCodeTablesHelp,
+                                           {ExitCode::kOutput,
+                                            "the folder or standard output was not written"}}));
     command->callback([options, &action] { action = [options] { return TrainTables(*options); }; });
 }
 

@@ -19,6 +19,12 @@ private:
     uint64_t offset_;
 };
 
+// An input that is something else than what was asked for. what() says what it is.
+class OtherFormatError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 // Where the damage is and what it is, behind the name of the input.
 [[nodiscard]] inline std::string Describe(const DamageError& error) {
     return "offset " + std::to_string(error.Offset()) + ": " + error.what();

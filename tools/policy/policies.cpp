@@ -55,6 +55,9 @@ const CodeTables* Policies::Load(const std::string& version, const std::string& 
 
 const CodeTables* Policies::For(const std::string& version) {
     if (only_ != nullptr) {
+        if (version.empty() && !force_) {
+            return nullptr;
+        }
         if (only_->Version() != version && !force_) {
             throw PolicyError("needs the code tables of policy version '" + version +
                               "', not those of '" + only_->Version() + "'");

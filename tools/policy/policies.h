@@ -18,9 +18,9 @@ public:
     Policies(const std::optional<std::string>& folder, const std::optional<std::string>& folders,
              bool force);
 
-    // The tables for this version; null where none were asked for, and for the empty version where
-    // there is a choice of folders: a recorder without tables wrote that. They live as long as this
-    // object. Throws PolicyError when there are none.
+    // The tables for this version; null where none were asked for, and for the empty version, which
+    // a recorder without tables wrote, unless forced. They live as long as this object. Throws
+    // PolicyError when there are none.
     [[nodiscard]] const CodeTables* For(const std::string& version);
 
     // One line for each table that could not be read since the last call.

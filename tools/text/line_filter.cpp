@@ -2,6 +2,7 @@
 #include "text/line_filter.h"
 
 #include <pcre2.h>
+#include <algorithm>
 
 #include <array>
 #include <new>
@@ -91,6 +92,13 @@ bool Pattern::IsIn(std::string_view text) const {
 bool LineFilter::IsTagLevel(std::string_view word) {
     return word.size() >= 2 && word[word.size() - 2] == ':' &&
            Rank(word.back()) != static_cast<int>(std::string_view::npos);
+}
+
+bool LineFilter::IsTagAndWord(std::string_view word) {
+    const size_t colon = word.rfind(':');
+    return colon != std::string_view::npos && colon > 0 && colon + 1 < word.size() &&
+           std::all_of(word.begin() + static_cast<std::ptrdiff_t>(colon) + 1, word.end(),
+                       [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); });
 }
 
 void LineFilter::AddTagLevel(std::string_view word) {

@@ -53,6 +53,9 @@ public:
     // Whether a word has the form TAG:LEVEL.
     [[nodiscard]] static bool IsTagLevel(std::string_view word);
 
+    // Whether it may have been meant so: a word, a colon and a letter.
+    [[nodiscard]] static bool IsTagAndWord(std::string_view word);
+
     // TAG:LEVEL, as for the capture: the lowest level of a tag, * for all tags not named. Once
     // there is one, tags without a level are not shown. REQUIRES: IsTagLevel.
     void AddTagLevel(std::string_view word);
