@@ -130,7 +130,7 @@ private:
 
 int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& callback,
         void* user_data) {
-    port::PutOwnFolderFirstOnPath();
+    port::PutOwnProgramsFirstOnPath();
     const std::string folder = port::RuntimeFolder();
     const std::string socket = folder + "/" + launch_interface::kSocketFile;
     const port::UniqueFd lock = port::TakeLock(folder + "/" + launch_interface::kLockFile);

@@ -29,8 +29,12 @@ void SetModes(const std::optional<gid_t>& readers) {
     }
 }
 
-void PutOwnFolderFirstOnPath() {
-    const std::string own = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+void PutOwnProgramsFirstOnPath() {
+    const std::filesystem::path folder =
+        std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::filesystem::path installed = folder.parent_path() / "lib/trelvo";
+    const std::string own =
+        (std::filesystem::is_directory(installed) ? installed : folder).string();
     const char* const value = std::getenv("PATH");
     const std::string path = value != nullptr ? value : "";
     if (path != own && path.compare(0, own.size() + 1, own + ":") != 0 &&

@@ -15,8 +15,9 @@ namespace port {
 // read at all is in folders of mode 0700.
 void SetModes(const std::optional<gid_t>& readers);
 
-// So that the programs that were built with the service are found before any others.
-void PutOwnFolderFirstOnPath();
+// So that the programs that were built with the service are found before any others: in lib/trelvo
+// beside the folder of an installed service, in its own folder otherwise.
+void PutOwnProgramsFirstOnPath();
 
 // Empty when another process holds the lock, which has its holder's id as text. It ends with the
 // process, whatever happens to it.

@@ -181,7 +181,8 @@ private:
     int Step() {
         if (removals_) {
             std::array<char, 4096> drained;
-            static_cast<void>(read(removals_.Get(), drained.data(), drained.size()));
+            while (read(removals_.Get(), drained.data(), drained.size()) > 0) {
+            }
         }
         if (sync_) {
             sync_->Process();
