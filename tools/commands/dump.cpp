@@ -162,7 +162,7 @@ ExitCode Report(const std::string& path, const ServiceStatus& before,
     const ServiceStatus after = ReadServiceStatus(runtime_folder);
     Contents contents;
     try {
-        contents = ReadContents(ServiceFile(path));
+        contents = ReadContents(ServiceFile(path, runtime_folder));
     } catch (const DamageError& error) {
         Complain(path + ": " + Describe(error));
         return ExitCode::kDamage;

@@ -48,11 +48,18 @@ std::string FolderFault(const std::string& folder) {
     return {};
 }
 
+// Root may ask another user's service, to whom the runtime folder then belongs.
+uid_t ServiceUser(const std::string& runtime_folder) {
+    struct stat status {};
+    return geteuid() == 0 && lstat(runtime_folder.c_str(), &status) == 0 ? status.st_uid
+                                                                         : geteuid();
+}
+
 // Root's service may use what is reserved for root.
-bool IsFull(const std::string& folder) {
+bool IsFull(const std::string& folder, uid_t user) {
     struct statvfs status {};
     return statvfs(folder.c_str(), &status) == 0 &&
-           ((geteuid() == 0 ? status.f_bfree : status.f_bavail) == 0 ||
+           ((user == 0 ? status.f_bfree : status.f_bavail) == 0 ||
             (status.f_files != 0 && status.f_ffree == 0));
 }
 
@@ -70,7 +77,7 @@ std::string OneLine(std::string text) {
 
 }  // namespace
 
-ServiceFile::ServiceFile(const std::string& path)
+ServiceFile::ServiceFile(const std::string& path, const std::string& runtime_folder)
     : fd_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
     struct stat status {};
     std::string fault;
@@ -78,7 +85,7 @@ ServiceFile::ServiceFile(const std::string& path)
         fault = LastError();
     } else if (!S_ISREG(status.st_mode)) {
         fault = "not a regular file";
-    } else if (status.st_uid != geteuid() && status.st_uid != 0) {
+    } else if (status.st_uid != ServiceUser(runtime_folder) && status.st_uid != 0) {
         fault = "belongs to user " + std::to_string(status.st_uid);
     }
     if (!fault.empty()) {
@@ -164,7 +171,7 @@ DumpWaiter::Step DumpWaiter::Look() {
     }
     if (!seen_.empty()) {
         try {
-            static_cast<void>(ServiceFile(seen_));
+            static_cast<void>(ServiceFile(seen_, runtime_folder_));
             path_ = seen_;
             return Step::kDone;
         } catch (const DumpWaitError&) {
@@ -250,7 +257,7 @@ void DumpWaiter::ThrowTimeout(std::chrono::seconds timeout) const {
     if (const std::string fault = FolderFault(folder_); !fault.empty()) {
         throw DumpWaitError(folder_ + ": " + fault);
     }
-    if (IsFull(folder_)) {
+    if (IsFull(folder_, ServiceUser(runtime_folder_))) {
         throw DumpWaitError(folder_ + ": the file system is full");
     }
     throw DumpWaitError("no dump came into " + folder_ + " within " +

@@ -25,8 +25,8 @@ public:
 class ServiceFile {
 public:
     // Throws DumpWaitError where it is not a regular file of the service's user, who is this user
-    // or root.
-    explicit ServiceFile(const std::string& path);
+    // or root; for root also the user whose the runtime folder is.
+    ServiceFile(const std::string& path, const std::string& runtime_folder);
     ServiceFile(const ServiceFile&) = delete;
     ServiceFile& operator=(const ServiceFile&) = delete;
     ~ServiceFile();
