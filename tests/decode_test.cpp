@@ -44,8 +44,8 @@ const std::string kAt1069 = "AD 08";
 const std::string kAt9000 = "A8 C6 00";
 const std::string kWhole = kVersioned + kAt1000 + "00 21 01 61  05 42 01 62";
 const std::string kOdd = kPlain + kAt1000 + "00 21 03 FC 2C 22  00 82 02 1B 5C";
-const std::string kA = "       0.995 I/A                   (P    10, T    11): a\n";
-const std::string kB = "       1.000 W/B                   (P    10, T    11): b\n";
+const std::string kA = "0.995 I/A (P 10, T 11): a\n";
+const std::string kB = "1.000 W/B (P 10, T 11): b\n";
 // One buffer: kept by a request, kept with a line more, kept when its oldest line was dropped.
 const std::string kKept = kPlain + kAt1000 + "00 21 01 61  05 21 01 62";
 const std::string kKeptLater = kPlain + kAt1064 + "00 21 01 61  05 21 01 62  C0 00 21 01 63";
@@ -171,10 +171,10 @@ TEST_F(Decode, OfTwoBootsTheFilesTimesAloneMayTellTheLater) {
     time_ += std::chrono::hours(1);
     Dump("b.dump", kPlain + kAt9000 + "C0 00 21 01 78");
     EXPECT_EQ(Run("trelvoctl decode . | cut -c1-60").out,
-              "       0.995 I/A                   (P    10, T    11): a\n"
-              "       1.000 I/A                   (P    10, T    11): b\n"
+              "0.995 I/A (P 10, T 11): a\n"
+              "1.000 I/A (P 10, T 11): b\n"
               "--------- reboot: time starts over\n"
-              "       9.000 I/A                   (P    10, T    11): x\n");
+              "9.000 I/A (P 10, T 11): x\n");
     EXPECT_EQ(Run("trelvoctl decode -o raw --since -10s . 2>&-").out, "x\n");
 }
 
@@ -372,7 +372,7 @@ TEST_F(Decode, DamagedAndMissingInputsLeaveTheOthersReadable) {
         "(printf '\\377\\377\\377\\377\\007'; head -c 200000000 /dev/zero) | zstd -q > bomb.zst");
     const std::string cut = "offset 29: message of 9 bytes but only 1 are left";
     ExpectRuns({
-        {"decode cut", "3", "       1.000 I/A                   (P    10, T    11): a\n",
+        {"decode cut", "3", "1.000 I/A (P 10, T 11): a\n",
          "cut: " + cut + "; the times shown are the latest possible"},
         {"decode no whole", "3", kA + kB, "no: No such file or directory"},
         {"decode cut.zst", "3", kA + kB,
@@ -433,9 +433,9 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
     MakeCodeTable(folder_ / "all/1/a.db", "('hello','10000000'),('bye','0110100001101001')");
     ExpectRuns({
         {"decode --policy all/1 --color=always coded", "0",
-         "       1.000 I/A                   (P    10, T    11): hello\n"
-         "       1.000 I/A                   (P    10, T    11): bye\n"
-         "\x1B[33m       1.000 W/B                   (P    10, T    11): \\x80\x1B[0m\n",
+         "1.000 I/A (P 10, T 11): hello\n"
+         "1.000 I/A (P 10, T 11): bye\n"
+         "\x1B[33m1.000 W/B (P 10, T 11): \\x80\x1B[0m\n",
          "coded: 1 messages are a code of their tag's table and could be text as well"},
         {"decode --policies all -o raw coded odd", "0", "hello\nbye\n\x80\n\xFC,\"\n\x1B\\\n",
          "coded: 1 messages are a code of their tag's table and could be text as well\n"
@@ -535,13 +535,35 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
 TEST_F(Decode, NothingDrivesATerminal) {
     Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
     for (const std::string format : {"short", "threadtime", "json", "csv", "raw"}) {
-        const std::string shown =
-            Run("script -qec 'trelvoctl decode --color never -o " + format + " controls' /dev/null")
-                .out;
+        const std::string shown = Run("script -qec 'trelvoctl decode --no-pager --color never -o " +
+                                      format + " controls' /dev/null")
+                                      .out;
         EXPECT_THAT(shown, HasSubstr("\u65E5")) << format;
         for (const char* bytes : {"\x1B", "\xC2\x9B", "\x7F", "\u202E"}) {
             EXPECT_THAT(shown, testing::Not(HasSubstr(bytes))) << format;
         }
+    }
+}
+
+TEST_F(Decode, ColumnsFitWhatIsThereAndLinesGoOnUnderTheirMessage) {
+    // B's line is of the first thread of its process.
+    Dump("threads", "00 10 04 41 2C 31 30 02 0B 01 04 42 2C 31 30 02 0A 02" + kAt1000 +
+                        "00 21 1A 61 0A" + std::string(48, '7') + " 00 42 03 C3 A4 63");
+    const std::string head = "1.000 I/A (P 10, T 11): a";
+    const std::string indent(head.size() - 1, ' ');
+    const std::string other = "1.000 W/B       (P 10): \u00E4c";
+    const std::string terminal = "script -qec 'stty -onlcr cols 44; TERM=xterm ";
+    for (const auto& [command, shown] : std::vector<std::pair<std::string, std::string>>{
+             {"trelvoctl decode threads",
+              head + "\\x0A" + std::string(24, 'w') + "\n" + other + "\n"},
+             {terminal + "trelvoctl decode --no-pager --color never threads' /dev/null",
+              head + "\n" + indent + std::string(20, 'w') + "\n" + indent + "wwww\n" + other +
+                  "\n"},
+             {terminal + "TRELVO_PAGER=\"sed s/^/:/\" trelvoctl decode --color never none threads' "
+                         "/dev/null; echo $?",
+              ":trelvoctl: none: No such file or directory\n:" + head + "\n:" + indent +
+                  std::string(24, 'w') + "\n:" + other + "\n3\n"}}) {
+        EXPECT_EQ(Run(command).out, shown) << command;
     }
 }
 

@@ -156,10 +156,14 @@ protected:
         std::istringstream text(decoded.out);
         double last = 0;
         double time = 0;
-        const std::regex padding(R"(^(./.*?) *\(P +(-?\d+), T +(-?\d+)\): )");
+        const std::regex head(R"(^(./.*?) *\(P (-?\d+)(, T +(-?\d+))?\): )");
         for (std::string line; text >> time && std::getline(text.ignore(), line); last = time) {
             EXPECT_GE(time, last);
-            lines.push_back(std::regex_replace(line, padding, "$1(P $2, T $3): "));
+            std::smatch parts;
+            EXPECT_TRUE(std::regex_search(line, parts, head)) << line;
+            const std::string tid = parts[parts[4].matched ? 4 : 2];
+            lines.push_back(parts[1].str() + "(P " + parts[2].str() + ", T " + tid +
+                            "): " + parts.suffix().str());
         }
         return lines;
     }

@@ -238,7 +238,9 @@ TEST(LineFormat, FieldsOfTheWallClockAndTheHostStandWhereTheyBelong) {
 }
 
 TEST(LineFormat, SourcesAreThoseOfTheLinesOwnDump) {
-    const auto format = MakeShortFormat({}, false);
+    Columns columns;
+    columns.Fit({"A", 2, 0, 0});
+    const auto format = MakeShortFormat({}, {}, columns);
     std::string out;
     for (size_t dump = 0; dump < 2; ++dump) {
         for (int pid = 1; pid < 3; ++pid) {
@@ -250,9 +252,8 @@ TEST(LineFormat, SourcesAreThoseOfTheLinesOwnDump) {
             line.source.place = static_cast<uint32_t>(pid);
             out.clear();
             format->Append(line, {}, out);
-            EXPECT_EQ(out, "       0.000 I/" + std::string(line.source.tag) +
-                               "                   (P     " + std::to_string(pid) +
-                               ", T     0): \n");
+            EXPECT_EQ(out, "0.000 I/" + std::string(line.source.tag) + " (P " +
+                               std::to_string(pid) + ", T 0): \n");
         }
     }
 }

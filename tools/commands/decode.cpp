@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "commands/commands.h"
 #include "commands/decoder.h"
 #include "commands/output.h"
+#include "commands/pager.h"
 
 namespace trelvo {
 
@@ -25,9 +27,14 @@ constexpr const char* kHelp =
     "were lost are not accounted for, and the times are the latest that are possible.\n\n";
 
 ExitCode Decode(const DecodeOptions& options) {
+    std::optional<Pager> pager;
+    if (!options.no_pager && !options.follow) {
+        pager.emplace();
+    }
     Faults faults;
     auto result = ExitCode::kSuccess;
     faults.Try("decode", [&] { result = Decoder(options).Run(); });
+    FlushOutput();
     return std::max(result, faults.Worst());
 }
 
@@ -88,6 +95,8 @@ void AddDecode(CLI::App& app, Action& action) {
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->capture_default_str();
+    command->add_flag("--no-pager", options->no_pager,
+                      "Not through $TRELVO_PAGER, $PAGER or less, as on a terminal otherwise");
     auto* const boot_time =
         command
             ->add_option("--boot-time", options->boot_time,

@@ -1,7 +1,5 @@
 #include "commands/decoder.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +11,7 @@
 
 #include "commands/input_files.h"
 #include "commands/output.h"
+#include "commands/pager.h"
 #include "dump/clock_line.h"
 #include "policy/policy_file.h"
 #include "text/escape.h"
@@ -46,10 +45,11 @@ bool WantsColor(const std::string& mode) {
         return mode == "always";
     }
     const char* const no_color = std::getenv("NO_COLOR");
-    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
+    return IsShown() && (no_color == nullptr || *no_color == '\0');
 }
 
-std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle style) {
+std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle style,
+                                       const Columns& columns) {
     if (options.format == "threadtime") {
         return MakeThreadtimeFormat(style);
     }
@@ -57,12 +57,13 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle s
         return MakeJsonFormat(style);
     }
     if (options.format == "csv") {
-        return MakeCsvFormat(style, isatty(STDOUT_FILENO) != 0);
+        return MakeCsvFormat(style, IsShown());
     }
     if (options.format == "raw") {
-        return MakeRawFormat(isatty(STDOUT_FILENO) != 0);
+        return MakeRawFormat(IsShown());
     }
-    return MakeShortFormat(style, WantsColor(options.color));
+    return MakeShortFormat(
+        style, {WantsColor(options.color), IsShown(), TerminalWidth().value_or(0)}, columns);
 }
 
 }  // namespace
@@ -194,6 +195,7 @@ std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>&
             const auto reader = OpenDump(*input);
             candidate.version = reader->PolicyVersion();
             candidate.last_log_time = reader->LastLogTime();
+            FitColumns(reader->Sources());
             // What has no time of its own is being written now.
             const auto written = input->WriteTime();
             candidate.written_ns = written ? ToNanoseconds(*written) : INT64_MAX;
@@ -219,6 +221,15 @@ std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>&
         GatherBoots(candidates);
     }
     return candidates;
+}
+
+void Decoder::FitColumns(const Dictionary& sources) {
+    for (size_t place = 0; place < sources.Size(); ++place) {
+        const Source source = sources.At(place);
+        if (source.tag != kClockTag || filter_.Names(kClockTag)) {
+            columns_.Fit(source);
+        }
+    }
 }
 
 void Decoder::FindClock(DumpReader& reader, Candidate& candidate) {
@@ -291,6 +302,11 @@ void Decoder::SettleStyle() {
     }
     style_.wall = !options_.monotonic && (options_.wall || boot_time_ms_ || told);
     style_.utc = options_.utc;
+    for (const Part& part : timeline_->Parts()) {
+        std::string time;
+        AppendSeconds(part.EndMs(), time);
+        columns_.time = std::max(columns_.time, time.size());
+    }
     style_.host = timeline_->Hosts().size() > 1;
     for (const auto& [point, text] :
          {std::pair(since_, options_.since), std::pair(until_, options_.until)}) {
@@ -317,7 +333,7 @@ void Decoder::SettleStyle() {
             "in them is " +
             TimeText(silence_ms, {}) + " s");
     }
-    format_ = make_format_ ? make_format_(style_) : MakeFormat(options_, style_);
+    format_ = make_format_ ? make_format_(style_) : MakeFormat(options_, style_, columns_);
     std::string head;
     format_->AppendHead(head);
     Print(head);

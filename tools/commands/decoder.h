@@ -36,6 +36,7 @@ struct DecodeOptions {
     bool reversed = false;
     std::string format = "short";
     std::string color = "auto";
+    bool no_pager = false;
     std::optional<std::string> boot_time;
     bool wall = false;
     bool monotonic = false;
@@ -73,6 +74,7 @@ private:
     [[nodiscard]] std::unique_ptr<Input> Open(const std::string& file);
     // Those of the files that are dumps, in the order in which they were written.
     [[nodiscard]] std::vector<Candidate> InOrder(const std::vector<std::string>& files);
+    void FitColumns(const Dictionary& sources);
     // Reads up to the first clock line.
     static void FindClock(DumpReader& reader, Candidate& candidate);
     static void GatherBoots(std::vector<Candidate>& candidates);
@@ -93,6 +95,7 @@ private:
 
     DecodeOptions options_;
     FormatMaker make_format_;
+    Columns columns_;  // of what is shown in columns
     std::unique_ptr<LineFormat> format_;
     LineSink sink_;
     LineFilter filter_;

@@ -115,8 +115,12 @@ std::optional<Source> Dictionary::Find(uint32_t index) const {
     if (thread == threads_.end() || thread->index != index) {
         return std::nullopt;
     }
-    const Key& key = keys_[thread->key];
-    return Source{Tag(key), key.pid, thread->tid, static_cast<uint32_t>(thread - threads_.begin())};
+    return At(static_cast<size_t>(thread - threads_.begin()));
+}
+
+Source Dictionary::At(size_t place) const {
+    const Key& key = keys_[threads_[place].key];
+    return {Tag(key), key.pid, threads_[place].tid, static_cast<uint32_t>(place)};
 }
 
 bool Dictionary::HasTag(std::string_view tag) const {

@@ -28,6 +28,8 @@ public:
     Dictionary(std::string entries, uint64_t offset, MemoryCharge charge = {});
 
     [[nodiscard]] std::optional<Source> Find(uint32_t index) const;
+    // That of a place below Size().
+    [[nodiscard]] Source At(size_t place) const;
     [[nodiscard]] bool HasTag(std::string_view tag) const;
     // What the entries take in the dump.
     [[nodiscard]] size_t Bytes() const { return entries_.size(); }

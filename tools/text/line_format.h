@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "dump/line.h"
+#include "text/columns.h"
 
 namespace trelvo {
 
@@ -42,8 +43,17 @@ public:
     virtual void Append(const Line& line, const LineContext& context, std::string& out) = 0;
 };
 
-// "short": time, level, tag, ids and message in columns; in colours by level when asked for.
-[[nodiscard]] std::unique_ptr<LineFormat> MakeShortFormat(TimeStyle style, bool color);
+// How lines for people are laid out.
+struct Layout {
+    bool color = false;
+    bool several = false;  // a line feed in a message begins another line
+    size_t width = 0;      // where longer lines go on in another one; 0: nowhere
+};
+
+// "short": time, level, tag, ids and message in columns, which must outlive the format; the id of a
+// thread only where it is not that of its process. Lines go on under their message.
+[[nodiscard]] std::unique_ptr<LineFormat> MakeShortFormat(TimeStyle style, Layout layout,
+                                                          const Columns& columns);
 // "threadtime": MM-DD hh:mm:ss.mmm PID TID LEVEL TAG: MESSAGE, as viewers of mobile logs read it.
 // Without a boot time the clock starts at midnight of January 1st.
 [[nodiscard]] std::unique_ptr<LineFormat> MakeThreadtimeFormat(TimeStyle style);

@@ -13,9 +13,7 @@ namespace trelvo {
 
 namespace {
 
-constexpr size_t kTimeWidth = 12;
 constexpr size_t kWallWidth = 23;
-constexpr size_t kTagWidth = 20;
 constexpr size_t kThreadtimeTagWidth = 8;
 constexpr size_t kIdWidth = 5;
 constexpr const char* kDateAndTime = "%Y-%m-%d %H:%M:%S";
@@ -98,19 +96,22 @@ private:
 
 class ShortFormat : public LineFormat {
 public:
-    ShortFormat(TimeStyle style, bool color) : style_(style), color_(color), clock_(style.utc) {}
+    ShortFormat(TimeStyle style, Layout layout, const Columns& columns)
+        : style_(style), layout_(layout), columns_(columns), clock_(style.utc) {}
 
     [[nodiscard]] bool TakesMarkers() const override { return true; }
 
     void Append(const Line& line, const LineContext& context, std::string& out) override {
-        const std::string_view color = color_ ? Color(line.level) : "";
+        const std::string_view color = layout_.color ? Color(line.level) : "";
+        const std::string_view end = color.empty() ? "\n" : "\x1B[0m\n";
         out += color;
+        const size_t start = out.size();
         if (style_.wall && context.boot_time_ms) {
             clock_.Append(*context.boot_time_ms + line.time_ms, kDateAndTime, style_.utc, out);
         } else {
             time_.clear();
             AppendSeconds(line.time_ms, time_);
-            AppendRight(time_, style_.wall ? kWallWidth : kTimeWidth, out);
+            AppendRight(time_, style_.wall ? kWallWidth : columns_.time, out);
         }
         if (style_.host) {
             out += ' ';
@@ -118,22 +119,77 @@ public:
         }
         out += ' ';
         out += line.level;
-        out += sources_.Get(line, [](const Source& source, std::string& text) {
-            text += '/';
-            AppendLeft(Escape(source.tag), kTagWidth, text);
-            text += "(P ";
-            AppendId(source.pid, text);
-            text += ", T ";
-            AppendId(source.tid, text);
-            text += "): ";
-        });
-        AppendMessage(line, out);
-        out += color.empty() ? "\n" : "\x1B[0m\n";
+        out += sources_.Get(
+            line, [this](const Source& source, std::string& text) { AppendSource(source, text); });
+        if (!layout_.several) {
+            AppendMessage(line, out);
+        } else {
+            AppendLines(line, DisplayWidth(std::string_view(out).substr(start)), color, end, out);
+        }
+        out += end;
     }
 
 private:
+    // In a terminal that leaves fewer columns for messages, its own way to go on serves better.
+    static constexpr size_t kLeastWidth = 20;
+
+    // What follows the colon and a blank is the message, whatever it begins with.
+    void AppendSource(const Source& source, std::string& text) const {
+        static constexpr std::string_view kBeforeTid = ", T ";
+        const std::string tag = Escape(source.tag);
+        std::string ids = std::to_string(source.pid);
+        size_t width = columns_.pid;
+        if (columns_.tid > 0) {
+            width += kBeforeTid.size() + columns_.tid;
+        }
+        if (source.tid != source.pid) {
+            ids += kBeforeTid;
+            AppendRight(std::to_string(source.tid), columns_.tid, ids);
+        }
+        text += '/' + tag;
+        text.append(columns_.tag - std::min(columns_.tag, DisplayWidth(tag)), ' ');
+        text.append(width - std::min(width, ids.size()), ' ');
+        text += " (P " + ids + "): ";
+    }
+
+    // The message of the line, escaped, in as many lines as it takes; those behind the first begin
+    // at the column `indent`.
+    void AppendLines(const Line& line, size_t indent, std::string_view color, std::string_view end,
+                     std::string& out) const {
+        const size_t width = layout_.width >= indent + kLeastWidth ? layout_.width - indent : 0;
+        const auto go_on = [&] {
+            out += end;
+            out += color;
+            out.append(indent, ' ');
+        };
+        std::string_view rest = line.message;
+        const bool is_code = line.kind == Line::Message::kCode;
+        for (bool first = true; first || !rest.empty(); first = false) {
+            const size_t feed = is_code ? rest.size() : std::min(rest.find('\n'), rest.size());
+            std::string text;
+            if (is_code) {
+                AppendMessage(line, text);
+            } else {
+                AppendEscaped(rest.substr(0, feed), text);
+            }
+            rest.remove_prefix(std::min(feed + 1, rest.size()));
+            if (!first) {
+                go_on();
+            }
+            std::string_view piece = text;
+            for (size_t bytes = 0;
+                 width > 0 && (bytes = BytesWithin(piece, width)) < piece.size();) {
+                out += piece.substr(0, bytes);
+                piece.remove_prefix(bytes);
+                go_on();
+            }
+            out += piece;
+        }
+    }
+
     TimeStyle style_;
-    bool color_;
+    Layout layout_;
+    const Columns& columns_;
     Clock clock_;
     SourceTexts sources_;
     std::string time_;
@@ -188,8 +244,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<LineFormat> MakeShortFormat(TimeStyle style, bool color) {
-    return std::make_unique<ShortFormat>(style, color);
+std::unique_ptr<LineFormat> MakeShortFormat(TimeStyle style, Layout layout,
+                                            const Columns& columns) {
+    return std::make_unique<ShortFormat>(style, layout, columns);
 }
 
 std::unique_ptr<LineFormat> MakeThreadtimeFormat(TimeStyle style) {
