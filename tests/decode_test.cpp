@@ -849,12 +849,16 @@ TEST_F(Decode, JsonLinesLoadIntoADatabaseAndAViewer) {
     for (const auto& [file, table, rows] : std::vector<std::array<std::string, 3>>{
              {"log.jsonl", "trelvo_uptime_log",
               "1970-01-01 00:00:08.995,info,A,11,a\n1970-01-01 00:00:09.000,info,A,11,b\n"},
-             {"clock.jsonl", "trelvo_log", "2025-11-24 16:00:01.250,info,A,11,a\n"}}) {
-        const Output viewed = Run(
-            "trelvoctl decode -o json clock > clock.jsonl; HOME=$PWD lnav -n -I " TRELVO_SOURCE_DIR
-            "/tools/lnav -c ';select log_time, log_level, "
-            "tag, tid, log_body from " +
-            table + "' -c ':write-csv-to -' " + file);
+             {"clock.jsonl", "trelvo_log", "2025-11-24 16:00:01.250,info,A,11,a\n"},
+             {"wall.jsonl", "trelvo_log",
+              "2025-11-24 16:00:08.995,info,A,11,a\n2025-11-24 16:00:09.000,info,A,11,b\n"}}) {
+        const Output viewed =
+            Run("trelvoctl decode -o json clock > clock.jsonl; touch -d @1764000009 dumps/*;"
+                "trelvoctl decode -o json --wall dumps > wall.jsonl 2>&-; HOME=$PWD lnav -n "
+                "-I " TRELVO_SOURCE_DIR
+                "/tools/lnav -c ';select log_time, log_level, "
+                "tag, tid, log_body from " +
+                table + "' -c ':write-csv-to -' " + file);
         EXPECT_EQ(viewed.out, head + rows) << viewed.err;
     }
 }
