@@ -45,7 +45,7 @@ std::string PagerCommand() {
         }
     }
     char* const less = g_find_program_in_path("less");
-    const std::string command = less != nullptr ? "less" : "";
+    std::string command = less != nullptr ? "less" : "";
     g_free(less);
     return command;
 }
