@@ -14,7 +14,6 @@ using namespace trelvo;
 
 namespace {
 
-using testing::ElementsAre;
 using testing::ElementsAreArray;
 using Kind = TimePoint::Kind;
 

@@ -18,7 +18,6 @@ namespace {
 using namespace std::string_literals;
 using test_support::DumpBuilder;
 using test_support::MemoryInput;
-using testing::ElementsAre;
 using Lines = std::vector<std::string>;
 
 // What is shown of these dumps, "text@milliseconds", with the break in front of it.
