@@ -30,7 +30,7 @@ std::string& Buffer() {
 
 // Asked once, before the first piece. A pipe that holds many pieces lets its reader work meanwhile.
 bool PrepareOutput() {
-    // What is no pipe refuses, and needs nothing.
+    // Anything but a pipe refuses, and needs nothing.
     static_cast<void>(fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeSize));
     return isatty(STDOUT_FILENO) != 0;
 }

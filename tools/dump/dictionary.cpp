@@ -21,7 +21,7 @@ std::pair<size_t, int32_t> SplitKey(const std::string& key, uint64_t offset) {
     const char* const end = key.data() + key.size();
     const auto [stop, error] = std::from_chars(key.data() + comma + 1, end, pid);
     if (error != std::errc{} || stop != end) {
-        throw DamageError(offset, "dictionary key has a PID that is no 32-bit number");
+        throw DamageError(offset, "dictionary key has a PID that is not a 32-bit number");
     }
     return {comma, pid};
 }

@@ -33,7 +33,7 @@ public:
     // Promises that no further Seek comes, so that nothing more is kept for one.
     virtual void ReadOnce() {}
 
-    // When the file was last written; nothing for what is no regular file.
+    // When the file was last written; nothing for what is not a regular file.
     [[nodiscard]] virtual std::optional<timespec> WriteTime() const { return std::nullopt; }
 };
 

@@ -110,7 +110,7 @@ bool ZstdInput::BeginFrame() {
     frame_ = taken_;
     frame_content_ = position_;
     held_position_ = 0;
-    // What has no size yet, or is no frame at all, is left to the decompressor to refuse.
+    // What has no size yet, or is not a frame at all, is left to the decompressor to refuse.
     const unsigned long long size =
         ZSTD_getFrameContentSize(input_.data() + input_position_, input_size_ - input_position_);
     held_.resize(size <= kHeldFrame ? size : 0);

@@ -22,7 +22,7 @@ namespace trelvo {
 class ZstdInput : public Input, private Parkable {
 public:
     // Logs shrink a few times, or, where one line is repeated, a few hundred times. A small file
-    // that claims to hold far more is no dump, and could use up the time.
+    // that claims to hold far more cannot be a dump, and could use up the time.
     static constexpr uint64_t kFreeBytes = uint64_t{64} << 20;
     static constexpr uint64_t kMostRatio = 1000;
     static constexpr size_t kHeldFrame = size_t{4} << 20;

@@ -153,7 +153,7 @@ std::string DumpWaiter::Wait(const Ask& ask, std::chrono::seconds timeout) {
 }
 
 void DumpWaiter::NoteService() {
-    // Before the status is read, so that no change goes unseen. There may be none to watch.
+    // Before the status is read, so that no change goes unseen. The folder may not be there.
     const std::string file = runtime_folder_ + "/" + launch_interface::kStatusFile;
     static_cast<void>(inotify_add_watch(fd_, file.substr(0, file.rfind('/')).c_str(), IN_MOVED_TO));
     const ServiceStatus status = ReadServiceStatus(runtime_folder_);

@@ -41,7 +41,7 @@ public:
         object["message"] = MessageText(line);
         object["coded"] = line.kind != Line::Message::kText;
         object["file"] = context.file;
-        // What is no UTF-8 is replaced in the message, so its bytes are given beside it.
+        // What is not UTF-8 is replaced in the message, so its bytes are given beside it.
         if (line.kind == Line::Message::kCode || !IsUtf8(line.message)) {
             object["bytes"] = Hex(line.message);
         }

@@ -37,7 +37,7 @@ Character FirstCharacter(std::string_view text) {
         }
         code = code << 6 | (byte & 0x3FU);
     }
-    // A character has one form, the shortest; halves of surrogate pairs are no characters.
+    // A character has one form, the shortest; halves of surrogate pairs are not characters.
     const uint32_t smallest = size == 2 ? 0x80 : size == 3 ? 0x800 : 0x10000;
     if (code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
         return {};
@@ -138,7 +138,7 @@ void AppendEscaped(std::string_view text, std::string& out) {
 
 void AppendJsonEscaped(std::string_view json, std::string& out) {
     while (!json.empty()) {
-        // What is no plain ASCII is looked at, backslashes included.
+        // What is not plain ASCII is looked at, backslashes included.
         const size_t plain = PlainPrefix(json);
         out += json.substr(0, plain);
         json.remove_prefix(plain);

@@ -16,7 +16,7 @@ namespace {
 constexpr size_t kTwoByteText = 2;
 constexpr size_t kThreeByteText = 3;
 
-// All byte strings of `size` bytes that are no text, in ascending order.
+// All byte strings of `size` bytes that are not text, in ascending order.
 std::vector<std::string> AllCodes(size_t size) {
     std::vector<std::string> codes;
     const size_t count = size_t{1} << (8 * size);

@@ -33,7 +33,7 @@ enum class InputFormat {
 struct InputSummary {
     InputFormat format = InputFormat::kAuto;  // as it was told by the content
     uint64_t lines = 0;                       // taken
-    uint64_t passed_over = 0;                 // lines that are none of the format
+    uint64_t passed_over = 0;                 // lines of another form
     uint64_t untranslated = 0;                // messages of a dump that may be codes
     std::string policy_version;               // of a dump
     std::optional<std::string> damage;        // where reading stopped, or the first bad count
@@ -42,7 +42,7 @@ struct InputSummary {
 // Reads a file, or standard input under the name "-", to its end and hands over every line; memory
 // does not grow with them. zstd files are read as what they hold. An input that begins with a
 // control character or has a zero byte within its first 64 KiB is a dump; otherwise one whose first
-// line ends in a TAB and a number, and is no capture line, is counts; all else is capture text.
+// line ends in a TAB and a number, and is not a capture line, is counts; all else is capture text.
 //
 // Messages of a dump are translated by the tables where these are of the dump's policy version.
 // Without them a message that is not text is left out, unless the dump knows of no policy.

@@ -201,7 +201,7 @@ void RequireTarget(const std::string& folder, bool replace) {
         throw PolicyError(folder + ": exists and is kept; --force replaces it");
     }
     if (!fs::is_directory(status)) {
-        throw PolicyError(folder + ": is no folder and is kept");
+        throw PolicyError(folder + ": not a folder; left unchanged");
     }
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
         const fs::path name = entry.path().filename();

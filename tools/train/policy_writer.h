@@ -19,7 +19,7 @@ struct TagTable {
 [[nodiscard]] bool IsPolicyText(std::string_view text);
 
 // Throws PolicyError when a policy folder cannot be written here: something exists and must be
-// kept, or is no policy folder. One to be replaced may hold a policy file and databases only, so
+// kept, or is not a policy folder. One to be replaced may hold a policy file and databases only, so
 // that a mistaken name costs nothing else.
 void RequireTarget(const std::string& folder, bool replace);
 
