@@ -480,17 +480,22 @@ TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
          "\n",
          ""},
         {"decode -o csv odd A:V", "0",
-         "time_ms,level,tag,pid,tid,message,coded,file\n"
-         "1000,I,A,10,11,\"\xFC,\"\"\",false,odd\n",
+         "time_ms,level,tag,pid,tid,message,coded,file,bytes\n"
+         "1000,I,A,10,11,\"\uFFFD,\"\"\",false,odd,FC2C22\n",
+         ""},
+        {"decode -o export odd B:V --boot-time 2026-01-31T12:00:00Z | grep -av _BOOT_ID", "0",
+         "__REALTIME_TIMESTAMP=1769860801000000\n__MONOTONIC_TIMESTAMP=1000000\nPRIORITY=2\n" +
+             std::string("SYSLOG_IDENTIFIER=B\n_PID=10\nTID=11\nMESSAGE\n\x02") +
+             std::string(7, '\0') + "\x1B\\\n\n",
          ""},
         {"decode -o csv quoted", "0",
-         "time_ms,level,tag,pid,tid,message,coded,file\n"
-         "1000,I,A,10,11,\"a\"\"b\",false,quoted\n",
+         "time_ms,level,tag,pid,tid,message,coded,file,bytes\n"
+         "1000,I,A,10,11,\"a\"\"b\",false,quoted,\n",
          ""},
         {"decode -o csv formula", "0",
-         "time_ms,level,tag,pid,tid,message,coded,file\n"
-         "1000,I,A,10,11,'=1,false,formula\n1000,I,A,10,11,'@1,false,formula\n"
-         "1000,I,A,10,11,\"'-,\",false,formula\n1000,I,A,10,11,1-,false,formula\n",
+         "time_ms,level,tag,pid,tid,message,coded,file,bytes\n"
+         "1000,I,A,10,11,'=1,false,formula,\n1000,I,A,10,11,'@1,false,formula,\n"
+         "1000,I,A,10,11,\"'-,\",false,formula,\n1000,I,A,10,11,1-,false,formula,\n",
          ""},
         {"decode -o json controls", "0",
          R"({"time_ms":1000,"level":"I","tag":"A","pid":10,"tid":11,)"
@@ -507,6 +512,10 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
     Run("mkdir none; echo some words > text; : > nothing;"
         "echo '1.0 I/A(P 1, T 2): f.c: g(3) > hi' > capture");
     ExpectRuns({
+        {"decode -o export --monotonic whole", "2", "",
+         "decode: -o export has both times of a line; drop --monotonic"},
+        {"decode -o export - ", "2", "",
+         "decode: -o export needs a file with a time of its own; --boot-time sets one"},
         {"decode whole -g '('", "2", "", "decode: '(' at 1: missing closing parenthesis"},
         {"decode whole --since soon", "2", "",
          "decode: 'soon' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "

@@ -206,7 +206,7 @@ TEST(LineFormat, CsvQuotesAndDisarmsWhatNeedsIt) {
         line.message = text;
         std::string out;
         MakeCsvFormat({}, false)->Append(line, {text, "", {}}, out);
-        EXPECT_EQ(out, std::string("0,I,") + field + ",0,0," + field + ",false," + field + "\n");
+        EXPECT_EQ(out, std::string("0,I,") + field + ",0,0," + field + ",false," + field + ",\n");
     }
 }
 
@@ -226,10 +226,10 @@ TEST(LineFormat, FieldsOfTheWallClockAndTheHostStandWhereTheyBelong) {
         format->Append(line, {"f", "vega", boot_time_ms}, out);
         return out;
     };
-    const std::string head = "time_ms,time,host,level,tag,pid,tid,message,coded,file\n";
+    const std::string head = "time_ms,time,host,level,tag,pid,tid,message,coded,file,bytes\n";
     EXPECT_EQ(text(MakeCsvFormat(style, false), 1000),
-              head + "1500,1970-01-01T00:00:02.500Z,vega,E,T,1,2,x,false,f\n");
-    EXPECT_EQ(text(MakeCsvFormat(style, false), {}), head + "1500,,vega,E,T,1,2,x,false,f\n");
+              head + "1500,1970-01-01T00:00:02.500Z,vega,E,T,1,2,x,false,f,\n");
+    EXPECT_EQ(text(MakeCsvFormat(style, false), {}), head + "1500,,vega,E,T,1,2,x,false,f,\n");
     EXPECT_EQ(text(MakeJsonFormat(style), 1000),
               R"({"time_ms":1500,"time":"1970-01-01T00:00:02.500Z","host":"vega","level":"E",)"
               R"("tag":"T","pid":1,"tid":2,"message":"x","coded":false,"file":"f"})"

@@ -89,7 +89,7 @@ void AddDecode(CLI::App& app, Action& action) {
         ->excludes(reverse);
     command->add_option("-o,--output", options->format, "Format of the lines")
         ->type_name("FORMAT")
-        ->check(CLI::IsMember({"short", "threadtime", "json", "csv", "raw"}))
+        ->check(CLI::IsMember({"short", "threadtime", "json", "csv", "export", "raw"}))
         ->capture_default_str();
     command->add_option("--color", options->color, "Colours by level, in the short format")
         ->type_name("WHEN")

@@ -59,6 +59,9 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle s
     if (options.format == "csv") {
         return MakeCsvFormat(style, IsShown());
     }
+    if (options.format == "export") {
+        return MakeExportFormat();
+    }
     if (options.format == "raw") {
         return MakeRawFormat(IsShown());
     }
@@ -99,6 +102,12 @@ Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
     since_ = time(options_.since);
     until_ = time(options_.until);
     filter_.SetSpan(since_, until_);
+    if (options_.format == "export") {
+        if (options_.monotonic) {
+            throw FilterError("-o export has both times of a line; drop --monotonic");
+        }
+        options_.wall = !options_.boot_time;
+    }
     if (options_.boot_time) {
         boot_time_ms_ = ParseWallTime(*options_.boot_time, options_.utc);
         if (!boot_time_ms_) {
@@ -292,7 +301,8 @@ void Decoder::SettleStyle() {
     for (size_t boot = 0; boot < timeline_->Boots(); ++boot) {
         (timeline_->HasClock(boot) ? told : untold) = true;
         if (options_.wall && !timeline_->HasClock(boot) && !timeline_->BootTime(boot)) {
-            throw FilterError("--wall needs a file with a time of its own; --boot-time sets one");
+            throw FilterError(std::string(options_.format == "export" ? "-o export" : "--wall") +
+                              " needs a file with a time of its own; --boot-time sets one");
         }
     }
     if (boot_time_ms_ && timeline_->Boots() > 1) {
@@ -352,8 +362,10 @@ std::optional<int64_t> Decoder::BootTime(const Line& line, size_t boot) const {
 void Decoder::ShowFrom(size_t first_part) {
     const std::vector<Part>& parts = timeline_->Parts();
     guessed_.clear();
+    boot_ids_.clear();
     for (size_t boot = 0; boot < timeline_->Boots(); ++boot) {
         guessed_.push_back(timeline_->BootTime(boot));
+        boot_ids_.push_back(timeline_->BootId(boot));
     }
     int64_t end_ms = 0;
     std::optional<int64_t> wall_end_ms;
@@ -454,6 +466,7 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     LineContext context;
     context.file = part.name;
     context.host = timeline_->Host(part.boot);
+    context.boot = boot_ids_[part.boot];
     context.boot_time_ms = boot_time_ms;
     text_.clear();
     format_->Append(line, context, text_);

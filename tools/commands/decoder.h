@@ -109,6 +109,7 @@ private:
     std::optional<TimePoint> since_;
     std::optional<TimePoint> until_;
     TimeStyle style_;
+    std::vector<std::string> boot_ids_;
     std::vector<std::optional<int64_t>> guessed_;  // boot times by the files' times, in that style
     std::string marker_;                           // to be shown before the next line
     std::string text_;                             // of the line at hand

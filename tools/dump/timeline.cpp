@@ -1,9 +1,13 @@
 #include "dump/timeline.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <tuple>
 #include <utility>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 #include "text/escape.h"
 
@@ -503,6 +507,19 @@ std::set<std::string> Timeline::Hosts() const {
         hosts.insert(boot.host);
     }
     return hosts;
+}
+
+std::string Timeline::BootId(size_t boot) const {
+    if (!boots_[boot].id.empty()) {
+        return boots_[boot].id;
+    }
+    const auto part = std::find_if(parts_.begin(), parts_.end(),
+                                   [boot](const Part& each) { return each.boot == boot; });
+    const std::array<int64_t, 4> seen{part->start_ms, part->last_ms,
+                                      static_cast<int64_t>(part->records), part->silence_ms};
+    XXH128_canonical_t bytes;
+    XXH128_canonicalFromHash(&bytes, XXH3_128bits(seen.data(), sizeof seen));
+    return Hex({reinterpret_cast<const char*>(bytes.digest), sizeof bytes.digest});
 }
 
 std::optional<int64_t> Timeline::BootTime(size_t boot) const {

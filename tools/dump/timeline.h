@@ -89,6 +89,9 @@ public:
     [[nodiscard]] size_t Boots() const { return boots_.size(); }
     // The names of the machines, as clock lines tell; one empty name where none does.
     [[nodiscard]] std::set<std::string> Hosts() const;
+    // As clock lines tell, or else made from what its first dump holds, so that the same dump has
+    // the same each time: 32 hexadecimal digits.
+    [[nodiscard]] std::string BootId(size_t boot) const;
     [[nodiscard]] const std::string& Host(size_t boot) const { return boots_[boot].host; }
     // Whether clock lines tell the wall-clock time of a boot's lines.
     [[nodiscard]] bool HasClock(size_t boot) const { return boots_[boot].clock.has_value(); }

@@ -1,6 +1,8 @@
 // The formats for programs.
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "text/clock.h"
 #include "text/escape.h"
@@ -17,6 +19,25 @@ using Json = nlohmann::ordered_json;
 std::string MessageText(const Line& line) {
     return line.kind == Line::Message::kCode ? "<code " + Hex(line.message) + '>'
                                              : std::string(line.message);
+}
+
+// Readers end a text at a NUL, or refuse what is not UTF-8; then its bytes are given beside it.
+bool NeedsBytes(const Line& line) {
+    return line.kind == Line::Message::kCode || line.message.find('\0') != std::string_view::npos ||
+           !IsUtf8(line.message);
+}
+
+// With U+FFFD for each byte that is not UTF-8, and for NUL.
+std::string Readable(std::string_view text) {
+    if (text.find('\0') == std::string_view::npos && IsUtf8(text)) {
+        return std::string(text);
+    }
+    std::string json = Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::string readable = Json::parse(json).get<std::string>();
+    for (size_t at = 0; (at = readable.find('\0', at)) != std::string::npos;) {
+        readable.replace(at, 1, "\xEF\xBF\xBD");
+    }
+    return readable;
 }
 
 class JsonFormat : public LineFormat {
@@ -41,8 +62,7 @@ public:
         object["message"] = MessageText(line);
         object["coded"] = line.kind != Line::Message::kText;
         object["file"] = context.file;
-        // What is not UTF-8 is replaced in the message, so its bytes are given beside it.
-        if (line.kind == Line::Message::kCode || !IsUtf8(line.message)) {
+        if (NeedsBytes(line)) {
             object["bytes"] = Hex(line.message);
         }
         AppendJsonEscaped(object.dump(-1, ' ', false, Json::error_handler_t::replace), out);
@@ -84,7 +104,7 @@ public:
     void AppendHead(std::string& out) const override {
         out += style_.wall ? "time_ms,time," : "time_ms,";
         out += style_.host ? "host," : "";
-        out += "level,tag,pid,tid,message,coded,file\n";
+        out += "level,tag,pid,tid,message,coded,file,bytes\n";
     }
 
     void Append(const Line& line, const LineContext& context, std::string& out) override {
@@ -101,11 +121,12 @@ public:
         }
         out += line.level;
         out += ',';
-        AppendCsvField(line.source.tag, escape_, out);
+        AppendCsvField(Readable(line.source.tag), escape_, out);
         out += ',' + std::to_string(line.source.pid) + ',' + std::to_string(line.source.tid) + ',';
-        AppendCsvField(MessageText(line), escape_, out);
+        AppendCsvField(Readable(MessageText(line)), escape_, out);
         out += line.kind != Line::Message::kText ? ",true," : ",false,";
         AppendCsvField(context.file, escape_, out);
+        out += ',' + (NeedsBytes(line) ? Hex(line.message) : "");
         out += '\n';
     }
 
@@ -115,7 +136,66 @@ private:
     Clock clock_;
 };
 
+// Of syslog; the journal's priorities are gathered into the levels of a dump likewise.
+char Priority(char level) {
+    switch (level) {
+        case 'F':
+            return '2';
+        case 'E':
+            return '3';
+        case 'W':
+            return '4';
+        case 'I':
+            return '6';
+        default:
+            return '7';
+    }
+}
+
+void AppendExportField(std::string_view name, std::string_view value, std::string& out) {
+    out += name;
+    if (IsText(value)) {
+        out += '=';
+        out += value;
+    } else {
+        out += '\n';
+        for (int shift = 0; shift < 64; shift += 8) {
+            out += static_cast<char>(uint64_t{value.size()} >> shift & 0xFF);
+        }
+        out += value;
+    }
+    out += '\n';
+}
+
+class ExportFormat : public LineFormat {
+public:
+    void Append(const Line& line, const LineContext& context, std::string& out) override {
+        // In microseconds. A journal takes no time of 0 or before.
+        const auto time = [](int64_t ms) {
+            return std::to_string(std::max<int64_t>(1, ms * 1000));
+        };
+        out += "__REALTIME_TIMESTAMP=" + time(context.boot_time_ms.value_or(0) + line.time_ms) +
+               "\n__MONOTONIC_TIMESTAMP=" + time(line.time_ms) + '\n';
+        AppendExportField("_BOOT_ID", context.boot, out);
+        if (!context.host.empty()) {
+            AppendExportField("_HOSTNAME", context.host, out);
+        }
+        out += "PRIORITY=";
+        out += Priority(line.level);
+        out += '\n';
+        AppendExportField("SYSLOG_IDENTIFIER", line.source.tag, out);
+        out += "_PID=" + std::to_string(line.source.pid) +
+               "\nTID=" + std::to_string(line.source.tid) + '\n';
+        AppendExportField("MESSAGE", MessageText(line), out);
+        out += '\n';
+    }
+};
+
 }  // namespace
+
+std::unique_ptr<LineFormat> MakeExportFormat() {
+    return std::make_unique<ExportFormat>();
+}
 
 std::unique_ptr<LineFormat> MakeJsonFormat(TimeStyle style) {
     return std::make_unique<JsonFormat>(style);

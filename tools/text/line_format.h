@@ -24,6 +24,7 @@ struct LineContext {
     std::string_view host;
     // Since 1970. Where the style is wall-clock time and nothing tells it, times are shown without.
     std::optional<int64_t> boot_time_ms;
+    std::string_view boot = {};  // 32 hexadecimal digits that all lines of the boot share
 };
 
 // Turns lines into the text of one output format, a line with its line feed at a time.
@@ -61,6 +62,8 @@ struct Layout {
 [[nodiscard]] std::unique_ptr<LineFormat> MakeJsonFormat(TimeStyle style);
 // "csv": the same fields, after a line of their names.
 [[nodiscard]] std::unique_ptr<LineFormat> MakeCsvFormat(TimeStyle style, bool escape);
+// "export": the Journal Export Format, an entry a line. Needs the boot time of every line.
+[[nodiscard]] std::unique_ptr<LineFormat> MakeExportFormat();
 // "raw": the message alone, escaped only where a terminal would get it.
 [[nodiscard]] std::unique_ptr<LineFormat> MakeRawFormat(bool escape);
 
