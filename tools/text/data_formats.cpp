@@ -170,9 +170,11 @@ void AppendExportField(std::string_view name, std::string_view value, std::strin
 class ExportFormat : public LineFormat {
 public:
     void Append(const Line& line, const LineContext& context, std::string& out) override {
-        // In microseconds. A journal takes no time of 0 or before.
+        // In microseconds. At a time out of these bounds a journal's reader stops for good.
         const auto time = [](int64_t ms) {
-            return std::to_string(std::max<int64_t>(1, ms * 1000));
+            constexpr int64_t kMost = (int64_t{1} << 55) - 1;
+            return std::to_string(
+                std::max<int64_t>(1, std::clamp<int64_t>(ms, 0, kMost / 1000) * 1000));
         };
         out += "__REALTIME_TIMESTAMP=" + time(context.boot_time_ms.value_or(0) + line.time_ms) +
                "\n__MONOTONIC_TIMESTAMP=" + time(line.time_ms) + '\n';
