@@ -35,7 +35,7 @@ public:
         const auto index = indexes_.try_emplace(source, indexes_.size() + 1).first->second;
         const size_t rank = std::string_view("DIWEF").find(level);
         records_ += Leb(delta_ms);
-        records_ += static_cast<char>((rank == 0 ? 0 : 16U << rank) | index);
+        records_ += static_cast<char>(rank << 5 | index);
         records_ += Leb(static_cast<int64_t>(text.size()));
         records_ += text;
         return *this;
