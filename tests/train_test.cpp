@@ -357,7 +357,10 @@ TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
     const std::vector<std::tuple<std::vector<std::string>, int, std::string, bool>> rows{
         {{folder_ + "missing", dump}, 3, "missing: No such file", false},
         {{folder_}, 3, "no dumps in ", false},
-        {{Write("prose", "no log at all\n")}, 3, "none of 1 lines is capture text", false},
+        {{Write("prose", "no log at all\n")},
+         3,
+         "none of 1 lines is capture text, which looks like this: 12.345 I/",
+         false},
         {{Write("counts", "T\tsome text\t3\nT\tx\ty\n")}, 3, "line 2: is not", true},
         {{dump}, 4, "1 messages may be codes of policy version '1'", true},
         {{dump}, 4, "offset 33: message is cut off", true}};

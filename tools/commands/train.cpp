@@ -67,7 +67,8 @@ ExitCode Report(const std::string& path, const InputSummary& summary, const Code
         worst = std::max(worst, ExitCode::kDamage);
     } else if (summary.lines == 0 && summary.passed_over != 0) {
         Complain(name + ": none of " + std::to_string(summary.passed_over) +
-                 " lines is capture text");
+                 " lines is capture text, which looks like this: "
+                 "12.345 I/MY_TAG (P 1234, T 1240): main.c: run(52) > started");
         worst = std::max(worst, ExitCode::kDamage);
     }
     return worst;
