@@ -62,9 +62,9 @@ TEST_F(Stat, CountsAreThoseOfTheDump) {
               R"("coded_bytes":4,"record_bytes":{"delta":5,"header":3,"length":3,"message":4,)"
               R"("total":15},"text_bytes":91,"timeline":[)" +
                   timeline +
-                  R"(],"tags":[{"tag":"AB","records":2,"bytes":10},{"tag":"C\\\\","records":1,)"
+                  R"(],"tags":[{"tag":"AB","records":2,"bytes":10},{"tag":"C\\","records":1,)"
                   R"("bytes":5}],"processes":[{"process":"AB,10","records":2,"bytes":10},)"
-                  R"({"process":"C\\\\,-1","records":1,"bytes":5}],"damage":null})"
+                  R"({"process":"C\\,-1","records":1,"bytes":5}],"damage":null})"
                   "\n");
 }
 

@@ -36,7 +36,8 @@ constexpr const char* kHelp =
     "tags\n"
     "and processes are those of their records. \"coded\" counts the records that a code table\n"
     "explains; without tables, those whose message cannot be text. \"as text\" is the size of the\n"
-    "decoded lines, unaligned. With -o json, one object a dump; names are escaped as decode does.\n"
+    "decoded lines, unaligned. With -o json, one object a dump, with names as decode -o json has "
+    "them.\n"
     "\n";
 
 struct StatOptions {
@@ -113,7 +114,7 @@ std::vector<Named> Top(std::vector<Named> all, size_t top) {
 std::vector<Named> TopTags(const DumpStatistics& statistics, size_t top) {
     std::vector<Named> all;
     for (const auto& [tag, share] : statistics.tags) {
-        all.emplace_back(Escape(tag), share);
+        all.emplace_back(tag, share);
     }
     return Top(std::move(all), top);
 }
@@ -121,7 +122,7 @@ std::vector<Named> TopTags(const DumpStatistics& statistics, size_t top) {
 std::vector<Named> TopProcesses(const DumpStatistics& statistics, size_t top) {
     std::vector<Named> all;
     for (const auto& [process, share] : statistics.processes) {
-        all.emplace_back(Escape(process.first) + "," + std::to_string(process.second), share);
+        all.emplace_back(process.first + "," + std::to_string(process.second), share);
     }
     return Top(std::move(all), top);
 }
@@ -132,7 +133,7 @@ void PrintTop(const char* title, const std::vector<Named>& named, const Share& a
         Print(Format("%10ju %7.1f %12ju %7.1f  ", uintmax_t{share.records},
                      Percent(share.records, all.records), uintmax_t{share.bytes},
                      Percent(share.bytes, all.bytes)) +
-              name + '\n');
+              Escape(name) + '\n');
     }
 }
 
@@ -238,8 +239,8 @@ void PrintJson(const DumpFile& dump, size_t top) {
         levels[std::string(1, level)] = count;
     }
     Json object{
-        {"file", Escape(dump.name)},
-        {"policy_version", Escape(s.policy_version)},
+        {"file", dump.name},
+        {"policy_version", s.policy_version},
         {"bytes", s.bytes},
         {"compressed_bytes", dump.compressed_bytes ? Json(*dump.compressed_bytes) : Json(nullptr)},
         {"dictionary_bytes", s.dictionary_bytes},
@@ -269,14 +270,16 @@ void PrintJson(const DumpFile& dump, size_t top) {
         {"damage", nullptr},
     };
     if (s.first_boot_time_ms) {
-        object["host"] = Escape(s.host);
+        object["host"] = s.host;
         object["first_time"] = WallText(*s.first_boot_time_ms + s.first_ms);
         object["last_time"] = WallText(*s.last_boot_time_ms + s.last_ms);
     }
     if (s.damage) {
         object["damage"] = {{"offset", s.damage->Offset()}, {"cause", s.damage->what()}};
     }
-    Print(object.dump() + '\n');
+    std::string line;
+    AppendJsonEscaped(object.dump(-1, ' ', false, Json::error_handler_t::replace), line);
+    Print(line + '\n');
 }
 
 // Nothing where the dump has no statistics; what is wrong with it is told.
