@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <new>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
@@ -13,7 +11,6 @@
 #include "commands/output.h"
 #include "commands/pager.h"
 #include "dump/clock_line.h"
-#include "policy/policy_file.h"
 #include "text/escape.h"
 
 namespace trelvo {
@@ -133,7 +130,9 @@ ExitCode Decoder::Run() {
         watch.emplace(inputs_.front());
     }
     policies_.emplace(options_.policy, options_.policies, options_.force);
-    const std::vector<std::string> files = ExpandInputs(inputs_, faults_);
+    // A folder that is followed may be empty yet.
+    const std::vector<std::string> files =
+        watch ? DumpsIn(inputs_.front()) : ExpandInputs(inputs_, faults_);
 
     // A survey, then the lines.
     progress_.emplace(2 * TotalSize(files), true);

@@ -33,6 +33,24 @@ std::string InputName(const std::string& path) {
     return path == kStandardInput ? "standard input" : path;
 }
 
+std::vector<std::string> DumpsIn(const std::string& folder) {
+    std::vector<std::string> found;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        // What is not a file either is refused when it is opened, with a word.
+        std::error_code ignored;
+        if (IsDumpName(entry->path().filename().string()) && !entry->is_directory(ignored)) {
+            found.push_back(entry->path().string());
+        }
+    }
+    if (error) {
+        throw std::system_error(error);
+    }
+    std::sort(found.begin(), found.end(), NaturalLess);
+    return found;
+}
+
 std::vector<std::string> ExpandInputs(const std::vector<std::string>& words, Faults& faults) {
     std::vector<std::string> files;
     for (const std::string& word : words) {
@@ -41,22 +59,13 @@ std::vector<std::string> ExpandInputs(const std::vector<std::string>& words, Fau
             files.push_back(word);
             continue;
         }
-        std::vector<std::string> found;
-        for (fs::directory_iterator entry(word, error), end; !error && entry != end;
-             entry.increment(error)) {
-            // What is not a file either is refused when it is opened, with a word.
-            std::error_code ignored;
-            if (IsDumpName(entry->path().filename().string()) && !entry->is_directory(ignored)) {
-                found.push_back(entry->path().string());
+        faults.Try(word, [&] {
+            const std::vector<std::string> found = DumpsIn(word);
+            if (found.empty()) {
+                faults.Tell("no dumps in " + word + " (*.dump, *.dump.zst)", ExitCode::kDamage);
             }
-        }
-        if (error) {
-            faults.Tell(word + ": " + error.message(), ExitCode::kDamage);
-        } else if (found.empty()) {
-            faults.Tell("no dumps in " + word + " (*.dump, *.dump.zst)", ExitCode::kDamage);
-        }
-        std::sort(found.begin(), found.end(), NaturalLess);
-        files.insert(files.end(), found.begin(), found.end());
+            files.insert(files.end(), found.begin(), found.end());
+        });
     }
     return files;
 }

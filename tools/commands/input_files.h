@@ -23,6 +23,9 @@ inline constexpr const char* kStandardInput = "-";
 // Orders names as people number them: trelvo.dump, trelvo_2.dump, trelvo_10.dump.
 [[nodiscard]] bool NaturalLess(const std::string& a, const std::string& b);
 
+// The dumps that lie in a folder, ordered by name. Throws std::system_error when it cannot be read.
+[[nodiscard]] std::vector<std::string> DumpsIn(const std::string& folder);
+
 // The files that the words of a command line stand for: in the place of a folder all dumps that lie
 // in it, ordered by name. A folder that holds none or cannot be read is a fault.
 [[nodiscard]] std::vector<std::string> ExpandInputs(const std::vector<std::string>& words,

@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 

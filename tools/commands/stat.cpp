@@ -3,12 +3,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <new>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -20,7 +18,6 @@
 #include "dump/statistics.h"
 #include "io/zstd_input.h"
 #include "policy/policies.h"
-#include "policy/policy_file.h"
 #include "text/clock.h"
 #include "text/escape.h"
 
