@@ -845,6 +845,18 @@ TEST_F(Decode, FollowsAFolder) {
     EXPECT_TRUE(shown("a\nb\nc\nd\n"));
 }
 
+TEST_F(Decode, AFolderThatIsFollowedMayBeEmptyYet) {
+    Dump("late", kKept);
+    // The folder is watched before it is listed.
+    const Output result =
+        Run("mkdir soon; trelvoctl decode -f -o raw soon > shown & "
+            "until grep -qs inotify /proc/$!/fdinfo/*; do :; done; mv late soon/late.dump; "
+            "until grep -q b shown; do :; done; kill $!; cat shown");
+    EXPECT_EQ(result.out, "a\nb\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+}
+
 // What docs/decode.md tells people to type.
 TEST_F(Decode, JsonLinesLoadIntoADatabaseAndAViewer) {
     fs::create_directory(folder_ / "dumps");
