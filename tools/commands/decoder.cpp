@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <tuple>
 #include <utility>
 
 #include "commands/input_files.h"
@@ -18,24 +17,6 @@ namespace trelvo {
 namespace fs = std::filesystem;
 
 namespace {
-
-// A pipe or standard input, which can be read only once, read again by everybody who wants it.
-class SharedInput : public Input {
-public:
-    explicit SharedInput(std::shared_ptr<Input> input) : input_(std::move(input)) {
-        input_->Seek(0);
-    }
-    [[nodiscard]] size_t Read(char* data, size_t size) override { return input_->Read(data, size); }
-    void Seek(uint64_t offset) override { input_->Seek(offset); }
-    [[nodiscard]] std::optional<timespec> WriteTime() const override { return input_->WriteTime(); }
-
-private:
-    std::shared_ptr<Input> input_;
-};
-
-int64_t ToNanoseconds(const timespec& time) {
-    return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
-}
 
 bool WantsColor(const std::string& mode) {
     if (mode != "auto") {
@@ -71,6 +52,11 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle s
 Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
     : options_(std::move(options)),
       make_format_(std::move(make_format)),
+      files_([this](size_t size) {
+          if (progress_) {
+              progress_->Advance(size);
+          }
+      }),
       sink_(options_.last, options_.reversed) {
     for (const std::string& word : options_.words) {
         if (LineFilter::IsTagAndWord(word) && !LineFilter::IsTagLevel(word) && !fs::exists(word)) {
@@ -137,8 +123,8 @@ ExitCode Decoder::Run() {
     // A survey, then the lines.
     progress_.emplace(2 * TotalSize(files), true);
     timeline_.emplace(options_.follow || files.size() > 1);
-    for (const Candidate& candidate : InOrder(files)) {
-        Add(candidate);
+    for (const DumpFile& dump : InOrder(files)) {
+        Add(dump);
     }
     if (timeline_->Boots() > 0 || !watch) {
         SettleStyle();
@@ -157,9 +143,9 @@ ExitCode Decoder::Run() {
             break;
         }
         const size_t before = timeline_->Parts().size();
-        for (const Candidate& candidate : InOrder({file})) {
-            if (!IsKnown(candidate)) {
-                Add(candidate);
+        for (const DumpFile& dump : InOrder({file})) {
+            if (!IsKnown(dump)) {
+                Add(dump);
             }
         }
         if (!format_ && timeline_->Boots() > 0) {
@@ -174,61 +160,9 @@ ExitCode Decoder::Run() {
     return faults_.Worst();
 }
 
-std::unique_ptr<Input> Decoder::Open(const std::string& file) {
-    const auto observer = [this](size_t size) {
-        if (progress_) {
-            progress_->Advance(size);
-        }
-    };
-    auto shared = shared_.find(file);
-    if (shared == shared_.end()) {
-        auto input = OpenInput(file, observer);
-        if (file != kStandardInput && input->WriteTime()) {
-            return input;
-        }
-        shared = shared_.emplace(file, std::move(input)).first;
-    }
-    return std::make_unique<SharedInput>(shared->second);
-}
-
-std::vector<Decoder::Candidate> Decoder::InOrder(const std::vector<std::string>& files) {
-    const bool with_clocks = files.size() > 1 && !options_.one_boot;
-    std::vector<Candidate> candidates;
-    for (const std::string& file : files) {
-        Candidate candidate;
-        candidate.file = file;
-        candidate.name = InputName(file);
-        const bool read = faults_.Try(candidate.name, [this, &candidate, with_clocks] {
-            const auto input = Open(candidate.file);
-            const auto reader = OpenDump(*input);
-            candidate.version = reader->PolicyVersion();
-            candidate.last_log_time = reader->LastLogTime();
-            FitColumns(reader->Sources());
-            // What has no time of its own is being written now.
-            const auto written = input->WriteTime();
-            candidate.written_ns = written ? ToNanoseconds(*written) : INT64_MAX;
-            if (with_clocks && reader->Sources().HasTag(kClockTag)) {
-                FindClock(*reader, candidate);
-            }
-        });
-        if (read) {
-            candidates.push_back(std::move(candidate));
-        }
-    }
-    std::stable_sort(candidates.begin(), candidates.end(),
-                     [this](const Candidate& a, const Candidate& b) {
-                         if (!options_.one_boot && a.written_ns != b.written_ns) {
-                             return a.written_ns < b.written_ns;
-                         }
-                         if (a.last_log_time != b.last_log_time) {
-                             return a.last_log_time < b.last_log_time;
-                         }
-                         return NaturalLess(a.file, b.file);
-                     });
-    if (with_clocks) {
-        GatherBoots(candidates);
-    }
-    return candidates;
+std::vector<DumpFile> Decoder::InOrder(const std::vector<std::string>& paths) {
+    return files_.InOrder(paths, options_.one_boot, faults_,
+                          [this](const DumpReader& reader) { FitColumns(reader.Sources()); });
 }
 
 void Decoder::FitColumns(const Dictionary& sources) {
@@ -240,57 +174,21 @@ void Decoder::FitColumns(const Dictionary& sources) {
     }
 }
 
-void Decoder::FindClock(DumpReader& reader, Candidate& candidate) {
-    try {
-        for (Record record; reader.Next(record);) {
-            if (const auto clock = ReadClockLine(record)) {
-                candidate.boot = clock->boot;
-                candidate.clock_ms = clock->monotonic_ms;
-                return;
-            }
-        }
-    } catch (const DamageError&) {
-        // Will be told when the lines before the damage are read.
-    }
+bool Decoder::IsKnown(const DumpFile& dump) const {
+    const auto known = known_.find(dump.path);
+    return known != known_.end() && known->second == dump.written_ns;
 }
 
-// In the place of the first dump of a boot all of them, by log time: files lose their own times.
-void Decoder::GatherBoots(std::vector<Candidate>& candidates) {
-    std::map<std::string, size_t> first;
-    std::vector<std::pair<size_t, Candidate>> placed;
-    for (Candidate& candidate : candidates) {
-        const size_t place = placed.size();
-        placed.emplace_back(
-            candidate.boot.empty() ? place : first.emplace(candidate.boot, place).first->second,
-            std::move(candidate));
-    }
-    std::stable_sort(placed.begin(), placed.end(), [](const auto& a, const auto& b) {
-        const auto key = [](const auto& entry) {
-            const Candidate& candidate = entry.second;
-            return std::tuple(entry.first, candidate.last_log_time, candidate.clock_ms);
-        };
-        return key(a) < key(b);
-    });
-    for (size_t i = 0; i < placed.size(); ++i) {
-        candidates[i] = std::move(placed[i].second);
-    }
-}
-
-bool Decoder::IsKnown(const Candidate& candidate) const {
-    const auto known = known_.find(candidate.file);
-    return known != known_.end() && known->second == candidate.written_ns;
-}
-
-void Decoder::Add(const Candidate& candidate) {
-    known_[candidate.file] = candidate.written_ns;
-    faults_.Try(candidate.name, [this, &candidate] {
-        const CodeTables* const tables = policies_->For(candidate.version);
+void Decoder::Add(const DumpFile& dump) {
+    known_[dump.path] = dump.written_ns;
+    faults_.Try(dump.name, [this, &dump] {
+        const CodeTables* const tables = policies_->For(dump.version);
         for (const std::string& fault : policies_->TakeFaults()) {
             faults_.Tell(fault + "; its codes are shown as they are", ExitCode::kCodeTables);
         }
         timeline_->Add(
-            candidate.name, [this, file = candidate.file] { return Open(file); }, tables);
-        versions_.push_back(candidate.version);
+            dump.name, [this, path = dump.path] { return files_.Open(path); }, tables);
+        versions_.push_back(dump.version);
     });
 }
 

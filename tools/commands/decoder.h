@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/dump_files.h"
 #include "commands/faults.h"
 #include "commands/folder_watch.h"
 #include "commands/line_sink.h"
@@ -56,30 +57,15 @@ public:
     [[nodiscard]] ExitCode Run();
 
 private:
-    // A dump whose head could be read.
-    struct Candidate {
-        std::string file;
-        std::string name;  // of the file, for people
-        std::string version;
-        int32_t last_log_time = 0;  // ms
-        int64_t written_ns = 0;     // since 1970
-        std::string boot;           // as the first clock line tells
-        int64_t clock_ms = 0;       // since boot, of that line
-    };
     struct LastLine {
         int64_t time_ms = 0;
         std::optional<int64_t> boot_time_ms;
     };
 
-    [[nodiscard]] std::unique_ptr<Input> Open(const std::string& file);
-    // Those of the files that are dumps, in the order in which they were written.
-    [[nodiscard]] std::vector<Candidate> InOrder(const std::vector<std::string>& files);
+    [[nodiscard]] std::vector<DumpFile> InOrder(const std::vector<std::string>& paths);
     void FitColumns(const Dictionary& sources);
-    // Reads up to the first clock line.
-    static void FindClock(DumpReader& reader, Candidate& candidate);
-    static void GatherBoots(std::vector<Candidate>& candidates);
-    [[nodiscard]] bool IsKnown(const Candidate& candidate) const;
-    void Add(const Candidate& candidate);
+    [[nodiscard]] bool IsKnown(const DumpFile& dump) const;
+    void Add(const DumpFile& dump);
     // Decides how times are shown, by the options and by what the dumps hold. Throws FilterError
     // where the options want what the dumps cannot tell.
     void SettleStyle();
@@ -95,6 +81,7 @@ private:
 
     DecodeOptions options_;
     FormatMaker make_format_;
+    DumpFiles files_;
     Columns columns_;  // of what is shown in columns
     std::unique_ptr<LineFormat> format_;
     LineSink sink_;
@@ -103,7 +90,6 @@ private:
     std::optional<int64_t> boot_time_ms_;  // as given, since 1970
     std::optional<Policies> policies_;
     std::optional<Progress> progress_;
-    std::map<std::string, std::shared_ptr<Input>> shared_;  // pipes and standard input
     std::optional<Timeline> timeline_;
     std::map<std::string, int64_t> known_;  // when the files that were read had been written
     std::optional<TimePoint> since_;
