@@ -53,19 +53,21 @@ TEST_F(Stat, CountsAreThoseOfTheDump) {
         timeline += part == 13 || part == 59 ? ",1" : ",0";
     }
     // As text: "3.500 I/AB(P 10, T 11): a known text" and two lines of 26 bytes.
-    EXPECT_EQ(result.out,
-              R"({"file":"whole.dump","policy_version":"1.0","bytes":43,"compressed_bytes":null,)"
-              R"("dictionary_bytes":20,"first_ms":3500,"last_ms":12500,"span_ms":9000,"host":null,)"
-              R"("first_time":null,"last_time":null,"records":3,)"
-              R"("records_per_second":0.3333333333333333,"bytes_per_second":1.6666666666666667,)"
-              R"("levels":{"F":1,"I":1,"W":1},"coded_by":"tables","coded_records":1,)"
-              R"("coded_bytes":4,"record_bytes":{"delta":5,"header":3,"length":3,"message":4,)"
-              R"("total":15},"text_bytes":91,"timeline":[)" +
-                  timeline +
-                  R"(],"tags":[{"tag":"AB","records":2,"bytes":10},{"tag":"C\\","records":1,)"
-                  R"("bytes":5}],"processes":[{"process":"AB,10","records":2,"bytes":10},)"
-                  R"({"process":"C\\,-1","records":1,"bytes":5}],"damage":null})"
-                  "\n");
+    EXPECT_EQ(
+        result.out,
+        R"({"file":"whole.dump","policy_version":"1.0","bytes":43,"compressed_bytes":null,)"
+        R"("dictionary_bytes":20,"first_ms":3500,"last_ms":12500,"span_ms":9000,"host":null,)"
+        R"("first_time":null,"last_time":null,"records":3,"shared_records":0,)"
+        R"("records_per_second":0.3333333333333333,"bytes_per_second":1.6666666666666667,)"
+        R"("levels":{"F":1,"I":1,"W":1},"coded_by":"tables","coded_records":1,)"
+        R"("coded_bytes":4,"record_bytes":{"delta":5,"header":3,"length":3,"message":4,)"
+        R"("total":15},"text_bytes":91,"timeline":[)" +
+            timeline +
+            R"(],"tags":[{"tag":"AB","records":2,"bytes":10},{"tag":"C\\","records":1,)"
+            R"("bytes":5}],"programs":[{"program":"AB","records":2,"bytes":10},)"
+            R"({"program":"C\\","records":1,"bytes":5}],"processes":[{"process":"AB,10","records":2,"bytes":10},)"
+            R"({"process":"C\\,-1","records":1,"bytes":5}],"damage":null})"
+            "\n");
 }
 
 TEST_F(Stat, WithTablesOnlyTheirCodesAreCoded) {
@@ -83,14 +85,38 @@ TEST_F(Stat, WithTablesOnlyTheirCodesAreCoded) {
     }
 }
 
+// A process is of the program that it logs most as; the lines that two dumps share count once.
+TEST_F(Stat, LinesCountOnceAndProcessesByTheirProgram) {
+    DumpBuilder log;
+    log.Line(0, "a", "shop,1").Line(1, "b", "shop,2").Line(1, "c", "shop,2").Line(1, "d", "net,2");
+    log.Line(1, "e", "net,3");
+    fs::create_directory("/tmp/stat/log");
+    WriteFile("/tmp/stat/log/trelvo.dump", log.Image(60000));
+    WriteFile("/tmp/stat/log/trelvo_1.dump",
+              log.Line(3600000, "f", "net,3").Line(1, "g", "net,4", 'E').Image(3660001));
+    const auto table = Shell("touch -d @9 log/trelvo.dump; trelvoctl stat log").out;
+    for (const char* expected :
+         {"2 dumps: 7 lines in 1 h 0 min, ", "repeated        5 lines", "I 6  W 0  E 1",
+          "         4   57.1  net\n         3   42.9  shop\n\n",
+          "         4   57.1  shop (2 processes)\n         3   42.9  net (2 processes)\n"}) {
+        EXPECT_THAT(table, HasSubstr(expected));
+    }
+    EXPECT_EQ(Shell("trelvoctl stat -o json log | grep -o 'shared_records\":[0-9]*'").out,
+              "shared_records\":0\nshared_records\":5\n");
+    EXPECT_THAT(Shell("trelvoctl stat -v log/trelvo.dump").out,
+                AllOf(HasSubstr("5 lines in 0.004 s"), HasSubstr("  shop,2\n")));
+}
+
 TEST_F(Stat, WhatItPrintsAndHowItEnds) {
     const std::vector<std::tuple<std::string, int, std::string, std::string>> rows{
-        {"whole.dump", 0, "1 records, 33.3 %: those that cannot be", ""},
-        {"--top 1 - < whole.dump", 0, "as text         at least 80,", ""},
-        {"cut.dump", 3, "records         2\n", "cut.dump: offset 41: message of 1 bytes"},
-        {". --policies .", 3, "\n         5 ", "./cut.dump: offset 41: "},
+        {"whole.dump", 0, "1 lines, 33.3 %: those that cannot be", ""},
+        {"--top 1 - < whole.dump", 0, "as text         at least 80 B,", ""},
+        {"cut.dump", 3, "cut.dump: 2 lines in ", "cut.dump: offset 41: message of 1 bytes"},
+        {". --policies .", 3,
+         "2 dumps: 3 lines in 9.000 s, 0.33 a second\n  repeated        2 lines ",
+         "./cut.dump: offset 41: "},
         {"--policies policy whole.dump", 4, "", "needs the code tables of policy version '1.0'"},
-        {"none.dump whole.dump", 3, "whole.dump\n", "none.dump: No such file"},
+        {"none.dump whole.dump", 3, "whole.dump: 3 ", "none.dump: No such file"},
         {"--output xml whole.dump", 2, "", "xml not in {text,json}"},
     };
     for (const auto& [arguments, status, out, err] : rows) {

@@ -32,12 +32,6 @@ bool ByteReader::Refill() {
     return count > 0;
 }
 
-void ByteReader::Seek(uint64_t offset) {
-    input_->Seek(offset);
-    offset_ = offset;
-    rest_ = {};
-}
-
 void ByteReader::ThrowCutOff(uint64_t start, const char* field) {
     throw DamageError(start, std::string(field) + " is cut off");
 }

@@ -28,8 +28,6 @@ public:
 
     [[nodiscard]] uint64_t Offset() const { return offset_; }
     [[nodiscard]] bool AtEnd() { return rest_.empty() && !Refill(); }
-    // For readers of an input only; to an offset that was read already.
-    void Seek(uint64_t offset);
 
     // `start` is the offset of the field that the byte belongs to.
     [[nodiscard]] uint8_t Byte(uint64_t start, const char* field) {

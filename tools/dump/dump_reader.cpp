@@ -79,19 +79,4 @@ bool DumpReader::Next(Record& record) {
     return true;
 }
 
-Extent DumpReader::Measure() {
-    bytes_.Seek(records_offset_);
-    Extent extent;
-    try {
-        for (Record record; Next(record); ++extent.records) {
-            // What the first record's delta counts from is not in the dump.
-            extent.span_ms += extent.records == 0 ? 0 : record.delta_ms;
-        }
-    } catch (const DamageError& error) {
-        extent.damage = error;
-    }
-    bytes_.Seek(records_offset_);
-    return extent;
-}
-
 }  // namespace trelvo

@@ -24,13 +24,6 @@ struct Record {
     std::string_view message;  // a code of the tag's table, or text: the dump does not say which
 };
 
-// What a pass over all records finds out.
-struct Extent {
-    uint64_t records = 0;  // whole ones
-    int64_t span_ms = 0;   // from the first to the last of them
-    std::optional<DamageError> damage;
-};
-
 // Reads one dump from its start to its end, a record at a time (docs/dump-format.md). Holds the
 // dictionary and one message, whatever the number of records.
 class DumpReader {
@@ -48,8 +41,6 @@ public:
 
     // False where the dump ends, as it should, between two records. Throws as the constructor.
     [[nodiscard]] bool Next(Record& record);
-    // Reads the records up to the end or the first damage, then starts again at the first.
-    [[nodiscard]] Extent Measure();
 
 private:
     [[nodiscard]] std::string ReadPolicyVersion();

@@ -30,42 +30,55 @@ uint64_t FrameWidth(const Source& source) {
            std::to_string(source.tid).size();
 }
 
-size_t Part(int64_t after_ms, int64_t span_ms) {
+size_t Bucket(int64_t after_ms, int64_t span_ms) {
     constexpr int64_t kParts = DumpStatistics::kMostParts;
     return static_cast<size_t>(after_ms * kParts / (span_ms + 1));
 }
 
 }  // namespace
 
-DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
-    const Extent extent = reader.Measure();
+std::vector<Program> ProgramsOf(const Processes& processes) {
+    std::map<std::string_view, Program> programs;
+    for (const auto& [process, tags] : processes) {
+        const auto most = std::max_element(
+            tags.begin(), tags.end(),
+            [](const auto& a, const auto& b) { return a.second.records < b.second.records; });
+        Program& program = programs[most->first];
+        program.name = most->first;
+        ++program.processes;
+        for (const auto& [tag, share] : tags) {
+            program.share += share;
+        }
+    }
+    std::vector<Program> result;
+    for (auto& [name, program] : programs) {
+        result.push_back(std::move(program));
+    }
+    return result;
+}
+
+DumpStatistics MeasureDump(DumpReader& reader, const Part& part, const CodeTables* tables) {
     DumpStatistics result;
     result.policy_version = reader.PolicyVersion();
     result.bytes = reader.RecordsOffset();
     result.dictionary_bytes = reader.Sources().Bytes();
-    result.first_ms = reader.LastLogTime() - extent.span_ms;
-    result.last_ms = reader.LastLogTime();
-    result.damage = extent.damage;
+    result.damage = part.damage;
+    result.first_ms = part.start_ms;
+    result.last_ms = part.EndMs();
+    if (part.clock) {
+        result.first_boot_time_ms = part.clock->boot_time_ms;
+        result.last_boot_time_ms = part.last_clock->boot_time_ms;
+        if (part.start_ms >= kTimesEndMs) {
+            result.first_ms = std::max(part.start_ms, part.clock->monotonic_ms);
+        }
+    }
 
     std::vector<SourceShare> shares(reader.Sources().Size());
-    const int64_t first_ms = result.first_ms;
-    int64_t time_ms = first_ms;
+    int64_t time_ms = part.start_ms;
     Record record;
-    ClockLines clocks;
-    for (uint64_t count = 0; count < extent.records && reader.Next(record); ++count) {
+    // The survey has told how many are whole: reading stops short of the damage.
+    for (uint64_t count = 0; count < part.records && reader.Next(record); ++count) {
         time_ms += count == 0 ? 0 : record.delta_ms;
-        if (clocks.Take(record) && !result.first_boot_time_ms) {
-            result.first_boot_time_ms = clocks.Last()->boot_time_ms;
-            // Times count back from the newest line: where it is lost, all are too late.
-            const int64_t late = time_ms - clocks.Last()->monotonic_ms;
-            if (late > (extent.damage ? 0 : kClockToleranceMs)) {
-                result.first_ms -= late;
-                result.last_ms -= late;
-            }
-            if (result.first_ms >= kTimesEndMs) {
-                result.first_ms = std::max(result.first_ms, clocks.Last()->monotonic_ms);
-            }
-        }
         const Share share{1, record.end_offset - record.offset};
         SourceShare& of_source = shares[record.source.place];
         if (of_source.share.records == 0) {
@@ -90,14 +103,7 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
         result.length_bytes += message_offset - record.length_offset;
         result.message_bytes += record.message.size();
         ++result.levels[record.level];
-        ++result.timeline[Part(time_ms - first_ms, extent.span_ms)];
-    }
-    if (clocks.Last()) {
-        result.host = clocks.Host();
-        result.last_boot_time_ms = clocks.Last()->boot_time_ms;
-        if (result.last_ms >= kTimesEndMs) {
-            result.last_ms = std::max(result.last_ms, clocks.Last()->monotonic_ms);
-        }
+        ++result.timeline[Bucket(time_ms - part.start_ms, part.last_ms - part.start_ms)];
     }
     for (const SourceShare& of_source : shares) {
         if (of_source.share.records == 0) {
@@ -105,7 +111,7 @@ DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables) {
         }
         const std::string tag(of_source.source.tag);
         result.tags[tag] += of_source.share;
-        result.processes[{tag, of_source.source.pid}] += of_source.share;
+        result.processes[{part.boot, of_source.source.pid}][tag] += of_source.share;
     }
     return result;
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -9,8 +10,7 @@
 #include <vector>
 
 #include "dump/dump_reader.h"
-#include "dump/survey.h"
-#include "io/input.h"
+#include "dump/timeline.h"
 
 namespace trelvo {
 
@@ -27,6 +27,19 @@ struct Share {
     }
 };
 
+// By tag.
+using Shares = std::map<std::string, Share, std::less<>>;
+// By boot and PID, what a process logs under each tag.
+using Processes = std::map<std::pair<size_t, int32_t>, Shares>;
+
+// The processes that log most of their lines under one tag, with all that they log.
+struct Program {
+    std::string name;  // that tag
+    size_t processes = 0;
+    Share share;
+};
+[[nodiscard]] std::vector<Program> ProgramsOf(const Processes& processes);
+
 // What a dump holds and what that costs. Of a damaged dump, of all that is whole.
 struct DumpStatistics {
     static constexpr size_t kMostParts = 60;
@@ -36,7 +49,6 @@ struct DumpStatistics {
     uint64_t dictionary_bytes = 0;  // of the dictionary's entries
     int64_t first_ms = 0;           // kernel time of the first record and of the last
     int64_t last_ms = 0;
-    std::string host;                           // as clock lines tell; empty where there are none
     std::optional<int64_t> first_boot_time_ms;  // since 1970, for the first record and for the last
     std::optional<int64_t> last_boot_time_ms;
     Share all;
@@ -51,16 +63,18 @@ struct DumpStatistics {
     // escaped or aligned. A code that no table explains counts as it stands.
     uint64_t text_bytes = 0;
     std::map<char, uint64_t> levels;  // records
-    std::map<std::string, Share> tags;
-    std::map<std::pair<std::string, int32_t>, Share> processes;  // by tag and PID
+    Shares tags;
+    Processes processes;
     std::array<uint64_t, kMostParts> timeline{};  // records in each equal part of the span
     std::optional<DamageError> damage;
 
     [[nodiscard]] int64_t SpanMs() const { return last_ms - first_ms; }
 };
 
-// Reads what is left of a dump, in two passes; memory follows the size of its dictionary. `tables`
-// are those of its policy version, or null. Throws std::system_error when it cannot be read.
-[[nodiscard]] DumpStatistics MeasureDump(DumpReader& reader, const CodeTables* tables);
+// Reads the records of a dump that is part of a timeline; memory follows the size of its
+// dictionary. `tables` are those of its policy version, or null. Throws std::system_error when it
+// cannot be read.
+[[nodiscard]] DumpStatistics MeasureDump(DumpReader& reader, const Part& part,
+                                         const CodeTables* tables);
 
 }  // namespace trelvo
