@@ -375,10 +375,16 @@ TEST_F(Decode, DamagedAndMissingInputsLeaveTheOthersReadable) {
         "(printf '\\377\\377\\377\\377\\007'; head -c 200000000 /dev/zero) | zstd -q > bomb.zst");
     const std::string cut = "offset 29: message of 9 bytes but only 1 are left";
     ExpectRuns({
-        {"decode cut", "3", "1.000 I/A (P 10, T 11): a\n",
+        {"decode cut", "3", "≤1.000 I/A (P 10, T 11): a\n",
+         "cut: " + cut + "; the times shown are the latest possible"},
+        {"decode -o json cut", "3",
+         R"({"time_ms":1000,"latest":true,"level":"I","tag":"A",)"
+         R"("pid":10,"tid":11,"message":"a","coded":false,)"
+         R"("file":"cut"})"
+         "\n",
          "cut: " + cut + "; the times shown are the latest possible"},
         {"decode no whole", "3", kA + kB, "no: No such file or directory"},
-        {"decode cut.zst", "3", kA + kB,
+        {"decode cut.zst", "3", "≤" + kA + "≤" + kB,
          "cut.zst: offset 0: the zstd frame that begins here is cut off; the times shown are the "
          "latest possible"},
         {"decode bomb.zst > /dev/null", "3", "",

@@ -24,7 +24,7 @@ constexpr const char* kHelp =
     "machines\n"
     "are told apart by name; clock lines are shown only when a filter names them: trelvo.clock:V.\n"
     "Other times follow from the newest line backwards: where a dump is damaged, the lines that\n"
-    "were lost are not accounted for, and the times are the latest that are possible.\n\n";
+    "were lost are not accounted for, and the times are the latest possible: \"≤\" marks them.\n\n";
 
 ExitCode Decode(const DecodeOptions& options) {
     std::optional<Pager> pager;

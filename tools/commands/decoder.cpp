@@ -213,6 +213,7 @@ void Decoder::SettleStyle() {
         std::string time;
         AppendSeconds(part.EndMs(), time);
         columns_.time = std::max(columns_.time, time.size());
+        columns_.latest = columns_.latest || (part.latest && part.records > 0);
     }
     style_.host = timeline_->Hosts().size() > 1;
     for (const auto& [point, text] :
@@ -365,6 +366,7 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     context.host = timeline_->Host(part.boot);
     context.boot = boot_ids_[part.boot];
     context.boot_time_ms = boot_time_ms;
+    context.latest = part.latest;
     text_.clear();
     format_->Append(line, context, text_);
     if (!marker_.empty()) {

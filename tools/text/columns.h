@@ -10,6 +10,7 @@ namespace trelvo {
 // How wide the columns before a message are, by what is in the dumps.
 struct Columns {
     size_t time = 0;
+    bool latest = false;  // before some times stands a mark: no later than that
     size_t tag = 0;
     size_t pid = 0;
     size_t tid = 0;  // 0: every thread is the first of its process

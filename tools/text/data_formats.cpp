@@ -52,6 +52,9 @@ public:
             clock_.Append(*context.boot_time_ms + line.time_ms, kIsoDateAndTime, true, time);
             object["time"] = time;
         }
+        if (context.latest) {
+            object["latest"] = true;
+        }
         if (style_.host) {
             object["host"] = context.host;
         }
@@ -188,6 +191,9 @@ public:
         AppendExportField("SYSLOG_IDENTIFIER", line.source.tag, out);
         out += "_PID=" + std::to_string(line.source.pid) +
                "\nTID=" + std::to_string(line.source.tid) + '\n';
+        if (context.latest) {
+            out += "LATEST=1\n";
+        }
         AppendExportField("MESSAGE", MessageText(line), out);
         out += '\n';
     }

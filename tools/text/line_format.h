@@ -25,6 +25,7 @@ struct LineContext {
     // Since 1970. Where the style is wall-clock time and nothing tells it, times are shown without.
     std::optional<int64_t> boot_time_ms;
     std::string_view boot = {};  // 32 hexadecimal digits that all lines of the boot share
+    bool latest = false;         // the time is the latest possible: the end of the dump is lost
 };
 
 // Turns lines into the text of one output format, a line with its line feed at a time.

@@ -106,6 +106,11 @@ public:
         const std::string_view end = color.empty() ? "\n" : "\x1B[0m\n";
         out += color;
         const size_t start = out.size();
+        if (context.latest) {
+            out += "≤";
+        } else if (columns_.latest) {
+            out += ' ';
+        }
         if (style_.wall && context.boot_time_ms) {
             clock_.Append(*context.boot_time_ms + line.time_ms, kDateAndTime, style_.utc, out);
         } else {
