@@ -565,6 +565,42 @@ TEST_F(CaptureTest, SaysWhichWallClockItsTimesStandFor) {
     EXPECT_THAT(Captured("trelvo.clock"), ElementsAre());
 }
 
+// A code stands for what the recorder is given: of tags and texts that the capture changes, too.
+TEST_F(CaptureTest, TablesLearnTheSameFromTheJournalItself) {
+    const std::vector<std::vector<std::string>> entries{
+        {"SYSLOG_IDENTIFIER=plain", "MESSAGE=a text > with more > to it "},
+        {"SYSLOG_IDENTIFIER= a, T\n):b ", "MESSAGE=one\n\n \ttwo\r\nthree > four", "TID=7"},
+        {"SYSLOG_IDENTIFIER=a >", std::string("MESSAGE=with \0 and \xFF", 19)},
+        {"DLOG_LEVEL=W", "SYSLOG_IDENTIFIER=device", "MESSAGE=m.c: f(1) > first\nsecond"},
+        {"DLOG_LEVEL=W", "SYSLOG_IDENTIFIER=device", "MESSAGE=without a prefix"},
+        {"DLOG_LEVEL=x", "SYSLOG_IDENTIFIER=device", "MESSAGE=m.c: f(1) > kept"},
+        {"SYSLOG_IDENTIFIER=", "MESSAGE=by a program without a name"},
+        {"SYSLOG_IDENTIFIER=" + std::string(200, 't'), "MESSAGE=" + std::string(70000, 'm')},
+        {"SYSLOG_IDENTIFIER=twice", "SYSLOG_IDENTIFIER=more", "MESSAGE=1", "MESSAGE=2"}};
+    for (int count = 0; count < 3; ++count) {
+        for (const auto& entry : entries) {
+            test_support::Journal::Send(entry);
+        }
+    }
+    Start({"*:V", "trelvo.clock:S"});
+    EXPECT_EQ(Captured("plain").size(), 3U);
+    const auto result = test_support::RunProgram(
+        {"bash", "-c",
+         "cd /tmp/capture; PATH=" TRELVO_BIN_DIR ":$PATH; grep -a 'P" + std::to_string(getpid()) +
+             ", T' file > capture; journalctl _PID=" + std::to_string(getpid()) +
+             " -o export > export; journalctl _PID=" + std::to_string(getpid()) +
+             " -o json --all > json; for form in capture export json; do trelvoctl train --format $form"
+             " -o $form.tables --policy-version 1 $form | grep '^entries'; done;"
+             "diff -r capture.tables export.tables && diff -r capture.tables json.tables;"
+             "(head -c -9 export; printf 'CUT\\n12345') > cut; sed 4s/{/x/ json > bad;"
+             "for bad in cut bad; do trelvoctl train -o $bad.tables --policy-version 1 $bad "
+             "> /dev/null; echo $?; done"});
+    EXPECT_EQ(result.out, "entries        9\nentries        9\nentries        9\n3\n3\n");
+    EXPECT_EQ(result.err,
+              "trelvoctl: cut: entry 27: a field is cut off\n"
+              "trelvoctl: bad: line 4: not an entry of a journal\n");
+}
+
 TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
     SKIP_WHERE_SANITIZED();
     Start({"MARK:V", "LOAD:V"});

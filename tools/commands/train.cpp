@@ -19,9 +19,13 @@ namespace trelvo {
 namespace {
 
 constexpr const char* kHelp =
-    "Inputs are capture text, dumps, or lines of TAG<TAB>MESSAGE<TAB>COUNT. Which of them is told\n"
-    "by the content: a control character at the start or a zero byte early on means a dump, a\n"
-    "first line that ends in a TAB and a number means counts. The folder comes into place whole.\n"
+    "Inputs are capture text, dumps, journals as journalctl -o export or -o json --all gives "
+    "them,\n"
+    "or lines of TAG<TAB>MESSAGE<TAB>COUNT. Which of them is told by the content: {, or __, at "
+    "the\n"
+    "start means a journal, a control character there or a zero byte early on a dump, a first "
+    "line\n"
+    "that ends in a TAB and a number counts. The folder comes into place whole.\n"
     "It is not written when an input gives nothing at all; from a damaged one all that is whole "
     "is\n"
     "used, and the exit code is 3. It is 4 when codes in a dump could not be translated, and 5\n"
@@ -43,6 +47,8 @@ InputFormat FormatOf(const std::string& name) {
     return name == "capture"  ? InputFormat::kCapture
            : name == "counts" ? InputFormat::kCounts
            : name == "dump"   ? InputFormat::kDump
+           : name == "json"   ? InputFormat::kJournalJson
+           : name == "export" ? InputFormat::kJournalExport
                               : InputFormat::kAuto;
 }
 
@@ -66,9 +72,12 @@ ExitCode Report(const std::string& path, const InputSummary& summary, const Code
         Complain(name + ": " + *summary.damage);
         worst = std::max(worst, ExitCode::kDamage);
     } else if (summary.lines == 0 && summary.passed_over != 0) {
+        const bool is_journal = summary.format == InputFormat::kJournalJson ||
+                                summary.format == InputFormat::kJournalExport;
         Complain(name + ": none of " + std::to_string(summary.passed_over) +
-                 " lines is capture text, which looks like this: "
-                 "12.345 I/MY_TAG (P 1234, T 1240): main.c: run(52) > started");
+                 (is_journal ? " entries has a MESSAGE, as those of journalctl have"
+                             : " lines is capture text, which looks like this: "
+                               "12.345 I/MY_TAG (P 1234, T 1240): main.c: run(52) > started"));
         worst = std::max(worst, ExitCode::kDamage);
     }
     return worst;
@@ -255,7 +264,7 @@ void AddTrain(CLI::App& app, Action& action) {
     command->add_flag("--force", options->replace, "Replace a policy folder that exists");
     command->add_option("--format", options->format, "What the inputs are")
         ->type_name("FORMAT")
-        ->check(CLI::IsMember({"auto", "capture", "counts", "dump"}))
+        ->check(CLI::IsMember({"auto", "capture", "counts", "dump", "export", "json"}))
         ->capture_default_str();
     command
         ->add_option("--policy", options->policy,

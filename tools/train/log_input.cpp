@@ -12,6 +12,8 @@
 #include "policy/code_tables.h"
 #include "text/escape.h"
 #include "train/capture_line.h"
+#include "train/journal_input.h"
+#include "train/text_lines.h"
 
 namespace trelvo {
 
@@ -20,52 +22,6 @@ namespace {
 using Sink = std::function<void(const TrainingLine&)>;
 
 constexpr size_t kProbeSize = size_t{64} * 1024;
-constexpr size_t kLongestLine = size_t{16} * 1024 * 1024;
-
-// Lines without their line feeds; one that is longer than kLongestLine comes in pieces.
-class TextLines {
-public:
-    explicit TextLines(Input& input) : input_(input), buffer_(4 * kProbeSize) {}
-
-    // The view lives until the next call.
-    [[nodiscard]] bool Next(std::string_view& line) {
-        size_t searched = 0;
-        for (;;) {
-            const std::string_view rest(buffer_.data() + begin_, end_ - begin_);
-            const size_t feed = rest.find('\n', searched);
-            if (feed != std::string_view::npos) {
-                line = rest.substr(0, feed);
-                begin_ += feed + 1;
-                return true;
-            }
-            searched = rest.size();
-            if (rest.size() >= kLongestLine || !Fill()) {
-                line = {buffer_.data() + begin_, end_ - begin_};
-                begin_ = end_;
-                return !line.empty();
-            }
-        }
-    }
-
-private:
-    [[nodiscard]] bool Fill() {
-        std::copy(buffer_.begin() + static_cast<ptrdiff_t>(begin_),
-                  buffer_.begin() + static_cast<ptrdiff_t>(end_), buffer_.begin());
-        end_ -= begin_;
-        begin_ = 0;
-        if (end_ == buffer_.size()) {
-            buffer_.resize(2 * buffer_.size());
-        }
-        const size_t count = input_.Read(buffer_.data() + end_, buffer_.size() - end_);
-        end_ += count;
-        return count != 0;
-    }
-
-    Input& input_;
-    std::vector<char> buffer_;
-    size_t begin_ = 0;  // of what was not handed out yet
-    size_t end_ = 0;
-};
 
 bool ReadCount(std::string_view text, TrainingLine& line) {
     if (!text.empty() && text.back() == '\r') {
@@ -89,6 +45,13 @@ bool ReadCount(std::string_view text, TrainingLine& line) {
 InputFormat Recognise(std::string_view start) {
     if (start.empty()) {
         return InputFormat::kCapture;
+    }
+    // As a length, with which a dump begins, both would be negative.
+    if (start.front() == '{') {
+        return InputFormat::kJournalJson;
+    }
+    if (start.substr(0, 2) == "__") {
+        return InputFormat::kJournalExport;
     }
     const auto first_byte = static_cast<uint8_t>(start.front());
     const bool control =
@@ -198,12 +161,21 @@ InputSummary ReadInput(const std::string& path, InputFormat format, const CodeTa
             summary.format = Probe(*input);
         }
         input->ReadOnce();
-        if (summary.format == InputFormat::kCapture) {
-            ReadCapture(*input, summary, sink);
-        } else if (summary.format == InputFormat::kCounts) {
-            ReadCounts(*input, summary, sink);
-        } else {
-            ReadDump(*input, tables, summary, sink);
+        switch (summary.format) {
+            case InputFormat::kCapture:
+                ReadCapture(*input, summary, sink);
+                break;
+            case InputFormat::kCounts:
+                ReadCounts(*input, summary, sink);
+                break;
+            case InputFormat::kJournalJson:
+                ReadJournalJson(*input, summary, sink);
+                break;
+            case InputFormat::kJournalExport:
+                ReadJournalExport(*input, summary, sink);
+                break;
+            default:
+                ReadDump(*input, tables, summary, sink);
         }
     } catch (const DamageError& error) {
         summary.damage = Describe(error);

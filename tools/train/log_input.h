@@ -24,16 +24,18 @@ struct TrainingLine {
 };
 
 enum class InputFormat {
-    kAuto,     // told by the content, see ReadInput
-    kCapture,  // what the recorder reads
-    kDump,     // what it writes
-    kCounts,   // lines of tag TAB message TAB count; the message may hold TABs
+    kAuto,           // told by the content, see ReadInput
+    kCapture,        // what the recorder reads
+    kDump,           // what it writes
+    kCounts,         // lines of tag TAB message TAB count; the message may hold TABs
+    kJournalJson,    // entries as `journalctl -o json` gives them
+    kJournalExport,  // or -o export
 };
 
 struct InputSummary {
     InputFormat format = InputFormat::kAuto;  // as it was told by the content
     uint64_t lines = 0;                       // taken
-    uint64_t passed_over = 0;                 // lines of another form
+    uint64_t passed_over = 0;                 // lines or entries of another form
     uint64_t untranslated = 0;                // messages of a dump that may be codes
     std::string policy_version;               // of a dump
     std::optional<std::string> damage;        // where reading stopped, or the first bad count
@@ -42,7 +44,9 @@ struct InputSummary {
 // Reads a file, or standard input under the name "-", to its end and hands over every line; memory
 // does not grow with them. zstd files are read as what they hold. An input that begins with a
 // control character or has a zero byte within its first 64 KiB is a dump; otherwise one whose first
-// line ends in a TAB and a number, and is not a capture line, is counts; all else is capture text.
+// line ends in a TAB and a number, and is not a capture line, is counts; one that begins with "{"
+// or
+// "__" is entries of a journal; all else is capture text.
 //
 // Messages of a dump are translated by the tables where these are of the dump's policy version.
 // Without them a message that is not text is left out, unless the dump knows of no policy.
