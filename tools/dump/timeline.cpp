@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
+#include <queue>
 #include <tuple>
 #include <utility>
 
@@ -30,6 +32,10 @@ void Translate(const Record& record, const CodeTables* tables, bool may_be_code,
 }
 
 }  // namespace
+
+// When the next line of each of several is due: time and place, the earliest on top.
+using Turns = std::priority_queue<std::pair<int64_t, size_t>,
+                                  std::vector<std::pair<int64_t, size_t>>, std::greater<>>;
 
 // Goes through the lines of one part that are not skipped.
 class Timeline::Cursor {
@@ -176,23 +182,24 @@ public:
     // False when there is none left.
     [[nodiscard]] bool Next() {
         do {
-            if (at_ && !open_[*at_]->Next()) {
+            if (at_ != nullptr && !at_->Next()) {
                 Finish(*at_);
-                at_.reset();
-            } else if (at_ && open_[*at_]->Current().time_ms > limit_ms_) {
-                at_.reset();
+                at_ = nullptr;
+            } else if (at_ != nullptr && at_->Current().time_ms > limit_ms_) {
+                turns_.emplace(at_->Current().time_ms, at_->Current().dump);
+                at_ = nullptr;
             }
-            if (!at_ && !Choose()) {
+            if (at_ == nullptr && !Choose()) {
                 return false;
             }
-        } while (replayed_ && Repeats(open_[*at_]->Owner()));
+        } while (replayed_ && Repeats(at_->Owner()));
         const size_t place = Current().dump;
-        before_ = begun_[place] ? Break::kNone : open_[*at_]->Owner().before;
+        before_ = begun_[place] ? Break::kNone : at_->Owner().before;
         begun_[place] = true;
         return true;
     }
 
-    [[nodiscard]] const Line& Current() const { return open_[*at_]->Current(); }
+    [[nodiscard]] const Line& Current() const { return at_->Current(); }
     // The break in front of the line.
     [[nodiscard]] Break Before() const { return before_; }
 
@@ -202,9 +209,9 @@ private:
                                 timeline_.parts_[part.run].before == Break::kRestart);
     }
 
-    void Finish(size_t at) {
-        const Part& part = open_[at]->Owner();
-        open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(at));
+    void Finish(const Cursor& cursor) {
+        const Part& part = cursor.Owner();
+        open_.erase(cursor.Current().dump);
         done_(part);
     }
 
@@ -212,24 +219,22 @@ private:
     bool Choose() {
         const std::vector<Part>& parts = timeline_.parts_;
         for (;;) {
-            size_t at = 0;
-            for (size_t i = 1; i < open_.size(); ++i) {
-                at = open_[i]->Current().time_ms < open_[at]->Current().time_ms ? i : at;
-            }
             const bool more = next_ < waiting_.size();
-            if (more &&
-                (open_.empty() || parts[waiting_[next_]].from_ms <= open_[at]->Current().time_ms)) {
+            if (more && (turns_.empty() || parts[waiting_[next_]].from_ms <= turns_.top().first)) {
                 Open(waiting_[next_++]);
                 continue;
             }
-            if (open_.empty()) {
+            if (turns_.empty()) {
                 return false;
             }
-            // Until another one's turn has come, without looking at it for every line.
-            limit_ms_ = open_.size() > 1 ? open_[at]->Current().time_ms
-                        : more           ? parts[waiting_[next_]].from_ms - 1
-                                         : INT64_MAX;
-            at_ = at;
+            const size_t place = turns_.top().second;
+            turns_.pop();
+            at_ = open_[place].get();
+            limit_ms_ = more ? parts[waiting_[next_]].from_ms - 1 : INT64_MAX;
+            if (!turns_.empty()) {
+                const auto [time_ms, other] = turns_.top();
+                limit_ms_ = std::min(limit_ms_, other < place ? time_ms - 1 : time_ms);
+            }
             return true;
         }
     }
@@ -239,21 +244,21 @@ private:
         auto cursor = std::make_unique<Cursor>(
             timeline_.openers_[place](), part, place, timeline_.tables_[place],
             part.clock ? part.clock : timeline_.boots_[part.boot].clock);
-        const auto behind = std::find_if(open_.begin(), open_.end(), [place](const auto& other) {
-            return other->Current().dump > place;
-        });
-        const auto added = open_.insert(behind, std::move(cursor));
-        if (!(*added)->Next()) {
-            Finish(static_cast<size_t>(added - open_.begin()));
+        Cursor& added = *open_.emplace(place, std::move(cursor)).first->second;
+        if (added.Next()) {
+            turns_.emplace(added.Current().time_ms, place);
+        } else {
+            Finish(added);
         }
     }
 
     Timeline& timeline_;
     std::vector<size_t> waiting_;  // ordered by their first line; opened when it is their turn
     size_t next_ = 0;              // in waiting_
-    std::vector<std::unique_ptr<Cursor>> open_;  // in the order of the parts; each at a line
-    std::optional<size_t> at_;                   // the cursor of the line, while there is one
-    int64_t limit_ms_ = 0;                       // up to here its lines come first
+    std::map<size_t, std::unique_ptr<Cursor>> open_;  // by place; each at a line
+    Turns turns_;                                     // of all but the one whose turn it is
+    Cursor* at_ = nullptr;                            // that one, while there is one
+    int64_t limit_ms_ = 0;                            // up to here its lines come first
     const Done& done_;
     bool replayed_ = false;
     Replays replays_;
@@ -572,14 +577,17 @@ void Timeline::Visit(size_t first_part, const Visitor& visitor, const Done& done
             hosts.push_back(std::move(lines));
         }
     }
-    while (!hosts.empty()) {
-        auto next = hosts.begin();
-        for (auto host = next + 1; host != hosts.end(); ++host) {
-            next = (*host)->WallMs() < (*next)->WallMs() ? host : next;
-        }
-        visitor((*next)->Current(), (*next)->Before());
-        if (!(*next)->Next()) {
-            hosts.erase(next);
+    Turns turns;
+    for (size_t host = 0; host < hosts.size(); ++host) {
+        turns.emplace(hosts[host]->WallMs(), host);
+    }
+    while (!turns.empty()) {
+        const size_t host = turns.top().second;
+        turns.pop();
+        HostLines& lines = *hosts[host];
+        visitor(lines.Current(), lines.Before());
+        if (lines.Next()) {
+            turns.emplace(lines.WallMs(), host);
         }
     }
 }
