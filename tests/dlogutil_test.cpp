@@ -589,7 +589,8 @@ TEST_F(CaptureTest, TablesLearnTheSameFromTheJournalItself) {
          "cd /tmp/capture; PATH=" TRELVO_BIN_DIR ":$PATH; grep -a 'P" + std::to_string(getpid()) +
              ", T' file > capture; journalctl _PID=" + std::to_string(getpid()) +
              " -o export > export; journalctl _PID=" + std::to_string(getpid()) +
-             " -o json --all > json; for form in capture export json; do trelvoctl train --format $form"
+             " -o json --all > json; for form in capture export json; do trelvoctl train --format "
+             "$form"
              " -o $form.tables --policy-version 1 $form | grep '^entries'; done;"
              "diff -r capture.tables export.tables && diff -r capture.tables json.tables;"
              "(head -c -9 export; printf 'CUT\\n12345') > cut; sed 4s/{/x/ json > bad;"

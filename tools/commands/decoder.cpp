@@ -10,6 +10,7 @@
 #include "commands/output.h"
 #include "commands/pager.h"
 #include "dump/clock_line.h"
+#include "io/folder_watch.h"
 #include "text/escape.h"
 
 namespace trelvo {
@@ -138,12 +139,19 @@ ExitCode Decoder::Run() {
     progress_.reset();
     while (watch) {
         FlushOutput();
-        const std::string file = watch->Wait();
-        if (file.empty()) {
+        const auto event = watch->Take();
+        if (!event) {
+            watch->Wait();
+            continue;
+        }
+        if (event->gone) {
             break;
         }
+        if (!event->complete || !IsDumpName(event->name)) {
+            continue;
+        }
         const size_t before = timeline_->Parts().size();
-        for (const DumpFile& dump : InOrder({file})) {
+        for (const DumpFile& dump : InOrder({inputs_.front() + "/" + event->name})) {
             if (!IsKnown(dump)) {
                 Add(dump);
             }

@@ -10,7 +10,6 @@
 
 #include "commands/dump_files.h"
 #include "commands/faults.h"
-#include "commands/folder_watch.h"
 #include "commands/line_sink.h"
 #include "commands/progress.h"
 #include "dump/timeline.h"

@@ -11,9 +11,6 @@
 
 namespace trelvo {
 
-// Standard input, as a word of a command line.
-inline constexpr const char* kStandardInput = "-";
-
 // What people are told that an input is called.
 [[nodiscard]] std::string InputName(const std::string& path);
 

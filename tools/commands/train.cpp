@@ -155,8 +155,8 @@ std::string UsageFault(const TrainOptions& options) {
     if (options.policy_version.empty() || !IsPolicyText(options.policy_version)) {
         return "--policy-version: must be UTF-8 without control characters, and not empty";
     }
-    if (std::count(options.inputs.begin(), options.inputs.end(), "-") +
-            std::count(options.evaluated.begin(), options.evaluated.end(), "-") >
+    if (std::count(options.inputs.begin(), options.inputs.end(), kStandardInput) +
+            std::count(options.evaluated.begin(), options.evaluated.end(), kStandardInput) >
         1) {
         return "standard input (-) can be read only once";
     }

@@ -39,19 +39,20 @@ constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 FileInput::FileInput(const std::string& path, Observer observer)
     : path_(path),
       observer_(std::move(observer)),
-      fd_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(path.c_str(), kFlags)) {
-    if (fd_ < 0) {
+      fd_(path == kStandardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                 : open(path.c_str(), kFlags)) {
+    if (!fd_) {
         throw LastError();
     }
     struct stat status {};
-    const bool is_known = fstat(fd_, &status) == 0;
-    if (is_known && path != "-") {
+    const bool is_known = fstat(fd_.Get(), &status) == 0;
+    if (is_known && path != kStandardInput) {
         RefuseOthers(status);
     }
     if (is_known && S_ISREG(status.st_mode)) {
-        start_ = lseek(fd_, 0, SEEK_CUR);
+        start_ = lseek(fd_.Get(), 0, SEEK_CUR);
         seekable_ = start_ >= 0;
-        can_park_ = seekable_ && path != "-";
+        can_park_ = seekable_ && path != kStandardInput;
         device_ = status.st_dev;
         inode_ = status.st_ino;
         write_time_ = status.st_mtim;
@@ -62,38 +63,27 @@ FileInput::FileInput(const std::string& path, Observer observer)
     }
 }
 
-FileInput::~FileInput() {
-    Close();
-}
-
 void FileInput::RefuseOthers(const struct stat& status) {
     struct statfs system {};
     std::error_code error;
     if (S_ISDIR(status.st_mode)) {
         error = std::make_error_code(std::errc::is_a_directory);
-    } else if (S_ISFIFO(status.st_mode) && fstatfs(fd_, &system) == 0 &&
+    } else if (S_ISFIFO(status.st_mode) && fstatfs(fd_.Get(), &system) == 0 &&
                system.f_type == PIPEFS_MAGIC) {
-        static_cast<void>(fcntl(fd_, F_SETFL, 0));  // its bytes are waited for
+        static_cast<void>(fcntl(fd_.Get(), F_SETFL, 0));  // its bytes are waited for
     } else if (!S_ISREG(status.st_mode)) {
         static const InputErrors errors;
         error = std::error_code(1, errors);
     }
     if (error) {
-        Close();
         throw std::system_error(error);
     }
 }
 
-void FileInput::Close() {
-    // Nothing was written, so closing has nothing to report.
-    static_cast<void>(close(fd_));
-    fd_ = -1;
-}
-
 void FileInput::Reopen() {
-    fd_ = open(path_.c_str(), kFlags);
+    fd_ = port::UniqueFd(open(path_.c_str(), kFlags));
     struct stat status {};
-    if (fd_ < 0 || fstat(fd_, &status) != 0) {
+    if (!fd_ || fstat(fd_.Get(), &status) != 0) {
         throw LastError();
     }
     if (status.st_dev != device_ || status.st_ino != inode_) {
@@ -105,13 +95,13 @@ size_t FileInput::ReadFile(char* data, size_t size) {
     if (can_park_) {
         Use();
     }
-    if (fd_ < 0) {
+    if (!fd_) {
         Reopen();
     }
     ssize_t count = 0;
     do {
-        count = seekable_ ? pread(fd_, data, size, start_ + static_cast<off_t>(position_))
-                          : read(fd_, data, size);
+        count = seekable_ ? pread(fd_.Get(), data, size, start_ + static_cast<off_t>(position_))
+                          : read(fd_.Get(), data, size);
     } while (count < 0 && errno == EINTR);
     if (count < 0) {
         throw LastError();

@@ -12,8 +12,12 @@
 #include <vector>
 
 #include "io/shared_limits.h"
+#include "platform/handles.h"
 
 namespace trelvo {
+
+// Standard input, as a word of a command line.
+inline constexpr const char* kStandardInput = "-";
 
 // Where the bytes of a dump come from.
 class Input {
@@ -48,7 +52,6 @@ public:
 
     // Throws std::system_error when the file cannot be opened or is refused.
     explicit FileInput(const std::string& path, Observer observer = {});
-    ~FileInput() override;
 
     [[nodiscard]] size_t Read(char* data, size_t size) override;
     void Seek(uint64_t offset) override { position_ = offset; }
@@ -62,12 +65,11 @@ private:
     // Throws where the open file is neither a regular one nor a pipe without a name.
     void RefuseOthers(const struct stat& status);
     void Reopen();
-    void Park() override { Close(); }
-    void Close();
+    void Park() override { fd_ = {}; }
 
     std::string path_;
     Observer observer_;
-    int fd_;  // -1 while it is parked
+    port::UniqueFd fd_;  // none while it is parked
     bool seekable_ = false;
     bool can_park_ = false;
     bool keep_ = true;

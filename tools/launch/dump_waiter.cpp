@@ -1,16 +1,12 @@
 #include "launch/dump_waiter.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstring>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -48,6 +44,18 @@ std::string FolderFault(const std::string& folder) {
     return {};
 }
 
+// Throws DumpWaitError where no dump can be written there.
+FolderWatch WatchFor(const std::string& folder) {
+    if (const std::string fault = FolderFault(folder); !fault.empty()) {
+        throw DumpWaitError(folder + ": " + fault);
+    }
+    try {
+        return FolderWatch(folder);
+    } catch (const std::system_error& error) {
+        throw DumpWaitError(folder + ": cannot be watched: " + error.code().message());
+    }
+}
+
 // Root may ask another user's service, to whom the runtime folder then belongs.
 uid_t ServiceUser(const std::string& runtime_folder) {
     struct stat status {};
@@ -81,7 +89,7 @@ ServiceFile::ServiceFile(const std::string& path, const std::string& runtime_fol
     : fd_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
     struct stat status {};
     std::string fault;
-    if (fd_ < 0 || fstat(fd_, &status) != 0) {
+    if (!fd_ || fstat(fd_.Get(), &status) != 0) {
         fault = LastError();
     } else if (!S_ISREG(status.st_mode)) {
         fault = "not a regular file";
@@ -89,43 +97,19 @@ ServiceFile::ServiceFile(const std::string& path, const std::string& runtime_fol
         fault = "belongs to user " + std::to_string(status.st_uid);
     }
     if (!fault.empty()) {
-        static_cast<void>(close(fd_));
         throw DumpWaitError(path + ": " + fault + ": not what the service has written");
     }
 }
 
-ServiceFile::~ServiceFile() {
-    static_cast<void>(close(fd_));
-}
-
 std::string ServiceFile::OpenPath() const {
-    return "/proc/self/fd/" + std::to_string(fd_);
+    return "/proc/self/fd/" + std::to_string(fd_.Get());
 }
 
 DumpWaiter::DumpWaiter(std::string runtime_folder, std::string folder, bool compressed)
     : runtime_folder_(std::move(runtime_folder)),
       folder_(std::move(folder)),
       name_end_(compressed ? kCompressedNameEnd : kNameEnd),
-      fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    if (fd_ < 0) {
-        throw DumpWaitError(folder_ + ": cannot be watched: " + LastError());
-    }
-    std::string fault = FolderFault(folder_);
-    if (fault.empty()) {
-        folder_watch_ = inotify_add_watch(
-            fd_, folder_.c_str(),
-            IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR);
-        fault = folder_watch_ < 0 ? "cannot be watched: " + LastError() : "";
-    }
-    if (!fault.empty()) {
-        static_cast<void>(close(fd_));
-        throw DumpWaitError(folder_ + ": " + fault);
-    }
-}
-
-DumpWaiter::~DumpWaiter() {
-    static_cast<void>(close(fd_));
-}
+      watch_(WatchFor(folder_)) {}
 
 std::string DumpWaiter::Wait(const Ask& ask, std::chrono::seconds timeout) {
     const auto deadline = Clock::now() + timeout;
@@ -146,7 +130,7 @@ std::string DumpWaiter::Wait(const Ask& ask, std::chrono::seconds timeout) {
             pause *= 2;
         } else {
             const auto until = std::min(deadline, now + kLookAgain);
-            PollUntil(step == Step::kWaitOrAsk ? std::min(until, next_ask) : until);
+            watch_.Wait(step == Step::kWaitOrAsk ? std::min(until, next_ask) : until);
         }
     }
     return path_;
@@ -155,7 +139,7 @@ std::string DumpWaiter::Wait(const Ask& ask, std::chrono::seconds timeout) {
 void DumpWaiter::NoteService() {
     // Before the status is read, so that no change goes unseen. The folder may not be there.
     const std::string file = runtime_folder_ + "/" + launch_interface::kStatusFile;
-    static_cast<void>(inotify_add_watch(fd_, file.substr(0, file.rfind('/')).c_str(), IN_MOVED_TO));
+    watch_.WakeFor(file.substr(0, file.rfind('/')));
     const ServiceStatus status = ReadServiceStatus(runtime_folder_);
     if (status.pid != pid_) {
         pid_ = status.pid;
@@ -216,40 +200,22 @@ bool DumpWaiter::TakeEnd(const Fields& service) {
     return true;
 }
 
-void DumpWaiter::PollUntil(Clock::time_point time) const {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count();
-    pollfd events{fd_, POLLIN, 0};
-    static_cast<void>(poll(&events, 1, static_cast<int>(std::max<long>(left, 0))));
-}
-
 void DumpWaiter::TakeEvents() {
-    alignas(inotify_event) std::array<char, 4096> buffer;
-    const ssize_t size = read(fd_, buffer.data(), buffer.size());
-    for (ssize_t position = 0; position < size;) {
-        inotify_event event;
-        std::memcpy(&event, buffer.data() + position, sizeof event);
-        const char* const name = buffer.data() + position + sizeof event;
-        position += static_cast<ssize_t>(sizeof event + event.len);
-        if (event.wd == folder_watch_) {
-            TakeEvent(event.mask, event.len == 0 ? "" : name);
+    while (const auto event = watch_.Take()) {
+        if (event->gone) {
+            throw DumpWaitError(folder_ + ": the folder was moved or removed");
         }
-    }
-}
-
-void DumpWaiter::TakeEvent(uint32_t mask, std::string_view name) {
-    if ((mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0) {
-        throw DumpWaitError(folder_ + ": the folder was moved or removed");
-    }
-    const bool is_hidden = name.substr(0, kHiddenStart.size()) == kHiddenStart;
-    if (!is_hidden && !IsServiceDump(name, name_end_)) {
-        return;
-    }
-    under_way_ = true;
-    is_hidden_ = is_hidden_ || is_hidden;
-    // Where a file cannot be renamed without replacing another, the dump is a link to the hidden
-    // one.
-    if (!is_hidden && ((mask & IN_CREATE) == 0 || is_hidden_)) {
-        seen_ = folder_ + "/" + std::string(name);
+        const bool is_hidden = event->name.substr(0, kHiddenStart.size()) == kHiddenStart;
+        if (!is_hidden && !IsServiceDump(event->name, name_end_)) {
+            continue;
+        }
+        under_way_ = true;
+        is_hidden_ = is_hidden_ || is_hidden;
+        // Where a file cannot be renamed without replacing another, the dump is a link to the
+        // hidden one.
+        if (!is_hidden && (event->complete || is_hidden_)) {
+            seen_ = folder_ + "/" + event->name;
+        }
     }
 }
 

@@ -10,7 +10,9 @@
 #include <string>
 #include <string_view>
 
+#include "io/folder_watch.h"
 #include "launch/status.h"
+#include "platform/handles.h"
 
 namespace trelvo {
 
@@ -27,15 +29,12 @@ public:
     // Throws DumpWaitError where it is not a regular file of the service's user, who is this user
     // or root; for root also the user whose the runtime folder is.
     ServiceFile(const std::string& path, const std::string& runtime_folder);
-    ServiceFile(const ServiceFile&) = delete;
-    ServiceFile& operator=(const ServiceFile&) = delete;
-    ~ServiceFile();
 
     // A path to the file that is open, whatever its name stands for by now.
     [[nodiscard]] std::string OpenPath() const;
 
 private:
-    int fd_;
+    port::UniqueFd fd_;
 };
 
 // Waits for the service to write the dump that it was asked for. What the service publishes says
@@ -52,9 +51,6 @@ public:
     // The folder is an absolute path. Waits for dumps that are compressed, or for those that are
     // not. Throws DumpWaitError when no dump can be written there.
     DumpWaiter(std::string runtime_folder, std::string folder, bool compressed);
-    DumpWaiter(const DumpWaiter&) = delete;
-    DumpWaiter& operator=(const DumpWaiter&) = delete;
-    ~DumpWaiter();
 
     // Returns the path of the dump. Calls `ask` at once, and again
     // - when another dump has ended in the place of this one, or the service was started again;
@@ -75,15 +71,12 @@ private:
     // Which service has taken the request.
     void NoteService();
     void TakeEvents();
-    void TakeEvent(uint32_t mask, std::string_view name);
-    void PollUntil(Clock::time_point time) const;
     [[noreturn]] void ThrowTimeout(std::chrono::seconds timeout) const;
 
     std::string runtime_folder_;
     std::string folder_;
     std::string_view name_end_;
-    int fd_;
-    int folder_watch_ = -1;
+    FolderWatch watch_;
     std::optional<pid_t> pid_;  // of the service that was asked
     int64_t dumps_ = 0;         // that had ended before the request, or in its place
     std::string path_;          // of the dump, once it is there

@@ -14,6 +14,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/handles.h"
 #include "policy/policy_file.h"
 #include "text/escape.h"
 
@@ -33,19 +34,16 @@ PolicyError LastError(const std::string& path) {
 class File {
 public:
     // Throws PolicyError.
-    File(std::string path, int flags) : path_(std::move(path)) {
-        fd_ = open(path_.c_str(), flags | O_CLOEXEC, 0644);
-        if (fd_ < 0) {
+    File(std::string path, int flags)
+        : path_(std::move(path)), fd_(open(path_.c_str(), flags | O_CLOEXEC, 0644)) {
+        if (!fd_) {
             throw LastError(path_);
         }
     }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() { static_cast<void>(close(fd_)); }  // Sync has reported what there is
 
     void Write(std::string_view text) const {
         while (!text.empty()) {
-            const ssize_t count = write(fd_, text.data(), text.size());
+            const ssize_t count = write(fd_.Get(), text.data(), text.size());
             if (count < 0 && errno != EINTR) {
                 throw LastError(path_);
             }
@@ -53,14 +51,14 @@ public:
         }
     }
     void Sync() const {
-        if (fsync(fd_) != 0) {
+        if (fsync(fd_.Get()) != 0) {
             throw LastError(path_);
         }
     }
 
 private:
     std::string path_;
-    int fd_;
+    port::UniqueFd fd_;  // closed silently: Sync has reported what there is
 };
 
 // A folder next to the target, which is removed with all that is in it.

@@ -1,0 +1,66 @@
+#include "io/folder_watch.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace trelvo {
+
+FolderWatch::FolderWatch(std::string folder)
+    : folder_(std::move(folder)), fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    if (fd_) {
+        watch_ = inotify_add_watch(
+            fd_.Get(), folder_.c_str(),
+            IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR);
+    }
+    if (watch_ < 0) {
+        port::ThrowErrno(folder_);
+    }
+}
+
+void FolderWatch::WakeFor(const std::string& other_folder) {
+    static_cast<void>(inotify_add_watch(fd_.Get(), other_folder.c_str(), IN_MOVED_TO));
+}
+
+void FolderWatch::Wait(std::optional<TimePoint> until) const {
+    int left_ms = -1;
+    if (until) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(*until - std::chrono::steady_clock::now());
+        left_ms = static_cast<int>(std::max<long>(left.count(), 0));
+    }
+    pollfd events{fd_.Get(), POLLIN, 0};
+    static_cast<void>(poll(&events, 1, left_ms));
+}
+
+std::optional<FolderWatch::Event> FolderWatch::Take() {
+    for (;;) {
+        while (events_.size() >= sizeof(inotify_event)) {
+            inotify_event head;
+            std::memcpy(&head, events_.data(), sizeof head);
+            Event event;
+            event.name = head.len == 0 ? "" : events_.data() + sizeof head;
+            event.complete = (head.mask & IN_CREATE) == 0;
+            event.gone = (head.mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0;
+            events_.erase(0, sizeof head + head.len);
+            if (head.wd == watch_) {
+                return event;
+            }
+        }
+        std::array<char, 4096> buffer;
+        const ssize_t size = read(fd_.Get(), buffer.data(), buffer.size());
+        if (size <= 0) {
+            return std::nullopt;
+        }
+        events_.append(buffer.data(), static_cast<size_t>(size));
+    }
+}
+
+}  // namespace trelvo

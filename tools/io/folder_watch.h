@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "platform/handles.h"
+
+namespace trelvo {
+
+// Tells what happens to the files of a folder since the watch began.
+class FolderWatch {
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    struct Event {
+        std::string name;      // of a file in the folder
+        bool complete = true;  // it was closed or came there by a rename; false: it was created
+        bool gone = false;     // the folder itself was moved or removed; nothing more will come
+    };
+
+    // Throws std::system_error with the folder's name when it cannot be watched.
+    explicit FolderWatch(std::string folder);
+
+    // Lets files that come into another folder by a rename wake who waits, without an event. That
+    // folder need not be there.
+    void WakeFor(const std::string& other_folder);
+
+    // Waits until there is something to take, or until that time. May return earlier.
+    void Wait(std::optional<TimePoint> until = std::nullopt) const;
+
+    // The next event, without waiting.
+    [[nodiscard]] std::optional<Event> Take();
+
+private:
+    std::string folder_;
+    port::UniqueFd fd_;
+    int watch_ = -1;
+    std::string events_;  // read, not taken yet
+};
+
+}  // namespace trelvo
