@@ -535,8 +535,8 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
         {"decode A:I", "2", "", "FILE is required"},
         {"decod whole", "2", "", "unknown command or option 'decod', did you mean decode?"},
         {"whole", "2", "",
-         "unknown command or option 'whole'; the commands are decode, stat, patterns, dump, "
-         "launch, "
+         "unknown command or option 'whole'; the commands are decode, stat, patterns, compare, "
+         "dump, launch, "
          "status, train"},
         {"decode whole A:X", "2", "",
          "decode: 'A:X' is neither a file nor TAG:LEVEL: levels are V, D, I, W, E, F and S"},

@@ -11,6 +11,7 @@ namespace trelvo {
 using Action = std::function<ExitCode()>;
 
 // Each adds one subcommand, which sets `action`; both must outlive the parsing and the action.
+void AddCompare(CLI::App& app, Action& action);
 void AddDecode(CLI::App& app, Action& action);
 void AddDump(CLI::App& app, Action& action);
 void AddLaunch(CLI::App& app, Action& action);

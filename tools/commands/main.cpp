@@ -62,6 +62,7 @@ ExitCode Run(std::vector<std::string> words) {
     AddDecode(app, action);
     AddStat(app, action);
     AddPatterns(app, action);
+    AddCompare(app, action);
     AddDump(app, action);
     AddLaunch(app, action);
     AddStatus(app, action);

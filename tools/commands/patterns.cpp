@@ -9,8 +9,8 @@
 #include "commands/commands.h"
 #include "commands/decoder.h"
 #include "commands/output.h"
+#include "commands/pattern_output.h"
 #include "patterns/pattern_table.h"
-#include "text/clock.h"
 #include "text/escape.h"
 
 namespace trelvo {
@@ -80,30 +80,11 @@ private:
     size_t next_ = 0;
 };
 
-std::string TimeText(const PatternTime& time, const TimeStyle& style) {
-    std::string text;
-    if (style.wall && time.boot_time_ms) {
-        Clock(style.utc).Append(time.Ms(), "%m-%d %H:%M:%S", false, text);
-    } else {
-        AppendSeconds(time.time_ms, text);
-    }
-    return text;
-}
-
-std::string Padded(std::string text, size_t width, bool right) {
-    text.insert(right ? 0 : text.size(), std::max(width, text.size()) - text.size(), ' ');
-    return text;
-}
-
-std::string Example(const PatternRow& row) {
-    return Escape(row.example) + (row.cut ? "…" : "");
-}
-
 void PrintTable(const PatternTable& table, const TimeStyle& style) {
     size_t width = sizeof "FIRST" - 1;
     for (const auto& row : table.Rows()) {
         width = std::max(
-            {width, TimeText(row->first, style).size(), TimeText(row->last, style).size()});
+            {width, TimeText(row->first, style.utc).size(), TimeText(row->last, style.utc).size()});
     }
     const size_t parts = std::max(table.Parts(), sizeof "TIMELINE" - 1);
     Print(Padded("COUNT", 9, true) + " L " + Padded("FIRST", width, true) + ' ' +
@@ -112,25 +93,16 @@ void PrintTable(const PatternTable& table, const TimeStyle& style) {
         const std::string text = Escape(row->text);
         std::string line = Padded(std::to_string(row->count), 9, true) + ' ';
         line += row->WorstLevel();
-        line += ' ' + Padded(TimeText(row->first, style), width, true) + ' ' +
-                Padded(TimeText(row->last, style), width, true) + ' ' +
+        line += ' ' + Padded(TimeText(row->first, style.utc), width, true) + ' ' +
+                Padded(TimeText(row->last, style.utc), width, true) + ' ' +
                 Sparkline(*row, table.Parts()) + std::string(parts - table.Parts(), ' ') + ' ' +
                 text + '\n';
         if (row->text != row->example) {
-            line += std::string(12, ' ') + Escape(row->tag) + ": " + Example(*row) + '\n';
+            line += std::string(12, ' ') + Escape(row->tag) + ": " +
+                    Example(row->example, row->cut) + '\n';
         }
         Print(line);
     }
-}
-
-Json TimeJson(const PatternTime& time, const TimeStyle& style) {
-    Json object{{"time_ms", time.time_ms}};
-    if (style.wall && time.boot_time_ms) {
-        std::string text;
-        Clock(style.utc).Append(time.Ms(), "%Y-%m-%dT%H:%M:%S", true, text);
-        object["time"] = text;
-    }
-    return object;
 }
 
 void PrintJson(const PatternTable& table, const TimeStyle& style) {
@@ -149,16 +121,14 @@ void PrintJson(const PatternTable& table, const TimeStyle& style) {
                           {"count", row->count},
                           {"level", std::string(1, row->WorstLevel())},
                           {"levels", levels},
-                          {"first", TimeJson(row->first, style)},
-                          {"last", TimeJson(row->last, style)},
+                          {"first", TimeJson(row->first, style.utc)},
+                          {"last", TimeJson(row->last, style.utc)},
                           {"part_ms", table.PartMs()},
                           {"timeline", timeline},
                           {"tag", row->tag},
                           {"example", row->example},
                           {"folded", row->fold}};
-        std::string line;
-        AppendJsonEscaped(object.dump(-1, ' ', false, Json::error_handler_t::replace), line);
-        Print(line + '\n');
+        PrintJsonLine(object);
     }
 }
 

@@ -7,6 +7,14 @@
 
 namespace trelvo {
 
+std::string_view MessageText(const Line& line, std::string& room) {
+    if (line.kind != Line::Message::kCode) {
+        return line.message;
+    }
+    room = "<code " + Hex(line.message) + '>';
+    return room;
+}
+
 char PatternRow::WorstLevel() const {
     for (const char level : {'F', 'E', 'W', 'I'}) {
         if (levels.count(level) > 0) {
@@ -36,9 +44,8 @@ size_t PatternTable::PartOf(int64_t ms) {
 }
 
 uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms) {
-    const bool code = line.kind == Line::Message::kCode;
-    const std::string code_text = code ? "<code " + Hex(line.message) + '>' : "";
-    const std::string_view message = code ? std::string_view(code_text) : line.message;
+    std::string room;
+    const std::string_view message = MessageText(line, room);
     const uint32_t number = finder_.Take(message);
     if (finder_.Numbers() >= gather_at_) {
         Gather();

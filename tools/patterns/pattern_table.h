@@ -23,6 +23,9 @@ struct PatternTime {
     [[nodiscard]] int64_t Ms() const { return boot_time_ms.value_or(0) + time_ms; }
 };
 
+// The message that patterns are made of: a code that cannot be translated as <code HEX>, in `room`.
+[[nodiscard]] std::string_view MessageText(const Line& line, std::string& room);
+
 // What the lines of one pattern have in common.
 struct PatternRow {
     static constexpr size_t kParts = 32;

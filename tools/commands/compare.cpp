@@ -1,0 +1,267 @@
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "commands/commands.h"
+#include "commands/decoder.h"
+#include "commands/output.h"
+#include "commands/pattern_output.h"
+#include "patterns/comparison.h"
+#include "text/columns.h"
+#include "text/escape.h"
+
+namespace trelvo {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kHelp =
+    "Lists what is new in BAD, gone, at another level, or more or less frequent than chance "
+    "explains:\n"
+    "messages that differ only in values are one pattern, of which each tag and level is looked "
+    "at\n"
+    "for itself. Errors that are new or more frequent come first, then what chance explains "
+    "least.\n"
+    "Rates count against what most patterns do, so BAD may be shorter or busier; bursts count as "
+    "one\n"
+    "where GOOD has such bursts; and what is new counts only as far as GOOD itself is not full of\n"
+    "lines that came once. TIME is that of the first line in BAD, for what is gone of the last in\n"
+    "GOOD. With -o json one object with all of it. The test is in docs/patterns.md.\n\n";
+
+// What a screen of 24 lines holds below the heading.
+constexpr size_t kScreenRows = 20;
+constexpr size_t kErrorsByChance = 5;
+
+struct CompareOptions {
+    std::string good;
+    std::string bad;
+    DecodeOptions decode;
+    std::string output = "text";
+};
+
+// Hands the lines of one side over.
+class SideFormat : public LineFormat {
+public:
+    SideFormat(Comparison& comparison, Comparison::Side side, TimeStyle style)
+        : comparison_(comparison), side_(side), wall_(style.wall) {}
+
+    void Append(const Line& line, const LineContext& context, std::string& /*out*/) override {
+        comparison_.Add(side_, line, wall_ ? context.boot_time_ms : std::nullopt);
+    }
+
+private:
+    Comparison& comparison_;
+    Comparison::Side side_;
+    bool wall_;
+};
+
+const char* KindName(Change::Kind kind) {
+    switch (kind) {
+        case Change::Kind::kNew:
+            return "new";
+        case Change::Kind::kGone:
+            return "gone";
+        case Change::Kind::kMore:
+            return "more";
+        case Change::Kind::kLess:
+            return "less";
+        case Change::Kind::kBurst:
+            return "burst";
+        case Change::Kind::kLevel:
+            return "level";
+    }
+    return "";
+}
+
+std::string KindText(const Change& change) {
+    switch (change.kind) {
+        case Change::Kind::kMore:
+        case Change::Kind::kLess:
+            return Format(change.ratio < 9.95 ? "x%.2g" : "x%.0f", change.ratio);
+        case Change::Kind::kLevel:
+            return Format("was %c", change.old_level);
+        default:
+            return KindName(change.kind);
+    }
+}
+
+std::string SpanText(int64_t ms) {
+    const int64_t seconds = ms / 1000;
+    return Format("%jd:%02d:%02d", intmax_t{seconds / 3600}, static_cast<int>(seconds / 60 % 60),
+                  static_cast<int>(seconds % 60));
+}
+
+std::string SideText(const ComparedSide& side) {
+    return std::to_string(side.lines) + " lines in " + SpanText(side.span_ms);
+}
+
+void PrintRows(const std::vector<Change>& changes, bool utc) {
+    size_t time_width = sizeof "TIME" - 1;
+    size_t good_width = sizeof "GOOD" - 1;
+    size_t bad_width = sizeof "BAD" - 1;
+    for (const Change& change : changes) {
+        time_width = std::max(time_width, TimeText(change.time, utc).size());
+        good_width = std::max(good_width, std::to_string(change.good.count).size());
+        bad_width = std::max(bad_width, std::to_string(change.bad.count).size());
+    }
+    Print("CHANGE L " + Padded("GOOD", good_width, true) + ' ' + Padded("BAD", bad_width, true) +
+          ' ' + Padded("TIME", time_width, true) + " TAG: EXAMPLE\n");
+    const size_t width = TerminalWidth().value_or(0);
+    for (const Change& change : changes) {
+        std::string line = Padded(KindText(change), 6, false) + ' ' + change.level + ' ' +
+                           Padded(std::to_string(change.good.count), good_width, true) + ' ' +
+                           Padded(std::to_string(change.bad.count), bad_width, true) + ' ' +
+                           Padded(TimeText(change.time, utc), time_width, true) + ' ' +
+                           Escape(change.tag) + ": " + Example(change.example, change.cut);
+        if (width > 0) {
+            line.resize(BytesWithin(line, width));  // a row each
+        }
+        Print(line + '\n');
+    }
+}
+
+void PrintText(const Comparison& comparison, const Differences& found, bool utc) {
+    Print("good: " + SideText(comparison.Of(Comparison::kGood)) +
+          "; bad: " + SideText(comparison.Of(Comparison::kBad)) +
+          Format(", most patterns x%.2g\n%zu of %zu patterns changed", comparison.UsualRatio(),
+                 found.changes.size(), comparison.Rows()));
+    // With the errors among them, as far as the first screen has room.
+    std::vector<Change> rows = found.changes;
+    for (const Change& change : found.new_by_chance) {
+        if (Novelty::Severity(change.level) >= Novelty::Severity('E') &&
+            rows.size() < std::min(kScreenRows, found.changes.size() + kErrorsByChance)) {
+            rows.push_back(change);
+        }
+    }
+    if (!found.new_by_chance.empty()) {
+        Print(Format("; %zu new ones are no more than chance explains%s",
+                     found.new_by_chance.size(),
+                     rows.size() > found.changes.size() ? ", errors of them last" : ""));
+    }
+    Print("\n");
+    if (!rows.empty()) {
+        PrintRows(rows, utc);
+    }
+}
+
+Json SideJson(const SideCount& counts, bool utc) {
+    Json object{{"count", counts.count}};
+    if (counts.count > 0) {
+        object["first"] = TimeJson(counts.first, utc);
+        object["last"] = TimeJson(counts.last, utc);
+    }
+    return object;
+}
+
+Json SideJson(const ComparedSide& side) {
+    return {{"lines", side.lines}, {"span_ms", side.span_ms}};
+}
+
+Json ChangesJson(const std::vector<Change>& changes, bool utc) {
+    Json rows = Json::array();
+    for (const Change& change : changes) {
+        Json row{{"change", KindName(change.kind)}, {"level", std::string(1, change.level)}};
+        if (change.kind == Change::Kind::kLevel) {
+            row["old_level"] = std::string(1, change.old_level);
+        }
+        row["tag"] = change.tag;
+        row["text"] = change.text;
+        row["at"] = TimeJson(change.time, utc);
+        row["good"] = SideJson(change.good, utc);
+        row["bad"] = SideJson(change.bad, utc);
+        row["ratio"] = change.good.count > 0 ? Json(change.ratio) : Json(nullptr);
+        row["chance"] = change.chance;
+        row["example"] = change.example;
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+void PrintJson(const Comparison& comparison, const Differences& found, bool utc) {
+    PrintJsonLine({{"good", SideJson(comparison.Of(Comparison::kGood))},
+                   {"bad", SideJson(comparison.Of(Comparison::kBad))},
+                   {"usual_ratio", comparison.UsualRatio()},
+                   {"patterns", comparison.Rows()},
+                   {"changes", ChangesJson(found.changes, utc)},
+                   {"new_by_chance", ChangesJson(found.new_by_chance, utc)}});
+}
+
+ExitCode Compare(const CompareOptions& options) {
+    Faults faults;
+    auto result = ExitCode::kSuccess;
+    faults.Try("compare", [&] {
+        Comparison comparison;
+        for (const auto side : {Comparison::kGood, Comparison::kBad}) {
+            DecodeOptions decode = options.decode;
+            decode.words.push_back(side == Comparison::kGood ? options.good : options.bad);
+            Decoder decoder(decode, [&comparison, side](TimeStyle style) {
+                return std::make_unique<SideFormat>(comparison, side, style);
+            });
+            result = std::max(result, decoder.Run());
+        }
+        for (const auto side : {Comparison::kGood, Comparison::kBad}) {
+            if (comparison.Of(side).lines > 0) {
+                continue;
+            }
+            if (result == ExitCode::kSuccess) {  // else it was told why
+                faults.Tell((side == Comparison::kGood ? options.good : options.bad) +
+                                ": has no lines to compare",
+                            ExitCode::kNoMatch);
+            }
+            return;
+        }
+        const Differences found = comparison.Finish();
+        if (options.output == "json") {
+            PrintJson(comparison, found, options.decode.utc);
+        } else {
+            PrintText(comparison, found, options.decode.utc);
+        }
+        if (comparison.Folded()) {
+            Complain("there are more than " + std::to_string(Comparison::kMaxRows) +
+                     " patterns, tags and levels: what came later is compared as of one tag, *");
+        }
+    });
+    return std::max(result, faults.Worst());
+}
+
+}  // namespace
+
+void AddCompare(CLI::App& app, Action& action) {
+    CLI::App* const command =
+        app.add_subcommand("compare", "Tell which messages changed from one log to another");
+    const auto options = std::make_shared<CompareOptions>();
+    DecodeOptions& decode = options->decode;
+    command->add_option("GOOD", options->good, "Dump, or folder of dumps, of a healthy run")
+        ->type_name("")
+        ->required();
+    command->add_option("BAD", options->bad, "Dump, or folder of dumps, to look into")
+        ->type_name("")
+        ->required();
+    command->add_option("FILTER", decode.words, "Only lines that these pass, as for decode")
+        ->type_name("TAG:LEVEL");
+    auto* const policy =
+        command->add_option("--policy", decode.policy, "Policy folder with the dumps' code tables")
+            ->type_name("DIR");
+    command
+        ->add_option("--policies", decode.policies,
+                     "Folder of policy folders; each dump takes that of its policy version")
+        ->type_name("DIR")
+        ->excludes(policy);
+    command->add_flag("--utc", decode.utc, "Wall-clock times in UTC");
+    command->add_option("-o,--output", options->output, "Form of the output")
+        ->type_name("FORM")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->capture_default_str();
+    command->footer(kHelp + ExitCodesHelp({kUsageHelp,
+                                           kDamageHelp,
+                                           kCodeTablesHelp,
+                                           kOutputHelp,
+                                           {ExitCode::kNoMatch, "a side has no lines"}}));
+    command->callback([options, &action] { action = [options] { return Compare(*options); }; });
+}
+
+}  // namespace trelvo
