@@ -294,6 +294,7 @@ TEST_F(Compare, FormsAndFaults) {
             R"("text":"broken [<*>","at":{"time_ms":21000},"good":{"count":0},"bad":{"count":1,)"
             R"("first":{"time_ms":21000},"last":{"time_ms":21000}},"ratio":null,"chance":0.0,)"));
     EXPECT_EQ(Run("good.dump").status, 2);
+    EXPECT_EQ(Run("good.dump bad good.dump").status, 2);
     EXPECT_EQ(Run("good.dump missing").status, 3);
     EXPECT_EQ(Run("good.dump bad B:V").status, 6);
     EXPECT_THAT(Run("good.dump bad B:V").err, HasSubstr("good.dump: has no lines to compare"));

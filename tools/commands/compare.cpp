@@ -12,6 +12,7 @@
 #include "patterns/comparison.h"
 #include "text/columns.h"
 #include "text/escape.h"
+#include "text/line_filter.h"
 
 namespace trelvo {
 
@@ -191,6 +192,13 @@ void PrintJson(const Comparison& comparison, const Differences& found, bool utc)
 }
 
 ExitCode Compare(const CompareOptions& options) {
+    for (const std::string& word : options.decode.words) {
+        if (!LineFilter::IsTagLevel(word)) {
+            Complain("compare: '" + word +
+                     "' is not TAG:LEVEL; several dumps of one side go into a folder");
+            return ExitCode::kUsage;
+        }
+    }
     Faults faults;
     auto result = ExitCode::kSuccess;
     faults.Try("compare", [&] {
