@@ -105,9 +105,9 @@ public:
                 Log(At(), "IIIIDDWE"[i / 5], "T" + std::to_string(i % 5), Words(i));
             }
         }
-        for (int i = 0; i < 10; ++i) {  // heartbeats
+        for (int64_t i = 0; i < 10; ++i) {  // heartbeats
             for (int64_t ms = 100 * i; ms < kEndMs; ms += 1000 * (i + 1)) {
-                Log(ms, 'I', "HB", Words(100 + i));
+                Log(ms, 'I', "HB", Words(100 + static_cast<int>(i)));
             }
         }
         for (int i = 0; i < 20; ++i) {  // bursts, some of which last
@@ -199,7 +199,7 @@ TEST_F(Compare, InjectedFaultsStandOnTheFirstScreen) {
     auto& entries = bad.Entries();
     std::vector<std::string> faults;  // the rows, as far as they are known
     const auto stop = [&](int number, int64_t from_ms, size_t each, char level) {
-        const std::string text = bad.Words(number).substr(0, 14);
+        std::string text = bad.Words(number).substr(0, 14);
         size_t count = 0;
         for (auto& entry : entries) {
             if (entry.text.compare(0, 14, text) == 0 && entry.ms >= from_ms &&
@@ -218,7 +218,7 @@ TEST_F(Compare, InjectedFaultsStandOnTheFirstScreen) {
     faults.push_back("HB: " + stop(103, 0, 2, ' '));         // half as often
     faults.push_back("was I  E    0  720");                  // 104, raised
     stop(104, 0, 1, 'E');
-    faults.push_back("was W  F    0    8");  // 34, half of them
+    faults.push_back("was W  F    0    8");  // 33, half of them
     stop(33, 0, 2, 'F');
     struct Added {
         char level;
