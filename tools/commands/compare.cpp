@@ -100,11 +100,12 @@ std::string SideText(const ComparedSide& side) {
     return std::to_string(side.lines) + " lines in " + SpanText(side.span_ms);
 }
 
-void PrintRows(const std::vector<Change>& changes, bool utc) {
+// Of the rows only so many are changes.
+void PrintRows(const std::vector<Change>& rows, size_t changed, bool utc) {
     size_t time_width = sizeof "TIME" - 1;
     size_t good_width = sizeof "GOOD" - 1;
     size_t bad_width = sizeof "BAD" - 1;
-    for (const Change& change : changes) {
+    for (const Change& change : rows) {
         time_width = std::max(time_width, TimeText(change.time, utc).size());
         good_width = std::max(good_width, std::to_string(change.good.count).size());
         bad_width = std::max(bad_width, std::to_string(change.bad.count).size());
@@ -112,8 +113,10 @@ void PrintRows(const std::vector<Change>& changes, bool utc) {
     Print("CHANGE L " + Padded("GOOD", good_width, true) + ' ' + Padded("BAD", bad_width, true) +
           ' ' + Padded("TIME", time_width, true) + " TAG: EXAMPLE\n");
     const size_t width = TerminalWidth().value_or(0);
-    for (const Change& change : changes) {
-        std::string line = Padded(KindText(change), 6, false) + ' ' + change.level + ' ' +
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const Change& change = rows[i];
+        std::string line = Padded(i < changed ? KindText(change) : "new?", 6, false) + ' ' +
+                           change.level + ' ' +
                            Padded(std::to_string(change.good.count), good_width, true) + ' ' +
                            Padded(std::to_string(change.bad.count), bad_width, true) + ' ' +
                            Padded(TimeText(change.time, utc), time_width, true) + ' ' +
@@ -130,22 +133,24 @@ void PrintText(const Comparison& comparison, const Differences& found, bool utc)
           "; bad: " + SideText(comparison.Of(Comparison::kBad)) +
           Format(", most patterns x%.2g\n%zu of %zu patterns changed", comparison.UsualRatio(),
                  found.changes.size(), comparison.Rows()));
-    // With the errors among them, as far as the first screen has room.
+    // As far as the first screen has room: no more of them than of changes, but some errors.
     std::vector<Change> rows = found.changes;
+    size_t by_chance = 0;
     for (const Change& change : found.new_by_chance) {
-        if (Novelty::Severity(change.level) >= Novelty::Severity('E') &&
-            rows.size() < std::min(kScreenRows, found.changes.size() + kErrorsByChance)) {
+        const bool is_error = Novelty::Severity(change.level) >= Novelty::Severity('E');
+        if (rows.size() < kScreenRows &&
+            (by_chance < found.changes.size() || (is_error && by_chance < kErrorsByChance))) {
             rows.push_back(change);
+            ++by_chance;
         }
     }
     if (!found.new_by_chance.empty()) {
         Print(Format("; %zu new ones are no more than chance explains%s",
-                     found.new_by_chance.size(),
-                     rows.size() > found.changes.size() ? ", errors of them last" : ""));
+                     found.new_by_chance.size(), by_chance > 0 ? ": \"new?\"" : ""));
     }
     Print("\n");
     if (!rows.empty()) {
-        PrintRows(rows, utc);
+        PrintRows(rows, found.changes.size(), utc);
     }
 }
 

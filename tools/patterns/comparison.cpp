@@ -229,7 +229,8 @@ void Comparison::Test() {
         row->good_burst = good.count == 0 ? 1 : BurstFactor(Slices(kGood, good), usual_burst);
         row->burst = good.count == 0 ? bad_burst : JoinedBurstFactor(row->good_burst, bad_burst);
         if (good.count > 0) {
-            novelty.Add(row->level, static_cast<double>(good.count), row->good_burst);
+            novelty.Add(row->level, Episodes(Slices(kGood, good), row->good_burst),
+                        row->good_burst);
         }
     }
     novelty.Finish();

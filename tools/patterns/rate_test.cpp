@@ -13,9 +13,37 @@ namespace {
 constexpr size_t kLeastSlices = 4;
 constexpr size_t kMostSlices = 16;
 // How many lines it takes to say as much about bursts as the log's other patterns do together.
-constexpr double kUsualWeight = 6;
+constexpr double kUsualWeight = 4;
 // What came less often than this came once.
 constexpr double kOnce = 1.5;
+
+// Slices and their sizes.
+struct Slices {
+    std::vector<double> lines;
+    std::vector<double> sizes;
+
+    // Makes one of every two.
+    void Join() {
+        for (size_t i = 0; i < lines.size(); i += 2) {
+            const bool pair = i + 1 < lines.size();
+            lines[i / 2] = lines[i] + (pair ? lines[i + 1] : 0);
+            sizes[i / 2] = sizes[i] + (pair ? sizes[i + 1] : 0);
+        }
+        lines.resize((lines.size() + 1) / 2);
+        sizes.resize(lines.size());
+    }
+};
+
+Slices Coarse(const SliceCounts& counts) {
+    Slices slices{counts.lines, std::vector<double>(counts.lines.size(), 1)};
+    if (!slices.sizes.empty()) {
+        slices.sizes.back() = counts.last_slice;
+    }
+    while (slices.lines.size() > kMostSlices) {
+        slices.Join();
+    }
+    return slices;
+}
 
 // P(at least `hits` of `all`), each with this probability; the counts need not be whole.
 double UpperTail(double hits, double all, double probability) {
@@ -31,37 +59,30 @@ double SliceCounts::Total() const {
 double BurstFactor(const SliceCounts& counts, double usual) {
     const double total = counts.Total();
     double factor = std::max(1.0, total > 1 ? 1.0 : usual);
-    std::vector<double> lines = counts.lines;
-    std::vector<double> sizes(lines.size(), 1);
-    if (!sizes.empty()) {
-        sizes.back() = counts.last_slice;
-    }
-    const auto join = [&lines, &sizes] {
-        for (size_t i = 0; i < lines.size(); i += 2) {
-            const bool pair = i + 1 < lines.size();
-            lines[i / 2] = lines[i] + (pair ? lines[i + 1] : 0);
-            sizes[i / 2] = sizes[i] + (pair ? sizes[i + 1] : 0);
-        }
-        lines.resize((lines.size() + 1) / 2);
-        sizes.resize(lines.size());
-    };
-    while (lines.size() > kMostSlices) {
-        join();
-    }
-    while (lines.size() >= kLeastSlices && total > 0) {
-        const double rate = total / std::accumulate(sizes.begin(), sizes.end(), 0.0);
+    for (Slices slices = Coarse(counts); slices.lines.size() >= kLeastSlices && total > 0;
+         slices.Join()) {
+        const double rate = total / std::accumulate(slices.sizes.begin(), slices.sizes.end(), 0.0);
         double deviation = 0;
-        for (size_t i = 0; i < lines.size(); ++i) {
-            const double expected = rate * sizes[i];
-            deviation += (lines[i] - expected) * (lines[i] - expected) / expected;
+        for (size_t i = 0; i < slices.lines.size(); ++i) {
+            const double expected = rate * slices.sizes[i];
+            deviation += (slices.lines[i] - expected) * (slices.lines[i] - expected) / expected;
         }
-        const auto freedom = static_cast<double>(lines.size() - 1);
+        const auto freedom = static_cast<double>(slices.lines.size() - 1);
         const double weight = std::min(freedom, total - 1);
         factor = std::max(factor, (kUsualWeight * usual + weight * deviation / freedom) /
                                       (kUsualWeight + weight));
-        join();
     }
     return factor;
+}
+
+double Episodes(const SliceCounts& counts, double burst) {
+    double runs = 0;
+    bool inside = false;
+    for (const double lines : Coarse(counts).lines) {
+        runs += lines > 0 && !inside ? 1 : 0;
+        inside = lines > 0;
+    }
+    return std::max(runs, counts.Total() / burst);
 }
 
 double JoinedBurstFactor(double good, double bad) {
@@ -87,10 +108,9 @@ size_t Novelty::Severity(char level) {
     return level == 'F' || level == 'E' ? 2 : level == 'W' ? 1 : 0;
 }
 
-void Novelty::Add(char level, double lines, double burst) {
-    // A burst is one time. What came several times is as likely to have come once as by chance.
-    const double times = lines / burst;
-    const double once = times < kOnce ? 1 : times * std::exp(-times);
+void Novelty::Add(char level, double episodes, double burst) {
+    // What came several times is as likely to have come once as by chance.
+    const double once = episodes < kOnce ? 1 : episodes * std::exp(-episodes);
     for (size_t severity = 0; severity <= Severity(level); ++severity) {
         levels_.at(severity).push_back({burst, once, 0});
     }
@@ -114,7 +134,13 @@ void Novelty::Finish() {
 }
 
 double Novelty::Expected(char level, double burst) const {
-    const std::vector<Once>& patterns = levels_.at(Severity(level));
+    // Of a level that was not seen there may be one pattern in all that can come.
+    const double any = ExpectedOf(levels_.front(), burst);
+    return std::max(ExpectedOf(levels_.at(Severity(level)), burst),
+                    any / static_cast<double>(levels_.front().size() + 1));
+}
+
+double Novelty::ExpectedOf(const std::vector<Once>& patterns, double burst) {
     if (patterns.empty()) {
         return 0;
     }

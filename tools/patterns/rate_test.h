@@ -21,6 +21,10 @@ struct SliceCounts {
 // drawn towards `usual`, the factor of a log's other patterns.
 [[nodiscard]] double BurstFactor(const SliceCounts& counts, double usual);
 
+// How many times something came: bursts that follow each other without a pause count as one, and so
+// many lines as come together.
+[[nodiscard]] double Episodes(const SliceCounts& counts, double burst);
+
 // The factor for both sides of a comparison. A burst of the bad side is a change where the good
 // side has none; the more the good side's lines come in bursts, the less is a larger one told from
 // them.
@@ -53,7 +57,7 @@ public:
     [[nodiscard]] static size_t Severity(char level);
 
     // A pattern of the good side.
-    void Add(char level, double lines, double burst);
+    void Add(char level, double episodes, double burst);
     // To be called once all are added.
     void Finish();
     // How many new patterns chance is expected to bring that are as severe as this and come in
@@ -66,6 +70,8 @@ private:
         double times = 0;       // that patterns of this burst factor and of larger ones came once
         double less_lines = 0;  // of all that have smaller ones
     };
+    [[nodiscard]] static double ExpectedOf(const std::vector<Once>& patterns, double burst);
+
     std::array<std::vector<Once>, 3> levels_;  // by severity: patterns as severe, by burst factor
 };
 
