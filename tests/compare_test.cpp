@@ -234,11 +234,9 @@ TEST_F(Compare, InjectedFaultsStandOnTheFirstScreen) {
         const char* row;
     };
     const Added rows[] = {
-        {'E', "T0", "mount failed", 0, 1, 900'000, 0,
-         "   E    0    1  901.000 T0: mount failed"},
+        {'E', "T0", "mount failed", 0, 1, 900'000, 0, "   E    0    1  901.000 T0: mount failed"},
         {'E', "T2", "disk full", 0, 3, 500'000, 600'000, "T2: disk full"},
-        {'F', "HB", "assertion broken", 0, 1, 7'000, 0,
-         "   F    0    1    8.000 HB: assertion"},
+        {'F', "HB", "assertion broken", 0, 1, 7'000, 0, "   F    0    1    8.000 HB: assertion"},
         {'W', "T3", "too hot here", 0, 5, 1'000, 3500'000, "T3: too hot here"},
         {'I', "T4", "going on without", 0, 30, 0, 3500'000, "T4: going on without"},
         {'I', "T1", "sending once more", 0, 80, 700'000, 701'000, "T1: sending once more"},
