@@ -29,6 +29,7 @@ inline constexpr const char* kLockFile = "lock";  // held by the service, holds 
 // Texts of lines key=value, replaced as a whole.
 inline constexpr const char* kStatusFile = "vconf/memory/trelvo/status";
 inline constexpr const char* kCaptureFile = "vconf/memory/trelvo/capture";
+inline constexpr const char* kCollectorFile = "vconf/memory/trelvo/collector";
 // 0, or 1 while the collecting service is to fetch dumps.
 inline constexpr const char* kUploadFile = "vconf/memory/trelvo/dlog_dump";
 

@@ -198,6 +198,7 @@ protected:
         }
         Publish(text, "alive=1\nrestarts=0\nlost_rotation=7\n");
         WriteFile(kFolder + "/dlog_dump"s, "1\n");
+        WriteFile(kFolder + "/collector"s, "time=7\nresult=no\\room\nfailed=1\nwaiting=5\n");
     }
     static Output Run(const std::string& form) {
         return RunProgram({TRELVO_BIN_DIR "/trelvoctl", "status", "-o", form});
@@ -229,6 +230,11 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
         EXPECT_THAT(result.out, HasSubstr(out)) << status;
         EXPECT_EQ(result.err, "") << status;
     }
+    EXPECT_THAT(Run("text").out, HasSubstr("\ncollector       unknown\n"));
+    PublishAll();
+    EXPECT_THAT(Run("text").out,
+                HasSubstr(": no\\\\room; archive of unknown dumps, unknown bytes, 5 to be handed "
+                          "over\n"));
     flock(lock_.Get(), LOCK_UN);
     EXPECT_EQ(Run("text").out, "state           not running\n");
     EXPECT_EQ(Run("text").status, 1);
@@ -242,10 +248,12 @@ TEST_F(Status, JsonHoldsEveryFieldAndNullForTheUnknown) {
                 HasSubstr(R"({"running":true,"recording":true,"pid":)" + std::to_string(getpid()) +
                           R"(,"version":"1\"","started":5,)"
                           R"("accepted":5,"refused":null,)"));
-    EXPECT_THAT(json,
-                HasSubstr(R"("last_dump":{"time":7,"trigger":null,"path":null,"result":)"
-                          R"("a\\\\b","current":false},"capture":{"alive":true,"reason":null,)"
-                          R"("restarts":0,"lost":{"rotation":7}},"upload_key":1})"));
+    EXPECT_THAT(
+        json,
+        HasSubstr(R"("last_dump":{"time":7,"trigger":null,"path":null,"result":)"
+                  R"("a\\\\b","current":false},"capture":{"alive":true,"reason":null,)"
+                  R"("restarts":0,"lost":{"rotation":7}},"upload_key":1,"collector":{"result":)"
+                  R"("no\\\\room","time":7,"failed":1,"dumps":null,"bytes":null,"waiting":5}})"));
 }
 
 TEST_F(Status, MetricsAreAsACollectorReadsThem) {
@@ -256,7 +264,8 @@ TEST_F(Status, MetricsAreAsACollectorReadsThem) {
                       HasSubstr("\n# TYPE trelvo_lines_accepted_total counter\n"
                                 "trelvo_lines_accepted_total 5\n"),
                       HasSubstr("result=\"a\\\\\\\\b\"} 7\n"),
-                      HasSubstr("\ntrelvo_capture_lost_total{cause=\"rotation\"} 7\n")));
+                      HasSubstr("\ntrelvo_capture_lost_total{cause=\"rotation\"} 7\n"),
+                      HasSubstr("\ntrelvo_collect_failed 1\n")));
     const std::regex sample(R"(trelvo_[a-z_]+(\{([a-z_]+="([^"\\]|\\["\\])*",?)+\})? -?[0-9.]+)");
     std::istringstream lines(metrics);
     for (std::string line; std::getline(lines, line);) {

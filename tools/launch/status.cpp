@@ -111,6 +111,7 @@ ServiceStatus ReadServiceStatus(const std::string& runtime_folder) {
         int64_t value = 0;
         return text >> value ? std::optional(value) : std::nullopt;
     }();
+    status.collector = Fields(ReadText(folder + launch_interface::kCollectorFile));
     const std::string lock = folder + launch_interface::kLockFile;
     std::string pid = ReadText(lock);
     pid.erase(std::find(pid.begin(), pid.end(), '\n'), pid.end());

@@ -36,6 +36,7 @@ struct ServiceStatus {
     Fields service;
     Fields capture;
     std::optional<int64_t> upload;  // the collecting service's key
+    Fields collector;               // what trelvo-collect last said, whether or not a service runs
     int64_t now_ms = 0;             // on the monotonic clock
 
     // Whether lines that are logged now reach the recorder, as far as anybody has said.

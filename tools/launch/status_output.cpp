@@ -43,6 +43,15 @@ constexpr std::array<Field, 12> kNumbers = {{
      "Matching lines that triggered no dump of their own."},
 }};
 
+// Of the collector's text.
+constexpr std::array<Field, 5> kCollectorNumbers = {{
+    {"time", "trelvo_collect_time_seconds", "gauge", "When dumps were last collected, since 1970."},
+    {"failed", "trelvo_collect_failed", "gauge", "Whether that failed."},
+    {"dumps", "trelvo_archive_dumps", "gauge", "Dumps in the archive."},
+    {"bytes", "trelvo_archive_bytes", "gauge", "Bytes of the archive."},
+    {"waiting", "trelvo_archive_waiting", "gauge", "Dumps that are to be handed over."},
+}};
+
 nlohmann::ordered_json Json(const Number& number) {
     return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json(nullptr);
 }
@@ -116,6 +125,16 @@ std::string UploadText(const Number& upload) {
                                                      "written by itself");
 }
 
+std::string CollectorText(const Fields& collector) {
+    if (!collector.Number("time")) {
+        return kUnknown;
+    }
+    const auto number = [&](const char* name) { return Shown(collector.Number(name)); };
+    return WallTime(collector.Number("time")) + ": " + Shown(collector.Text("result")) +
+           "; archive of " + number("dumps") + " dumps, " + number("bytes") + " bytes, " +
+           number("waiting") + " to be handed over";
+}
+
 // The value of a label. Escape() has left nothing that could end the line.
 std::string Label(const std::string& text) {
     std::string label;
@@ -177,6 +196,10 @@ std::string StatusJson(const ServiceStatus& status) {
                        {"restarts", Json(status.capture.Number("restarts"))},
                        {"lost", lost}};
     json["upload_key"] = Json(status.upload);
+    json["collector"]["result"] = Json(status.collector.Text("result"));
+    for (const Field& field : kCollectorNumbers) {
+        json["collector"][field.name] = Json(status.collector.Number(field.name));
+    }
     return json.dump() + "\n";
 }
 
@@ -227,6 +250,11 @@ std::string StatusMetrics(const ServiceStatus& status) {
         metrics.One("trelvo_upload_pending", "gauge", "Whether dumps wait to be fetched.",
                     flag(*status.upload != 0));
     }
+    for (const Field& field : kCollectorNumbers) {
+        if (const auto value = status.collector.Number(field.name)) {
+            metrics.One(field.metric, field.type, field.help, std::to_string(*value));
+        }
+    }
     return metrics.Take();
 }
 
@@ -252,7 +280,8 @@ std::string StatusText(const ServiceStatus& status) {
            number("tables") + " code tables\ndumps           " + number("dumps") + " ended, " +
            number("pending") + " pending, " + number("suppressed") +
            " matches suppressed\nlast dump       " + LastDumpText(service) + "\nupload key      " +
-           UploadText(status.upload) + "\n";
+           UploadText(status.upload) + "\ncollector       " + CollectorText(status.collector) +
+           "\n";
 }
 
 }  // namespace trelvo
