@@ -226,6 +226,8 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
          "/tmp/from/trelvo_3.dump: not a regular file: Invalid argument\n", 1, 0},
         {"chown 1 /tmp/from", kStored, "/tmp/from: belongs to another user; run it as this one\n",
          3, 0},
+        {"mount --bind /tmp/from /tmp/from && mount -o remount,bind,ro /tmp/from", kStored,
+         "/tmp/from/trelvo_2.dump: Read-only file system\n", 3, 0},
         {"rm -r /tmp/archive", kStored, "", 0, 0},
         {"rm -r /tmp/from", kStored, "/tmp/from: No such file or directory\n", 0, 0},
     };
@@ -246,9 +248,9 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
         EXPECT_THAT(ReadFile(key_.parent_path() / "collector"),
                     AllOf(HasSubstr(error.empty() ? "\nresult=done\nfailed=0\n" : "\nfailed=1\n"),
                           HasSubstr("\nwaiting=" + std::to_string(waiting) + "\n")));
-        RunProgram(
-            {"sh", "-c",
-             "umount /tmp/archive; mkdir /tmp/from; chown 0 /tmp/from; rm -r /tmp/from/trelvo_3*"});
+        RunProgram({"sh", "-c",
+                    "umount /tmp/archive /tmp/from; mkdir /tmp/from; chown 0 /tmp/from; rm -r "
+                    "/tmp/from/trelvo_3*"});
         const auto again = Run(kStored);
         EXPECT_EQ(again.status, 0) << again.err;
         EXPECT_THAT(Names(from_), IsEmpty());
