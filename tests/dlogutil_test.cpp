@@ -6,12 +6,14 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -204,6 +206,9 @@ TEST(LineFormat, HostileFieldsCannotMoveADelimiter) {
     EXPECT_EQ(Split(lines.at(1)), "unknown |z") << "a long prefix is not repeated";
 }
 
+// Told of everything that this program writes by the C library's call.
+std::function<void(std::string_view)> on_write;
+
 class RotatingFileTest : public testing::Test {
 protected:
     void SetUp() override { fs::remove_all(kFolder); }
@@ -271,6 +276,30 @@ TEST_F(RotatingFileTest, ForeignPlacesAreRefused) {
     if (chown(kFolder.c_str(), 12345, 12345) == 0) {  // not in a user namespace
         EXPECT_THROW(open(), std::runtime_error) << "another user's folder";
     }
+}
+
+TEST_F(RotatingFileTest, OnlyALineByItselfIsWrittenAcrossTheEndOfAPage) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    RotatingFile file(kFile, 40 * page, 1);
+    std::string text;
+    for (size_t i = 0; text.size() < 20 * page; ++i) {
+        text += std::string(i == 100 ? 2 * page : i * 37 % 211, 'x') + '\n';
+    }
+    size_t size = 0;
+    size_t across = 0;
+    on_write = [&](std::string_view piece) {
+        if (size / page != (size + piece.size() - 1) / page) {
+            EXPECT_EQ(piece.find('\n'), piece.size() - 1) << size;
+            ++across;
+        }
+        EXPECT_EQ(piece.back(), '\n') << size;
+        size += piece.size();
+    };
+    const std::error_code error = Append(file, text);
+    on_write = nullptr;
+    EXPECT_FALSE(error);
+    EXPECT_GT(across, 10U);
+    EXPECT_EQ(ReadFile(kFile), text);
 }
 
 TEST_F(RotatingFileTest, HalfALineIsTakenBackAndCanBeTriedAgain) {
@@ -767,3 +796,10 @@ TEST_F(CaptureTest, HoldsNoHugeEntry) {
 
 }  // namespace
 }  // namespace dlogutil
+
+extern "C" ssize_t write(int fd, const void* data, size_t size) {
+    if (dlogutil::on_write) {
+        dlogutil::on_write({static_cast<const char*>(data), size});
+    }
+    return syscall(SYS_write, fd, data, size);
+}

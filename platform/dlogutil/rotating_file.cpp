@@ -40,6 +40,23 @@ bool LockFolder(int folder) {
     return true;
 }
 
+// What of these lines to write at once where the file ends at `end`: the lines that end in this
+// page, or the one across its end. The kernel shows a longer text page by page, and lets others run
+// in between: a reader would take the front of a line for the line, above all on a machine with one
+// processor. A line that is written by itself is in two pages a moment later.
+std::string_view OfOnePage(std::string_view lines, uint64_t end) {
+    static const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    const size_t room = page - end % page;
+    if (lines.size() <= room) {
+        return lines;
+    }
+    size_t last = lines.rfind('\n', room - 1);
+    if (last == std::string_view::npos) {
+        last = lines.find('\n', room);
+    }
+    return lines.substr(0, last == std::string_view::npos ? last : last + 1);
+}
+
 }  // namespace
 
 RotatingFile::RotatingFile(uint64_t limit_bytes, int rotated_count, const std::string& path)
@@ -133,12 +150,19 @@ std::error_code RotatingFile::Append(std::string_view& lines) {
             return LastError();
         }
     }
-    const ssize_t written = write(file_.Get(), part.data(), part.size());
-    size_t whole = part.size();
+    size_t written = 0;
     std::error_code error;
-    if (written != static_cast<ssize_t>(part.size())) {
-        error = written < 0 ? LastError() : std::make_error_code(std::errc::no_space_on_device);
-        whole = part.substr(0, static_cast<size_t>(std::max<ssize_t>(written, 0))).rfind('\n') + 1;
+    while (written < part.size() && !error) {
+        const std::string_view piece = OfOnePage(part.substr(written), size_ + written);
+        const ssize_t count = write(file_.Get(), piece.data(), piece.size());
+        if (count != static_cast<ssize_t>(piece.size())) {
+            error = count < 0 ? LastError() : std::make_error_code(std::errc::no_space_on_device);
+        }
+        written += static_cast<size_t>(std::max<ssize_t>(count, 0));
+    }
+    size_t whole = part.size();
+    if (error) {
+        whole = part.substr(0, written).rfind('\n') + 1;
         reserved_ = size_ + whole;
         if (ftruncate(file_.Get(), static_cast<off_t>(reserved_)) != 0) {
             port::ThrowErrno(folder_path_ + name_);
