@@ -17,6 +17,7 @@ void AddDump(CLI::App& app, Action& action);
 void AddLaunch(CLI::App& app, Action& action);
 void AddTrain(CLI::App& app, Action& action);
 void AddPatterns(CLI::App& app, Action& action);
+void AddReport(CLI::App& app, Action& action);
 void AddStat(CLI::App& app, Action& action);
 void AddStatus(CLI::App& app, Action& action);
 

@@ -345,6 +345,7 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     const auto boot_time_ms = BootTime(line, part.boot);
     if (before != Break::kNone && !again_) {
         marker_ = MarkerText(before, line, part);
+        break_ = before;
     }
     if (part.boot != last_boot_) {
         last_boot_ = part.boot;
@@ -375,6 +376,9 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     context.boot = boot_ids_[part.boot];
     context.boot_time_ms = boot_time_ms;
     context.latest = part.latest;
+    context.boot_place = part.boot;
+    context.before = break_;
+    break_ = Break::kNone;
     text_.clear();
     format_->Append(line, context, text_);
     if (!marker_.empty()) {
@@ -382,7 +386,7 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
             // Viewers of the threadtime format pass over lines that begin like this.
             const std::string marker = "--------- " + Escape(marker_) + '\n';
             text_ = options_.reversed ? text_ + marker : marker + text_;
-        } else {
+        } else if (!format_->TakesBreaks()) {
             Complain(part.name + ": " + marker_);
         }
         marker_.clear();

@@ -55,6 +55,9 @@ public:
 
     [[nodiscard]] ExitCode Run();
 
+    // REQUIRES: Run() made a format.
+    [[nodiscard]] const Timeline& Log() const { return *timeline_; }
+
 private:
     struct LastLine {
         int64_t time_ms = 0;
@@ -96,6 +99,7 @@ private:
     TimeStyle style_;
     std::vector<std::string> boot_ids_;
     std::vector<std::optional<int64_t>> guessed_;  // boot times by the files' times, in that style
+    Break break_ = Break::kNone;                   // that it tells of
     std::string marker_;                           // to be shown before the next line
     std::string text_;                             // of the line at hand
     std::map<std::string, LastLine> last_;         // by host

@@ -63,6 +63,7 @@ ExitCode Run(std::vector<std::string> words) {
     AddStat(app, action);
     AddPatterns(app, action);
     AddCompare(app, action);
+    AddReport(app, action);
     AddDump(app, action);
     AddLaunch(app, action);
     AddStatus(app, action);

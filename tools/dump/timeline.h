@@ -17,15 +17,6 @@
 
 namespace trelvo {
 
-// What lies between a dump's first line and the line before it.
-enum class Break {
-    kNone,   // nothing is missing
-    kGap,    // lines that no dump holds
-    kFresh,  // the recorder was emptied by a dump or started: whether lines are missing is unknown
-    kRestart,  // the service was started again and recorded lines of the same boot once more
-    kReboot,   // another boot
-};
-
 // A dump's share of a timeline.
 struct Part {
     std::string name;  // for messages and output

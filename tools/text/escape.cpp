@@ -157,6 +157,30 @@ void AppendJsonEscaped(std::string_view json, std::string& out) {
     }
 }
 
+void AppendUtf8(std::string_view text, std::string& out) {
+    while (!text.empty()) {
+        const size_t plain = PlainPrefix(text);
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return;
+        }
+        const Character character = FirstCharacter(text);
+        const std::string_view bytes = text.substr(0, character.size == 0 ? 1 : character.size);
+        if (character.size == 0 || character.code == '\n' || character.code >= 0x10FF00) {
+            for (const char byte : bytes) {
+                const auto value = static_cast<uint8_t>(byte);
+                out += "\xF4\x8F";
+                out += static_cast<char>(0xBC | value >> 6);
+                out += static_cast<char>(0x80 | (value & 0x3F));
+            }
+        } else {
+            out += bytes;
+        }
+        text.remove_prefix(bytes.size());
+    }
+}
+
 std::string Escape(std::string_view text) {
     std::string out;
     out.reserve(text.size());

@@ -17,6 +17,10 @@ void AppendEscaped(std::string_view text, std::string& out);
 // UTF-8, and its C0 controls be escaped already.
 void AppendJsonEscaped(std::string_view json, std::string& out);
 
+// Makes UTF-8 without line feeds of any bytes, one to one: a line feed, and each byte of what is not
+// UTF-8 or would look like its stand-in, becomes U+10FF00 + byte.
+void AppendUtf8(std::string_view text, std::string& out);
+
 [[nodiscard]] bool IsUtf8(std::string_view bytes);
 
 // Text as people log it: UTF-8 without control characters other than tabs. The empty one is text.

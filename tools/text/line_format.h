@@ -24,8 +24,10 @@ struct LineContext {
     std::string_view host;
     // Since 1970. Where the style is wall-clock time and nothing tells it, times are shown without.
     std::optional<int64_t> boot_time_ms;
-    std::string_view boot = {};  // 32 hexadecimal digits that all lines of the boot share
-    bool latest = false;         // the time is the latest possible: the end of the dump is lost
+    std::string_view boot = {};   // 32 hexadecimal digits that all lines of the boot share
+    size_t boot_place = 0;        // of that boot in the timeline
+    Break before = Break::kNone;  // between this line and the one before that passed the filters
+    bool latest = false;          // the time is the latest possible: the end of the dump is lost
 };
 
 // Turns lines into the text of one output format, a line with its line feed at a time.
@@ -38,6 +40,8 @@ public:
 
     // Whether words about the log, such as a gap, may stand between the lines.
     [[nodiscard]] virtual bool TakesMarkers() const { return false; }
+    // Whether the breaks in the contexts are all it takes: nothing is said of them elsewhere.
+    [[nodiscard]] virtual bool TakesBreaks() const { return false; }
     // Asked after the last line: whether all lines are to be given once more.
     [[nodiscard]] virtual bool WantsAgain() { return false; }
     // What comes before the first line.

@@ -1,0 +1,221 @@
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "commands/commands.h"
+#include "commands/decoder.h"
+#include "commands/faults.h"
+#include "commands/output.h"
+#include "patterns/pattern_table.h"
+#include "report/log_columns.h"
+#include "report/page_writer.h"
+#include "text/escape.h"
+
+namespace trelvo {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kHelp =
+    "Writes one page to look at in a browser: a timeline, the lines, their patterns, and filters.\n"
+    "It holds all lines, compressed, opens from disk and asks nothing of a network. Several dumps\n"
+    "are one log, in which each line counts once. An existing file is replaced once the page is\n"
+    "complete.\n\n";
+
+struct ReportOptions {
+    DecodeOptions decode;
+    std::string output;
+};
+
+// Finds the patterns in one pass over the lines, and hands over the lines in a second one.
+class ReportFormat : public LineFormat {
+public:
+    ReportFormat(TimeStyle style, PageWriter& page) : style_(style), page_(page) {}
+
+    [[nodiscard]] bool TakesBreaks() const override { return true; }
+
+    void Append(const Line& line, const LineContext& context, std::string& /*out*/) override {
+        LineContext shown = context;
+        if (!style_.wall) {
+            shown.boot_time_ms.reset();
+        }
+        if (!columns_) {
+            numbers_.push_back(table_.Add(line, shown.boot_time_ms));
+            breaks_.push_back(context.before);
+            walls_.resize(std::max(walls_.size(), context.boot_place + 1));
+            walls_[context.boot_place] = shown.boot_time_ms.has_value();
+            return;
+        }
+        // A dump that changed meanwhile can have more lines than before.
+        const size_t number = columns_->Lines();
+        const bool known = number < numbers_.size();
+        shown.before = known ? breaks_[number] : Break::kNone;
+        columns_->Add(line, shown,
+                      known ? std::optional(table_.Place(numbers_[number])) : std::nullopt);
+    }
+
+    [[nodiscard]] bool WantsAgain() override {
+        table_.Finish();
+        columns_.emplace(table_, [this](const LogColumns::Block& block) {
+            blocks_.push_back(block.lines);
+            page_.Add(block);
+        });
+        return true;
+    }
+
+    // What the page needs besides the blocks. Hands over the last of them.
+    [[nodiscard]] Json Finish(const Timeline& log) {
+        columns_->Finish();
+        Json head = columns_->Tables();
+        head["program"] = "trelvoctl " TRELVO_VERSION;
+        head["wall"] = style_.wall;
+        head["utc"] = style_.utc;
+        head["blocks"] = blocks_;
+        Json boots = Json::array();
+        for (size_t boot = 0; boot < log.Boots(); ++boot) {
+            boots.push_back(
+                {{"host", Utf8(log.Host(boot))}, {"wall", boot < walls_.size() && walls_[boot]}});
+        }
+        head["boots"] = boots;
+        Json files = Json::array();
+        for (const Part& part : log.Parts()) {
+            Json file{{"name", Utf8(part.name)},
+                      {"lines", part.records - part.skipped},
+                      {"repeated", part.skipped},
+                      {"boot", part.boot}};
+            if (part.damage) {
+                file["damage"] =
+                    "offset " + std::to_string(part.damage->Offset()) + ": " + part.damage->what();
+            }
+            files.push_back(file);
+        }
+        head["files"] = files;
+        return head;
+    }
+
+private:
+    static std::string Utf8(std::string_view text) {
+        std::string out;
+        AppendUtf8(text, out);
+        return out;
+    }
+
+    TimeStyle style_;
+    PageWriter& page_;
+    PatternTable table_;
+    std::vector<uint32_t> numbers_;  // of each line
+    std::vector<Break> breaks_;      // in front of each line
+    std::vector<bool> walls_;        // by boot: whether its times are those of a clock on the wall
+    std::optional<LogColumns> columns_;
+    std::vector<size_t> blocks_;  // lines
+};
+
+// A file that takes the place of another one once it is complete. Throws OutputError.
+class NewFile {
+public:
+    explicit NewFile(fs::path path) : path_(std::move(path)), part_(path_.string() + ".part") {
+        if (fs::exists(path_) && !fs::is_regular_file(path_)) {
+            throw OutputError(path_.string() + ": not a regular file; the page needs one");
+        }
+        stream_.open(part_);
+        Check();
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile() {
+        std::error_code ignored;
+        fs::remove(part_, ignored);
+    }
+
+    [[nodiscard]] std::ostream& Stream() { return stream_; }
+    void Finish() {
+        stream_.close();
+        Check();
+        std::error_code error;
+        fs::rename(part_, path_, error);
+        if (error) {
+            throw OutputError(path_.string() + ": " + error.message());
+        }
+    }
+
+private:
+    void Check() const {
+        if (!stream_) {
+            throw OutputError(part_.string() + ": " + std::generic_category().message(errno));
+        }
+    }
+
+    fs::path path_;
+    fs::path part_;
+    std::ofstream stream_;
+};
+
+ExitCode Report(const ReportOptions& options) {
+    Faults faults;
+    auto result = ExitCode::kSuccess;
+    faults.Try("report", [&] {
+        ReportFormat* format = nullptr;  // the decoder's
+        std::optional<NewFile> file;
+        std::optional<PageWriter> page;
+        Decoder decoder(options.decode, [&](TimeStyle style) {
+            page.emplace(file.emplace(options.output).Stream());
+            auto made = std::make_unique<ReportFormat>(style, *page);
+            format = made.get();
+            return made;
+        });
+        result = decoder.Run();
+        if (format == nullptr || decoder.Log().Boots() == 0) {
+            return;  // there is nothing to show
+        }
+        page->Finish(format->Finish(decoder.Log()));
+        file->Finish();
+    });
+    return std::max(result, faults.Worst());
+}
+
+}  // namespace
+
+void AddReport(CLI::App& app, Action& action) {
+    CLI::App* const command =
+        app.add_subcommand("report", "Make a page to look at in a browser of what dumps hold");
+    const auto options = std::make_shared<ReportOptions>();
+    DecodeOptions& decode = options->decode;
+    command
+        ->add_option("FILE", decode.words,
+                     "Dumps, folders of dumps (*.dump, *.dump.zst), or - for standard input; and "
+                     "filters TAG:LEVEL, as for decode")
+        ->type_name("FILE|DIR|TAG:LEVEL")
+        ->required();
+    command->add_option("-o,--output", options->output, "The page to write, such as report.html")
+        ->type_name("FILE")
+        ->required();
+    auto* const policy =
+        command->add_option("--policy", decode.policy, "Policy folder with the dumps' code tables")
+            ->type_name("DIR");
+    command
+        ->add_option("--policies", decode.policies,
+                     "Folder of policy folders; each dump takes that of its policy version")
+        ->type_name("DIR")
+        ->excludes(policy);
+    command->add_option("--since", decode.since, "Only lines from this time on, as for decode")
+        ->type_name("TIME");
+    command->add_option("--until", decode.until, "Only lines up to this time")->type_name("TIME");
+    command->add_flag("--utc", decode.utc, "Wall-clock times in UTC");
+    command->footer(kHelp + ExitCodesHelp({kUsageHelp,
+                                           kDamageHelp,
+                                           kCodeTablesHelp,
+                                           {ExitCode::kOutput, "the page was not written"}}));
+    command->callback([options, &action] { action = [options] { return Report(*options); }; });
+}
+
+}  // namespace trelvo

@@ -1,0 +1,279 @@
+#include "report/log_columns.h"
+
+#include <array>
+#include <utility>
+
+#include "patterns/masking.h"
+#include "text/escape.h"
+
+namespace trelvo {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr size_t kNone = std::string_view::npos;
+
+std::string Utf8(std::string_view text) {
+    std::string out;
+    AppendUtf8(text, out);
+    return out;
+}
+
+std::vector<std::string> SplitPattern(const std::string& text) {
+    std::vector<std::string> pieces;
+    size_t begin = 0;
+    for (size_t end = 0; (end = text.find(kWildcard, begin)) != std::string::npos;) {
+        pieces.push_back(text.substr(begin, end - begin));
+        begin = end + kWildcard.size();
+    }
+    pieces.push_back(text.substr(begin));
+    return pieces;
+}
+
+// Whether the message consists of the pieces with any values between them.
+bool SplitExactly(std::string_view message, const std::vector<std::string>& pieces,
+                  std::vector<std::string_view>& values) {
+    values.clear();
+    const std::string& first = pieces.front();
+    if (pieces.size() == 1) {
+        return message == first;
+    }
+    const std::string& last = pieces.back();
+    if (message.size() < first.size() + last.size() || message.substr(0, first.size()) != first ||
+        message.substr(message.size() - last.size()) != last) {
+        return false;
+    }
+    const size_t end = message.size() - last.size();
+    size_t at = first.size();
+    for (size_t i = 1; i + 1 < pieces.size(); ++i) {
+        const size_t found = message.substr(0, end).find(pieces[i], at);
+        if (found == kNone) {
+            return false;
+        }
+        values.push_back(message.substr(at, found - at));
+        at = found + pieces[i].size();
+    }
+    values.push_back(message.substr(at, end - at));
+    return true;
+}
+
+bool IsBlank(char c) {
+    return (c >= 0 && c <= ' ') || c == 0x7F;
+}
+
+// Where the piece ends that starts there, a blank of it standing for any row of blanks.
+size_t EndOfPiece(std::string_view message, size_t at, std::string_view piece) {
+    for (const char c : piece) {
+        if (at == message.size() || (c == ' ' ? !IsBlank(message[at]) : message[at] != c)) {
+            return kNone;
+        }
+        ++at;
+        while (c == ' ' && at < message.size() && IsBlank(message[at])) {
+            ++at;
+        }
+    }
+    return at;
+}
+
+// The pieces as they stand in the message, with its own blanks; none where it has other words.
+std::vector<std::string> PiecesIn(std::string_view message,
+                                  const std::vector<std::string>& pieces) {
+    size_t end = message.size();
+    while (end > 0 && IsBlank(message[end - 1])) {
+        --end;
+    }
+    size_t at = 0;
+    while (at < end && IsBlank(message[at])) {
+        ++at;
+    }
+    std::vector<std::string> found;
+    size_t begin = 0;  // of what belongs to the piece
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        const bool last = i + 1 == pieces.size();
+        const auto fits = [&](size_t start) {
+            const size_t stop = EndOfPiece(message.substr(0, end), start, pieces[i]);
+            return last && stop != end ? kNone : stop;
+        };
+        size_t stop = fits(at);
+        while (stop == kNone && i > 0 && at < end) {
+            stop = fits(++at);
+        }
+        if (stop == kNone) {
+            return {};
+        }
+        begin = i == 0 ? 0 : at;
+        stop = last ? message.size() : stop;
+        found.emplace_back(message.substr(begin, stop - begin));
+        at = stop;
+    }
+    return found;
+}
+
+void AppendTime(int64_t delta, std::string& out) {
+    auto rest = static_cast<uint64_t>(delta) << 1U;
+    rest = delta < 0 ? ~rest : rest;
+    for (; rest > 0x7F; rest >>= 7U) {
+        out += static_cast<char>(0x80U | (rest & 0x7FU));
+    }
+    out += static_cast<char>(rest);
+}
+
+void AppendPlanes(const std::vector<uint32_t>& numbers, std::string& out) {
+    for (const unsigned shift : {0U, 8U, 16U, 24U}) {
+        for (const uint32_t number : numbers) {
+            out += static_cast<char>(number >> shift & 0xFFU);
+        }
+    }
+}
+
+const char* NameOf(Break kind) {
+    switch (kind) {
+        case Break::kGap:
+            return "gap";
+        case Break::kFresh:
+            return "fresh";
+        case Break::kRestart:
+            return "restart";
+        case Break::kReboot:
+            return "reboot";
+        case Break::kNone:
+            break;
+    }
+    return "";
+}
+
+}  // namespace
+
+LogColumns::LogColumns(const PatternTable& table, Taker taker) : taker_(std::move(taker)) {
+    for (const auto& row : table.Rows()) {
+        patterns_.push_back(Utf8(row->text));
+    }
+    patterns_.emplace_back(kWildcard);
+    pattern_forms_.resize(patterns_.size());
+}
+
+void LogColumns::Add(const Line& line, const LineContext& context, std::optional<size_t> pattern) {
+    message_.clear();
+    if (line.kind == Line::Message::kCode) {
+        message_ = "<code " + Hex(line.message) + '>';
+    } else {
+        AppendUtf8(line.message, message_);
+    }
+    if (context.before != Break::kNone) {
+        marks_.push_back({lines_, NameOf(context.before)});
+    }
+    const int64_t ms = context.boot_time_ms.value_or(0) + line.time_ms;
+    AppendTime(ms - last_ms_, times_);
+    last_ms_ = ms;
+    const size_t number = FormOf(message_, pattern.value_or(patterns_.size() - 1));
+    Form& form = forms_[number];
+    form.sources.push_back(SourceOf(line, context.boot_place));
+    for (size_t i = 0; i < values_.size(); ++i) {
+        form.values[i].append(values_[i]) += '\n';
+    }
+    line_forms_.push_back(static_cast<uint32_t>(number));
+    ++lines_;
+    if (line_forms_.size() == kBlockLines) {
+        Finish();
+    }
+}
+
+void LogColumns::Finish() {
+    if (line_forms_.empty()) {
+        return;
+    }
+    Block block;
+    block.lines = line_forms_.size();
+    block.columns = std::exchange(times_, {});
+    AppendPlanes(line_forms_, block.columns);
+    line_forms_.clear();
+    std::vector<uint32_t> sources;
+    for (Form& form : forms_) {
+        sources.insert(sources.end(), form.sources.begin(), form.sources.end());
+        form.sources.clear();
+        for (std::string& values : form.values) {
+            block.text += std::exchange(values, {});
+        }
+    }
+    AppendPlanes(sources, block.columns);
+    taker_(block);
+}
+
+size_t LogColumns::FormOf(std::string_view message, size_t pattern) {
+    PatternForms& known = pattern_forms_[pattern];
+    for (const size_t form : known.forms) {
+        if (SplitExactly(message, forms_[form].pieces, values_)) {
+            return form;
+        }
+    }
+    if (known.forms.size() < kMaxForms && message.size() <= kMaxFormMessage) {
+        std::vector<std::string> pieces = PiecesIn(message, SplitPattern(patterns_[pattern]));
+        if (!pieces.empty() && SplitExactly(message, pieces, values_)) {
+            known.forms.push_back(AddForm(pattern, std::move(pieces)));
+            return known.forms.back();
+        }
+    }
+    values_ = {message};
+    if (!known.whole) {
+        known.whole = AddForm(pattern, {"", ""});
+    }
+    return *known.whole;
+}
+
+size_t LogColumns::AddForm(size_t pattern, std::vector<std::string> pieces) {
+    Form form;
+    form.pattern = pattern;
+    form.values.resize(pieces.size() - 1);
+    form.pieces = std::move(pieces);
+    forms_.push_back(std::move(form));
+    return forms_.size() - 1;
+}
+
+uint32_t LogColumns::SourceOf(const Line& line, size_t boot) {
+    auto tag = tags_.find(line.source.tag);
+    if (tag == tags_.end()) {
+        tag = tags_.emplace(line.source.tag, tags_.size()).first;
+    }
+    const Source source{line.level, tag->second, line.source.pid, line.source.tid, boot};
+    return sources_.emplace(source, static_cast<uint32_t>(sources_.size())).first->second;
+}
+
+Json LogColumns::Tables() const {
+    std::vector<std::string> tags(tags_.size());
+    for (const auto& [tag, number] : tags_) {
+        tags[number] = Utf8(tag);
+    }
+    std::vector<Source> sources(sources_.size());
+    for (const auto& [source, number] : sources_) {
+        sources[number] = source;
+    }
+    std::string levels;
+    std::array<std::vector<int64_t>, 4> columns;
+    for (const auto& [level, tag, pid, tid, boot] : sources) {
+        levels += level;
+        columns[0].push_back(static_cast<int64_t>(tag));
+        columns[1].push_back(pid);
+        columns[2].push_back(tid);
+        columns[3].push_back(static_cast<int64_t>(boot));
+    }
+    Json form_patterns = Json::array();
+    Json form_texts = Json::array();
+    for (const Form& form : forms_) {
+        form_patterns.push_back(form.pattern);
+        form_texts.push_back(form.pieces);
+    }
+    return {{"lines", lines_},
+            {"tags", tags},
+            {"sources",
+             {{"level", levels},
+              {"tag", columns[0]},
+              {"pid", columns[1]},
+              {"tid", columns[2]},
+              {"boot", columns[3]}}},
+            {"patterns", patterns_},
+            {"forms", {{"pattern", form_patterns}, {"pieces", form_texts}}},
+            {"marks", marks_}};
+}
+
+}  // namespace trelvo
