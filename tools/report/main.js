@@ -1,11 +1,202 @@
-// Draws the page.
+// Draws the page, and again whatever changed.
 
-import { countText, durationText, element, loadLog } from "./data.js";
+import {element} from './dom.js';
+import {Facets} from './facets.js';
+import {Filter} from './filter.js';
+import {listenToKeys} from './keys.js';
+import {LineList} from './lines.js';
+import {loadLog} from './log.js';
+import {PatternList} from './patterns.js';
+import {link, start, state, update} from './state.js';
+import {fillSummary} from './summary.js';
+import {Timeline} from './timeline.js';
+import {countText, plural, timeText} from './words.js';
+
+const TEXT_STATE = ['text', 'regex', 'exact'];
+const FILTER_STATE = [...TEXT_STATE, 'all', 'only', 'not', 'span'];
+const SAID_MS = 4000;
+
+// What the parts of the page share.
+class View {
+  constructor({log, workers, head}) {
+    this.log = log;
+    this.workers = workers;
+    this.head = head;
+    this.filter = new Filter(log);
+    this.expression = null;  // what is searched
+    this.mask = null;
+    this.patternNumber = (pattern) => String(pattern + 1);
+    const day = (line) => timeText(log.times[line], log.isWall(line), state.utc, 'day');
+    log.days = log.lines > 0 && log.isWall(0) && day(0) !== day(log.lines - 1);
+    this.tagOfProcess = this.findTags();
+    this.say = this.say.bind(this);
+    this.lines = new LineList(this);
+    this.timeline = new Timeline(this);
+    this.patterns = new PatternList(this);
+    this.facets = new Facets(this);
+  }
+
+  // The tag that a process logs most with.
+  findTags() {
+    const {log} = this;
+    const lines = new Uint32Array(log.sourceCount);
+    for (const source of log.sourceOf) lines[source]++;
+    const most = new Map();
+    for (let source = 0; source < log.sourceCount; source++) {
+      const pid = log.valueOf('pid', source);
+      if (lines[source] > (most.get(pid)?.[0] ?? 0)) {
+        most.set(pid, [lines[source], log.valueOf('tag', source)]);
+      }
+    }
+    return new Map([...most].map(([pid, [, tag]]) => [pid, tag]));
+  }
+
+  patternLabel(number) {
+    return this.log.patternTexts[Number(number) - 1] ?? number;
+  }
+
+  spanText() {
+    const {log} = this;
+    const [first, end] = state.span ?? [0, log.lines];
+    if (first === end) return 'no lines';
+    const text = (line, part) => timeText(log.times[line], log.isWall(line), state.utc, part);
+    return `${text(first)} to ${text(end - 1, log.days ? 'all' : 'time')}`;
+  }
+
+  // Tells something in passing.
+  say(text) {
+    const said = element('said');
+    said.textContent = text;
+    said.hidden = false;
+    clearTimeout(this.saying);
+    this.saying = setTimeout(() => (said.hidden = true), SAID_MS);
+  }
+
+  async copyText(text, what) {
+    try {
+      await navigator.clipboard.writeText(text);
+      this.say(`Copied ${what}`);
+    } catch {
+      this.say('The browser does not let this page copy');
+    }
+  }
+
+  // Finds the lines that match the text; false: another search came in between, or it failed.
+  async search() {
+    const field = element('text');
+    if (field.value !== state.text) field.value = state.text;
+    const tell = (error) => {
+      field.setAttribute('aria-invalid', String(error !== ''));
+      element('text-error').textContent = error;
+    };
+    if (!state.text) {
+      this.workers.cancel?.(null);
+      this.expression = this.mask = null;
+      tell('');
+      return true;
+    }
+    const source = state.regex ? state.text : state.text.replace(/[\\^$.*+?()[\]{}|/]/g, '\\$&');
+    try {
+      const expression = new RegExp(source, `${state.exact ? '' : 'i'}gu`);
+      const flags = expression.flags.replace('g', '');
+      const mask = await this.workers.search({source, flags});
+      if (!mask) return false;
+      this.mask = mask;
+      this.expression = expression;
+      tell('');
+      return true;
+    } catch (error) {
+      tell(error.message.replace(/^Invalid regular expression: /, ''));
+      return false;
+    }
+  }
+
+  async refresh(changes) {
+    const changed = (keys) => !changes || keys.some((key) => key in changes);
+    const drawn = !changes;
+    document.body.setAttribute('aria-busy', 'true');
+    if (changed(TEXT_STATE) && !(await this.search()) && !drawn) {
+      if (!this.workers.cancel) document.body.setAttribute('aria-busy', 'false');
+      return;
+    }
+    if (changed(FILTER_STATE)) {
+      this.filter.apply(state, this.mask);
+      this.lines.refresh();
+      this.facets.refresh();
+      this.tellCounts();
+    }
+    if (changed([...FILTER_STATE, 'sort', 'utc'])) this.patterns.refresh();
+    if (changed(['utc'])) {
+      fillSummary(this);
+      this.lines.list.draw();
+      element('utc').setAttribute('aria-pressed', state.utc);
+    }
+    if (changed([...FILTER_STATE, 'utc'])) this.timeline.refresh();
+    if (changed(['line', 'utc', ...FILTER_STATE])) await this.selectLine(changed(['line']));
+    for (const flag of ['regex', 'exact', 'all']) element(flag).checked = state[flag];
+    document.body.setAttribute('aria-busy', 'false');
+  }
+
+  selectLine(moved) {
+    this.timeline.draw();
+    return moved && state.line !== null ? this.lines.select() : this.lines.fillDetail();
+  }
+
+  tellCounts() {
+    const {log, filter, mask} = this;
+    const matches = mask && state.all ? `, ${plural(filter.matches, 'match', 'matches')}` : '';
+    const shown = filter.lines.length;
+    element('counts').textContent = shown === log.lines ?
+        `${plural(shown, 'line')}${matches}` :
+        `${countText(shown)} of ${plural(log.lines, 'line')}${matches}`;
+  }
+}
+
+function listenToControls(view) {
+  const field = element('text');
+  field.addEventListener('input', () => update({text: field.value}));
+  for (const flag of ['regex', 'exact', 'all']) {
+    element(flag).addEventListener('change', (event) => update({[flag]: event.target.checked}));
+  }
+  element('next').addEventListener('click', () => view.lines.next(1));
+  element('previous').addEventListener('click', () => view.lines.next(-1));
+  element('copy').addEventListener('click', () => view.lines.copy());
+  element('link').addEventListener('click', () => view.copyText(link(), 'the link'));
+  element('utc').hidden = !view.head.wall;
+  element('utc').addEventListener('click', () => update({utc: !state.utc}));
+  const tabs = ['patterns', 'filters'];
+  const choose = (chosen) => tabs.forEach((tab) => {
+    element(`tab-${tab}`).setAttribute('aria-selected', String(tab === chosen));
+    element(`tab-${tab}`).tabIndex = tab === chosen ? 0 : -1;
+    element(`pane-${tab}`).hidden = tab !== chosen;
+  });
+  for (const tab of tabs) {
+    element(`tab-${tab}`).addEventListener('click', () => choose(tab));
+    element(`tab-${tab}`).addEventListener('keydown', ({key}) => {
+      if (key !== 'ArrowLeft' && key !== 'ArrowRight') return;
+      const other = tabs.find((name) => name !== tab);
+      choose(other);
+      element(`tab-${other}`).focus();
+    });
+  }
+  choose('patterns');
+}
 
 async function main() {
-  const { log, workers } = await loadLog();
-  element("summary").textContent = `${countText(log.lines)} lines, ${durationText(log.end)}`;
-  Object.assign(globalThis, { log, workers });
+  try {
+    const loaded = await loadLog();
+    start((changes) => view.refresh(changes), loaded.head.utc, loaded.log.lines);
+    document.body.classList.add('loaded');
+    const view = new View(loaded);
+    listenToControls(view);
+    listenToKeys(view);
+    await view.refresh();
+  } catch (error) {
+    document.body.classList.remove('loaded');
+    document.body.setAttribute('aria-busy', 'false');
+    element('loading').textContent = `The log could not be unpacked: ${error.message ?? error}`;
+    throw error;
+  }
 }
 
 main();

@@ -63,8 +63,8 @@ PageWriter::PageWriter(std::ostream& out) : out_(out) {
     std::string_view page = page_sources::kPage;
     out_ << TakeUpTo("{{policy}}", page) << "default-src 'none'; script-src "
          << HashOf(page_sources::kScript) << "; style-src " << HashOf(page_sources::kStyle)
-         << "; worker-src blob:; img-src data:" << TakeUpTo("{{style}}", page)
-         << page_sources::kStyle << TakeUpTo("{{data}}", page);
+         << "; worker-src blob:; img-src data:; base-uri 'none'; form-action 'none'"
+         << TakeUpTo("{{style}}", page) << page_sources::kStyle << TakeUpTo("{{data}}", page);
 }
 
 void PageWriter::AppendData(std::string_view id, std::string_view data) {

@@ -2,17 +2,17 @@
 // The columns of a block, as they are packed, are described in log_columns.h.
 
 const CHUNK_LINES = 4096;
-const SLICE_MS = 8; // until other requests get their turn
+const SLICE_MS = 8;  // until other requests get their turn
 
-let forms; // {pattern, pieces} each
-const blocks = new Map(); // number -> {lines, chunks: [{text, starts}]}
+let forms;                 // {pattern, pieces} each
+const blocks = new Map();  // number -> {lines, chunks: [{text, starts}]}
 let searchId = 0;
 
 async function unpack(base64) {
   const binary = atob(base64);
   const bytes = new Uint8Array(binary.length);
   for (let i = 0; i < bytes.length; i++) bytes[i] = binary.charCodeAt(i);
-  const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream("deflate-raw"));
+  const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream('deflate-raw'));
   return new Uint8Array(await new Response(stream).arrayBuffer());
 }
 
@@ -33,7 +33,7 @@ function readTimes(bytes, lines) {
     time += value % 2 ? -(value + 1) / 2 : value / 2;
     times[line] = time;
   }
-  return { times, end: at };
+  return {times, end: at};
 }
 
 function readPlanes(bytes, at, lines) {
@@ -53,12 +53,12 @@ function formStarts(lineForms, size) {
     starts[form] = at;
     at += counts[form] * size(forms[form]);
   }
-  return { counts, starts };
+  return {counts, starts};
 }
 
 function fillForms(lineForms, text) {
-  const values = text.split("\n");
-  const { counts, starts } = formStarts(lineForms, (form) => form.pieces.length - 1);
+  const values = text.split('\n');
+  const {counts, starts} = formStarts(lineForms, (form) => form.pieces.length - 1);
   const seen = new Uint32Array(forms.length);
   const chunks = [];
   for (let first = 0; first < lineForms.length; first += CHUNK_LINES) {
@@ -67,7 +67,7 @@ function fillForms(lineForms, text) {
     const offsets = new Uint32Array(end - first + 1);
     for (let line = first; line < end; line++) {
       const form = lineForms[line];
-      const { pieces } = forms[form];
+      const {pieces} = forms[form];
       let at = starts[form] + seen[form]++;
       let message = pieces[0];
       for (let i = 1; i < pieces.length; i++) {
@@ -77,18 +77,18 @@ function fillForms(lineForms, text) {
       messages.push(message);
       offsets[line - first + 1] = offsets[line - first] + message.length + 1;
     }
-    messages.push(""); // a line feed behind the last one, too
-    chunks.push({ text: messages.join("\n"), starts: offsets });
+    messages.push('');  // a line feed behind the last one, too
+    chunks.push({text: messages.join('\n'), starts: offsets});
   }
   return chunks;
 }
 
-async function load({ block, lines, columns, text }) {
+async function load({block, lines, columns, text}) {
   const [columnBytes, textBytes] = await Promise.all([unpack(columns), unpack(text)]);
-  const { times, end } = readTimes(columnBytes, lines);
+  const {times, end} = readTimes(columnBytes, lines);
   const lineForms = readPlanes(columnBytes, end, lines);
   const byForm = readPlanes(columnBytes, end + 4 * lines, lines);
-  const { starts } = formStarts(lineForms, () => 1);
+  const {starts} = formStarts(lineForms, () => 1);
   const patterns = new Uint32Array(lines);
   const sources = new Uint32Array(lines);
   for (let line = 0; line < lines; line++) {
@@ -96,19 +96,19 @@ async function load({ block, lines, columns, text }) {
     patterns[line] = forms[form].pattern;
     sources[line] = byForm[starts[form]++];
   }
-  blocks.set(block, { lines, chunks: fillForms(lineForms, new TextDecoder().decode(textBytes)) });
+  blocks.set(block, {lines, chunks: fillForms(lineForms, new TextDecoder().decode(textBytes))});
   const buffers = [times.buffer, patterns.buffer, sources.buffer];
-  postMessage({ loaded: block, times, patterns, sources }, buffers);
+  postMessage({loaded: block, times, patterns, sources}, buffers);
 }
 
-function messageAt({ chunks }, line) {
-  const { text, starts } = chunks[Math.floor(line / CHUNK_LINES)];
+function messageAt({chunks}, line) {
+  const {text, starts} = chunks[Math.floor(line / CHUNK_LINES)];
   const at = line % CHUNK_LINES;
   return text.slice(starts[at], starts[at + 1] - 1);
 }
 
 // Marks the lines that the expression matches. A match over the end of a line says nothing.
-function searchChunk({ text, starts }, whole, single, mask) {
+function searchChunk({text, starts}, whole, single, mask) {
   let line = 0;
   const lines = starts.length - 1;
   whole.lastIndex = 0;
@@ -116,16 +116,16 @@ function searchChunk({ text, starts }, whole, single, mask) {
     const match = whole.exec(text);
     if (!match) return;
     let high = lines;
-    for (let low = line; low + 1 < high; ) {
+    for (let low = line; low + 1 < high;) {
       const middle = (low + high) >> 1;
-      if (starts[middle] <= match.index) low = middle;
-      else high = middle;
+      if (starts[middle] <= match.index)
+        low = middle;
+      else
+        high = middle;
     }
     line = high - 1;
-    if (
-      match.index + match[0].length < starts[high] ||
-      single.test(text.slice(starts[line], starts[high] - 1))
-    ) {
+    if (match.index + match[0].length < starts[high] ||
+        single.test(text.slice(starts[line], starts[high] - 1))) {
       mask[line] = 1;
     }
     line = high;
@@ -136,18 +136,17 @@ function searchChunk({ text, starts }, whole, single, mask) {
 const turn = new MessageChannel();
 const waiting = [];
 turn.port1.onmessage = () => waiting.shift()();
-const nextTurn = () =>
-  new Promise((resolve) => {
-    waiting.push(resolve);
-    turn.port2.postMessage(0);
-  });
+const nextTurn = () => new Promise((resolve) => {
+  waiting.push(resolve);
+  turn.port2.postMessage(0);
+});
 
-async function search({ id, source, flags }) {
+async function search({id, source, flags}) {
   searchId = id;
-  const whole = new RegExp(source, flags + "gm");
+  const whole = new RegExp(source, flags + 'gm');
   const single = new RegExp(source, flags);
   let until = performance.now() + SLICE_MS;
-  for (const [block, { lines, chunks }] of blocks) {
+  for (const [block, {lines, chunks}] of blocks) {
     const mask = new Uint8Array(lines);
     for (let i = 0; i < chunks.length; i++) {
       searchChunk(chunks[i], whole, single, mask.subarray(i * CHUNK_LINES));
@@ -157,16 +156,23 @@ async function search({ id, source, flags }) {
         until = performance.now() + SLICE_MS;
       }
     }
-    postMessage({ searched: block, id, mask }, [mask.buffer]);
+    postMessage({searched: block, id, mask}, [mask.buffer]);
   }
 }
 
-onmessage = ({ data }) => {
-  if (data.forms) forms = data.forms;
-  else if (data.columns) load(data);
-  else if (data.source !== undefined) search(data);
-  else {
-    const messages = data.lines.map(({ block, line }) => messageAt(blocks.get(block), line));
-    postMessage({ answered: data.id, messages });
+let loaded = Promise.resolve();
+
+onmessage = async ({data}) => {
+  if (data.forms) {
+    forms = data.forms;
+  } else if (data.columns) {
+    loaded = loaded.then(() => load(data));
+  } else if (data.source !== undefined) {
+    await loaded;
+    search(data);
+  } else {
+    await loaded;
+    const messages = data.lines.map(({block, line}) => messageAt(blocks.get(block), line));
+    postMessage({answered: data.id, messages});
   }
 };

@@ -1,0 +1,35 @@
+// What the keyboard does anywhere on the page.
+
+import {element} from './dom.js';
+import {update} from './state.js';
+
+export function listenToKeys(view) {
+  const field = element('text');
+  const list = element('lines');
+  const help = element('help');
+  element('help-open').addEventListener('click', () => help.showModal());
+  const actions = {
+    '/': () => (field.focus(), field.select()),
+    'n': () => view.lines.next(1),
+    'N': () => view.lines.next(-1),
+    'g': () => view.lines.jump(0),
+    'G': () => view.lines.jump(view.log.lines),
+    '?': () => help.showModal(),
+    'Escape': () => update({line: null}),
+  };
+  addEventListener('keydown', (event) => {
+    if (event.ctrlKey || event.altKey || event.metaKey || help.open) return;
+    const target = /** @type {HTMLElement} */ (event.target);
+    if (target.matches('input')) {
+      if (event.key === 'Enter' && target === field)
+        view.lines.next(event.shiftKey ? -1 : 1);
+      else if (event.key === 'Escape')
+        list.focus();
+      return;
+    }
+    const action = actions[event.key];
+    if (!action) return;
+    event.preventDefault();
+    action();
+  });
+}

@@ -1,0 +1,247 @@
+// The list of lines, the selected one in full, and lines as text.
+
+import {element, make} from './dom.js';
+import {appendText, escapeText} from './escape.js';
+import {LEVEL_NAMES, LEVELS, lowerBound} from './log.js';
+import {state, toggle, update} from './state.js';
+import {VirtualList} from './virtual_list.js';
+import {countText, plural, timeText} from './words.js';
+
+const SHOWN_CHARACTERS = 1000;  // of a message in the list
+const COPIED_LINES = 100000;
+const COPIED_AT_ONCE = 4096;
+const PRINTED_LINES = 500;
+const REST_MS = 300;  // until what would be printed is fetched
+
+const ONE_LEVEL_WORSE = 3;  // where nothing is searched, n leads to errors
+
+export class LineList {
+  constructor(view) {
+    this.view = view;
+    this.list = new VirtualList(element('lines'), 'Lines of the log', {
+      makeRow: () => this.makeRow(),
+      fillRow: (row, index) => this.fillRow(row, index),
+      onChoose: (index) => update({line: view.filter.lines[index]}),
+    });
+    this.list.onDraw = () => this.fetch();
+    element('detail-close').addEventListener('click', () => update({line: null}));
+    addEventListener('beforeprint', () => this.fillPrint());
+    addEventListener('copy', (event) => this.onCopy(event));
+  }
+
+  makeRow() {
+    const row = make('div');
+    row.parts = Object.fromEntries(['time', 'level', 'tag', 'mark', 'message'].map(
+        (name) => [name, make('span', {className: name})]));
+    row.append(...Object.values(row.parts));
+    return row;
+  }
+
+  fillRow(row, index) {
+    const {log, filter, workers, expression} = this.view;
+    const line = filter.lines[index];
+    const {time, level, tag, mark, message} = row.parts;
+    const letter = LEVELS[log.level(line)];
+    const other = state.all && filter.mask && !filter.mask[line];
+    row.className = `line level-${letter}${other ? ' other' : ''}`;
+    time.textContent = this.timeOf(line, log.days ? 'short' : 'time');
+    level.textContent = letter;
+    level.title = LEVEL_NAMES[log.level(line)];
+    const name = log.valueOf('tag', log.sourceOf[line]);
+    if (tag.name !== name) {
+      tag.replaceChildren();
+      appendText(tag, name);
+      tag.name = name;
+    }
+    const marks = log.marksIn(index ? filter.lines[index - 1] : -1, line);
+    mark.textContent = marks.join(', ');
+    mark.hidden = !marks.length;
+    row.classList.toggle('broken', marks.length > 0);
+    message.replaceChildren();
+    const text = workers.cache.get(line);
+    if (text !== undefined) {
+      appendText(message, text.slice(0, SHOWN_CHARACTERS), {match: expression});
+      if (text.length > SHOWN_CHARACTERS) message.append('…');
+    }
+  }
+
+  timeOf(line, part = 'all') {
+    const {log} = this.view;
+    if (part !== 'short') return timeText(log.times[line], log.isWall(line), state.utc, part);
+    const text = timeText(log.times[line], log.isWall(line), state.utc);
+    return log.isWall(line) ? text.slice(text.indexOf('-') + 1) : text;
+  }
+
+  // Gets the messages in view that are missing, and shows them.
+  async fetch() {
+    clearTimeout(this.rest);
+    this.rest = setTimeout(() => this.fetchPrint(), REST_MS);
+    if (this.fetching) return;
+    const {filter, workers} = this.view;
+    const shown = filter.lines.subarray(this.list.first, this.list.first + this.list.fitting + 1);
+    const missing = [...shown].filter((line) => !workers.cache.has(line));
+    if (!missing.length) return;
+    this.fetching = true;
+    await workers.messages(missing);
+    this.fetching = false;
+    this.list.draw();
+  }
+
+  // Shows other lines, from the one on that was on top of the view, or around the selected one.
+  refresh() {
+    const {filter} = this.view;
+    const {list} = this;
+    const inView = list.chosen >= list.first && list.chosen < list.first + list.fitting;
+    const anchor = inView && state.line !== null ? state.line : this.topLine ?? 0;
+    const offset = inView ? list.chosen - list.top : 0;
+    list.chosen = this.indexOf(state.line);
+    list.setCount(filter.lines.length);
+    list.top = lowerBound(filter.lines, filter.lines.length, anchor) - offset;
+    list.draw();
+    this.keepTop();
+    element('nothing').hidden = filter.lines.length > 0;
+  }
+
+  keepTop() {
+    this.topLine = this.view.filter.lines[this.list.first];
+  }
+
+  indexOf(line) {
+    const {lines} = this.view.filter;
+    const index = line === null ? -1 : lowerBound(lines, lines.length, line);
+    return lines[index] === line ? index : -1;
+  }
+
+  // Shows which line is selected.
+  select() {
+    const index = this.indexOf(state.line);
+    this.list.chosen = index;
+    if (index >= 0) this.list.show(index);
+    this.list.draw();
+    this.keepTop();
+    return this.fillDetail();
+  }
+
+  // Selects the first shown line from a line on, or else the last one.
+  jump(line) {
+    const {lines} = this.view.filter;
+    if (!lines.length) return;
+    const index = lowerBound(lines, lines.length, line);
+    update({line: lines[Math.min(index, lines.length - 1)]});
+  }
+
+  // Selects the next line, or the one before, that matches; where nothing is searched, an error.
+  next(step) {
+    const {log, filter: {lines, mask}, say} = this.view;
+    const wanted = mask ? (line) => mask[line] : (line) => log.level(line) >= ONE_LEVEL_WORSE;
+    const from = lowerBound(lines, lines.length, state.line ?? this.topLine ?? 0);
+    let index = state.line !== null && lines[from] === state.line ? from + step :
+        step < 0                                                  ? from - 1 :
+                                                                    from;
+    while (index >= 0 && index < lines.length && !wanted(lines[index])) index += step;
+    if (index >= 0 && index < lines.length)
+      update({line: lines[index]});
+    else
+      say(`No ${mask ? 'match' : 'error'} ${step > 0 ? 'below' : 'above'}`);
+  }
+
+  async fillDetail() {
+    const {line} = state;
+    const detail = element('detail');
+    detail.hidden = line === null;
+    if (line === null) return;
+    const {log, workers, expression, patternNumber} = this.view;
+    const source = log.sourceOf[line];
+    const boot = log.boots.length > 1 ? `, boot ${log.valueOf('boot', source)}` : '';
+    element('detail-title').textContent =
+        `Line ${countText(line + 1)}, ${this.timeOf(line)}${boot}`;
+    const facets = [
+      ['level', LEVEL_NAMES[log.level(line)]],
+      ['tag'],
+      ['pid', `process ${log.valueOf('pid', source)}`],
+      ['tid', `thread ${log.valueOf('tid', source)}`],
+    ];
+    if (log.facets.host.values.length > 1) facets.push(['host']);
+    const groups = facets.map(
+        ([facet, label]) => this.filterButtons(facet, log.valueOf(facet, source), label));
+    const pattern = patternNumber(log.patternOf[line]);
+    groups.push(this.filterButtons('pattern', pattern, `pattern ${pattern}`));
+    element('detail-filters').replaceChildren(...groups);
+    const [message] = await workers.messages([line]);
+    if (state.line !== line) return;
+    const text = element('detail-message');
+    text.replaceChildren();
+    appendText(text, message, {match: expression});
+  }
+
+  filterButtons(facet, value, label = '') {
+    const name = make('span', {className: 'name'}, label);
+    if (!label) appendText(name, `${facet} ${value}`);
+    const button = (kind, text) => {
+      const pressed = state[kind][facet].has(value);
+      return make(
+          'button', {
+            type: 'button',
+            onclick: () => toggle(facet, value, kind),
+            'aria-pressed': pressed,
+            'aria-label': `${text} ${name.textContent}`,
+          },
+          text);
+    };
+    return make('span', {className: 'pair'}, name, button('only', 'only'), button('not', 'hide'));
+  }
+
+  // A line as `trelvoctl decode` gives it.
+  asText(line, message) {
+    const {log} = this.view;
+    const of = (facet) => log.valueOf(facet, log.sourceOf[line]);
+    const host = log.facets.host.values.length > 1 ? ` ${escapeText(of('host'))}` : '';
+    const thread = of('tid') === of('pid') ? '' : `, T ${of('tid')}`;
+    const head = `${this.timeOf(line)}${host} ${of('level')}/${escapeText(of('tag'))}`;
+    return `${head} (P ${of('pid')}${thread}): ${escapeText(message)}\n`;
+  }
+
+  async copy() {
+    const lines = this.view.filter.lines.slice(0, COPIED_LINES);
+    const total = this.view.filter.lines.length;
+    let text = '';
+    for (let at = 0; at < lines.length; at += COPIED_AT_ONCE) {
+      const part = [...lines.subarray(at, at + COPIED_AT_ONCE)];
+      const messages = await this.view.workers.messages(part);
+      text += part.map((line, i) => this.asText(line, messages[i])).join('');
+    }
+    const cut = lines.length < total ? ` of ${countText(total)}: the most that is copied` : '';
+    await this.view.copyText(text, `${plural(lines.length, 'line')}${cut}`);
+  }
+
+  // Where no text is marked, the selected line is what is copied.
+  onCopy(event) {
+    const message = this.view.workers.cache.get(state.line);
+    const inField = event.target.closest?.('input');
+    if (inField || state.line === null || message === undefined || !getSelection().isCollapsed) {
+      return;
+    }
+    event.clipboardData.setData('text/plain', this.asText(state.line, message));
+    event.preventDefault();
+    this.view.say('Copied the line');
+  }
+
+  printed() {
+    return [...this.view.filter.lines.subarray(this.list.first, this.list.first + PRINTED_LINES)];
+  }
+
+  fetchPrint() {
+    this.keepTop();
+    this.view.workers.messages(this.printed());
+  }
+
+  fillPrint() {
+    const {workers, filter} = this.view;
+    const lines = this.printed().filter((line) => workers.cache.has(line));
+    const from = this.list.first + 1;
+    element('print-title').textContent = `Lines ${countText(from)} to ${
+        countText(from + lines.length - 1)} of ${countText(filter.lines.length)}`;
+    element('print-lines').textContent =
+        lines.map((line) => this.asText(line, workers.cache.get(line))).join('');
+  }
+}

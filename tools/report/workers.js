@@ -1,0 +1,125 @@
+// Workers that hold the messages, each some of the blocks.
+
+import {element} from './dom.js';
+
+const PATIENCE_MS = 10000;  // for one expression in one block
+const CACHED_MESSAGES = 20000;
+
+export class Workers {
+  constructor(log, forms) {
+    this.log = log;
+    this.forms = forms.pattern.map((pattern, i) => ({pattern, pieces: forms.pieces[i]}));
+    const source = new Blob([element('worker').textContent], {type: 'text/javascript'});
+    this.url = URL.createObjectURL(source);
+    this.cache = new Map();
+    this.questions = new Map();
+    this.asked = 0;
+    this.searches = 0;
+  }
+
+  // Has all blocks unpacked.
+  async start() {
+    const {blocks} = this.log;
+    const count = Math.max(1, Math.min(4, navigator.hardwareConcurrency, blocks.length));
+    this.workers = Array.from({length: count}, () => {
+      const worker = new Worker(this.url);
+      worker.onmessage = ({data}) => this.take(data);
+      worker.postMessage({forms: this.forms});
+      return worker;
+    });
+    await new Promise((resolve, reject) => {
+      this.missing = blocks.length;
+      this.done = resolve;
+      if (!this.missing) resolve();
+      for (const worker of this.workers) worker.onerror = reject;
+      blocks.forEach((lines, block) => {
+        const columns = element(`columns-${block}`).textContent;
+        const text = element(`text-${block}`).textContent;
+        this.workers[block % count].postMessage({block, lines, columns, text});
+      });
+    });
+    this.log.rebase();
+  }
+
+  take(data) {
+    if (data.loaded !== undefined) {
+      const start = this.log.blockStarts[data.loaded];
+      this.log.times.set(data.times, start);
+      this.log.patternOf.set(data.patterns, start);
+      this.log.sourceOf.set(data.sources, start);
+      if (--this.missing === 0) this.done();
+    } else if (data.searched !== undefined) {
+      this.onMask?.(data);
+    } else {
+      this.questions.get(data.answered)?.(data.messages);
+      this.questions.delete(data.answered);
+    }
+  }
+
+  // Messages of lines, in their order.
+  async messages(lines) {
+    if (this.cache.size > CACHED_MESSAGES) this.cache.clear();
+    const byWorker = this.workers.map(() => []);
+    for (const line of lines) {
+      if (this.cache.has(line)) continue;
+      const block = this.blockOf(line);
+      const entry = {block, line: line - this.log.blockStarts[block]};
+      byWorker[block % this.workers.length].push([line, entry]);
+    }
+    await Promise.all(byWorker.map(async (entries, worker) => {
+      if (!entries.length) return;
+      const messages = await new Promise((resolve) => {
+        this.questions.set(++this.asked, resolve);
+        const asked = entries.map(([, entry]) => entry);
+        this.workers[worker].postMessage({id: this.asked, lines: asked});
+      });
+      messages.forEach((message, i) => this.cache.set(entries[i][0], message));
+    }));
+    return lines.map((line) => this.cache.get(line) ?? '');
+  }
+
+  blockOf(line) {
+    let block = this.log.blockStarts.length - 1;
+    while (this.log.blockStarts[block] > line) block--;
+    return block;
+  }
+
+  // A mask of the lines that match; null when another search came in between. Throws an Error when
+  // the expression takes too long: the workers are new then.
+  search(expression) {
+    const id = ++this.searches;
+    const {source, flags} = expression;
+    const mask = new Uint8Array(this.log.lines);
+    let missing = this.log.blocks.length;
+    this.cancel?.(null);
+    return new Promise((resolve, reject) => {
+      let timer;
+      const end = (result) => {
+        clearTimeout(timer);
+        this.onMask = this.cancel = null;
+        resolve(result);
+      };
+      const wait = () => {
+        clearTimeout(timer);
+        timer = setTimeout(async () => {
+          this.onMask = this.cancel = null;
+          this.workers.forEach((worker) => worker.terminate());
+          this.questions.forEach((answer) => answer([]));
+          this.questions.clear();
+          await this.start();
+          reject(new Error('This expression takes too long.'));
+        }, PATIENCE_MS);
+      };
+      this.cancel = end;
+      this.onMask = (data) => {
+        if (data.id !== id) return;
+        mask.set(data.mask, this.log.blockStarts[data.searched]);
+        wait();
+        if (--missing === 0) end(mask);
+      };
+      wait();
+      if (!missing) end(mask);
+      this.workers.forEach((worker) => worker.postMessage({id, source, flags}));
+    });
+  }
+}
