@@ -20,11 +20,15 @@ export class Browser {
     });
     browser.base = `http://127.0.0.1:${port}/session`;
     // Root has no sandbox to give away.
-    const args = ['--headless=new', '--no-sandbox', '--disable-dev-shm-usage', '--window-size=1280,800'];
+    const args =
+        ['--headless=new', '--no-sandbox', '--disable-dev-shm-usage', '--window-size=1280,800'];
     const session = await browser.send('POST', '', {
       capabilities: {
-        alwaysMatch:
-            {'goog:chromeOptions': {args}, 'goog:loggingPrefs': {browser: 'ALL'}, 'unhandledPromptBehavior': 'ignore'}
+        alwaysMatch: {
+          'goog:chromeOptions': {args},
+          'goog:loggingPrefs': {browser: 'ALL'},
+          'unhandledPromptBehavior': 'ignore'
+        }
       }
     });
     browser.base += `/${session.sessionId}`;
@@ -86,25 +90,28 @@ export class Browser {
 
   // Keys for what has the focus.
   async keys(text) {
-    const actions = [...text].flatMap((value) => ['keyDown', 'keyUp'].map((type) => ({type, value})));
+    const actions =
+        [...text].flatMap((value) => ['keyDown', 'keyUp'].map((type) => ({type, value})));
     await this.send('POST', '/actions', {actions: [{type: 'key', id: 'keys', actions}]});
     await this.settled();
   }
 
-  // Moves the pressed pointer from one place of an element to another; places are shares of its width.
+  // Moves the pressed pointer from one place of an element to another; places are shares of its
+  // width.
   async drag(css, from, to) {
     const origin = {[ELEMENT]: await this.find(css)};
     const width = await this.run((selector) => document.querySelector(selector).clientWidth, css);
     const move = (share) =>
         ({type: 'pointerMove', duration: 0, origin, x: Math.round((share - 0.5) * width), y: 0});
-    const actions = [move(from), {type: 'pointerDown', button: 0}, move(to), {type: 'pointerUp', button: 0}];
+    const actions =
+        [move(from), {type: 'pointerDown', button: 0}, move(to), {type: 'pointerUp', button: 0}];
     await this.send('POST', '/actions', {actions: [{type: 'pointer', id: 'pointer', actions}]});
     await this.settled();
   }
 
   async screenshot(file, {width = 1280, height = 800, dark = false} = {}) {
-    await this.cdp('Emulation.setDeviceMetricsOverride',
-        {width, height, deviceScaleFactor: 1, mobile: false});
+    await this.cdp(
+        'Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: false});
     await this.cdp('Emulation.setEmulatedMedia', {
       features: [{name: 'prefers-color-scheme', value: dark ? 'dark' : 'light'}],
     });

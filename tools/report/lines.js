@@ -78,7 +78,7 @@ export class LineList {
     this.rest = setTimeout(() => this.fetchPrint(), REST_MS);
     if (this.fetching) return;
     const {filter, workers} = this.view;
-    const shown = filter.lines.subarray(this.list.first, this.list.first + this.list.fitting + 1);
+    const shown = filter.lines.subarray(this.list.first, this.list.first + this.list.shown);
     const missing = [...shown].filter((line) => !workers.cache.has(line));
     if (!missing.length) return;
     this.fetching = true;

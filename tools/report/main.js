@@ -25,6 +25,7 @@ class View {
     this.filter = new Filter(log);
     this.expression = null;  // what is searched
     this.mask = null;
+    this.busy = 0;  // redrawings under way
     this.patternNumber = (pattern) => String(pattern + 1);
     const day = (line) => timeText(log.times[line], log.isWall(line), state.utc, 'day');
     log.days = log.lines > 0 && log.isWall(0) && day(0) !== day(log.lines - 1);
@@ -112,13 +113,22 @@ class View {
   }
 
   async refresh(changes) {
-    const changed = (keys) => !changes || keys.some((key) => key in changes);
-    const drawn = !changes;
-    document.body.setAttribute('aria-busy', 'true');
-    if (changed(TEXT_STATE) && !(await this.search()) && !drawn) {
-      if (!this.workers.cancel) document.body.setAttribute('aria-busy', 'false');
-      return;
+    const busy = (more) => {
+      this.busy += more;
+      document.body.setAttribute('aria-busy', String(this.busy > 0));
+    };
+    busy(1);
+    try {
+      await this.redraw(changes);
+    } finally {
+      busy(-1);
     }
+  }
+
+  // Nothing for the changes: all is drawn.
+  async redraw(changes) {
+    const changed = (keys) => !changes || keys.some((key) => key in changes);
+    if (changed(TEXT_STATE) && !(await this.search()) && changes) return;
     if (changed(FILTER_STATE)) {
       this.filter.apply(state, this.mask);
       this.lines.refresh();
@@ -134,7 +144,6 @@ class View {
     if (changed([...FILTER_STATE, 'utc'])) this.timeline.refresh();
     if (changed(['line', 'utc', ...FILTER_STATE])) await this.selectLine(changed(['line']));
     for (const flag of ['regex', 'exact', 'all']) element(flag).checked = state[flag];
-    document.body.setAttribute('aria-busy', 'false');
   }
 
   selectLine(moved) {
@@ -191,6 +200,7 @@ async function main() {
     listenToControls(view);
     listenToKeys(view);
     await view.refresh();
+    requestAnimationFrame(() => performance.mark('shown'));
   } catch (error) {
     document.body.classList.remove('loaded');
     document.body.setAttribute('aria-busy', 'false');

@@ -39,7 +39,7 @@ export function fillSummary({log, head}) {
   element('tiles').replaceChildren(...tiles.map(
       ([name, value, note]) => make(
           'div', {className: name === 'Damaged' || (name === 'Gaps' && lost) ? 'tile bad' : 'tile'},
-          make('dt', {}, name), make('dd', {}, value, make('small', {}, note)))));
+          make('dt', {}, name), make('dd', {}, value, ' ', make('small', {}, note)))));
   element('damage').replaceChildren(...damaged.map(
       ({name, damage}) => make('li', {}, `${plainText(name)}: ${plainText(damage)}`)));
 }

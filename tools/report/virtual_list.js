@@ -17,6 +17,7 @@ export class VirtualList {
     this.count = 0;
     this.chosen = -1;
     this.first = 0;  // row in view
+    this.shown = 0;  // rows in view
     this.layer = make('div', {className: 'layer', role: 'presentation'});
     this.inner = make('div', {className: 'inner', role: 'presentation'}, this.layer);
     root.append(this.inner);
@@ -75,6 +76,7 @@ export class VirtualList {
     const top = Math.min(this.top, Math.max(0, this.count - this.fitting));
     this.first = Math.floor(top);
     const shown = Math.min(this.count - this.first, Math.ceil(this.fitting) + 1);
+    this.shown = shown;
     while (this.rows.length < shown) {
       const row = this.makeRow();
       row.setAttribute('role', 'option');

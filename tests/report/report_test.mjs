@@ -1,0 +1,367 @@
+// The page of `trelvoctl report` in a real browser, against what `trelvoctl decode` gives.
+//
+//   node report_test.mjs TRELVOCTL
+import assert from 'node:assert/strict';
+import {execFileSync, spawnSync} from 'node:child_process';
+import {mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
+import {tmpdir} from 'node:os';
+import {join} from 'node:path';
+import {after, before, test} from 'node:test';
+
+import {buildDump} from '../formats/dump.mjs';
+import {hostileDump} from '../formats/hostile.mjs';
+
+import {Browser} from './browser.mjs';
+import {writeSample} from './sample.mjs';
+
+const LINES = 70000;  // more than one block
+const SKIPPED = 77;
+
+const [trelvoctl] = process.argv.slice(2);
+for (const program of ['chromium', 'chromedriver']) {
+  if (spawnSync(program, ['--version']).error) {
+    console.log(`Skipped: ${program} is not installed; scripts/setup test installs it.`);
+    process.exit(SKIPPED);
+  }
+}
+process.env.TZ = 'UTC';  // of the browser, too
+
+const folder = mkdtempSync(join(tmpdir(), 'report-'));
+const dumps = join(folder, 'dumps');
+const page = join(folder, 'report.html');
+let browser;
+let lines;
+
+const run = (...args) => execFileSync(trelvoctl, args, {encoding: 'utf8', maxBuffer: 1 << 28});
+const decode = (...args) => run('decode', '-o', 'json', ...args, dumps)
+                                .split('\n')
+                                .filter(Boolean)
+                                .map((line) => JSON.parse(line));
+const textOf = (css) => browser.run((selector) => document.querySelector(selector).innerText, css);
+// Several lines are counted as "1,234 of 70,000 lines".
+const count = async () => Number((await textOf('#counts')).split(' ')[0].replaceAll(',', ''));
+const rows = () => browser.run(
+    () => [...document.querySelectorAll('.line:not([hidden])')].map(
+        (row) => ({
+          message: row.querySelector('.message').textContent,
+          level: row.querySelector('.level').textContent,
+          tag: row.querySelector('.tag').textContent,
+          mark: row.querySelector('.mark').textContent,
+          place: row.ariaPosInSet,
+        })));
+const selected = async () =>
+    Number(/^Line ([\d,]+)/.exec(await textOf('#detail-title'))[1].replaceAll(',', '')) - 1;
+// The address is written a moment later.
+const address = (part) => browser.run(async (wanted) => {
+  while (!location.hash.includes(wanted)) await new Promise((resolve) => setTimeout(resolve, 20));
+  return location.hash;
+}, part);
+// What the page says it copied.
+const copied = async (button) => {
+  await browser.click(button);
+  return browser.run(async () => {
+    const said = document.getElementById('said');
+    while (!said.textContent.startsWith('Copied')) await new Promise(requestAnimationFrame);
+    said.textContent = '';
+    return navigator.clipboard.readText();
+  });
+};
+
+before(async () => {
+  mkdirSync(dumps);
+  lines = writeSample(dumps, LINES);
+  run('report', dumps, '-o', page);
+  browser = await Browser.start();
+  await browser.cdp('Browser.grantPermissions', {permissions: ['clipboardReadWrite']});
+});
+
+after(async () => {
+  await browser?.quit();
+  rmSync(folder, {recursive: true});
+});
+
+// Whatever a test did, the browser has nothing to complain of.
+const check = (name, body) => test(name, async () => {
+  await body();
+  assert.deepEqual(await browser.console(), []);
+});
+
+check('sums up, draws and lists the log', async () => {
+  await browser.open(page);
+  assert.equal(await textOf('#title'), 'altair');
+  const tiles = await textOf('#tiles');
+  assert.match(tiles, /Lines\s+70,000 3 dumps/);
+  assert.match(tiles, /Boots\s+2 1 reboot/);
+  assert.match(tiles, /Gaps\s+1 15 min/);
+  assert.equal(await count(), LINES);
+  const shown = await rows();
+  shown.forEach((row, i) => {
+    assert.deepEqual(
+        [row.message, row.level, row.tag], [lines[i].message, lines[i].level, lines[i].tag]);
+  });
+  const label = await browser.run(() => document.getElementById('timeline').ariaLabel);
+  for (const [level, name] of Object.entries({F: 'fatal', E: 'error', I: 'info'})) {
+    const all = lines.filter((line) => line.level === level).length.toLocaleString('en-US');
+    assert.ok(label.includes(`${all} ${name}`), `${all} ${name} in: ${label}`);
+  }
+  // As many colours as there are levels, marks, texts and lines.
+  const colors = await browser.run(() => {
+    const canvas = document.getElementById('timeline');
+    const {data} = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height);
+    return new Set(new Uint32Array(data.buffer)).size;
+  });
+  assert.ok(colors > 8, `${colors} colours`);
+});
+
+check('shows what decode gives under the same filters', async () => {
+  const cases = [
+    ['level=E', '*:E', (line) => line.level === 'E'],
+    ['tag=store&tag=net', 'store:V', (line) => line.tag === 'store', 'net:V'],
+    ['not-tag=web&level=I', '*:I', (line) => line.level === 'I' && line.tag !== 'web'],
+    ['pid=1204', '--pid=1204'],
+    ['text=FAILED', '--grep=(?i)FAILED'],
+    ['text=failed&exact=1', '--grep=failed'],
+    ['text=10.0.3.&tag=net', '--grep=10\\.0\\.3\\.', (line) => line.tag === 'net'],
+    ['text=^(GET|POST)+.*\\b5\\d\\d\\b&regex=1', '--grep=^(GET|POST) .*\\b5\\d\\d\\b'],
+    ['text=late|lost&regex=1&level=W', '--grep=late|lost', (line) => line.level === 'W'],
+  ];
+  for (const [hash, argument, wanted = () => true, ...more] of cases) {
+    const given = decode(argument, ...more).filter((line) => more.length || wanted(line));
+    assert.ok(given.length > 0, hash);
+    await browser.open(page, `#${hash}`);
+    assert.equal(await count(), given.length, hash);
+    assert.equal((await rows())[0].message, given[0].message, hash);
+    await browser.click('#lines');
+    await browser.keys('G');
+    assert.equal((await rows()).at(-1).message, given.at(-1).message, hash);
+  }
+});
+
+check('counts follow the filters', async () => {
+  await browser.open(page);
+  await browser.click('.chip.level-E');
+  const errors = lines.filter((line) => line.level === 'E');
+  assert.equal(await count(), errors.length);
+  // Other levels count as if no level was chosen; tags only within the level.
+  const info = lines.filter((line) => line.level === 'I').length.toLocaleString('en-US');
+  assert.equal(await textOf('.chip.level-I .count'), info);
+  await browser.click('#tab-filters');
+  const tags = await browser.run(
+      () => [...document.querySelectorAll('#facet-tag .value')].map(
+          (value) =>
+              [value.querySelector('.name').innerText, value.querySelector('.count').innerText]));
+  const store = errors.filter((line) => line.tag === 'store').length;
+  assert.deepEqual(tags.find(([tag]) => tag === 'store')[1], store.toLocaleString('en-US'));
+  await browser.click('#facet-tag li:first-child .hide');
+  assert.equal(await count(), errors.length - Number(tags[0][1].replace(',', '')));
+  await browser.click('#clear');
+  assert.equal(await count(), LINES);
+  await browser.type('#text', 'no space');
+  const full = lines.filter((line) => line.message.includes('no space')).length;
+  assert.equal(await count(), full);
+  await browser.click('#all');
+  assert.match(
+      await textOf('#counts'), new RegExp(`^70,000 lines, ${full.toLocaleString('en-US')} m`));
+  await browser.click('#regex');
+  await browser.type('#text', '(');
+  assert.match(await textOf('#text-error'), /nterminated group/);
+});
+
+check('zooms into a part of the time', async () => {
+  await browser.open(page);
+  await browser.drag('#timeline', 0.2, 0.4);
+  const [first, last] = /span=(\d+)-(\d+)/.exec(await address('span=')).slice(1).map(Number);
+  assert.equal(await count(), last - first + 1);
+  assert.equal((await rows())[0].message, lines[first - 1].message);
+  // The cuts take 3 % each of the axis, the rest is even in time.
+  const share = (line) => (lines[line].wall_ms - lines[0].wall_ms) /
+      (lines.at(-1).wall_ms - lines[0].wall_ms - 2.2 * 3600 * 1000);
+  assert.ok(Math.abs(share(first) - 0.2) < 0.03 && Math.abs(share(last) - 0.4) < 0.03);
+  await browser.drag('#overview', 0.8, 0.9);
+  await address('span=5');
+  assert.equal(
+      await count(),
+      Number(/-(\d+)/.exec(await address('span=5'))[1]) -
+          Number(/=(\d+)/.exec(await address('span=5'))[1]) + 1);
+  await browser.run(() => history.back());
+  await address(`span=${first}-`);
+  await browser.settled();
+  assert.equal(await count(), last - first + 1);
+  await browser.click('#zoom-all');
+  assert.equal(await count(), LINES);
+});
+
+check('jumps to a time, to matches and to both ends', async () => {
+  await browser.open(page);
+  await browser.click('#timeline');
+  const middle = await selected();
+  assert.ok(middle > LINES * 0.4 && middle < LINES * 0.6, `line ${middle}`);
+  const isError = (line) => 'EF'.includes(line.level);
+  const next = lines.findIndex((line, i) => i > middle && isError(line));
+  await browser.keys('n');
+  assert.equal(await selected(), next);
+  await browser.keys('N');
+  assert.equal(
+      await selected(),
+      lines.findLastIndex?.((line, i) => i < next && isError(line)) ??
+          lines.slice(0, next).map(isError).lastIndexOf(true));
+  await browser.keys('G');
+  assert.equal(await selected(), LINES - 1);
+  assert.equal((await rows()).at(-1).place, String(LINES));
+  await browser.keys('g');
+  assert.equal(await selected(), 0);
+  assert.equal(await textOf('#detail-message'), lines[0].message);
+  await browser.keys('/');
+  assert.equal(await browser.run(() => document.activeElement.id), 'text');
+  await browser.keys('\uE00C?');  // Escape
+  assert.ok(await browser.run(() => document.getElementById('help').open));
+});
+
+check('marks where lines are missing', async () => {
+  await browser.open(page, `#line=${Math.round(LINES * 0.4) + 1}`);
+  assert.deepEqual((await rows()).map((row) => row.mark).filter(Boolean), ['gap']);
+  // Also in front of the first line behind it that passes the filters.
+  await browser.open(page, '#level=F');
+  const fatal = lines.filter((line) => line.level === 'F');
+  assert.equal(await count(), fatal.length);
+  assert.equal((await rows())[0].mark, 'gap');
+});
+
+check('follows a link to what was seen', async () => {
+  await browser.open(page);
+  await browser.click('.chip.level-W');
+  await browser.type('#text', 'retry');
+  await browser.drag('#timeline', 0.1, 0.8);
+  await browser.keys('n');
+  await browser.click('#sorts [value=new]');
+  const link = await copied('#link');
+  assert.equal(link.replace(/.*#/, '#'), await address('sort=new'));
+  const seen = [await count(), await selected(), await rows(), await textOf('#chips')];
+  await browser.open(page, link.replace(/.*#/, '#'));
+  assert.deepEqual([await count(), await selected(), await rows(), await textOf('#chips')], seen);
+});
+
+check('lists patterns, and filters by one', async () => {
+  const patterns = run('patterns', '-o', 'json', dumps)
+                       .split('\n')
+                       .filter(Boolean)
+                       .map((line) => JSON.parse(line));
+  const shown = () => browser.run(
+      () => [...document.querySelectorAll('.pattern:not([hidden])')].map(
+          (row) => ({
+            text: row.querySelector('.text').textContent,
+            count: Number(row.querySelector('.count').textContent.replaceAll(',', '')),
+            bars: row.querySelector('path').getAttribute('d').split('z').length - 1,
+          })));
+  await browser.open(page);
+  (await shown()).forEach(({text, count, bars}, i) => {
+    assert.deepEqual([text, count], [patterns[i].text, patterns[i].count]);
+    assert.ok(bars > 20, text);
+  });
+  await browser.click('#sorts [value=level]');
+  assert.equal((await shown())[0].text, patterns.find(({level}) => level === 'F').text);
+  await browser.click('#sorts [value=new]');
+  const newest = patterns.reduce((a, b) => {
+    const time = ({first}) => Date.parse(first.time);
+    return time(b) > time(a) ? b : a;
+  });
+  const [first] = await shown();
+  assert.equal(first.text, newest.text);
+  assert.ok(first.bars < 20);
+  await browser.click('.pattern .text');
+  assert.equal(await count(), newest.count);
+  await browser.click('.pattern .hide');
+  assert.equal(await count(), LINES - newest.count);
+});
+
+check('scrolls to any line', async () => {
+  await browser.open(page);
+  for (const share of [1, 0.5, 0.001]) {
+    await browser.run((part) => {
+      const list = document.getElementById('lines');
+      list.scrollTop = part * (list.scrollHeight - list.clientHeight);
+    }, share);
+    await browser.settled();
+    const shown = await rows();
+    assert.ok(Math.abs(shown[0].place / LINES - share) < 0.001, `${shown[0].place} at ${share}`);
+    await browser.run(async () => {
+      const frame = () => new Promise(requestAnimationFrame);
+      while (document.querySelector('.line:not([hidden]) .message:empty')) await frame();
+    });
+    for (const {place, message} of await rows()) assert.equal(message, lines[place - 1].message);
+  }
+});
+
+check('is usable on a small screen, by name and on paper', async () => {
+  await browser.open(page, '#level=F&line=40000');
+  await browser.screenshot(join(folder, 'narrow.png'), {width: 400});
+  assert.ok(await browser.run(() => document.documentElement.scrollWidth <= 400));
+  const nameless = await browser.run(
+      () => [...document.querySelectorAll('button, input, canvas, [tabindex]')]
+                .filter((item) => !(item.ariaLabel || item.innerText || item.labels?.length))
+                .map((item) => item.id || item.outerHTML));
+  assert.deepEqual(nameless, []);
+  const fatal = lines.filter((line) => line.level === 'F');
+  const printed = await browser.run(async (wanted) => {
+    const text = document.getElementById('print-lines');
+    while (text.textContent.split('\n').length <= wanted) {
+      dispatchEvent(new Event('beforeprint'));
+      await new Promise((resolve) => setTimeout(resolve, 20));
+    }
+    return text.textContent.split('\n');
+  }, Math.min(500, fatal.length));
+  assert.equal(printed.length - 1, Math.min(500, fatal.length));
+  assert.ok(printed[0].endsWith(fatal[0].message));
+  await browser.screenshot(join(folder, 'wide.png'));
+});
+
+check('never takes a log for markup or script', async () => {
+  const hostile = join(folder, 'hostile.dump');
+  const {image} = hostileDump(3000);
+  writeFileSync(hostile, image);
+  const file = join(folder, 'hostile.html');
+  run('report', hostile, '-o', file);
+  const source = readFileSync(file, 'latin1');
+  assert.ok(!source.includes('<img src=x') && source.endsWith('</html>\n'));
+  await browser.open(file);
+  const elements = () => browser.run(
+      () => ['script', 'img', 'iframe', 'b', 'style', 'a'].map(
+          (kind) => document.querySelectorAll(kind).length));
+  const [scripts] = await elements();
+  assert.deepEqual(await elements(), [scripts, 0, 0, 0, 1, 0]);
+  await browser.click('#tab-filters');
+  const padding = / +\(P +(\d+)(?:, T +(\d+))?\)/g;
+  const wanted = run('decode', hostile).replace(padding, ' (P $1, T $2)');
+  assert.equal((await copied('#copy')).replace(padding, ' (P $1, T $2)'), wanted);
+  // What is in view, too, has nothing that hides or turns text.
+  const text = await browser.run(() => document.body.innerText);
+  assert.doesNotMatch(text, /[\u202a-\u202e\u2066-\u2069\u0000-\u0008\u000b-\u001f\u0080-\u009f]/);
+  await browser.open(file, `#${new URLSearchParams({tag: '<img src=x onerror=alert(1)>'})}`);
+  assert.ok(await count() > 0);
+  assert.ok((await textOf('#chips')).includes('<img src=x onerror=alert(1)>'));
+  assert.deepEqual(await elements(), [scripts, 0, 0, 0, 1, 0]);
+  // Were something of a log a script nevertheless, the browser would not run it.
+  assert.deepEqual(await browser.console(), []);
+  const ran = await browser.run(() => {
+    const script = document.createElement('script');
+    script.textContent = 'globalThis.ran = true';
+    document.body.append(script);
+    return globalThis.ran ?? false;
+  });
+  assert.equal(ran, false);
+  assert.equal((await browser.console()).length, 1);
+});
+
+check('tells what is damaged, and times without a clock', async () => {
+  const line = (time_ms, message) => ({time_ms, level: 'D', tag: 'a', pid: 1, tid: 2, message});
+  const image = buildDump([line(1000, 'one'), line(2500, 'two'), line(2600, 'three')]);
+  const dump = join(folder, 'damaged.dump');
+  writeFileSync(dump, image.subarray(0, image.length - 2));
+  const file = join(folder, 'damaged.html');
+  assert.equal(spawnSync(trelvoctl, ['report', dump, '-o', file]).status, 3);
+  await browser.open(file);
+  assert.match(await textOf('#tiles'), /Damaged\s+1/);
+  assert.match(await textOf('#damage'), /damaged\.dump: offset \d+: /);
+  assert.deepEqual((await rows()).map((row) => row.message), ['one', 'two']);
+  assert.match(await textOf('#when'), /to \d+\.\d{3} s since boot/);
+});
