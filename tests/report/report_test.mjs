@@ -72,7 +72,8 @@ before(async () => {
   lines = writeSample(dumps, LINES);
   run('report', dumps, '-o', page);
   browser = await Browser.start();
-  await browser.cdp('Browser.grantPermissions', {permissions: ['clipboardReadWrite']});
+  await browser.cdp(
+      'Browser.grantPermissions', {permissions: ['clipboardReadWrite', 'clipboardSanitizedWrite']});
 });
 
 after(async () => {

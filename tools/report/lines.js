@@ -113,13 +113,15 @@ export class LineList {
   }
 
   // Shows which line is selected.
-  select() {
+  async select() {
     const index = this.indexOf(state.line);
     this.list.chosen = index;
-    if (index >= 0) this.list.show(index);
+    this.list.draw();
+    await this.fillDetail();
+    // The line in full has taken some of the list's room.
+    if (index >= 0 && this.list.chosen === index) this.list.show(index);
     this.list.draw();
     this.keepTop();
-    return this.fillDetail();
   }
 
   // Selects the first shown line from a line on, or else the last one.
