@@ -32,7 +32,7 @@ export class VirtualList {
       const row = event.target.closest('[role=option]');
       if (row && !event.target.closest('button')) this.choose(row.index, 'point');
     });
-    new ResizeObserver(() => this.draw()).observe(root);
+    new ResizeObserver(() => this.fit()).observe(root);
   }
 
   get rowHeight() {
@@ -50,6 +50,14 @@ export class VirtualList {
     this.total = Math.min(MAX_HEIGHT, this.count * this.row);
     this.inner.style.height = `${this.total}px`;
     this.layer.style.height = `${Math.min(this.height, this.total)}px`;
+  }
+
+  // Rows may have another height now.
+  fit() {
+    const {first, row} = this;
+    this.measure();
+    if (row && row !== this.row) this.top = first;
+    this.draw();
   }
 
   setCount(count) {
