@@ -1,7 +1,7 @@
 // Text of a log, shown so that it can neither hide nor reorder anything.
 
-// Controls, what turns the direction of writing, separators; and bytes that are no UTF-8, which the
-// log has as U+10FF00 + byte.
+// Controls, what turns the direction of writing, separators; and bytes that are not UTF-8, which
+// the log has as U+10FF00 + byte.
 const UNSAFE =
     /[\u0000-\u001f\u007f-\u009f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069\u{10ff00}-\u{10ffff}]/gu;
 

@@ -17,8 +17,8 @@ void AppendEscaped(std::string_view text, std::string& out);
 // UTF-8, and its C0 controls be escaped already.
 void AppendJsonEscaped(std::string_view json, std::string& out);
 
-// Makes UTF-8 without line feeds of any bytes, one to one: a line feed, and each byte of what is not
-// UTF-8 or would look like its stand-in, becomes U+10FF00 + byte.
+// Makes UTF-8 without line feeds of any bytes, one to one: a line feed, and each byte of what is
+// not UTF-8 or would look like its stand-in, becomes U+10FF00 + byte.
 void AppendUtf8(std::string_view text, std::string& out);
 
 [[nodiscard]] bool IsUtf8(std::string_view bytes);
