@@ -281,7 +281,7 @@ TEST_F(Compare, FormsAndFaults) {
     std::filesystem::create_directory(Path("bad"));
     WriteFile(Path("bad/1.dump"), bad.Image(21000));
     EXPECT_EQ(Run("good.dump bad").out,
-              "good: 400 lines in 0:00:19; bad: 201 lines in 0:00:19, most patterns x1\n"
+              "good: 400 lines in 19.900 s; bad: 201 lines in 19.900 s, most patterns x1\n"
               "2 of 3 patterns changed\n"
               "CHANGE L GOOD BAD   TIME TAG: EXAMPLE\n"
               "new    E    0   1 21.000 B: broken\\x1B[2J\n"

@@ -536,8 +536,7 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
         {"decod whole", "2", "", "unknown command or option 'decod', did you mean decode?"},
         {"whole", "2", "",
          "unknown command or option 'whole'; the commands are decode, stat, patterns, compare, "
-         "dump, launch, "
-         "status, train"},
+         "report, dump, launch, status, train"},
         {"decode whole A:X", "2", "",
          "decode: 'A:X' is neither a file nor TAG:LEVEL: levels are V, D, I, W, E, F and S"},
         {"decode text", "3", "", "text: not a dump (it looks like text)"},

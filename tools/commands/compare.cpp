@@ -13,6 +13,7 @@
 #include "text/columns.h"
 #include "text/escape.h"
 #include "text/line_filter.h"
+#include "text/units.h"
 
 namespace trelvo {
 
@@ -88,12 +89,6 @@ std::string KindText(const Change& change) {
         default:
             return KindName(change.kind);
     }
-}
-
-std::string SpanText(int64_t ms) {
-    const int64_t seconds = ms / 1000;
-    return Format("%jd:%02d:%02d", intmax_t{seconds / 3600}, static_cast<int>(seconds / 60 % 60),
-                  static_cast<int>(seconds % 60));
 }
 
 std::string SideText(const ComparedSide& side) {
