@@ -30,9 +30,9 @@ constexpr unsigned long long kStandardLimit = 10485760;  // bytes
 constexpr useconds_t kFullBufferPoll = 50000;            // microseconds
 
 // Chosen by measurement, see docs/benchmarks.md.
-constexpr unsigned long long kMinPage = 1024;    // bytes
-constexpr unsigned long long kMaxPage = 262144;  // bytes
-constexpr unsigned long long kPages = 40;        // that the limit is to have room for, plain
+constexpr size_t kMinPage = 1024;          // bytes
+constexpr size_t kMaxPage = 262144;        // bytes
+constexpr unsigned long long kPages = 40;  // that the limit is to have room for, plain
 // A prepared dictionary for pages takes some 100 KiB with what belongs to it.
 constexpr unsigned long long kDictionaryPaysFrom = 1048576;  // bytes
 // A dictionary of sources is gone through for entries that no record refers to when it has this
@@ -120,7 +120,7 @@ void CDataProvider::SetHistorySize(unsigned long long sizeKiB) {
 void CDataProvider::m_FitPages() {
     // Large pages pack better, but one is open, and a few more are the dictionary. Cutting a tenth
     // off takes a page apart, which is fast only for one that needs no dictionary.
-    unsigned long long pageSize = kMaxPage;
+    size_t pageSize = kMaxPage;
     while (pageSize > kMinPage && pageSize > m_BufferLimit / kPages) {
         pageSize /= 2;
     }
@@ -204,9 +204,9 @@ void CDataProvider::m_BoundDictionary() {
     SourceDictionary& dictionary = CUtility::Instance()->m_Dictionary();
     const auto size = [&] { return m_CountMemory ? dictionary.Memory() : dictionary.ImageSize(); };
     const unsigned long long share = m_BufferLimit / kDictionaryShare;
-    const size_t bound =
+    const unsigned long long bound =
         m_CountMemory ? share : std::max<unsigned long long>(share, kDictionaryFloor);
-    if (size() > std::max(bound, m_NextForgetting)) {
+    if (size() > std::max<unsigned long long>(bound, m_NextForgetting)) {
         dictionary.Forget(m_RecordNumber - m_Records.Records());
         // What is left may all be needed: not again before it has grown by a quarter.
         m_NextForgetting = size() + size() / 4;

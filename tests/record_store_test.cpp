@@ -60,7 +60,8 @@ Bytes Unpacked(RecordStore::Snapshot snapshot, const Bytes& head) {
     snapshot.DrainPacked(head, AppendTo(packed));
     for (size_t at = 0; at < packed.size();) {
         const size_t frame = ZSTD_findFrameCompressedSize(&packed[at], packed.size() - at);
-        const size_t size = ZSTD_getFrameContentSize(&packed[at], packed.size() - at);
+        const auto size =
+            static_cast<size_t>(ZSTD_getFrameContentSize(&packed[at], packed.size() - at));
         if (ZSTD_isError(frame) != 0 || (packed[at + 4] & 4) == 0 || size > (64U << 20U)) {
             throw std::runtime_error("a frame without size or checksum");
         }

@@ -112,7 +112,7 @@ RotatingFile::RotatingFile(const std::string& path, uint64_t limit_bytes, int ro
     if (inode_ != from.inode || size_ < from.size) {
         return;  // another file, which the text begins
     }
-    const size_t written = std::min<size_t>(size_ - from.size, text.size());
+    const auto written = static_cast<size_t>(std::min<uint64_t>(size_ - from.size, text.size()));
     const size_t whole = std::string_view(text).substr(0, written).rfind('\n') + 1;
     if (size_ != from.size + whole) {
         size_ = reserved_ = from.size + whole;
@@ -137,8 +137,9 @@ std::error_code RotatingFile::Append(std::string_view& lines) {
         return error;
     }
     std::string_view part = lines;
-    if (part.size() > limit_bytes_ - size_) {  // up to the line that fills the file
-        part = part.substr(0, part.find('\n', limit_bytes_ - size_ - 1) + 1);
+    const uint64_t space = limit_bytes_ - size_;
+    if (part.size() > space) {  // up to the line that fills the file
+        part = part.substr(0, part.find('\n', static_cast<size_t>(space) - 1) + 1);
     }
     // A full file system is met here, where no reader sees half a line.
     const uint64_t end = size_ + part.size();

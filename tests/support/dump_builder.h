@@ -69,7 +69,7 @@ public:
         position_ += count;
         return count;
     }
-    void Seek(uint64_t offset) override { position_ = offset; }
+    void Seek(uint64_t offset) override { position_ = static_cast<size_t>(offset); }
     std::optional<timespec> WriteTime() const override {
         return written_ ? std::optional(timespec{*written_, 0}) : std::nullopt;
     }

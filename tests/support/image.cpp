@@ -34,7 +34,7 @@ public:
         position_ += count;
         return count;
     }
-    void Seek(uint64_t offset) override { position_ = offset; }
+    void Seek(uint64_t offset) override { position_ = static_cast<size_t>(offset); }
 
 private:
     const Bytes& image_;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::chrono::seconds kQuietTime{1};
 constexpr std::chrono::milliseconds kRedraw{100};
-constexpr uint64_t kWidth = 40;
+constexpr size_t kWidth = 40;
 
 }  // namespace
 
@@ -41,7 +41,7 @@ void Progress::Advance(uint64_t amount) {
     }
     next_ = SteadyClock::now() + kRedraw;
     shown_ = true;
-    const uint64_t filled = done_ * kWidth / total_;
+    const auto filled = static_cast<size_t>(done_ * kWidth / total_);
     const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
     static_cast<void>(
         std::fprintf(stderr, "\r[%s] %3d %%", bar.c_str(), static_cast<int>(done_ * 100 / total_)));

@@ -125,7 +125,8 @@ std::string Bar(const DumpStatistics& statistics) {
     std::string bar;
     for (const uint64_t count : timeline) {
         // A blank for none; the lowest level for few.
-        bar += count == 0 ? " " : kLevels.at((count * kLevels.size() - 1) / most);
+        bar +=
+            count == 0 ? " " : kLevels.at(static_cast<size_t>((count * kLevels.size() - 1) / most));
     }
     return bar;
 }

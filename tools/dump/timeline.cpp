@@ -427,8 +427,9 @@ bool Timeline::Link(Part& part, const Survey& survey, const Last& last) {
             }
             part.skipped = overlap.records;
             part.from_ms =
-                part.start_ms + (overlap.records < part.records ? survey.prints[overlap.records].ms
-                                                                : survey.span_ms);
+                part.start_ms + (overlap.records < part.records
+                                     ? survey.prints[static_cast<size_t>(overlap.records)].ms
+                                     : survey.span_ms);
             if (part.from_ms >= kTimesEndMs) {
                 part.from_ms = std::max(part.from_ms, before.EndMs());
             }

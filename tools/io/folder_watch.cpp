@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <system_error>
 #include <utility>
@@ -34,7 +35,7 @@ void FolderWatch::Wait(std::optional<TimePoint> until) const {
     if (until) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(*until - std::chrono::steady_clock::now());
-        left_ms = static_cast<int>(std::max<long>(left.count(), 0));
+        left_ms = static_cast<int>(std::max<int64_t>(left.count(), 0));
     }
     pollfd events{fd_.Get(), POLLIN, 0};
     static_cast<void>(poll(&events, 1, left_ms));

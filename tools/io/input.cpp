@@ -114,7 +114,7 @@ size_t FileInput::ReadFile(char* data, size_t size) {
 
 size_t FileInput::Read(char* data, size_t size) {
     if (position_ < kept_size_) {
-        const std::string& piece = kept_[position_ / kPiece];
+        const std::string& piece = kept_[static_cast<size_t>(position_ / kPiece)];
         const size_t count = piece.copy(data, size, position_ % kPiece);
         position_ += count;
         return count;

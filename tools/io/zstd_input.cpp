@@ -113,7 +113,7 @@ bool ZstdInput::BeginFrame() {
     // What has no size yet, or is not a frame at all, is left to the decompressor to refuse.
     const unsigned long long size =
         ZSTD_getFrameContentSize(input_.data() + input_position_, input_size_ - input_position_);
-    held_.resize(size <= kHeldFrame ? size : 0);
+    held_.resize(size <= kHeldFrame ? static_cast<size_t>(size) : 0);
     ChargeMemory();
     return true;
 }

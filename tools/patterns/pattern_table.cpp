@@ -132,7 +132,8 @@ std::string Sparkline(const PatternRow& row, size_t parts) {
     std::string text;
     for (size_t i = 0; i < parts; ++i) {
         const uint64_t count = row.timeline.at(i);
-        text += count == 0 ? " " : kHeights.at((count * kHeights.size() - 1) / most);
+        text += count == 0 ? " "
+                           : kHeights.at(static_cast<size_t>((count * kHeights.size() - 1) / most));
     }
     return text;
 }

@@ -1,0 +1,18 @@
+# Toolchain of Debian's cross compilers, with the libraries of a root folder that scripts/cross fills.
+#
+#   TRELVO_TRIPLET   such as arm-linux-gnueabihf
+#   TRELVO_ROOT      the root folder
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TRELVO_TRIPLET TRELVO_ROOT)
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${TRELVO_TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER ${TRELVO_TRIPLET}-g++)
+
+set(CMAKE_SYSROOT ${TRELVO_ROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${TRELVO_ROOT})
+set(ENV{PKG_CONFIG_LIBDIR}
+  ${TRELVO_ROOT}/usr/lib/${TRELVO_TRIPLET}/pkgconfig:${TRELVO_ROOT}/usr/share/pkgconfig)
