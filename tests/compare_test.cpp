@@ -118,7 +118,7 @@ public:
             for (uint64_t bursts = 4 + random_() % 6; bursts > 0; --bursts) {
                 const int64_t begin = At();
                 for (uint64_t lines = 20 + random_() % 300; lines > 0; --lines) {
-                    Log(std::min(begin + static_cast<int64_t>(lines * (1 + i % 3 * 500)),
+                    Log(std::min(begin + static_cast<int64_t>(lines) * (1 + i % 3 * 500),
                                  kEndMs - 1),
                         'I', "BURST", Words(200 + i));
                 }

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <random>
 #include <sstream>
 
@@ -76,6 +77,33 @@ TEST(FastPathTest, ParsingAgreesWithTheModelOnHostileLines) {
     }
 }
 
+// Of which no line is older than the one before: times, ids and texts of all kinds and lengths.
+TEST(FastPathTest, DumpsAreTheSameOnEveryProcessor) {
+    CDataProvider::Instance()->SetHistorySize(1024);
+    Snapshot(true);
+    std::mt19937 random(1);
+    const auto pick = [&random](uint32_t size) { return static_cast<uint32_t>(random()) % size; };
+    uint64_t ms = 1;
+    for (int i = 0; i < 5000; ++i) {
+        ms += pick(i % 100 == 0 ? 900000 : 300);
+        std::string text(pick(90), ' ');
+        for (char& byte : text) {
+            byte = static_cast<char>('!' + pick(222));
+        }
+        std::string line =
+            std::to_string(ms / 1000) + "." + std::to_string(1000 + ms % 1000).substr(1);
+        line += std::string(" ") + "VDIWEF"[pick(6)];
+        line += "/T\xE4g" + std::to_string(pick(9));
+        line += "(P " + std::to_string(pick(3));
+        line += ", T " + std::to_string(pick(UINT32_MAX) >> 1) + "): f > " + text;
+        CDataProvider::Instance()->m_GetDataDDP(line);
+    }
+    uint64_t hash = 14695981039346656037U;  // FNV-1a
+    for (const unsigned char byte : Snapshot(true)) {
+        hash = (hash ^ byte) * 1099511628211U;
+    }
+    EXPECT_EQ(hash, 3010708954968801728U);
+}
 TEST(FastPathTest, NumbersNextToTheMiddleOfTwoFloatsRoundOnce) {
     for (const char* text : {"2.86562979221344", "2.65748393535614", "98765432109876543210"}) {
         EXPECT_EQ(line::ToFloat(text), std::stof(text)) << text;

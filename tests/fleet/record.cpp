@@ -109,7 +109,8 @@ void RecordDay(const bench::Generator& software, const fs::path& archive, int de
     const bool restarts = device == kRestarts;
     const int64_t noon = restarts ? kDayMs / 3 * 2 : 0;
     Boot boot(device, day, number, number == 0 ? 0 : noon);
-    const std::vector<std::string> lines = software.Lines(kLines, day * 100'000ULL + device);
+    const auto seed = static_cast<uint64_t>(day) * 100'000 + static_cast<uint64_t>(device);
+    const std::vector<std::string> lines = software.Lines(kLines, seed);
     for (size_t i = 0; i < kLines; ++i) {
         int64_t ms = static_cast<int64_t>(i) * kDayMs / static_cast<int64_t>(kLines);
         if (restarts && (ms >= noon) != (number > 0)) {

@@ -51,6 +51,7 @@ std::vector<Program> ProgramsOf(const Processes& processes) {
         }
     }
     std::vector<Program> result;
+    result.reserve(programs.size());
     for (auto& [name, program] : programs) {
         result.push_back(std::move(program));
     }
