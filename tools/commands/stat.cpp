@@ -55,7 +55,7 @@ struct Measured {
     std::string host;
     std::optional<uint64_t> compressed_bytes;
     const CodeTables* tables = nullptr;
-    uint64_t once = 0;  // lines that no dump before shows
+    std::optional<uint64_t> once;  // lines that no dump before shows, where that is known
     DumpStatistics statistics;
 };
 
@@ -257,26 +257,37 @@ void PrintTableRow(const std::string& name, uint64_t lines, int64_t span_ms, con
           Escape(name) + '\n');
 }
 
-void PrintTable(const Timeline& timeline, const std::vector<Measured>& dumps, const Total& total,
-                const StatOptions& options) {
-    PrintHead(Format("%zu dumps", dumps.size()), total.lines, total.span_ms);
+void PrintTotal(size_t dumps, const Total& total, size_t top) {
+    PrintHead(Format("%zu dumps", dumps), total.lines, total.span_ms);
     if (total.shared > 0) {
         PrintRow("repeated", Format("%ju lines that several dumps hold, counted once",
                                     uintmax_t{total.shared}));
     }
     PrintRow("levels", LevelsText(total.levels));
     const Share all{total.lines, 0};
-    PrintTop("tag", TopTags(total.tags, options.top), all);
-    PrintTop("program", TopPrograms(total.processes, options.top), all);
-    Print(Format("\n%10s %10s %14s %8s %10s %6s %9s  %s\n", "lines", "size", "span", "a second",
+    PrintTop("tag", TopTags(total.tags, top), all);
+    PrintTop("program", TopPrograms(total.processes, top), all);
+    Print("\n");
+}
+
+// Without a total where the dumps could not be read as one log.
+void PrintTable(const Timeline& timeline, const std::vector<Measured>& dumps,
+                const std::optional<Total>& total, const StatOptions& options) {
+    if (total) {
+        PrintTotal(dumps.size(), *total, options.top);
+    }
+    Print(Format("%10s %10s %14s %8s %10s %6s %9s  %s\n", "lines", "size", "span", "a second",
                  "bytes/line", "coded%", "text/dump", "file"));
     for (size_t i = 0; i < dumps.size(); ++i) {
         const DumpStatistics& s = dumps[i].statistics;
         PrintTableRow(timeline.Parts()[i].name, s.all.records, s.SpanMs(), s.all, s.coded.records,
                       s.bytes, s.text_bytes);
     }
-    PrintTableRow("total, each line once", total.lines, total.span_ms,
-                  {total.records, total.record_bytes}, total.coded, total.bytes, total.text_bytes);
+    if (total) {
+        PrintTableRow("total, each line once", total->lines, total->span_ms,
+                      {total->records, total->record_bytes}, total->coded, total->bytes,
+                      total->text_bytes);
+    }
     for (size_t i = 0; options.verbose && i < dumps.size(); ++i) {
         Print("\n");
         PrintDump(timeline.Parts()[i].name, dumps[i], options);
@@ -314,7 +325,7 @@ void PrintJson(const std::string& name, const Measured& dump, size_t top) {
         {"first_time", nullptr},
         {"last_time", nullptr},
         {"records", s.all.records},
-        {"shared_records", s.all.records - dump.once},
+        {"shared_records", dump.once ? Json(s.all.records - *dump.once) : Json(nullptr)},
         {"records_per_second", JsonOf(Rate(s.all.records, s.SpanMs()))},
         {"bytes_per_second", JsonOf(Rate(s.all.bytes, s.SpanMs()))},
         {"levels", levels},
@@ -364,7 +375,10 @@ public:
             faults_.Try(timeline_.Parts()[i].name, [&] { Measure(i); });
         }
         if (dumps_.size() > 1) {
-            faults_.Try("stat", [&] { Sum(); });
+            total_.emplace();
+            if (!faults_.Try("stat", [&] { Sum(); })) {
+                total_.reset();
+            }
         }
     }
 
@@ -405,44 +419,49 @@ private:
         DumpReader reader(*input);
         dump.statistics = MeasureDump(reader, part, dump.tables);
         dump.host = timeline_.Host(part.boot);
-        dump.once = dump.statistics.all.records;
+        if (dumps_.size() == 1) {
+            dump.once = dump.statistics.all.records;
+        }
         if (part.damage) {
             faults_.Tell(part.name + ": " + Describe(*part.damage), ExitCode::kDamage);
         }
     }
 
     void Sum() {
+        once_.resize(dumps_.size());
         std::map<size_t, int64_t> ends;  // of each boot, so far
         for (size_t i = 0; i < dumps_.size(); ++i) {
             const Part& part = timeline_.Parts()[i];
             const DumpStatistics& s = dumps_[i].statistics;
-            total_.records += s.all.records;
-            total_.record_bytes += s.all.bytes;
-            total_.coded += s.coded.records;
-            total_.bytes += s.bytes;
-            total_.text_bytes += s.text_bytes;
+            total_->records += s.all.records;
+            total_->record_bytes += s.all.bytes;
+            total_->coded += s.coded.records;
+            total_->bytes += s.bytes;
+            total_->text_bytes += s.text_bytes;
             const auto end = ends.try_emplace(part.boot, part.start_ms).first;
-            total_.span_ms +=
+            total_->span_ms +=
                 std::max<int64_t>(part.EndMs() - std::max(part.start_ms, end->second), 0);
             end->second = std::max(end->second, part.EndMs());
-            dumps_[i].once = 0;
         }
         timeline_.Visit(
             0, [this](const Line& line, Break) { Count(line); }, [](const Part&) {});
-        total_.shared = total_.records - total_.lines;
+        total_->shared = total_->records - total_->lines;
+        for (size_t i = 0; i < dumps_.size(); ++i) {
+            dumps_[i].once = once_[i];
+        }
     }
 
     void Count(const Line& line) {
         static constexpr Share kOne{1, 0};
-        ++total_.lines;
-        ++total_.levels[line.level];
-        ++dumps_[line.dump].once;
+        ++total_->lines;
+        ++total_->levels[line.level];
+        ++once_[line.dump];
         const auto of = [&line](auto& tags) -> Share& {
             const auto found = tags.find(line.source.tag);
             return found != tags.end() ? found->second : tags[std::string(line.source.tag)];
         };
-        of(total_.tags) += kOne;
-        of(total_.processes[{timeline_.Parts()[line.dump].boot, line.source.pid}]) += kOne;
+        of(total_->tags) += kOne;
+        of(total_->processes[{timeline_.Parts()[line.dump].boot, line.source.pid}]) += kOne;
     }
 
     Faults faults_;
@@ -453,7 +472,8 @@ private:
     DumpFiles files_;
     std::vector<Timeline::Opener> openers_;
     std::vector<Measured> dumps_;
-    Total total_;
+    std::vector<uint64_t> once_;  // lines of each that no dump before shows
+    std::optional<Total> total_;
 };
 
 ExitCode Stat(const StatOptions& options) {
