@@ -9,6 +9,7 @@
 #include "commands/decoder.h"
 #include "commands/output.h"
 #include "commands/pattern_output.h"
+#include "commands/policy_options.h"
 #include "patterns/comparison.h"
 #include "text/columns.h"
 #include "text/escape.h"
@@ -251,14 +252,7 @@ void AddCompare(CLI::App& app, Action& action) {
         ->required();
     command->add_option("FILTER", decode.words, "Only lines that these pass, as for decode")
         ->type_name("TAG:LEVEL");
-    auto* const policy =
-        command->add_option("--policy", decode.policy, "Policy folder with the dumps' code tables")
-            ->type_name("DIR");
-    command
-        ->add_option("--policies", decode.policies,
-                     "Folder of policy folders; each dump takes that of its policy version")
-        ->type_name("DIR")
-        ->excludes(policy);
+    AddPolicyOptions(*command, decode.policy, decode.policies);
     command->add_flag("--utc", decode.utc, "Wall-clock times in UTC");
     command->add_option("-o,--output", options->output, "Form of the output")
         ->type_name("FORM")

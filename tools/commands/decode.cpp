@@ -7,6 +7,7 @@
 #include "commands/decoder.h"
 #include "commands/output.h"
 #include "commands/pager.h"
+#include "commands/policy_options.h"
 
 namespace trelvo {
 
@@ -49,15 +50,7 @@ void AddDecode(CLI::App& app, Action& action) {
                      "filters TAG:LEVEL: the lowest level of a tag, * for all tags not named")
         ->type_name("FILE|DIR|TAG:LEVEL")
         ->required();
-    auto* const policy =
-        command
-            ->add_option("--policy", options->policy, "Policy folder with the dumps' code tables")
-            ->type_name("DIR");
-    command
-        ->add_option("--policies", options->policies,
-                     "Folder of policy folders; each dump takes that of its policy version")
-        ->type_name("DIR")
-        ->excludes(policy);
+    AddPolicyOptions(*command, options->policy, options->policies);
     command->add_flag("--force", options->force,
                       "Take the tables of --policy also for dumps of another policy version");
     command->add_option("--pid", options->pids, "Only lines of this process; may be repeated")

@@ -10,6 +10,7 @@
 #include "commands/decoder.h"
 #include "commands/output.h"
 #include "commands/pattern_output.h"
+#include "commands/policy_options.h"
 #include "patterns/pattern_table.h"
 #include "text/escape.h"
 
@@ -185,14 +186,7 @@ void AddPatterns(CLI::App& app, Action& action) {
                      "filters TAG:LEVEL, as for decode")
         ->type_name("FILE|DIR|TAG:LEVEL")
         ->required();
-    auto* const policy =
-        command->add_option("--policy", decode.policy, "Policy folder with the dumps' code tables")
-            ->type_name("DIR");
-    command
-        ->add_option("--policies", decode.policies,
-                     "Folder of policy folders; each dump takes that of its policy version")
-        ->type_name("DIR")
-        ->excludes(policy);
+    AddPolicyOptions(*command, decode.policy, decode.policies);
     command->add_option("--since", decode.since, "Only lines from this time on, as for decode")
         ->type_name("TIME");
     command->add_option("--until", decode.until, "Only lines up to this time")->type_name("TIME");

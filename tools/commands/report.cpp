@@ -14,6 +14,7 @@
 #include "commands/decoder.h"
 #include "commands/faults.h"
 #include "commands/output.h"
+#include "commands/policy_options.h"
 #include "patterns/pattern_table.h"
 #include "report/log_columns.h"
 #include "report/page_writer.h"
@@ -199,14 +200,7 @@ void AddReport(CLI::App& app, Action& action) {
     command->add_option("-o,--output", options->output, "The page to write, such as report.html")
         ->type_name("FILE")
         ->required();
-    auto* const policy =
-        command->add_option("--policy", decode.policy, "Policy folder with the dumps' code tables")
-            ->type_name("DIR");
-    command
-        ->add_option("--policies", decode.policies,
-                     "Folder of policy folders; each dump takes that of its policy version")
-        ->type_name("DIR")
-        ->excludes(policy);
+    AddPolicyOptions(*command, decode.policy, decode.policies);
     command->add_option("--since", decode.since, "Only lines from this time on, as for decode")
         ->type_name("TIME");
     command->add_option("--until", decode.until, "Only lines up to this time")->type_name("TIME");

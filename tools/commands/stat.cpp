@@ -15,6 +15,7 @@
 #include "commands/dump_files.h"
 #include "commands/input_files.h"
 #include "commands/output.h"
+#include "commands/policy_options.h"
 #include "commands/progress.h"
 #include "dump/statistics.h"
 #include "dump/timeline.h"
@@ -496,14 +497,7 @@ void AddStat(CLI::App& app, Action& action) {
     command->add_option("INPUT", options->inputs, "Dumps, folders with dumps; - is standard input")
         ->type_name("")
         ->required();
-    auto* const policy =
-        command->add_option("--policy", options->policy, "Policy folder with the code tables")
-            ->type_name("DIR");
-    command
-        ->add_option("--policies", options->policies,
-                     "Folder with a policy folder for each version")
-        ->type_name("DIR")
-        ->excludes(policy);
+    AddPolicyOptions(*command, options->policy, options->policies);
     command->add_option("--top", options->top, "How many tags and programs to list")
         ->type_name("N")
         ->capture_default_str();
