@@ -105,6 +105,16 @@ TEST(ApplicationTest, LinesThatMatchAskForOneDumpInARest) {
         status::DumpEnded("", "");
         EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nsuppressed=1\n"));
     });
+    InFreshProcess([] {
+        app_create(nullptr);
+        MatchTrigger::Instance().Enable({"A:E", 1000, 0});
+        for (int line = 0; line < 3; ++line) {
+            MatchTrigger::Instance().Look("A", 'E', "");
+        }
+        status::DumpEnded("", "");
+        EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nsuppressed=2\n"))
+            << "the dump that is due has these lines too";
+    });
 }
 
 TEST(ApplicationTest, FirstLaunchThatLacksSomething) {
