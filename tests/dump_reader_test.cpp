@@ -1,6 +1,7 @@
 #include "dump/dump_reader.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,7 +9,9 @@
 #include <new>
 #include <random>
 #include <sstream>
+#include <utility>
 
+#include "io/shared_limits.h"
 #include "policy/code_tables.h"
 #include "policy/policy_file.h"
 #include "support/dump_builder.h"
@@ -157,6 +160,35 @@ TEST(DumpReader, DamageIsToldWithOffsetAndCause) {
         EXPECT_EQ(Read(bytes), text) << hex;
         EXPECT_LT(largest_allocation, 1024U * 1024) << hex;
     }
+}
+
+// Counted for the whole process, so that only differences are known.
+TEST(MemoryCharge, EachInputLetsTwiceItsBytesBeTaken) {
+    const auto most = [] {
+        MemoryCharge charge;
+        uint64_t bytes = 0;
+        for (uint64_t step = uint64_t{1} << 40; step > 0; step /= 2) {
+            bytes += charge.Set(bytes + step) ? step : 0;
+        }
+        return bytes;
+    };
+    const uint64_t before = most();
+    MemoryCharge::Admit(1000);
+    MemoryCharge::Admit(10);
+    struct stat file {};
+    file.st_dev = 99999;
+    file.st_size = 100;
+    MemoryCharge::AdmitFile(file);
+    MemoryCharge::AdmitFile(file);  // once
+    EXPECT_EQ(most(), before + 2220);
+    MemoryCharge held;
+    ASSERT_TRUE(held.Add(300) && held.Add(200));
+    EXPECT_EQ(most(), before + 2220 - 500);
+    {
+        const MemoryCharge taken_over = std::move(held);
+        EXPECT_EQ(most(), before + 2220 - 500);
+    }
+    EXPECT_EQ(most(), before + 2220);
 }
 
 TEST(DumpReader, SurvivesRandomDamage) {
