@@ -109,9 +109,9 @@ bool AllCharacters(std::string_view bytes, const Predicate& holds) {
     return true;
 }
 
-}  // namespace
-
-void AppendEscaped(std::string_view text, std::string& out) {
+// Takes over plain ASCII as it is, and gives each other character to `append`, with its bytes.
+template <typename Append>
+void AppendOthers(std::string_view text, std::string& out, const Append& append) {
     while (!text.empty()) {
         const size_t plain = PlainPrefix(text);
         out += text.substr(0, plain);
@@ -121,6 +121,15 @@ void AppendEscaped(std::string_view text, std::string& out) {
         }
         const Character character = FirstCharacter(text);
         const std::string_view bytes = text.substr(0, character.size == 0 ? 1 : character.size);
+        append(character, bytes);
+        text.remove_prefix(bytes.size());
+    }
+}
+
+}  // namespace
+
+void AppendEscaped(std::string_view text, std::string& out) {
+    AppendOthers(text, out, [&out](const Character& character, std::string_view bytes) {
         if (character.size == 0 || IsControl(character.code)) {
             for (const char byte : bytes) {
                 AppendByte(out, byte);
@@ -132,8 +141,7 @@ void AppendEscaped(std::string_view text, std::string& out) {
         } else {
             out += bytes;
         }
-        text.remove_prefix(bytes.size());
-    }
+    });
 }
 
 void AppendJsonEscaped(std::string_view json, std::string& out) {
@@ -158,15 +166,7 @@ void AppendJsonEscaped(std::string_view json, std::string& out) {
 }
 
 void AppendUtf8(std::string_view text, std::string& out) {
-    while (!text.empty()) {
-        const size_t plain = PlainPrefix(text);
-        out += text.substr(0, plain);
-        text.remove_prefix(plain);
-        if (text.empty()) {
-            return;
-        }
-        const Character character = FirstCharacter(text);
-        const std::string_view bytes = text.substr(0, character.size == 0 ? 1 : character.size);
+    AppendOthers(text, out, [&out](const Character& character, std::string_view bytes) {
         if (character.size == 0 || character.code == '\n' || character.code >= 0x10FF00) {
             for (const char byte : bytes) {
                 const auto value = static_cast<uint8_t>(byte);
@@ -177,8 +177,7 @@ void AppendUtf8(std::string_view text, std::string& out) {
         } else {
             out += bytes;
         }
-        text.remove_prefix(bytes.size());
-    }
+    });
 }
 
 std::string Escape(std::string_view text) {
