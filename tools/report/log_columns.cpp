@@ -59,7 +59,7 @@ bool SplitExactly(std::string_view message, const std::vector<std::string>& piec
 }
 
 bool IsBlank(char c) {
-    return (c >= 0 && c <= ' ') || c == 0x7F;
+    return static_cast<unsigned char>(c) <= ' ' || c == 0x7F;
 }
 
 // Where the piece ends that starts there, a blank of it standing for any row of blanks.
