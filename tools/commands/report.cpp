@@ -58,7 +58,7 @@ public:
             return;
         }
         // A dump that changed meanwhile can have more lines than before.
-        const size_t number = columns_->Lines();
+        const auto number = static_cast<size_t>(columns_->Lines());
         const bool known = number < numbers_.size();
         shown.before = known ? breaks_[number] : Break::kNone;
         columns_->Add(line, shown,
