@@ -95,6 +95,10 @@ bool JournalFollower::Next(JournalEntry& entry) {
         return true;
     }
     Mark();
+    if (has_match_ && fault_.empty()) {
+        // In a container, a sandbox that mounts a /proc of its own shows the host's boot.
+        fault_ = "the journal has no entry of this boot, " + BootId();
+    }
     return false;
 }
 
@@ -201,6 +205,13 @@ JournalPlace JournalFollower::Place() {
     return {cursor_, {lost_, uncounted_gaps_, last_usec_}};
 }
 
+std::string JournalFollower::BootId() {
+    sd_id128_t boot{};
+    Check(sd_id128_get_boot(&boot), "boot id");
+    std::array<char, SD_ID128_STRING_MAX> text{};
+    return sd_id128_to_string(boot, text.data());
+}
+
 // libsystemd leaves out files that it may not read and says nothing of it.
 void JournalFollower::LookForFault() {
     sd_id128_t machine{};
@@ -239,10 +250,7 @@ void JournalFollower::Open() {
     if (at_cursor_) {
         Check(sd_journal_seek_cursor(journal, cursor_.c_str()), "opening the journal");
     } else {
-        sd_id128_t boot{};
-        Check(sd_id128_get_boot(&boot), "boot id");
-        std::array<char, SD_ID128_STRING_MAX> text{};
-        const std::string match = std::string("_BOOT_ID=") + sd_id128_to_string(boot, text.data());
+        const std::string match = "_BOOT_ID=" + BootId();
         Check(sd_journal_add_match(journal, match.c_str(), 0), "opening the journal");
         Check(sd_journal_seek_head(journal), "opening the journal");
     }

@@ -76,6 +76,7 @@ private:
     // Remembers the place of the last entry, and counts what is missing before it.
     void Mark();
     void LookForFault();
+    std::string BootId();
     void ReadFields(JournalEntry& entry);
     // Both return 0 or a negative errno.
     int Enumerate(Fields& fields);
