@@ -241,14 +241,20 @@ private:
 
     void Open(size_t place) {
         Part& part = timeline_.parts_[place];
-        auto cursor = std::make_unique<Cursor>(
-            timeline_.openers_[place](), part, place, timeline_.tables_[place],
-            part.clock ? part.clock : timeline_.boots_[part.boot].clock);
-        Cursor& added = *open_.emplace(place, std::move(cursor)).first->second;
-        if (added.Next()) {
-            turns_.emplace(added.Current().time_ms, place);
-        } else {
-            Finish(added);
+        try {
+            auto cursor = std::make_unique<Cursor>(
+                timeline_.openers_[place](), part, place, timeline_.tables_[place],
+                part.clock ? part.clock : timeline_.boots_[part.boot].clock);
+            Cursor& added = *open_.emplace(place, std::move(cursor)).first->second;
+            if (added.Next()) {
+                turns_.emplace(added.Current().time_ms, place);
+            } else {
+                Finish(added);
+            }
+        } catch (const DamageError& error) {
+            // By itself it was whole: what it needs is too much beside all that are open.
+            throw DamageError(error.Offset(), std::string(error.what()) + " (" + part.name +
+                                                  "; read fewer dumps at a time)");
         }
     }
 
