@@ -43,7 +43,7 @@ using Steady = DumpWaiter::Clock;
 
 // A service that was started by the command before may not have come to its lock yet.
 constexpr std::chrono::seconds kGrace{2};
-// So long after its start, a service that has no line yet is given the time to read the first.
+// So long after its start, a service is given the time to read what was logged before.
 constexpr std::chrono::seconds kStart{3};
 constexpr std::chrono::milliseconds kLookAgain{20};
 
@@ -60,8 +60,12 @@ std::chrono::seconds SecondsUntil(Steady::time_point time) {
 
 bool IsAboutToRead(const ServiceStatus& status) {
     const auto started = status.service.Number("started");
-    return status.pid && started && status.service.Number("accepted").value_or(0) == 0 &&
-           std::time(nullptr) - *started < kStart.count();
+    if (!status.pid || !started) {
+        return false;
+    }
+    const std::chrono::seconds age(std::time(nullptr) - *started);
+    return age < kStart && status.service.Number("newest_ms").value_or(0) <
+                               status.now_ms - std::chrono::milliseconds(age).count();
 }
 
 // Hands over the request, as soon as there is a service that takes it.
