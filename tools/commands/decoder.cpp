@@ -218,9 +218,8 @@ void Decoder::SettleStyle() {
     style_.wall = !options_.monotonic && (options_.wall || boot_time_ms_ || told);
     style_.utc = options_.utc;
     for (const Part& part : timeline_->Parts()) {
-        std::string time;
-        AppendSeconds(part.EndMs(), time);
-        columns_.time = std::max(columns_.time, time.size());
+        const auto boot_time_ms = style_.wall ? std::optional<int64_t>(0) : std::nullopt;
+        columns_.time = std::max(columns_.time, TimeText(part.EndMs(), boot_time_ms).size());
         columns_.latest = columns_.latest || (part.latest && part.records > 0);
     }
     style_.host = timeline_->Hosts().size() > 1;

@@ -57,6 +57,7 @@ public:
 
     // REQUIRES: Run() made a format.
     [[nodiscard]] const Timeline& Log() const { return *timeline_; }
+    [[nodiscard]] const Columns& Widths() const { return columns_; }
 
 private:
     struct LastLine {

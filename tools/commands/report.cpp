@@ -18,6 +18,7 @@
 #include "patterns/pattern_table.h"
 #include "report/log_columns.h"
 #include "report/page_writer.h"
+#include "text/columns.h"
 #include "text/escape.h"
 
 namespace trelvo {
@@ -75,13 +76,18 @@ public:
     }
 
     // What the page needs besides the blocks. Hands over the last of them.
-    [[nodiscard]] Json Finish(const Timeline& log) {
+    [[nodiscard]] Json Finish(const Timeline& log, const Columns& widths) {
         columns_->Finish();
         Json head = columns_->Tables();
         head["program"] = "trelvoctl " TRELVO_VERSION;
         head["wall"] = style_.wall;
         head["utc"] = style_.utc;
         head["blocks"] = blocks_;
+        head["widths"] = {{"time", widths.time},
+                          {"latest", widths.latest},
+                          {"tag", widths.tag},
+                          {"pid", widths.pid},
+                          {"tid", widths.tid}};
         Json boots = Json::array();
         for (size_t boot = 0; boot < log.Boots(); ++boot) {
             boots.push_back(
@@ -178,7 +184,7 @@ ExitCode Report(const ReportOptions& options) {
         if (format == nullptr || decoder.Log().Boots() == 0) {
             return;  // there is nothing to show
         }
-        page->Finish(format->Finish(decoder.Log()));
+        page->Finish(format->Finish(decoder.Log(), decoder.Widths()));
         file->Finish();
     });
     return std::max(result, faults.Worst());

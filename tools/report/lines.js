@@ -45,6 +45,7 @@ export class LineList {
     const other = state.all && filter.mask && !filter.mask[line];
     row.className = `line level-${letter}${other ? ' other' : ''}`;
     time.textContent = this.timeOf(line, log.days ? 'short' : 'time');
+    time.title = log.isLatest(line) ? 'No later than that' : '';
     level.textContent = letter;
     level.title = LEVEL_NAMES[log.level(line)];
     const name = log.valueOf('tag', log.sourceOf[line]);
@@ -65,11 +66,18 @@ export class LineList {
     }
   }
 
+  // The mark of times that are the latest possible; a blank where only others have it.
+  markOf(line) {
+    const {log} = this.view;
+    return log.isLatest(line) ? '≤' : log.widths.latest ? ' ' : '';
+  }
+
   timeOf(line, part = 'all') {
     const {log} = this.view;
-    if (part !== 'short') return timeText(log.times[line], log.isWall(line), state.utc, part);
-    const text = timeText(log.times[line], log.isWall(line), state.utc);
-    return log.isWall(line) ? text.slice(text.indexOf('-') + 1) : text;
+    const wall = log.isWall(line);
+    const text = timeText(log.times[line], wall, state.utc, part === 'short' ? 'all' : part);
+    const shown = wall && part === 'short' ? text.slice(text.indexOf('-') + 1) : text;
+    return this.markOf(line) + shown;
   }
 
   // Gets the messages in view that are missing, and shows them.
@@ -193,14 +201,21 @@ export class LineList {
     return make('span', {className: 'pair'}, name, button('only', 'only'), button('not', 'hide'));
   }
 
-  // A line as `trelvoctl decode` gives it.
+  // A line as `trelvoctl decode` gives it, in its columns.
   asText(line, message) {
-    const {log} = this.view;
-    const of = (facet) => log.valueOf(facet, log.sourceOf[line]);
-    const host = log.facets.host.values.length > 1 ? ` ${escapeText(of('host'))}` : '';
-    const thread = of('tid') === of('pid') ? '' : `, T ${of('tid')}`;
-    const head = `${this.timeOf(line)}${host} ${of('level')}/${escapeText(of('tag'))}`;
-    return `${head} (P ${of('pid')}${thread}): ${escapeText(message)}\n`;
+    const {log, log: {widths}} = this.view;
+    const source = log.sourceOf[line];
+    const of = (facet) => log.valueOf(facet, source);
+    const wall = log.isWall(line);
+    const time = timeText(log.times[line], wall, state.utc) + (wall && state.utc ? 'Z' : '');
+    const host = log.hosts.size > 1 ? ` ${escapeText(of('host'))}` : '';
+    const thread = of('tid') === of('pid') ? '' : `, T ${of('tid').padStart(widths.tid)}`;
+    const ids = of('pid') + thread;
+    const idWidth = widths.pid + (widths.tid ? ', T '.length + widths.tid : 0);
+    const blanks = Math.max(0, widths.tag - log.tagWidths[log.sources.tag[source]]) +
+        Math.max(0, idWidth - ids.length);
+    return `${this.markOf(line)}${time.padStart(widths.time)}${host} ${of('level')}/` +
+        `${escapeText(of('tag'))}${' '.repeat(blanks)} (P ${ids}): ${escapeText(message)}\n`;
   }
 
   async copy() {

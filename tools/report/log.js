@@ -17,13 +17,16 @@ export class Log {
     this.lines = head.lines;
     this.marks = head.marks;
     this.boots = head.boots;
+    this.hosts = new Set(head.boots.map((boot) => boot.host));
     this.tags = head.tags;
+    this.tagWidths = head.tag_widths;
+    this.widths = head.widths;
     this.patterns = head.patterns;
     this.blocks = head.blocks;
     this.sources = sources;
     this.sourceCount = sources.tag.length;
-    this.levelOf =
-        Uint8Array.from([...sources.level], (level) => Math.max(0, LEVELS.indexOf(level)));
+    this.levelOf = Uint8Array.from(
+        sources.level, (code) => Math.max(0, LEVELS.indexOf(String.fromCharCode(code))));
     this.times = new Float64Array(this.lines);  // since 1970, or since boot
     this.patternOf = new Uint32Array(this.lines);
     this.sourceOf = new Uint32Array(this.lines);
@@ -110,6 +113,11 @@ export class Log {
 
   isWall(line) {
     return this.boots[this.sources.boot[this.sourceOf[line]]].wall;
+  }
+
+  // Whether the time of a line is the latest possible: what tells the right one is lost.
+  isLatest(line) {
+    return this.sources.latest[this.sourceOf[line]] === 1;
   }
 
   level(line) {

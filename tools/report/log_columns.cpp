@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "patterns/masking.h"
+#include "text/columns.h"
 #include "text/escape.h"
 
 namespace trelvo {
@@ -168,7 +169,7 @@ void LogColumns::Add(const Line& line, const LineContext& context, std::optional
     last_ms_ = ms;
     const size_t number = FormOf(message_, pattern.value_or(patterns_.size() - 1));
     Form& form = forms_[number];
-    form.sources.push_back(SourceOf(line, context.boot_place));
+    form.sources.push_back(SourceOf(line, context));
     for (size_t i = 0; i < values_.size(); ++i) {
         form.values[i].append(values_[i]) += '\n';
     }
@@ -230,32 +231,34 @@ size_t LogColumns::AddForm(size_t pattern, std::vector<std::string> pieces) {
     return forms_.size() - 1;
 }
 
-uint32_t LogColumns::SourceOf(const Line& line, size_t boot) {
+uint32_t LogColumns::SourceOf(const Line& line, const LineContext& context) {
     auto tag = tags_.find(line.source.tag);
     if (tag == tags_.end()) {
         tag = tags_.emplace(line.source.tag, tags_.size()).first;
     }
-    const Source source{line.level, tag->second, line.source.pid, line.source.tid, boot};
+    const Source source{
+        line.level,      static_cast<int64_t>(tag->second),        line.source.pid,
+        line.source.tid, static_cast<int64_t>(context.boot_place), context.latest ? 1 : 0};
     return sources_.emplace(source, static_cast<uint32_t>(sources_.size())).first->second;
 }
 
 Json LogColumns::Tables() const {
     std::vector<std::string> tags(tags_.size());
+    std::vector<size_t> tag_widths(tags_.size());
     for (const auto& [tag, number] : tags_) {
         tags[number] = Utf8(tag);
+        tag_widths[number] = DisplayWidth(Escape(tag));
     }
-    std::vector<Source> sources(sources_.size());
+    std::array<std::vector<int64_t>, kSourceFields.size()> columns;
+    columns.fill(std::vector<int64_t>(sources_.size()));
     for (const auto& [source, number] : sources_) {
-        sources[number] = source;
+        for (size_t field = 0; field < source.size(); ++field) {
+            columns.at(field)[number] = source.at(field);
+        }
     }
-    std::string levels;
-    std::array<std::vector<int64_t>, 4> columns;
-    for (const auto& [level, tag, pid, tid, boot] : sources) {
-        levels += level;
-        columns[0].push_back(static_cast<int64_t>(tag));
-        columns[1].push_back(pid);
-        columns[2].push_back(tid);
-        columns[3].push_back(static_cast<int64_t>(boot));
+    Json sources;
+    for (size_t field = 0; field < columns.size(); ++field) {
+        sources[kSourceFields.at(field)] = columns.at(field);
     }
     Json form_patterns = Json::array();
     Json form_texts = Json::array();
@@ -263,17 +266,11 @@ Json LogColumns::Tables() const {
         form_patterns.push_back(form.pattern);
         form_texts.push_back(form.pieces);
     }
-    return {{"lines", lines_},
-            {"tags", tags},
-            {"sources",
-             {{"level", levels},
-              {"tag", columns[0]},
-              {"pid", columns[1]},
-              {"tid", columns[2]},
-              {"boot", columns[3]}}},
-            {"patterns", patterns_},
-            {"forms", {{"pattern", form_patterns}, {"pieces", form_texts}}},
-            {"marks", marks_}};
+    return {
+        {"lines", lines_},          {"tags", tags},
+        {"tag_widths", tag_widths}, {"sources", sources},
+        {"patterns", patterns_},    {"forms", {{"pattern", form_patterns}, {"pieces", form_texts}}},
+        {"marks", marks_}};
 }
 
 }  // namespace trelvo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -8,7 +9,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <vector>
 
 #include "dump/timeline.h"
@@ -21,7 +21,7 @@ namespace trelvo {
 //
 // A message is the exact text of its form, a pattern with the blanks that the message has, and the
 // values in its wildcards; values in one place of one form are alike and stand next to each other,
-// and so do the sources (level, tag, process, thread, boot) of one form's lines.
+// and so do the sources, what lines have in common (kSourceFields), of one form's lines.
 //
 //   columns   times       n zigzag LEB128: milliseconds since the line before, of the first of all
 //                         lines since 1970 or since boot
@@ -68,12 +68,14 @@ private:
         std::vector<uint32_t> sources;
         std::vector<std::string> values;
     };
-    using Source = std::tuple<char, size_t, int32_t, int32_t, size_t>;
+    // Latest: 1 where times are the latest possible.
+    static constexpr std::array kSourceFields{"level", "tag", "pid", "tid", "boot", "latest"};
+    using Source = std::array<int64_t, kSourceFields.size()>;
 
     // The form that the message has; leaves its values in values_.
     [[nodiscard]] size_t FormOf(std::string_view message, size_t pattern);
     [[nodiscard]] size_t AddForm(size_t pattern, std::vector<std::string> pieces);
-    [[nodiscard]] uint32_t SourceOf(const Line& line, size_t boot);
+    [[nodiscard]] uint32_t SourceOf(const Line& line, const LineContext& context);
 
     Taker taker_;
     std::vector<std::string> patterns_;  // their texts; one more for none

@@ -13,7 +13,6 @@ namespace trelvo {
 
 namespace {
 
-constexpr size_t kWallWidth = 23;
 constexpr size_t kThreadtimeTagWidth = 8;
 constexpr size_t kIdWidth = 5;
 constexpr const char* kDateAndTime = "%Y-%m-%d %H:%M:%S";
@@ -116,7 +115,7 @@ public:
         } else {
             time_.clear();
             AppendSeconds(line.time_ms, time_);
-            AppendRight(time_, style_.wall ? kWallWidth : columns_.time, out);
+            AppendRight(time_, columns_.time, out);
         }
         if (style_.host) {
             out += ' ';
