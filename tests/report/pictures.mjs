@@ -12,11 +12,13 @@ import {writeSample} from './sample.mjs';
 const [trelvoctl, folder] = process.argv.slice(2);
 process.env.TZ = 'UTC';
 const dumps = mkdtempSync(join(tmpdir(), 'pictures-'));
+const healthy = mkdtempSync(join(tmpdir(), 'healthy-'));
 let browser;
 try {
   const lines = writeSample(dumps, 60000);
   const page = join(dumps, 'report.html');
-  execFileSync(trelvoctl, ['report', dumps, '-o', page]);
+  writeSample(healthy, 60000, {healthy: true});
+  execFileSync(trelvoctl, ['report', dumps, '--good', healthy, '-o', page]);
   browser = await Browser.start();
   const first = lines.findIndex(({level}) => level === 'F') + 1;
   await browser.open(page, `#line=${first}&sort=level`);
@@ -25,5 +27,5 @@ try {
   await browser.screenshot(join(folder, 'narrow.png'), {width: 400, height: 1000});
 } finally {
   await browser?.quit();
-  rmSync(dumps, {recursive: true});
+  for (const each of [dumps, healthy]) rmSync(each, {recursive: true});
 }

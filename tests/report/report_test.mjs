@@ -29,6 +29,8 @@ process.env.TZ = 'UTC';  // of the browser, too
 const folder = mkdtempSync(join(tmpdir(), 'report-'));
 const dumps = join(folder, 'dumps');
 const page = join(folder, 'report.html');
+const good = join(folder, 'good');
+const compared = join(folder, 'compared.html');
 let browser;
 let lines;
 
@@ -37,6 +39,8 @@ const decode = (...args) => run('decode', '-o', 'json', ...args, dumps)
                                 .split('\n')
                                 .filter(Boolean)
                                 .map((line) => JSON.parse(line));
+const contentOf = (css) =>
+    browser.run((selector) => document.querySelector(selector).textContent, css);
 const textOf = (css) => browser.run((selector) => document.querySelector(selector).innerText, css);
 // Several lines are counted as "1,234 of 70,000 lines".
 const count = async () => Number((await textOf('#counts')).split(' ')[0].replaceAll(',', ''));
@@ -69,9 +73,11 @@ const copied = async (button) => {
 };
 
 before(async () => {
-  mkdirSync(dumps);
+  for (const each of [dumps, good]) mkdirSync(each);
   lines = writeSample(dumps, LINES);
+  writeSample(good, LINES, {healthy: true});
   run('report', dumps, '-o', page);
+  run('report', dumps, '--good', good, '-o', compared);
   browser = await Browser.start();
   await browser.cdp(
       'Browser.grantPermissions', {permissions: ['clipboardReadWrite', 'clipboardSanitizedWrite']});
@@ -276,6 +282,60 @@ check('lists patterns, and filters by one', async () => {
   assert.equal(await count(), LINES - newest.count);
 });
 
+check('lists what changed as compare does, and filters by it', async () => {
+  // A healthy log of lines that came once: what is new in the other one is so by chance.
+  const [once, often] = [join(folder, 'once.dump'), join(folder, 'often.dump')];
+  const texts = ['alpha', 'beta', 'gamma', 'delta'];
+  for (const [file, messages] of [[once, texts], [often, ['new one']]]) {
+    const made = Array.from({length: 200}, () => file === once ? 'tick' : 'tock').concat(messages);
+    writeFileSync(
+        file,
+        buildDump(made.map(
+            (message, i) =>
+                ({time_ms: 1000 + 50 * i, level: 'I', tag: 'a', pid: 1, tid: 1, message}))));
+  }
+  const file = join(folder, 'often.html');
+  run('report', often, '--good', once, '-o', file);
+  const shown = () => browser.run(
+      () => [...document.querySelectorAll('.change:not([hidden])')].map(
+          (row) => [...row.children].map((part) => part.textContent).concat(row.lastChild.title)));
+  await browser.cdp(
+      'Emulation.setDeviceMetricsOverride',
+      {width: 1280, height: 1600, deviceScaleFactor: 1, mobile: false});
+  for (const [path, ...sides] of [[file, once, often], [compared, good, dumps]]) {
+    const {changes, new_by_chance} = JSON.parse(run('compare', '-o', 'json', ...sides));
+    const text = run('compare', ...sides).split('\n').slice(0, -1);
+    const labels = text.slice(3).map((row) => row.slice(0, 6).trim());
+    await browser.open(path);
+    assert.equal(await textOf('#changes-summary'), text.slice(0, 2).join('\n').split(': "')[0]);
+    assert.deepEqual(await shown(), [...changes, ...new_by_chance].map((change, i) => {
+      const {level, tag, text, example, at, good: {count}, bad} = change;
+      const counts = [count, bad.count].map((number) => number.toLocaleString('en-US'));
+      const time = at.time?.slice(bad.count ? 11 : 5, 19).replace('T', ' ') ??
+          (at.time_ms / 1000).toFixed(3);
+      const first = `${bad.count ? 'from' : 'last'} ${time}`;
+      return [labels[i], level, counts.join(' → '), first, `${tag}: ${example}`, text];
+    }));
+  }
+  const changes = await shown();
+  const numberOf = (label) => changes.findIndex((row) => row[0] === label) + 1;
+  const row = (number) => `.change:nth-child(${number}) .text`;
+  const linesOf = (number) => Number(changes[number - 1][2].split('→ ')[1].replace(',', ''));
+  await browser.click(row(numberOf('gone')));
+  assert.equal(await count(), LINES);
+  assert.match(await textOf('#said'), /healthy log only/);
+  await browser.click(row(2));
+  assert.equal(await count(), linesOf(2));
+  const first = lines.findIndex(({tag, message}) => changes[1][4] === `${tag}: ${message}`);
+  assert.equal(await selected(), first);
+  await address('change=2');
+  await browser.keys('\uE015\uE007');  // down, Enter
+  assert.equal(await count(), linesOf(2) + linesOf(3));
+  await browser.open(compared, await address('change=2&change=3'));
+  assert.equal(await count(), linesOf(2) + linesOf(3));
+  assert.match(await textOf('#chips'), /change new: web: POST/);
+});
+
 check('scrolls to any line', async () => {
   await browser.open(page);
   for (const share of [1, 0.5, 0.001]) {
@@ -295,7 +355,7 @@ check('scrolls to any line', async () => {
 });
 
 check('is usable on a small screen, by name and on paper', async () => {
-  await browser.open(page, '#level=F&line=40000');
+  await browser.open(compared, '#level=F&line=40000');
   await browser.screenshot(join(folder, 'narrow.png'), {width: 400});
   assert.ok(await browser.run(() => document.documentElement.scrollWidth <= 400));
   const nameless = await browser.run(
@@ -314,6 +374,7 @@ check('is usable on a small screen, by name and on paper', async () => {
   }, Math.min(500, fatal.length));
   assert.equal(printed.length - 1, Math.min(500, fatal.length));
   assert.ok(printed[0].endsWith(fatal[0].message));
+  assert.match(await contentOf('#print-changes'), /^new +E 0 → /);
   await browser.screenshot(join(folder, 'wide.png'));
 });
 
@@ -322,7 +383,7 @@ check('never takes a log for markup or script', async () => {
   const {image} = hostileDump(3000);
   writeFileSync(hostile, image);
   const file = join(folder, 'hostile.html');
-  run('report', hostile, '-o', file);
+  run('report', hostile, '--good', good, '-o', file);
   const source = readFileSync(file, 'latin1');
   assert.ok(!source.includes('<img src=x') && source.endsWith('</html>\n'));
   await browser.open(file);
@@ -331,11 +392,15 @@ check('never takes a log for markup or script', async () => {
           (kind) => document.querySelectorAll(kind).length));
   const [scripts] = await elements();
   assert.deepEqual(await elements(), [scripts, 0, 0, 0, 1, 0]);
-  await browser.click('#tab-filters');
   assert.equal(await copied('#copy'), run('decode', hostile));
   // What is in view, too, has nothing that hides or turns text.
-  const text = await browser.run(() => document.body.innerText);
-  assert.doesNotMatch(text, /[\u202a-\u202e\u2066-\u2069\u0000-\u0008\u000b-\u001f\u0080-\u009f]/);
+  for (const tab of ['changes', 'patterns', 'filters']) {
+    await browser.click(`#tab-${tab}`);
+    const text = await textOf(`#pane-${tab}`) + await textOf('#lines');
+    assert.match(text, /<(img|b|script)|\\x/, tab);
+    assert.doesNotMatch(
+        text, /[\u202a-\u202e\u2066-\u2069\u0000-\u0008\u000b-\u001f\u0080-\u009f]/);
+  }
   await browser.open(file, `#${new URLSearchParams({tag: '<img src=x onerror=alert(1)>'})}`);
   assert.ok(await count() > 0);
   assert.ok((await textOf('#chips')).includes('<img src=x onerror=alert(1)>'));

@@ -1,4 +1,5 @@
-// The log of a device that runs out of space, fails and boots again: two boots, three dumps, a gap.
+// The log of a device that runs out of space, fails and boots again: two boots, three dumps, a gap;
+// and one of a day on which it did not.
 
 import {utimesSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
@@ -30,6 +31,10 @@ const USUAL = [
     (r) => `connection to 10.0.${r(8)}.${r(250)} lost: timed out after 3000 ms`
   ],
 ];
+const BEFORE = [
+  [0.5, 'I', 'store', 951, (r) => `freed ${r(900)} pages`],
+  [6, 'I', 'power', 290, (r) => `battery ${20 + r(80)} %, 3.${r(90) + 10} V, ${20 + r(20)} C`],
+];
 const TROUBLE = [
   [
     6, 'E', 'store', 951,
@@ -37,6 +42,7 @@ const TROUBLE = [
   ],
   [5, 'W', 'store', 951, (r) => `retry ${1 + r(5)} of 5 in ${r(900)} ms`],
   [4, 'E', 'web', 1204, (r) => `POST /items 507 in ${r(900)} ms: insufficient storage`],
+  [1.5, 'W', 'cache', 1204, (r) => `evicted ${r(40)} of 4096 entries`],
   [0.5, 'F', 'store', 951, (r) => `journal ${r(40)} is gone; giving up after 5 attempts`],
 ];
 
@@ -49,11 +55,11 @@ function drawer(entries) {
 }
 
 // Writes the dumps into a folder; gives their lines.
-export function writeSample(folder, count) {
-  let seed = 7;
+export function writeSample(folder, count, {healthy = false} = {}) {
+  let seed = healthy ? 11 : 7;
   const share = () => (seed = (seed * 48271) % 2147483647) / 2147483647;
   const random = (below) => Math.floor(share() * below);
-  const usual = drawer(USUAL);
+  const usual = drawer(healthy ? [...USUAL, ...BEFORE] : USUAL);
   const trouble = drawer(TROUBLE);
   const written = [];
   const write = (name, lines, start, settings, share_of_trouble) => {
@@ -80,6 +86,10 @@ export function writeSample(folder, count) {
     return time;
   };
   const first = {boot: 'a'.repeat(32), booted_ms: BOOTED};
+  if (healthy) {
+    write('1.dump', 1, 4000, {...first, booted_ms: BOOTED - 86400000}, () => 0);
+    return written;
+  }
   const end = write('1.dump', 0.4, 4000, first, () => 0);
   write('2.dump', 0.25, end + 900000, {...first, delta_ms: 5}, (at) => at < 0.7 ? 0 : at - 0.7);
   write('3.dump', 0.35, 3000, {boot: 'b'.repeat(32), booted_ms: RETURNED}, () => 0);

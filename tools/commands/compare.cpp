@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands/commands.h"
-#include "commands/decoder.h"
+#include "commands/comparison_parts.h"
 #include "commands/output.h"
 #include "commands/pattern_output.h"
 #include "commands/policy_options.h"
@@ -14,7 +14,6 @@
 #include "text/columns.h"
 #include "text/escape.h"
 #include "text/line_filter.h"
-#include "text/units.h"
 
 namespace trelvo {
 
@@ -46,56 +45,6 @@ struct CompareOptions {
     std::string output = "text";
 };
 
-// Hands the lines of one side over.
-class SideFormat : public LineFormat {
-public:
-    SideFormat(Comparison& comparison, Comparison::Side side, TimeStyle style)
-        : comparison_(comparison), side_(side), wall_(style.wall) {}
-
-    void Append(const Line& line, const LineContext& context, std::string& /*out*/) override {
-        comparison_.Add(side_, line, wall_ ? context.boot_time_ms : std::nullopt);
-    }
-
-private:
-    Comparison& comparison_;
-    Comparison::Side side_;
-    bool wall_;
-};
-
-const char* KindName(Change::Kind kind) {
-    switch (kind) {
-        case Change::Kind::kNew:
-            return "new";
-        case Change::Kind::kGone:
-            return "gone";
-        case Change::Kind::kMore:
-            return "more";
-        case Change::Kind::kLess:
-            return "less";
-        case Change::Kind::kBurst:
-            return "burst";
-        case Change::Kind::kLevel:
-            return "level";
-    }
-    return "";
-}
-
-std::string KindText(const Change& change) {
-    switch (change.kind) {
-        case Change::Kind::kMore:
-        case Change::Kind::kLess:
-            return Format(change.ratio < 9.95 ? "x%.2g" : "x%.0f", change.ratio);
-        case Change::Kind::kLevel:
-            return Format("was %c", change.old_level);
-        default:
-            return KindName(change.kind);
-    }
-}
-
-std::string SideText(const ComparedSide& side) {
-    return std::to_string(side.lines) + " lines in " + SpanText(side.span_ms);
-}
-
 // Of the rows only so many are changes.
 void PrintRows(const std::vector<Change>& rows, size_t changed, bool utc) {
     size_t time_width = sizeof "TIME" - 1;
@@ -111,7 +60,7 @@ void PrintRows(const std::vector<Change>& rows, size_t changed, bool utc) {
     const size_t width = TerminalWidth().value_or(0);
     for (size_t i = 0; i < rows.size(); ++i) {
         const Change& change = rows[i];
-        std::string line = Padded(i < changed ? KindText(change) : "new?", 6, false) + ' ' +
+        std::string line = Padded(i < changed ? ChangeText(change) : kNewByChance, 6, false) + ' ' +
                            change.level + ' ' +
                            Padded(std::to_string(change.good.count), good_width, true) + ' ' +
                            Padded(std::to_string(change.bad.count), bad_width, true) + ' ' +
@@ -125,10 +74,6 @@ void PrintRows(const std::vector<Change>& rows, size_t changed, bool utc) {
 }
 
 void PrintText(const Comparison& comparison, const Differences& found, bool utc) {
-    Print("good: " + SideText(comparison.Of(Comparison::kGood)) +
-          "; bad: " + SideText(comparison.Of(Comparison::kBad)) +
-          Format(", most patterns x%.2g\n%zu of %zu patterns changed", comparison.UsualRatio(),
-                 found.changes.size(), comparison.Rows()));
     // As far as the first screen has room: no more of them than of changes, but some errors.
     std::vector<Change> rows = found.changes;
     size_t by_chance = 0;
@@ -140,11 +85,8 @@ void PrintText(const Comparison& comparison, const Differences& found, bool utc)
             ++by_chance;
         }
     }
-    if (!found.new_by_chance.empty()) {
-        Print(Format("; %zu new ones are no more than chance explains%s",
-                     found.new_by_chance.size(), by_chance > 0 ? ": \"new?\"" : ""));
-    }
-    Print("\n");
+    Print(ComparisonText(comparison, found));
+    Print(by_chance > 0 ? std::string(": \"") + kNewByChance + "\"\n" : "\n");
     if (!rows.empty()) {
         PrintRows(rows, found.changes.size(), utc);
     }
@@ -204,24 +146,12 @@ ExitCode Compare(const CompareOptions& options) {
     auto result = ExitCode::kSuccess;
     faults.Try("compare", [&] {
         Comparison comparison;
-        for (const auto side : {Comparison::kGood, Comparison::kBad}) {
-            DecodeOptions decode = options.decode;
-            decode.words.push_back(side == Comparison::kGood ? options.good : options.bad);
-            Decoder decoder(decode, [&comparison, side](TimeStyle style) {
-                return std::make_unique<SideFormat>(comparison, side, style);
-            });
-            result = std::max(result, decoder.Run());
-        }
-        for (const auto side : {Comparison::kGood, Comparison::kBad}) {
-            if (comparison.Of(side).lines > 0) {
-                continue;
+        for (const auto& [side, input] : {std::pair(Comparison::kGood, options.good),
+                                          std::pair(Comparison::kBad, options.bad)}) {
+            result = std::max(result, ReadSide(comparison, side, options.decode, input, faults));
+            if (comparison.Of(side).lines == 0) {
+                return;
             }
-            if (result == ExitCode::kSuccess) {  // else it was told why
-                faults.Tell((side == Comparison::kGood ? options.good : options.bad) +
-                                ": has no lines to compare",
-                            ExitCode::kNoMatch);
-            }
-            return;
         }
         const Differences found = comparison.Finish();
         if (options.output == "json") {
@@ -229,10 +159,7 @@ ExitCode Compare(const CompareOptions& options) {
         } else {
             PrintText(comparison, found, options.decode.utc);
         }
-        if (comparison.Folded()) {
-            Complain("there are more than " + std::to_string(Comparison::kMaxRows) +
-                     " patterns, tags and levels: what came later is compared as of one tag, *");
-        }
+        TellFolded(comparison);
     });
     return std::max(result, faults.Worst());
 }

@@ -65,7 +65,7 @@ Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
                               "' is neither a file nor TAG:LEVEL: levels are V, D, I, "
                               "W, E, F and S");
         }
-        if (LineFilter::IsTagLevel(word) && !fs::exists(word)) {
+        if (IsFilter(word)) {
             filter_.AddTagLevel(word);
         } else {
             inputs_.push_back(word);
@@ -100,6 +100,10 @@ Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
                               "'2026-01-31 12:00:00'");
         }
     }
+}
+
+bool Decoder::IsFilter(const std::string& word) {
+    return LineFilter::IsTagLevel(word) && !fs::exists(word);
 }
 
 ExitCode Decoder::Run() {

@@ -53,6 +53,9 @@ public:
     // an option's value cannot be used.
     explicit Decoder(DecodeOptions options, FormatMaker make_format = {});
 
+    // Whether a word is TAG:LEVEL and not an input.
+    [[nodiscard]] static bool IsFilter(const std::string& word);
+
     [[nodiscard]] ExitCode Run();
 
     // REQUIRES: Run() made a format.

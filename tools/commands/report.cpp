@@ -11,9 +11,11 @@
 #include <vector>
 
 #include "commands/commands.h"
+#include "commands/comparison_parts.h"
 #include "commands/decoder.h"
 #include "commands/faults.h"
 #include "commands/output.h"
+#include "commands/page_changes.h"
 #include "commands/policy_options.h"
 #include "patterns/pattern_table.h"
 #include "report/log_columns.h"
@@ -32,17 +34,20 @@ constexpr const char* kHelp =
     "Writes one page to look at in a browser: a timeline, the lines, their patterns, and filters.\n"
     "It holds all lines, compressed, opens from disk and asks nothing of a network. Several dumps\n"
     "are one log, in which each line counts once. An existing file is replaced once the page is\n"
-    "complete.\n\n";
+    "complete. With --good, the page lists what changed, as compare does.\n\n";
 
 struct ReportOptions {
     DecodeOptions decode;
+    std::optional<std::string> good;
     std::string output;
 };
 
 // Finds the patterns in one pass over the lines, and hands over the lines in a second one.
 class ReportFormat : public LineFormat {
 public:
-    ReportFormat(TimeStyle style, PageWriter& page) : style_(style), page_(page) {}
+    // `changes`: what to compare the lines with, if anything.
+    ReportFormat(TimeStyle style, PageWriter& page, PageChanges* changes)
+        : style_(style), page_(page), changes_(changes) {}
 
     [[nodiscard]] bool TakesBreaks() const override { return true; }
 
@@ -53,6 +58,9 @@ public:
         }
         if (!columns_) {
             numbers_.push_back(table_.Add(line, shown.boot_time_ms));
+            if (changes_ != nullptr) {
+                changes_->Add(line, shown.boot_time_ms);
+            }
             breaks_.push_back(context.before);
             walls_.resize(std::max(walls_.size(), context.boot_place + 1));
             walls_[context.boot_place] = shown.boot_time_ms.has_value();
@@ -63,11 +71,15 @@ public:
         const bool known = number < numbers_.size();
         shown.before = known ? breaks_[number] : Break::kNone;
         columns_->Add(line, shown,
-                      known ? std::optional(table_.Place(numbers_[number])) : std::nullopt);
+                      known ? std::optional(table_.Place(numbers_[number])) : std::nullopt,
+                      known && changes_ != nullptr ? changes_->Of(number) : 0);
     }
 
     [[nodiscard]] bool WantsAgain() override {
         table_.Finish();
+        if (changes_ != nullptr) {
+            changes_->Finish();
+        }
         columns_.emplace(table_, [this](const LogColumns::Block& block) {
             blocks_.push_back(block.lines);
             page_.Add(block);
@@ -107,18 +119,16 @@ public:
             files.push_back(file);
         }
         head["files"] = files;
+        if (changes_ != nullptr) {
+            head["changes"] = changes_->ToJson();
+        }
         return head;
     }
 
 private:
-    static std::string Utf8(std::string_view text) {
-        std::string out;
-        AppendUtf8(text, out);
-        return out;
-    }
-
     TimeStyle style_;
     PageWriter& page_;
+    PageChanges* changes_;
     PatternTable table_;
     std::vector<uint32_t> numbers_;  // of each line
     std::vector<Break> breaks_;      // in front of each line
@@ -167,22 +177,49 @@ private:
     std::ofstream stream_;
 };
 
+// For another log: without its inputs, and without times, which are those of one run.
+DecodeOptions FiltersOf(DecodeOptions options) {
+    auto& words = options.words;
+    words.erase(std::remove_if(words.begin(), words.end(),
+                               [](const std::string& word) { return !Decoder::IsFilter(word); }),
+                words.end());
+    options.since.reset();
+    options.until.reset();
+    return options;
+}
+
 ExitCode Report(const ReportOptions& options) {
     Faults faults;
     auto result = ExitCode::kSuccess;
     faults.Try("report", [&] {
+        std::optional<PageChanges> changes;
         ReportFormat* format = nullptr;  // the decoder's
         std::optional<NewFile> file;
         std::optional<PageWriter> page;
         Decoder decoder(options.decode, [&](TimeStyle style) {
             page.emplace(file.emplace(options.output).Stream());
-            auto made = std::make_unique<ReportFormat>(style, *page);
+            auto made = std::make_unique<ReportFormat>(style, *page, changes ? &*changes : nullptr);
             format = made.get();
             return made;
         });
-        result = decoder.Run();
+        if (options.good) {
+            Comparison& sides = changes.emplace().Sides();
+            result = ReadSide(sides, Comparison::kGood, FiltersOf(options.decode), *options.good,
+                              faults);
+            if (sides.Of(Comparison::kGood).lines == 0) {
+                return;
+            }
+        }
+        result = std::max(result, decoder.Run());
         if (format == nullptr || decoder.Log().Boots() == 0) {
             return;  // there is nothing to show
+        }
+        if (changes) {
+            if (changes->Sides().Of(Comparison::kBad).lines == 0) {
+                faults.Tell("no lines to compare with " + *options.good, ExitCode::kNoMatch);
+                return;
+            }
+            TellFolded(changes->Sides());
         }
         page->Finish(format->Finish(decoder.Log(), decoder.Widths()));
         file->Finish();
@@ -206,6 +243,8 @@ void AddReport(CLI::App& app, Action& action) {
     command->add_option("-o,--output", options->output, "The page to write, such as report.html")
         ->type_name("FILE")
         ->required();
+    command->add_option("--good", options->good, "A log of a healthy run, to show what changed")
+        ->type_name("FILE|DIR");
     AddPolicyOptions(*command, decode.policy, decode.policies);
     command->add_option("--since", decode.since, "Only lines from this time on, as for decode")
         ->type_name("TIME");
@@ -214,7 +253,8 @@ void AddReport(CLI::App& app, Action& action) {
     command->footer(kHelp + ExitCodesHelp({kUsageHelp,
                                            kDamageHelp,
                                            kCodeTablesHelp,
-                                           {ExitCode::kOutput, "the page was not written"}}));
+                                           {ExitCode::kOutput, "the page was not written"},
+                                           {ExitCode::kNoMatch, "no lines to compare"}}));
     command->callback([options, &action] { action = [options] { return Report(*options); }; });
 }
 

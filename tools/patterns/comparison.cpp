@@ -91,6 +91,7 @@ Comparison::Row& Comparison::RowOf(uint32_t number, const std::string& tag, char
         row->number = number;
         row->tag = index;
         row->level = level;
+        row->line_numbers.push_back(line_numbers_++);
     }
     return *row;
 }
@@ -124,7 +125,7 @@ size_t Comparison::SliceOf(Side side, const Line& line, const PatternTime& time)
     return slice;
 }
 
-void Comparison::Add(Side side, const Line& line, std::optional<int64_t> boot_time_ms) {
+uint32_t Comparison::Add(Side side, const Line& line, std::optional<int64_t> boot_time_ms) {
     std::string room;
     const std::string_view message = MessageText(line, room);
     const uint32_t number = finder_.Take(message);
@@ -146,6 +147,7 @@ void Comparison::Add(Side side, const Line& line, std::optional<int64_t> boot_ti
     ++counts.slices.at(slice);
     counts.last = time;
     ++sides_.at(side).all.lines;
+    return row.line_numbers.front();
 }
 
 void Comparison::Gather() {
@@ -171,6 +173,8 @@ void Comparison::Gather() {
             into->cut = from->cut;
             into->example_of_bad = from->example_of_bad;
         }
+        into->line_numbers.insert(into->line_numbers.end(), from->line_numbers.begin(),
+                                  from->line_numbers.end());
         Merge(from->sides[kGood], into->sides[kGood]);
         Merge(from->sides[kBad], into->sides[kBad]);
     }
@@ -341,6 +345,7 @@ Change Comparison::ChangeOf(const Row& row) const {
     change.example = row.example;
     change.cut = row.cut;
     change.chance = row.chance;
+    change.numbers = row.line_numbers;
     if (change.kind == Change::Kind::kBurst) {
         const auto& slices = change.bad.slices;
         const auto fullest = std::max_element(slices.begin(), slices.end()) - slices.begin();

@@ -53,6 +53,7 @@ struct Change {
     PatternTime time;
     double ratio = 0;   // of the rates, bad by good; 0 where the good side has none
     double chance = 0;  // that it comes about by chance, as a share of all that is compared
+    std::vector<uint32_t> numbers;  // that Comparison::Add() gave its lines
 };
 
 struct Differences {
@@ -75,7 +76,8 @@ public:
     enum Side : size_t { kGood, kBad };
     static constexpr size_t kMaxRows = 50000;
 
-    void Add(Side side, const Line& line, std::optional<int64_t> boot_time_ms);
+    // The line's number, by which Change::numbers tells the lines of a change.
+    uint32_t Add(Side side, const Line& line, std::optional<int64_t> boot_time_ms);
     // To be called once, after the last line. The most telling change comes first.
     [[nodiscard]] Differences Finish();
 
@@ -89,8 +91,9 @@ public:
 
 private:
     struct Row {
-        uint32_t number = 0;
+        uint32_t number = 0;  // of the pattern
         uint32_t tag = 0;
+        std::vector<uint32_t> line_numbers;  // its own, and of rows that were merged into it
         char level = 0;
         std::string example;
         bool cut = false;
@@ -128,6 +131,7 @@ private:
     std::vector<std::string> tag_names_;
     std::map<Key, std::unique_ptr<Row>> rows_;
     size_t gather_at_ = 4096;  // numbers
+    uint32_t line_numbers_ = 0;
     std::array<SideState, 2> sides_;
     double usual_share_ = 1;
     bool folded_ = false;

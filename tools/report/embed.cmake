@@ -3,7 +3,7 @@
 # The modules become one script, in the order below, without their lines of import and the word
 # export: each name is unique among all modules.
 set(modules
-  words dom escape workers log state filter virtual_list lines facets summary timeline patterns keys main)
+  words dom escape workers log state filter virtual_list lines facets summary timeline patterns changes keys main)
 
 function(read_source name result)
   file(READ ${CMAKE_CURRENT_LIST_DIR}/${name} text)

@@ -145,7 +145,7 @@ export class Facets {
   // What is filtered, each with a button that takes it away.
   refreshChips() {
     const chips = setFilters().map(([facet, value, kind]) => {
-      const name = facet === 'pattern' ? this.view.patternLabel(value) : plainText(value);
+      const name = this.view.nameOf(facet, value);
       const text = `${kind === 'not' ? 'not ' : ''}${NAMES[facet] ?? facet} ${name}`;
       return this.makeChip(text, () => toggle(facet, value, kind));
     });

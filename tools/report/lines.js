@@ -176,6 +176,8 @@ export class LineList {
         ([facet, label]) => this.filterButtons(facet, log.valueOf(facet, source), label));
     const pattern = patternNumber(log.patternOf[line]);
     groups.push(this.filterButtons('pattern', pattern, `pattern ${pattern}`));
+    const change = log.valueOf('change', source);
+    if (change !== '0') groups.push(this.filterButtons('change', change, `change ${change}`));
     element('detail-filters').replaceChildren(...groups);
     const [message] = await workers.messages([line]);
     if (state.line !== line) return;
@@ -253,11 +255,12 @@ export class LineList {
   }
 
   fillPrint() {
-    const {workers, filter} = this.view;
+    const {workers, filter, changes} = this.view;
     const lines = this.printed().filter((line) => workers.cache.has(line));
     const from = this.list.first + 1;
     element('print-title').textContent = `Lines ${countText(from)} to ${
         countText(from + lines.length - 1)} of ${countText(filter.lines.length)}`;
+    element('print-changes').textContent = changes?.asText() ?? '';
     element('print-lines').textContent =
         lines.map((line) => this.asText(line, workers.cache.get(line))).join('');
   }

@@ -6,7 +6,7 @@ import {Workers} from './workers.js';
 
 export const LEVELS = 'DIWEF';
 export const LEVEL_NAMES = ['Debug', 'Info', 'Warning', 'Error', 'Fatal'];
-export const FACETS = ['level', 'tag', 'pid', 'tid', 'host', 'boot'];
+export const FACETS = ['level', 'tag', 'pid', 'tid', 'host', 'boot', 'change'];
 
 const CUT_SHARE = 0.03;  // of the axis that a long break may take
 

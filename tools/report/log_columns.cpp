@@ -15,12 +15,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t kNone = std::string_view::npos;
 
-std::string Utf8(std::string_view text) {
-    std::string out;
-    AppendUtf8(text, out);
-    return out;
-}
-
 std::vector<std::string> SplitPattern(const std::string& text) {
     std::vector<std::string> pieces;
     size_t begin = 0;
@@ -154,7 +148,8 @@ LogColumns::LogColumns(const PatternTable& table, Taker taker) : taker_(std::mov
     pattern_forms_.resize(patterns_.size());
 }
 
-void LogColumns::Add(const Line& line, const LineContext& context, std::optional<size_t> pattern) {
+void LogColumns::Add(const Line& line, const LineContext& context, std::optional<size_t> pattern,
+                     uint32_t change) {
     message_.clear();
     if (line.kind == Line::Message::kCode) {
         message_ = "<code " + Hex(line.message) + '>';
@@ -169,7 +164,7 @@ void LogColumns::Add(const Line& line, const LineContext& context, std::optional
     last_ms_ = ms;
     const size_t number = FormOf(message_, pattern.value_or(patterns_.size() - 1));
     Form& form = forms_[number];
-    form.sources.push_back(SourceOf(line, context));
+    form.sources.push_back(SourceOf(line, context, change));
     for (size_t i = 0; i < values_.size(); ++i) {
         form.values[i].append(values_[i]) += '\n';
     }
@@ -231,14 +226,15 @@ size_t LogColumns::AddForm(size_t pattern, std::vector<std::string> pieces) {
     return forms_.size() - 1;
 }
 
-uint32_t LogColumns::SourceOf(const Line& line, const LineContext& context) {
+uint32_t LogColumns::SourceOf(const Line& line, const LineContext& context, uint32_t change) {
     auto tag = tags_.find(line.source.tag);
     if (tag == tags_.end()) {
         tag = tags_.emplace(line.source.tag, tags_.size()).first;
     }
     const Source source{
         line.level,      static_cast<int64_t>(tag->second),        line.source.pid,
-        line.source.tid, static_cast<int64_t>(context.boot_place), context.latest ? 1 : 0};
+        line.source.tid, static_cast<int64_t>(context.boot_place), context.latest ? 1 : 0,
+        change};
     return sources_.emplace(source, static_cast<uint32_t>(sources_.size())).first->second;
 }
 

@@ -45,7 +45,9 @@ public:
     LogColumns(const PatternTable& table, Taker taker);
 
     // `pattern` is the line's place in the rows of the table; nothing: it is in none of them.
-    void Add(const Line& line, const LineContext& context, std::optional<size_t> pattern);
+    // `change` is the number of what changed that it belongs to; 0: to nothing.
+    void Add(const Line& line, const LineContext& context, std::optional<size_t> pattern,
+             uint32_t change);
     // Hands over the lines that are left.
     void Finish();
 
@@ -69,13 +71,14 @@ private:
         std::vector<std::string> values;
     };
     // Latest: 1 where times are the latest possible.
-    static constexpr std::array kSourceFields{"level", "tag", "pid", "tid", "boot", "latest"};
+    static constexpr std::array kSourceFields{"level", "tag",    "pid",   "tid",
+                                              "boot",  "latest", "change"};
     using Source = std::array<int64_t, kSourceFields.size()>;
 
     // The form that the message has; leaves its values in values_.
     [[nodiscard]] size_t FormOf(std::string_view message, size_t pattern);
     [[nodiscard]] size_t AddForm(size_t pattern, std::vector<std::string> pieces);
-    [[nodiscard]] uint32_t SourceOf(const Line& line, const LineContext& context);
+    [[nodiscard]] uint32_t SourceOf(const Line& line, const LineContext& context, uint32_t change);
 
     Taker taker_;
     std::vector<std::string> patterns_;  // their texts; one more for none

@@ -1,6 +1,8 @@
 // Draws the page, and again whatever changed.
 
+import {ChangeList} from './changes.js';
 import {element} from './dom.js';
+import {plainText} from './escape.js';
 import {Facets} from './facets.js';
 import {Filter} from './filter.js';
 import {listenToKeys} from './keys.js';
@@ -34,6 +36,7 @@ class View {
     this.lines = new LineList(this);
     this.timeline = new Timeline(this);
     this.patterns = new PatternList(this);
+    this.changes = head.changes && new ChangeList(this, head.changes);
     this.facets = new Facets(this);
   }
 
@@ -52,8 +55,11 @@ class View {
     return new Map([...most].map(([pid, [, tag]]) => [pid, tag]));
   }
 
-  patternLabel(number) {
-    return this.log.patternTexts[Number(number) - 1] ?? number;
+  // A value of a filter, for people.
+  nameOf(facet, value) {
+    if (facet === 'pattern') return this.log.patternTexts[Number(value) - 1] ?? value;
+    if (facet === 'change') return this.changes?.label(value) ?? value;
+    return plainText(value);
   }
 
   spanText() {
@@ -136,6 +142,7 @@ class View {
       this.tellCounts();
     }
     if (changed([...FILTER_STATE, 'sort', 'utc'])) this.patterns.refresh();
+    if (changed(['only', 'utc'])) this.changes?.list.setCount(this.changes.rows.length);
     if (changed(['utc'])) {
       fillSummary(this);
       this.lines.list.draw();
@@ -173,7 +180,7 @@ function listenToControls(view) {
   element('link').addEventListener('click', () => view.copyText(link(), 'the link'));
   element('utc').hidden = !view.head.wall;
   element('utc').addEventListener('click', () => update({utc: !state.utc}));
-  const tabs = ['patterns', 'filters'];
+  const tabs = [...(view.changes ? ['changes'] : []), 'patterns', 'filters'];
   const choose = (chosen) => tabs.forEach((tab) => {
     element(`tab-${tab}`).setAttribute('aria-selected', String(tab === chosen));
     element(`tab-${tab}`).tabIndex = tab === chosen ? 0 : -1;
@@ -182,13 +189,14 @@ function listenToControls(view) {
   for (const tab of tabs) {
     element(`tab-${tab}`).addEventListener('click', () => choose(tab));
     element(`tab-${tab}`).addEventListener('keydown', ({key}) => {
-      if (key !== 'ArrowLeft' && key !== 'ArrowRight') return;
-      const other = tabs.find((name) => name !== tab);
+      const step = {ArrowLeft: tabs.length - 1, ArrowRight: 1}[key];
+      if (!step) return;
+      const other = tabs[(tabs.indexOf(tab) + step) % tabs.length];
       choose(other);
       element(`tab-${other}`).focus();
     });
   }
-  choose('patterns');
+  choose(tabs[0]);
 }
 
 async function main() {

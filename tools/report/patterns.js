@@ -36,7 +36,7 @@ export class PatternList {
   }
 
   makeRow() {
-    const row = make('div', {className: 'pattern'});
+    const row = make('div');
     const spark = document.createElementNS(SVG, 'svg');
     spark.setAttribute('viewBox', `0 0 ${SPARK_PARTS} ${SPARK_HEIGHT}`);
     spark.setAttribute('preserveAspectRatio', 'none');
@@ -66,7 +66,7 @@ export class PatternList {
     const {count, level, first, text, path, hide} = row.parts;
     const number = patternNumber(pattern);
     const worst = log.worstOf[pattern];
-    row.className = `pattern level-${LEVELS[worst]}`;
+    row.className = `entry pattern level-${LEVELS[worst]}`;
     row.setAttribute('aria-selected', state.only.pattern.has(number));
     row.classList.toggle('focused', index === this.list.chosen);
     row.classList.toggle('hidden', state.not.pattern.has(number));

@@ -108,14 +108,14 @@ export function link() {
   return location.href.replace(/#.*/, '') + '#' + write();
 }
 
-// Adds a value to a filter, or takes it away where it is one.
-export function toggle(facet, value, kind = 'only') {
+// Adds a value to a filter, or takes it away where it is one; with other changes of what is shown.
+export function toggle(facet, value, kind = 'only', changes = {}) {
   const other = kind === 'only' ? 'not' : 'only';
   const sets = {[kind]: {...state[kind]}, [other]: {...state[other]}};
   for (const each of ['only', 'not']) sets[each][facet] = new Set(sets[each][facet]);
   sets[other][facet].delete(value);
   if (!sets[kind][facet].delete(value)) sets[kind][facet].add(value);
-  update(sets);
+  update({...sets, ...changes});
 }
 
 export function clearFilters() {

@@ -5,7 +5,7 @@ import {plainText} from './escape.js';
 import {state} from './state.js';
 import {countText, durationText, plural, timeText} from './words.js';
 
-export function fillSummary({log, head}) {
+export function fillSummary({log, head, changes}) {
   const hosts = log.facets.host.values.map(plainText).filter((host) => host);
   const title = hosts.length === 1 ? hosts[0] : hosts.length ? plural(hosts.length, 'host') : 'Log';
   document.title = `${title}: log report`;
@@ -33,6 +33,7 @@ export function fillSummary({log, head}) {
     ],
     ['Restarts', countText(count('restart')), plural(count('fresh'), 'fresh start')],
   ];
+  if (changes) tiles.push(['Changes', countText(changes.changed), 'against a healthy log']);
   if (repeated) tiles.push(['Left out', countText(repeated), 'repeated by later dumps']);
   if (damaged.length)
     tiles.push(['Damaged', countText(damaged.length), 'all that is whole is here']);

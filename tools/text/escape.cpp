@@ -180,6 +180,13 @@ void AppendUtf8(std::string_view text, std::string& out) {
     });
 }
 
+std::string Utf8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    AppendUtf8(text, out);
+    return out;
+}
+
 std::string Escape(std::string_view text) {
     std::string out;
     out.reserve(text.size());

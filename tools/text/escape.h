@@ -19,6 +19,7 @@ void AppendJsonEscaped(std::string_view json, std::string& out);
 
 // Makes UTF-8 without line feeds of any bytes, one to one: a line feed, and each byte of what is
 // not UTF-8 or would look like its stand-in, becomes U+10FF00 + byte.
+[[nodiscard]] std::string Utf8(std::string_view text);
 void AppendUtf8(std::string_view text, std::string& out);
 
 [[nodiscard]] bool IsUtf8(std::string_view bytes);

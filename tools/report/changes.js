@@ -1,0 +1,99 @@
+// What changed against a healthy log, the most telling first; choosing a change filters.
+
+import {element, make} from './dom.js';
+import {appendText, escapeText, plainText} from './escape.js';
+import {LEVEL_NAMES, LEVELS} from './log.js';
+import {state, toggle} from './state.js';
+import {VirtualList} from './virtual_list.js';
+import {countText, timeText} from './words.js';
+
+export class ChangeList {
+  constructor(view, {summary, changed, rows}) {
+    this.view = view;
+    this.rows = rows;
+    this.changed = changed;  // so many rows, before what is new by chance
+    this.list = new VirtualList(element('changes'), 'What changed', {
+      makeRow: () => this.makeRow(),
+      fillRow: (row, index) => this.fillRow(row, index),
+      onChoose: (index, how) => {
+        if (how !== 'move') this.choose(index);
+      },
+    });
+    element('changes').setAttribute('aria-multiselectable', 'true');
+    element('changes-summary').textContent = summary;
+    element('change-count').textContent = countText(changed);
+    element('tab-changes').hidden = false;
+  }
+
+  makeRow() {
+    const row = make('div');
+    row.parts = Object.fromEntries(['label', 'level', 'counts', 'first', 'text'].map(
+        (name) => [name, make('span', {className: name})]));
+    row.append(...Object.values(row.parts));
+    return row;
+  }
+
+  fillRow(row, index) {
+    const change = this.rows[index];
+    const {label, level, counts, first, text} = row.parts;
+    row.className = `entry change level-${change.level}`;
+    row.classList.toggle('weak', index >= this.changed);
+    row.classList.toggle('focused', index === this.list.chosen);
+    row.setAttribute('aria-selected', state.only.change.has(String(index + 1)));
+    label.textContent = change.label;
+    level.textContent = change.level;
+    level.title = LEVEL_NAMES[LEVELS.indexOf(change.level)];
+    counts.textContent = `${countText(change.good)} → ${countText(change.bad)}`;
+    counts.title = 'Lines in the healthy log and in this one';
+    first.textContent = `${change.bad ? 'from' : 'last'} ${this.timeOf(change)}`;
+    text.replaceChildren();
+    const tag = make('span', {className: 'tag'});
+    appendText(tag, change.tag);
+    text.append(tag, ': ');
+    appendText(text, change.example);
+    text.title = plainText(change.text);
+  }
+
+  // What is gone was last seen on any day.
+  timeOf({ms, wall, bad}) {
+    const text = timeText(ms, wall, state.utc, bad && !this.view.log.days ? 'time' : 'all');
+    return wall ? text.replace(/^\d+-/, '').replace(/\.\d+$/, '') : text;
+  }
+
+  // Shows only the lines of a change, from where it is seen on.
+  choose(index) {
+    const number = String(index + 1);
+    const line = this.lineOf(index);
+    if (line < 0)
+      this.view.say('Its lines are in the healthy log only');
+    else
+      toggle('change', number, 'only', state.only.change.has(number) ? {} : {line});
+  }
+
+  // The first line of a change, of a burst the first one in it; -1 where there is none.
+  lineOf(index) {
+    const {sourceOf, sources: {change}, times} = this.view.log;
+    let first = -1;
+    for (let line = 0; line < sourceOf.length; line++) {
+      if (change[sourceOf[line]] !== index + 1) continue;
+      if (times[line] >= this.rows[index].ms) return line;
+      if (first < 0) first = line;
+    }
+    return first;
+  }
+
+  label(number) {
+    const change = this.rows[Number(number) - 1];
+    return change ? `${change.label}: ${plainText(change.tag)}: ${plainText(change.text)}` : number;
+  }
+
+  // As `trelvoctl compare` words it, but for what is new by chance.
+  asText() {
+    return this.rows.slice(0, this.changed)
+        .map(
+            (change) =>
+                `${change.label.padEnd(6)} ${change.level} ${change.good} → ${change.bad}  ` +
+                `${this.timeOf(change)} ${escapeText(change.tag)}: ${escapeText(change.example)}\n`)
+        .join('');
+  }
+}
