@@ -549,6 +549,42 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
     });
 }
 
+TEST_F(Decode, ReportsAreWholeOrNotWritten) {
+    Dump("whole", kWhole);
+    Dump("cut", kVersioned + kAt1000 + "00 21 01 61  05 42 09 62");
+    Dump("other", kKept);
+    Run("mkdir none; mkfifo pipe");
+    const std::string cut =
+        "cut: offset 29: message of 9 bytes but only 1 are left; the times shown are the latest "
+        "possible";
+    const std::array<std::array<std::string, 4>, 12> rows{{
+        // Arguments, status, error, and whether there is a page now.
+        {"report whole -o page", "0", "", "page"},
+        {"report whole C:V -o page", "0", "", "page"},
+        {"report cut -o page", "3", cut, "page"},
+        {"report cut --good whole -o page", "3", cut, "page"},
+        {"report whole --good cut -o page", "3", cut, "page"},
+        {"report none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},
+        {"report whole --good none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},
+        {"report whole B:V --good cut -o page", "3", cut, ""},
+        {"report other B:V --good whole -o page", "6", "no lines to compare with whole", ""},
+        {"report whole A:X --good whole -o page", "2",
+         "report: 'A:X' is neither a file nor TAG:LEVEL: levels are V, D, I, W, E, F and S", ""},
+        {"report whole -o none/no/page", "5", "none/no/page.part: No such file or directory", ""},
+        {"report whole -o pipe", "5", "pipe: not a regular file; the page needs one", ""},
+    }};
+    for (const auto& [arguments, status, err, page] : rows) {
+        ExpectRuns({{arguments, status, "", err}});
+        EXPECT_EQ(Run("ls | grep page; rm -f page").out, page.empty() ? "" : "page\n") << arguments;
+    }
+    // A page that cannot be written to its end leaves the one that is there.
+    const auto full =
+        Run("echo old > page; ulimit -f 8; trap '' XFSZ; trelvoctl report whole -o page");
+    EXPECT_EQ(full.status, 5);
+    EXPECT_EQ(full.err, "trelvoctl: page.part: File too large\n");
+    EXPECT_EQ(Run("cat page; ls | grep part").out, "old\n");
+}
+
 TEST_F(Decode, NothingDrivesATerminal) {
     Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
     for (const std::string format : {"short", "threadtime", "json", "csv", "raw"}) {
