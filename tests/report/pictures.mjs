@@ -21,7 +21,7 @@ try {
   execFileSync(trelvoctl, ['report', dumps, '--good', healthy, '-o', page]);
   browser = await Browser.start();
   const first = lines.findIndex(({level}) => level === 'F') + 1;
-  await browser.open(page, `#line=${first}&sort=level`);
+  await browser.open(page, `#line=${first}`);
   await browser.screenshot(join(folder, 'light.png'));
   await browser.screenshot(join(folder, 'dark.png'), {dark: true});
   await browser.screenshot(join(folder, 'narrow.png'), {width: 400, height: 1000});
