@@ -374,7 +374,7 @@ check('is usable on a small screen, by name and on paper', async () => {
   }, Math.min(500, fatal.length));
   assert.equal(printed.length - 1, Math.min(500, fatal.length));
   assert.ok(printed[0].endsWith(fatal[0].message));
-  assert.match(await contentOf('#print-changes'), /^new +E 0 → /);
+  assert.match(await contentOf('#print-changes'), /^good: .*\n.* changed\nnew +E 0 → /);
   await browser.screenshot(join(folder, 'wide.png'));
 });
 

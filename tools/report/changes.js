@@ -7,9 +7,12 @@ import {state, toggle} from './state.js';
 import {VirtualList} from './virtual_list.js';
 import {countText, timeText} from './words.js';
 
+const PRINTED_CHANGES = 100;
+
 export class ChangeList {
   constructor(view, {summary, changed, rows}) {
     this.view = view;
+    this.summary = summary;
     this.rows = rows;
     this.changed = changed;  // so many rows, before what is new by chance
     this.list = new VirtualList(element('changes'), 'What changed', {
@@ -87,13 +90,13 @@ export class ChangeList {
     return change ? `${change.label}: ${plainText(change.tag)}: ${plainText(change.text)}` : number;
   }
 
-  // As `trelvoctl compare` words it, but for what is new by chance.
+  // The first of what changed, for paper.
   asText() {
-    return this.rows.slice(0, this.changed)
-        .map(
-            (change) =>
-                `${change.label.padEnd(6)} ${change.level} ${change.good} → ${change.bad}  ` +
-                `${this.timeOf(change)} ${escapeText(change.tag)}: ${escapeText(change.example)}\n`)
-        .join('');
+    const rows = this.rows.slice(0, Math.min(this.changed, PRINTED_CHANGES)).map((change) => {
+      const {label, level, good, bad, tag, example} = change;
+      return `${label.padEnd(6)} ${level} ${good} → ${bad}  ${this.timeOf(change)} ` +
+          `${escapeText(tag)}: ${escapeText(example)}\n`;
+    });
+    return `${this.summary}\n${rows.join('')}`;
   }
 }

@@ -158,7 +158,7 @@ export class Facets {
     const label = make('span', {className: 'name', title: text}, text);
     return make(
         'button',
-        {type: 'button', className: 'chip set', onclick, 'aria-label': `Remove filter ${text}`},
+        {type: 'button', className: 'chip chosen', onclick, 'aria-label': `Remove filter ${text}`},
         label, ' ✕');
   }
 }
