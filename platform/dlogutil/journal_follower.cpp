@@ -14,6 +14,8 @@
 #include <tuple>
 #include <utility>
 
+#include "dlogutil/boot_id.h"
+
 namespace dlogutil {
 
 // The place of an entry is a text that takes a third of the time of reading the entry.
@@ -44,7 +46,8 @@ bool SeesEveryEntry() {
 }  // namespace
 
 JournalFollower::JournalFollower(const JournalPlace& start)
-    : folders_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
+    : boot_(BootId()),
+      folders_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
       cursor_(start.cursor),
       lost_(start.counts.lost),
       uncounted_gaps_(start.counts.uncounted_gaps),
@@ -77,9 +80,11 @@ bool JournalFollower::Next(JournalEntry& entry) {
             }
         }
         uint64_t usec = 0;
-        const int result = sd_journal_get_monotonic_usec(journal, &usec, nullptr);
-        if (result == -ESTALE) {
-            continue;  // of another boot
+        sd_id128_t boot{};
+        std::array<char, SD_ID128_STRING_MAX> text{};
+        const int result = sd_journal_get_monotonic_usec(journal, &usec, &boot);
+        if (result >= 0 && sd_id128_to_string(boot, text.data()) != boot_) {
+            continue;
         }
         ++unmarked_;
         entry.fields.Clear();
@@ -96,8 +101,7 @@ bool JournalFollower::Next(JournalEntry& entry) {
     }
     Mark();
     if (has_match_ && fault_.empty()) {
-        // In a container, a sandbox that mounts a /proc of its own shows the host's boot.
-        fault_ = "the journal has no entry of this boot, " + BootId();
+        fault_ = "the journal has no entry of this boot, " + boot_;
     }
     return false;
 }
@@ -205,13 +209,6 @@ JournalPlace JournalFollower::Place() {
     return {cursor_, {lost_, uncounted_gaps_, last_usec_}};
 }
 
-std::string JournalFollower::BootId() {
-    sd_id128_t boot{};
-    Check(sd_id128_get_boot(&boot), "boot id");
-    std::array<char, SD_ID128_STRING_MAX> text{};
-    return sd_id128_to_string(boot, text.data());
-}
-
 // libsystemd leaves out files that it may not read and says nothing of it.
 void JournalFollower::LookForFault() {
     sd_id128_t machine{};
@@ -250,7 +247,7 @@ void JournalFollower::Open() {
     if (at_cursor_) {
         Check(sd_journal_seek_cursor(journal, cursor_.c_str()), "opening the journal");
     } else {
-        const std::string match = "_BOOT_ID=" + BootId();
+        const std::string match = "_BOOT_ID=" + boot_;
         Check(sd_journal_add_match(journal, match.c_str(), 0), "opening the journal");
         Check(sd_journal_seek_head(journal), "opening the journal");
     }

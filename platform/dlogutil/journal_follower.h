@@ -76,7 +76,6 @@ private:
     // Remembers the place of the last entry, and counts what is missing before it.
     void Mark();
     void LookForFault();
-    std::string BootId();
     void ReadFields(JournalEntry& entry);
     // Both return 0 or a negative errno.
     int Enumerate(Fields& fields);
@@ -86,6 +85,7 @@ private:
     void WatchFolders();
     [[nodiscard]] bool FoldersWereMade();
 
+    const std::string boot_;
     port::Handle<sd_journal, sd_journal_close> journal_;  // null after an error
     int journal_fd_ = -1;                                 // borrowed from journal_
     port::UniqueFd folders_;

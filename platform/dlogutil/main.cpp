@@ -14,7 +14,6 @@
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <syslog.h>
-#include <systemd/sd-id128.h>
 #include <systemd/sd-journal.h>
 #include <unistd.h>
 
@@ -37,6 +36,7 @@
 #include <utility>
 #include <vector>
 
+#include "dlogutil/boot_id.h"
 #include "dlogutil/clock_lines.h"
 #include "dlogutil/journal_entry.h"
 #include "dlogutil/journal_follower.h"
@@ -60,13 +60,6 @@ void Report(const std::string& what) {
     static_cast<void>(std::fprintf(stderr, "dlogutil: %s\n", what.c_str()));
     static_cast<void>(sd_journal_send("MESSAGE=%s", what.c_str(), "PRIORITY=3",
                                       "SYSLOG_IDENTIFIER=dlogutil", nullptr));
-}
-
-std::string BootId() {
-    sd_id128_t id{};
-    std::array<char, SD_ID128_STRING_MAX> text{};
-    static_cast<void>(sd_id128_get_boot(&id));
-    return sd_id128_to_string(id, text.data());
 }
 
 // Lets the signals that end the program wait until the line under way is written.
@@ -355,7 +348,7 @@ private:
     dlogutil::JournalEntry entry_;
     dlogutil::ClockLines clock_;
     bool has_clock_;
-    std::string boot_ = BootId();
+    std::string boot_ = dlogutil::BootId();
     dlogutil::LossCounts losses_;
     dlogutil::LossReport loss_report_;
     std::string pending_;      // whole lines
