@@ -255,6 +255,7 @@ std::vector<Fault> CheckLaterLaunch(const LaunchArguments& arguments) {
         checker.Report("DUMP",
                        folder ? "names no folder" : "missing; only a dump can be asked for");
     }
+    checker.Form();
     return checker.Take();
 }
 

@@ -116,9 +116,10 @@ TEST(App, CommandLineComesFirstThenTheSocketAndTheLastReplyIsSent) {
     EXPECT_THAT(Launch(many), HasSubstr("64 keys"));
     EXPECT_THAT(Launch({{"DUMP", std::string(65536, 'x')}}), HasSubstr("65536 bytes"));
     EXPECT_THAT(Launch({{"", "x"}}), HasSubstr("empty"));
-    EXPECT_THAT(Launch({{"LOGTAG", "a"}, {"DUMP", ""}}),
+    EXPECT_THAT(Launch({{"LOGTAG", "a"}, {"DUMP", ""}, {"DUMPFORM", "gzip"}}),
                 HasSubstr("LOGTAG: cannot be changed, the recording has started; stop the service "
-                          "and start it with the new value\nDUMP: names no folder"));
+                          "and start it with the new value\nDUMP: names no folder\n"
+                          "DUMPFORM: 'gzip' is not one of plain, zstd"));
     EXPECT_EQ(Launch({{"DUMP", std::string(65532, 'y')}}), "");
     EXPECT_EQ(Launch({{"DUMP", "last"}}), "");
     EXPECT_EQ(result.get(), APP_ERROR_NONE);
