@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -18,6 +19,7 @@
 #include "CDataProvider.h"
 #include "CTREventManager.h"
 #include "CUtility.h"
+#include "FileDescriptor.h"
 #include "Main.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
@@ -31,6 +33,7 @@ const std::string kFolder = "/tmp/Trelvo_Dump";
 const std::string kTemporary = kFolder + "/trelvo_Temp.dump";
 const std::string kCollecting = "/opt/usr/share/svc-rk/dump/";
 const std::string kWaits = "writer waits";
+constexpr uid_t kStranger = 65534;
 const std::string kGet = "get memory/trelvo/dlog_dump; ";
 const std::string kSet = "set memory/trelvo/dlog_dump=1; ";
 
@@ -211,6 +214,10 @@ TEST(DumpWriterTest, AFailedStepLeavesNoFileAndSaysWhy) {
                 EXPECT_EQ(ReadFile("/tmp/out/" + name), whole) << row.step << name;
             }
         }
+        Platform().on_file_call = [](const FileCall&, const std::function<long()>&) -> long {
+            throw std::bad_alloc();
+        };
+        EXPECT_THAT(DumpBySelf(), testing::HasSubstr("Dump failed: std::bad_alloc"));
     });
 }
 
@@ -333,6 +340,11 @@ TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced
         WriteFile(hidden, "left by a crash");
         fs::create_symlink("/tmp/out/trelvo.dump", hidden + ".part");
         fs::create_hard_link("/tmp/out/trelvo.dump", "/tmp/out/.trelvo-2.part");
+        const FileDescriptor writer(open("/tmp/out/.trelvo-3.part", O_CREAT | O_RDWR, 0600));
+        EXPECT_EQ(flock(writer.Get(), LOCK_EX), 0) << "as one does that lives";
+        const std::string theirs = "/tmp/out/.trelvo-4.part";
+        WriteFile(theirs, "another user's");
+        const bool is_theirs = chown(theirs.c_str(), kStranger, kStranger) == 0;
         Start();
         Fill();
         PowerCuts cuts("/tmp/out");
@@ -357,9 +369,11 @@ TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced
         Platform().on_event = nullptr;
         Platform().on_file_call = nullptr;
         EXPECT_GT(cuts.Check(), 20);
+        EXPECT_EQ(fs::remove(theirs), is_theirs);
         EXPECT_EQ(Names("/tmp/out"),
                   (std::vector<std::string>{".trelvo-0123456789abcdef.part.part", ".trelvo-2.part",
-                                            "trelvo.dump", "trelvo_1.dump", "trelvo_2.dump"}));
+                                            ".trelvo-3.part", "trelvo.dump", "trelvo_1.dump",
+                                            "trelvo_2.dump"}));
         EXPECT_EQ(ReadFile("/tmp/out/trelvo.dump"), "earlier");
         Bytes image = Snapshot(false);
         for (const char* name : {"/tmp/out/trelvo_1.dump", "/tmp/out/trelvo_2.dump"}) {
@@ -391,7 +405,6 @@ TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced
 }
 
 TEST(DumpWriterTest, TheOwnerOfTheFolderReachesNothingElseAndStopsNoDump) {
-    constexpr uid_t kStranger = 65534;
     MakeFolder("/tmp/theirs");
     if (chown("/tmp/theirs", kStranger, kStranger) != 0) {
         GTEST_SKIP() << "needs root and another user";
@@ -445,6 +458,7 @@ TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
         manager.RequestDumpOnFile("/tmp/out");
         EXPECT_EQ(Dump([&](CTREventManager&) { (hold(false), Signal(manager)); }), self);
         EXPECT_TRUE(fs::is_empty("/tmp/out")) << "the request is absorbed";
+        EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nlast_dump_trigger=full\n"));
         manager.RequestDumpOnFile("");
         Dump(Signal);
         EXPECT_TRUE(fs::exists("/tmp/out/trelvo.dump")) << "its path is kept";

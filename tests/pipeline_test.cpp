@@ -10,6 +10,8 @@
 
 #include "CDataProvider.h"
 #include "CUtility.h"
+#include "CatchUp.h"
+#include "Status.h"
 #include "support/failing_memory.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
@@ -185,13 +187,20 @@ TEST_F(PipelineTest, TheSameLimitOnMemoryKeepsMore) {
             Snapshot(true);
             provider_.SetHistorySize(kib);
             provider_.SetBufferCount(count_memory);
-            for (unsigned i = 0; i < kib * 100; ++i) {
-                Feed(Line(std::to_string(i * 7919 % 10007), 50));
-                if (i == kib * 50) {
-                    Feed(Line("large", kib << 11U));  // twice the limit
+            unsigned fed = 0;
+            for (; fed < kib * 100; ++fed) {  // four a second
+                const std::string text = Line(std::to_string(fed * 7919 % 10007), 50);
+                Feed(std::to_string(fed / 4) + text.substr(1));
+                if (fed == kib * 50) {
+                    Feed(std::to_string(fed / 4) + Line("large", kib << 11U).substr(1));
                 }
             }
             kept[count_memory] = provider_.GetRecordCount();
+            CDataProvider::Statistics statistics;
+            ASSERT_TRUE(provider_.ReadStatistics(statistics));
+            const auto oldest = static_cast<int>((fed - kept[count_memory]) / 4 * 1000);
+            EXPECT_LE(statistics.oldestMs, oldest) << "within a page";
+            EXPECT_TRUE(!count_memory || statistics.oldestMs == oldest) << "whole pages go";
         }
         EXPECT_GT(kept[true], kept[false]) << kib;
     }
@@ -247,8 +256,16 @@ TEST_F(PipelineTest, FullBufferWaitsUntilADumpHasConsumedIt) {
 }
 
 TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
+    const auto newest_at = [] {
+        status::DumpEnded("", "");
+        const std::string text = Platform().Status();
+        return text.substr(text.find("\nnewest_at="), 15);
+    };
     Feed(Line("before"));
+    const std::string told = newest_at();
     Snapshot(true);
+    usleep(10000);  // for another time
+    EXPECT_EQ(newest_at(), told) << "nothing newer was logged";
     CDataProvider::Statistics statistics;
     ASSERT_TRUE(provider_.ReadStatistics(statistics));
     EXPECT_EQ(statistics.records + statistics.recordBytes, 0U);
@@ -259,6 +276,20 @@ TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
     EXPECT_EQ(statistics.records, 2U);
     EXPECT_EQ(statistics.oldestMs, 5000);
     EXPECT_EQ(statistics.newestMs, 6000);
+}
+
+// A dump that asks while the reader finds a rotated file has not got all of the current one.
+TEST(CatchUpTest, OnlyAPassOverTheCurrentFileAloneIsCaughtUp) {
+    CatchUp& catch_up = CatchUp::Instance();
+    for (const bool is_complete : {false, true}) {
+        catch_up.SetFollowing(true);
+        std::thread dump([&] { catch_up.Wait(boost::chrono::seconds(10)); });
+        catch_up.Pause(boost::chrono::seconds(10), true);  // until it asks
+        catch_up.Pause(boost::chrono::seconds(0), is_complete);
+        catch_up.SetFollowing(false);
+        dump.join();
+        EXPECT_EQ(catch_up.HasCaughtUp(), is_complete);
+    }
 }
 
 TEST_F(PipelineTest, ExceptionEndsTheReaderAndLeavesTheBufferLocked) {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <bitset>
 #include <cstring>
@@ -14,6 +13,7 @@
 #include "CUtility.h"
 #include "CodeTable.h"
 #include "SourceDictionary.h"
+#include "support/failing_memory.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
 
@@ -277,21 +277,18 @@ TEST(CodeTableTest, FindsTheLastRowOfEachTextWhateverItsSize) {
 }
 
 TEST(CodeTableTest, TakesAtMost24BytesARowBeyondTextAndCode) {
-    const auto in_use = [] {
-        const struct mallinfo2 info = mallinfo2();
-        return info.uordblks + info.hblkhd;
-    };
     char text[] = "request 000000 to the session of the display was answered";
     for (const size_t rows :
          std::initializer_list<size_t>{1000, 1025, 4097, 20000, 65537, 100000}) {
-        const size_t before = in_use();
+        const size_t before = HeapInUse();
         CodeTable table;
         for (size_t i = 0; i < rows; ++i) {
             std::memcpy(text + 8, std::to_string(100000 + i).c_str(), 6);
             table.Add(text, "0100110001001101");
         }
         table.Index();
-        EXPECT_LE(in_use() - before, rows * (sizeof text - 1 + 2 + 24)) << rows;
+        EXPECT_LE(HeapInUse() - before, rows * (sizeof text - 1 + 2 + 24)) << rows;
+        EXPECT_LE(HeapInUse() - before, table.Memory() * 21 / 20) << rows;
     }
 }
 

@@ -43,11 +43,15 @@ TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
     SourceDictionary dictionary;
     Model model;
     std::set<int> used;
+    std::string tag;
+    int pid = 0, tid = 0;
     for (uint64_t record = 0; record < 9000; ++record) {
-        const std::string& tag = tags[random() % std::size(tags)];
-        const int pid = numbers[random() % std::size(numbers)];
-        const int tid = random() % 4 == 0 ? static_cast<int>(random() % 500)
-                                          : numbers[random() % std::size(numbers)];
+        if (random() % 2 == 0) {  // else another line of the one before
+            tag = tags[random() % std::size(tags)];
+            pid = numbers[random() % std::size(numbers)];
+            tid = random() % 4 == 0 ? static_cast<int>(random() % 500)
+                                    : numbers[random() % std::size(numbers)];
+        }
         const SourceDictionary::Entry found = dictionary.Find(tag, pid, tid, record);
         const std::string key = tag + "," + std::to_string(pid);
         ASSERT_EQ(found.isNewKey, model.count(key) == 0) << key;
@@ -90,25 +94,28 @@ TEST(SourceDictionaryTest, SourcesThatComeAndGoNeitherFillTheMemoryNorMixUpTheRe
     CDataProvider& provider = *CDataProvider::Instance();
     provider.SetHistorySize(kLimit >> 10U);
     Platform().ignores_log = true;
-    for (const bool count_memory : {false, true}) {
+    const auto dictionary_size = [](const Bytes& image) {
+        const unsigned char* at = &image[1];
+        return packing::ReadLeb128(at);
+    };
+    for (const bool count_memory : {true, false}) {
         Snapshot(true);
         provider.SetBufferCount(count_memory);
         std::deque<std::string> fed;
         for (int i = 0; i < kSources; ++i) {
             const std::string tag = "TAG" + std::to_string(i % 7);
             const std::string pid = std::to_string(i % 90000), tid = std::to_string(i / 3);
-            const std::string text = std::to_string(i);
             std::string line = "1.5 I/" + tag;
-            line.append("(P ").append(pid).append(", T ").append(tid).append("): f > ");
-            line.append(text);
+            line.append("(P ").append(pid).append(", T ").append(tid).append("): f > .");
             provider.m_GetDataDDP(line);
-            fed.push_back("I/" + tag + "(P " + pid + ", T " + tid + "): " + text);
+            fed.push_back("I/" + tag + "(P " + pid + ", T " + tid + "): .");
             if (fed.size() > 100000) {
                 fed.pop_front();
             }
             if (i % 10000 == 9999) {
-                // With records counted, a dictionary of 1 MiB as serialised, and tables for it.
+                // With records counted, all that they refer to and a quarter, and tables for it.
                 ASSERT_LE(provider.GetHistoryMemory(), count_memory ? kLimit : 24 * kLimit) << i;
+                ASSERT_LE(dictionary_size(Snapshot(false)), 1.75 * (1U << 20U)) << i;
                 ASSERT_GT(provider.GetRecordCount(), 2500U) << i;
             }
         }
@@ -116,6 +123,14 @@ TEST(SourceDictionaryTest, SourcesThatComeAndGoNeitherFillTheMemoryNorMixUpTheRe
         ASSERT_EQ(decoded.size(), provider.GetRecordCount());
         ASSERT_TRUE(std::equal(decoded.rbegin(), decoded.rend(), fed.rbegin())) << count_memory;
     }
+    // What is forgotten next does not depend on what was consumed.
+    Snapshot(true);
+    provider.SetHistorySize(1);
+    for (int i = 0; i < 90000; ++i) {
+        std::string line = "1.5 I/TAG(P " + std::to_string(i) + ", T 1): f > .";
+        provider.m_GetDataDDP(line);
+    }
+    EXPECT_LE(dictionary_size(Snapshot(false)), 1U << 20U);
     Platform().ignores_log = false;
 }
 

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include "CUtility.h"
 #include "policy/code_tables.h"
 #include "support/dump_builder.h"
+#include "support/failing_memory.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
 #include "text/escape.h"
@@ -268,11 +268,6 @@ TEST(LogInput, LinesOfEveryFormat) {
     EXPECT_THAT(ReadLog(DumpBuilder("2").Line(0, "\x80", "T,1").Image(9), &tables),
                 testing::ElementsAre("0 1"))
         << "tables of another version";
-}
-
-size_t HeapInUse() {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
 }
 
 TEST(Estimates, OfMemoryAreWithinATenth) {

@@ -2,6 +2,7 @@
 #include "support/failing_memory.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <zstd.h>
 #include <zstd_errors.h>
 
@@ -25,6 +26,11 @@ Function* Real(Function* /*hides*/, const char* name) {
 }
 
 }  // namespace
+
+size_t HeapInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
 
 void FailAllocationAfter(int count) {
     left = count;

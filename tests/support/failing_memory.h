@@ -1,6 +1,11 @@
 #pragma once
 
+#include <cstddef>
+
 namespace test_support {
+
+// Bytes that the heap has given out.
+size_t HeapInUse();
 
 // Lets the calling thread's next but `count` allocations fail, once: 0 for the next one. In the
 // test program that replaces operator new and zstd's makers of contexts.
