@@ -156,6 +156,8 @@ TEST(ApplicationTest, FurtherKeysOfTheFirstLaunchTakeTheirWordsOnly) {
         {"RQBCOUNT", "", "E RQBCOUNT must be records or memory, not []; ui_app_exit"},
         {"RQBHISTORY", "999999999",
          "[10485760]Bytes; I SetHistorySize called; I set history Size :[1023999998976]Bytes"},
+        {"RQBHISTORY", "1",
+         "[10485760]Bytes; I SetHistorySize called; I set history Size :[1024]Bytes"},
         {"RQBHISTORY", "0", "E " + many + "[0]; ui_app_exit"},
         {"RQBHISTORY", "1000000000", "E " + many + "[1000000000]; ui_app_exit"},
         {"RQBHISTORY", "-1", "E " + many + "[-1]; ui_app_exit"},

@@ -287,6 +287,7 @@ TEST_F(Collect, TheArchiveIsBoundedBySizeAndAge) {
              {"30d", "1", "", "5 ", 0},
              {"1s", "6000", "exit 1", "", 3},
              {"1s", "6000", "", "", 0},
+             {"1s", "2000", "", "4 5 ", 0},  // which come only now
          }) {
         Reset();
         fs::remove_all(from_);
@@ -302,6 +303,10 @@ TEST_F(Collect, TheArchiveIsBoundedBySizeAndAge) {
         std::string errors;
         const auto deadline = std::chrono::steady_clock::now() + kLimit;
         do {
+            for (int i = 4; i < 6 && size == "2000"; ++i) {
+                WriteFile((i % 2 == 0 ? sent_ : archive_) / (std::to_string(i) + ".dump.zst"),
+                          std::string(1000, 'x'));
+            }
             errors += Run(command, {"--max-age", age, "--max-size", size}).err;
             found = RunProgram(
                         {"sh", "-c", "cd /tmp/archive; ls . sent | grep ^[0-9] | cut -c 1 | sort"})

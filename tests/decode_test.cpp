@@ -358,6 +358,8 @@ TEST_F(Decode, AWallClockGuessedByTheFilesTimeIsCalledAGuess) {
 
 TEST_F(Decode, InputsAreFilesStandardInputAndFrames) {
     Dump("whole", kWhole);
+    Dump("kept", kKept);
+    Dump("later", kKeptLater);
     Run("zstd -q whole -o whole.zst");
     ExpectRuns({
         {"decode whole", "0", kA + kB, ""},
@@ -365,6 +367,7 @@ TEST_F(Decode, InputsAreFilesStandardInputAndFrames) {
         {"decode -", "0", kA + kB, ""},
         {"decode whole.zst", "0", kA + kB, ""},
         {"decode -o raw - < whole.zst", "0", "a\nb\n", ""},
+        {"decode -o raw - kept < later", "0", "a\nb\nc\n", ""},
     });
 }
 
@@ -431,6 +434,7 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
     // Its second message is a code and text; its third one a code of no table.
     Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
     Dump("odd", kOdd);
+    Dump("bare", kPlain + kAt1000 + "00 21 01 80");
     Run("mkdir -p all/1 old twice; for i in 1 2; do mkdir twice/$i;"
         "echo '<policy version=\"1\"/>' > twice/$i/policy_version.xml; done; echo '<policy "
         "version=\"0.9\"/>' > old/policy_version.xml");
@@ -458,6 +462,8 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
         {"decode --policy old whole", "4", "",
          "whole: needs the code tables of policy version '1.0', not those of '0.9'"},
         {"decode --policy old --force whole -o raw", "0", "a\nb\n", ""},
+        {"decode --policy all/1 --force bare -o raw", "0", "hello\n", ""},
+        {"decode --policy all/1 bare -o raw", "0", "\x80\n", ""},
         {"decode --policies old whole", "4", "",
          "whole: needs the code tables of policy version '1.0', which old lacks"},
         {"decode --policy no whole", "4", "",
@@ -874,8 +880,9 @@ TEST_F(Decode, ARestartAmongLinesOfOneTimeIsBounded) {
 
 TEST_F(Decode, FollowsAFolder) {
     Dump("trelvo.dump", kKept);
-    const Process follower({(TRELVO_BIN_DIR "/trelvoctl"), "decode", "-f", "-o", "raw", folder_},
-                           folder_ / "out");
+    const Process follower(
+        {(TRELVO_BIN_DIR "/trelvoctl"), "decode", "-f", "-n", "2", "-o", "raw", folder_},
+        folder_ / "out");
     const auto shown = [this](const std::string& text) {
         return WaitForChange(folder_, [&] { return ReadFile(folder_ / "out") == text; });
     };
@@ -887,6 +894,9 @@ TEST_F(Decode, FollowsAFolder) {
     EXPECT_TRUE(shown("a\nb\nc\n"));
     WriteFile(folder_ / "trelvo_2.dump", Bytes(kDropped));
     EXPECT_TRUE(shown("a\nb\nc\nd\n"));
+    Dump("unfinished", kPlain + kAt9000 + "C0 00 21 01 78");
+    fs::rename(folder_ / "unfinished", folder_ / "trelvo_2.dump");
+    EXPECT_TRUE(shown("a\nb\nc\nd\nx\n")) << "another dump of the name";
 }
 
 TEST_F(Decode, AFolderThatIsFollowedMayBeEmptyYet) {

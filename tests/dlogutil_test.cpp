@@ -26,6 +26,7 @@
 #include "dlogutil/clock_lines.h"
 #include "dlogutil/journal_entry.h"
 #include "dlogutil/journal_follower.h"
+#include "dlogutil/keeper.h"
 #include "dlogutil/losses.h"
 #include "dlogutil/options.h"
 #include "dlogutil/rotating_file.h"
@@ -474,6 +475,7 @@ TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {
         {"20 ms later", 3000000, 2020500, false},
         {"more than 20 ms later", 3000000, 2020501, true},
         {"that clock", 3000001, 2020502, false},
+        {"20 ms earlier", 3000002, 2000503, false},
         {"set back", 4000000, 1000000, true},
         {"nearly ten minutes", 603999999, 600999999, false},
         {"ten minutes", 604000000, 601000000, true},
@@ -492,6 +494,30 @@ TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {
     EXPECT_EQ(ClockMessage("0f", "a b\xc3_.-Z9" + std::string(99, 'x'), 1000001, 1700000000000020),
               "boot=0f host=a?b?_.-Z9" + std::string(55, 'x') +
                   " wall=1700000000.000020 monotonic=1.000001");
+}
+
+TEST(StateMemory, ASuccessorFindsAllThatWasSavedLast) {
+    const port::UniqueFd memory(memfd_create("state", 0));
+    CaptureState state;
+    EXPECT_FALSE(StateMemory(memory.Get()).Load(state));
+    for (uint64_t n = 1; n < 4; ++n) {
+        state = {{std::to_string(n), {n, n + 1, n + 2}},
+                 {},
+                 {n + 3, n + 4, n + 5, n + 6},
+                 {n + 7, n + 8, n + 9, n + 10},
+                 {n + 11, n + 12},
+                 ""};
+        EXPECT_TRUE(state.clock.IsDue(n, 1));
+        StateMemory(memory.Get()).Save(state, "text" + state.journal.cursor);
+        CaptureState found;
+        ASSERT_TRUE(StateMemory(memory.Get()).Load(found));
+        EXPECT_EQ(found.journal.cursor, state.journal.cursor);
+        EXPECT_EQ(found.journal.counts.last_usec, n + 2);
+        EXPECT_TRUE(found.losses == state.losses && found.said == state.said);
+        EXPECT_EQ(found.file.size, n + 12);
+        EXPECT_EQ(found.text, "text" + state.journal.cursor);
+        EXPECT_FALSE(found.clock.IsDue(n, 1));
+    }
 }
 
 TEST(LossReport, SaysWhatIsNewOnceAMinute) {

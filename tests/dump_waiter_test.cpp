@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "support/process.h"
 
@@ -36,8 +37,8 @@ protected:
     ~Waiting() override { close(lock_); }
 
     // The service's end of a dump; replaced as a whole, as it does it.
-    static void Publish(int dumps, const std::string& rest) {
-        WriteFile("/run/trelvo/new", "pid=" + std::to_string(getpid()) +
+    void Publish(int dumps, const std::string& rest) const {
+        WriteFile("/run/trelvo/new", "pid=" + std::to_string(service_) +
                                          "\ndumps=" + std::to_string(dumps) + "\n" + rest);
         fs::rename("/run/trelvo/new", std::string(kStatus) + "/status");
     }
@@ -58,27 +59,29 @@ protected:
     }
 
     int lock_;
+    pid_t service_ = getpid();
     size_t asked_ = 0;
 };
 
 TEST_F(Waiting, ARequestThatWasLostIsRepeated) {
     Publish(0, "");
-    EXPECT_EQ(Wait({[] {}, [] { Publish(1, Written("trelvo.dump")); }}), "/tmp/waited/trelvo.dump");
+    EXPECT_EQ(Wait({[] {}, [&] { Publish(1, Written("trelvo.dump")); }}),
+              "/tmp/waited/trelvo.dump");
     EXPECT_EQ(asked_, 2U);
 }
 
 TEST_F(Waiting, AnotherDumpInItsPlaceIsNoAnswer) {
     const std::string path = "/tmp/waited/trelvo_1.dump";
     Publish(3, Written("trelvo.dump"));
-    EXPECT_EQ(Wait({[] { Publish(4, Written("trelvo.dump", "timer")); },
-                    [] { Publish(5, Written("../other/trelvo.dump")); },
-                    [] { Publish(6, Written("trelvo.dump.zst")); },
-                    [] { Publish(7, Written("trelvo_1.dump")); }}),
+    EXPECT_EQ(Wait({[&] { Publish(4, Written("trelvo.dump", "timer")); },
+                    [&] { Publish(5, Written("../other/trelvo.dump")); },
+                    [&] { Publish(6, Written("trelvo.dump.zst")); },
+                    [&] { Publish(7, Written("trelvo_1.dump")); }}),
               path);
     EXPECT_EQ(asked_, 4U);
-    EXPECT_EQ(Wait({[] { Publish(8, Written("trelvo.dump.zst")); }}, true),
+    EXPECT_EQ(Wait({[&] { Publish(8, Written("trelvo.dump.zst")); }}, true),
               "/tmp/waited/trelvo.dump.zst");
-    EXPECT_THAT(Wait({[] {
+    EXPECT_THAT(Wait({[&] {
                     Publish(9,
                             "last_dump_trigger=request\nlast_dump_path=/tmp/waited/trelvo.dump\n"
                             "last_dump_result=No space left on device\n");
@@ -86,8 +89,39 @@ TEST_F(Waiting, AnotherDumpInItsPlaceIsNoAnswer) {
                 HasSubstr("could not be written: No space left on device"));
 }
 
+TEST_F(Waiting, WhatIsStillWrittenIsWaitedFor) {
+    std::thread service;
+    Publish(3, "");
+    EXPECT_EQ(Wait({[&] {
+                  Publish(4, Written("trelvo.dump", "timer") + "pending=1\n");
+                  service = std::thread([this] {
+                      usleep(200000);  // for another request, which there must not be
+                      Publish(5, Written("trelvo_1.dump"));
+                  });
+              }}),
+              "/tmp/waited/trelvo_1.dump");
+    service.join();
+}
+
+TEST_F(Waiting, AServiceThatIsStartedAgainCountsItsDumpsAnew) {
+    Publish(1, "");
+    std::optional<test_support::Process> other;
+    EXPECT_EQ(
+        Wait({[&] {
+            close(lock_);
+            other.emplace(std::vector<std::string>{
+                "sh", "-c", "cd /run/trelvo; echo $$ >lock; exec flock --no-fork lock sleep 60"});
+            service_ = other->Pid();
+            while (ReadServiceStatus("/run/trelvo").pid != service_) {
+            }
+            Publish(1, Written("trelvo.dump"));
+        }}),
+        "/tmp/waited/trelvo.dump");
+    lock_ = -1;
+}
+
 TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
-    EXPECT_EQ(Wait({[] {
+    EXPECT_EQ(Wait({[&] {
                   WriteFile("/tmp/waited/other.dump", "");
                   WriteFile("/tmp/waited/trelvo.dump.zst", "");
                   WriteFile("/tmp/waited/.trelvo-x", "");

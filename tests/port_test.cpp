@@ -3,6 +3,7 @@
 #include <dlog.h>
 #include <gio/gio.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <system_info.h>
 #include <unistd.h>
 #include <vconf.h>
@@ -142,6 +143,41 @@ TEST(App, UnusableFoldersAreNamed) {
     fs::permissions(folder, fs::perms::owner_all | fs::perms::others_exec);
     EXPECT_THAT(run({}), StartsWith("-5 trelvo: /run/trelvo: "));
     fs::remove(folder);
+    for (const fs::perms mode : {fs::perms::group_write, fs::perms::others_write}) {
+        fs::create_directory("/tmp/Trelvo_Dump");
+        fs::permissions("/tmp/Trelvo_Dump", fs::perms::owner_all | mode);
+        EXPECT_THAT(run({}), StartsWith("-5 trelvo: /tmp/Trelvo_Dump: "));
+        fs::remove("/tmp/Trelvo_Dump");
+    }
+}
+
+TEST(App, ACaptureIsStartedUntilItStaysAndItsLastWordsCount) {
+    const fs::path published = "/run/trelvo/vconf/memory/trelvo/capture";
+    EXPECT_EQ(vconf_set_str("memory/trelvo/capture", "of an earlier one"), 0);
+    Service service(kFirst, [](const std::string& /*start*/) {});
+    auto result = service.Start();
+    EXPECT_FALSE(fs::exists(published));
+    const auto say = [](const std::string& message) {
+        const int fd = std::atoi(std::getenv("TRELVO_KEEPER_FD"));
+        EXPECT_GT(send(fd, message.data(), message.size(), 0), 0);
+    };
+    const auto is_told = [&](const std::string& text) {
+        return test_support::WaitForChange(published.parent_path(), [&] {
+            return test_support::ReadFile(published).find(text) == 0;
+        });
+    };
+    say("Salive=1\nreason=\nlost_removed=1\n");
+    say("Salive=1\nreason=\nlost_removed=3\n");
+    EXPECT_TRUE(is_told("alive=1\nreason=\nrestarts=0\nlost_removed=3\n"));
+    test_support::Process capture({"true"});
+    EXPECT_EQ(capture.Wait(), 0);
+    say("C" + std::to_string(capture.Pid()) + '\0' + "/tmp/late");
+    EXPECT_TRUE(is_told("alive=0\nreason=/tmp/late: No such file or directory\nrestarts="));
+    WriteFile("/tmp/late", "#!/bin/sh\ntouch /tmp/started\n");
+    fs::permissions("/tmp/late", fs::perms::owner_all);
+    EXPECT_TRUE(test_support::WaitForChange("/tmp", [] { return fs::exists("/tmp/started"); }));
+    kill(getpid(), SIGTERM);
+    EXPECT_EQ(result.get(), APP_ERROR_NONE);
 }
 
 TEST(Vconf, ValuesAreTextThatAnOperatorMayWrite) {

@@ -250,6 +250,17 @@ TEST(LogInput, LinesOfEveryFormat) {
         testing::ElementsAre("T x 0 x1", "T x -4000 x1", "T x 1500 x1", "T x -1000 x1", "T x 0 x1",
                              "1 0"))
         << "a refused line's time counts for nothing";
+    std::string json;
+    std::string exported;
+    for (const char* time : {"5", "1", "6", "5"}) {
+        json += std::string("{\"MESSAGE\":\"x\",\"_COMM\":\"T\",\"__MONOTONIC_TIMESTAMP\":\"") +
+                time + "000000\"}\n";
+        exported += std::string("__MONOTONIC_TIMESTAMP=") + time + "000000\n_COMM=T\nMESSAGE=x\n\n";
+    }
+    for (const std::string& journal : {json, exported}) {
+        EXPECT_THAT(ReadLog(journal), testing::ElementsAre("T x 0 x1", "T x -4000 x1",
+                                                           "T x 1000 x1", "T x -1000 x1", "0 0"));
+    }
     EXPECT_THAT(ReadLog("T\ta\tb\t3\r\nT\tx\t2\nT\ty\tz\n"),
                 testing::ElementsAre("T a\\x09b 0 x3", "T x 0 x2", "1 0"));
     const std::string dump = DumpBuilder("1")
