@@ -249,8 +249,15 @@ TEST_F(RotatingFileTest, FullFilesAreRenamedAndTheOldestVanishes) {
         EXPECT_FALSE(Append(file, "7\n"));
         EXPECT_THAT(Files(), ElementsAre("7\n", "6aaaaaaa\n", "3aaaaaaaa\n"));
     }
-    (void)RotatingFile(kFile, 4, 2);
-    EXPECT_THAT(Files(), ElementsAre("")) << "left-overs";
+    {
+        RotatingFile file(kFile, 4, 2);
+        EXPECT_THAT(Files(), ElementsAre("")) << "left-overs";
+        EXPECT_FALSE(Append(file, "1aa\n"));
+        EXPECT_FALSE(file.HasUnread());
+        EXPECT_FALSE(Append(file, "2aa\n"));  // full to the byte
+        EXPECT_TRUE(file.HasUnread());
+        fs::remove(kFile + ".1");
+    }
     RotatingFile file(kFile, 4, 0);
     EXPECT_FALSE(Append(file, "1234\n5\n"));
     EXPECT_THAT(Files(), ElementsAre("5\n")) << "none is kept";

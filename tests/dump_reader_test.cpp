@@ -11,6 +11,7 @@
 #include <sstream>
 #include <utility>
 
+#include "io/input.h"
 #include "io/shared_limits.h"
 #include "policy/code_tables.h"
 #include "policy/policy_file.h"
@@ -189,6 +190,20 @@ TEST(MemoryCharge, EachInputLetsTwiceItsBytesBeTaken) {
         EXPECT_EQ(most(), before + 2220 - 500);
     }
     EXPECT_EQ(most(), before + 2220);
+}
+
+TEST(FileInput, WhatTookTheNameOfAFileThatIsParkedIsNotReadOn) {
+    for (const char* name : {"/tmp/parked", "/tmp/other"}) {
+        test_support::WriteFile(name, "text");
+    }
+    FileInput input("/tmp/parked");
+    std::vector<std::unique_ptr<FileInput>> others(64);  // as many as are open at a time
+    for (auto& other : others) {
+        other = std::make_unique<FileInput>("/tmp/other");
+    }
+    fs::rename("/tmp/other", "/tmp/parked");
+    char byte = 0;
+    EXPECT_THROW(static_cast<void>(input.Read(&byte, 1)), std::system_error);
 }
 
 TEST(DumpReader, SurvivesRandomDamage) {

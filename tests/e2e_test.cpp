@@ -523,24 +523,6 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
     }
 }
 
-TEST_F(EndToEnd, TimerDumpsWaitForAPendingUpload) {
-    WriteFile(kUploadKey, "1\n");
-    StartCapture("TIMED", "V", "64", "timer");
-    LogFollower log(kServiceTag);
-    ASSERT_NE(log.WaitFor("Dump uploading pending from RK"), "");
-    EXPECT_EQ(RequestDump(), "/tmp/dumps/trelvo.dump");
-    EXPECT_TRUE(fs::is_empty(kCollectingFolder));
-
-    WriteFile(kUploadKey, "0\n");
-    Log("TIMED", "after the upload");
-    Lines lines;
-    for (int dumps = 0; dumps < 10 && lines.empty(); ++dumps) {
-        const fs::path dump = AwaitDump(log);
-        lines = dump.parent_path() == kCollectingFolder ? Decode(dump) : Lines();
-    }
-    EXPECT_THAT(lines, ElementsAre(Printed("I/TIMED", "after the upload")));
-}
-
 // So many faults by TRELVO_TEST_FAULTS; a few otherwise.
 TEST_F(EndToEnd, AMatchingLineIsDumpedWithWhatLedToIt) {
     const char* const wanted = std::getenv("TRELVO_TEST_FAULTS");
@@ -633,41 +615,6 @@ TEST_F(EndToEnd, OneServiceWithOneCaptureThatEndsWithIt) {
     }
 }
 
-TEST_F(EndToEnd, ADumpThatCannotBeWrittenSaysSoAndTheNextOneIsWhole) {
-    StartCapture("FAULTY", "V", "64");
-    Log("FAULTY", std::string(9000, 'x'));
-    AwaitRead(std::string(9000, 'x'));
-    const fs::path target = "/run/target";
-    const fs::path temporary = "/tmp/Trelvo_Dump";
-    fs::create_directory(target);
-    const struct {
-        const char* fault;
-        std::function<void()> make;
-        std::string folder;
-        const char* message;
-    } rows[] = {
-        {"read-only", [&] { mount("tmpfs", target.c_str(), "tmpfs", MS_RDONLY, ""); }, target,
-         "Could not copy file: error code: Read-only"},
-        {"full", [&] { mount("tmpfs", target.c_str(), "tmpfs", 0, "size=4k"); }, target,
-         "Could not copy file: error code: No space left"},
-        {"a loop", [] { fs::create_symlink("/run/loop", "/run/loop"); }, "/run/loop",
-         "Could not copy file: error code: Too many levels"},
-        {"no temporary folder", [&] { fs::remove(temporary); }, "/tmp/dumps",
-         "Unable to open compressed file path"},
-    };
-    const Lines expected = {Printed("I/FAULTY", std::string(9000, 'x'))};
-    for (const auto& row : rows) {
-        EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected)) << "before " << row.fault;
-        row.make();
-        LogFollower log(kServiceTag);
-        EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "DUMP=" + row.folder}).status, 0);
-        EXPECT_NE(log.WaitFor(row.message), "") << row.fault;
-        (void)umount(target.c_str());
-        fs::create_directory(temporary);
-    }
-    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
-}
-
 TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
     std::string policy = "<p><policy version='1'/>";
     for (const char* name : {"missing", "folder", "cut", "other", "locked", "huge", "good"}) {
@@ -750,29 +697,6 @@ TEST_F(EndToEnd, MillionsOfSourcesDoNotOutgrowTheUnit) {
     }
 }
 
-TEST_F(EndToEnd, KilledAtAnyMomentItKeepsTheDumpsThatAreComplete) {
-    const char* const moments[] = {"Trigger received", "Policy Version", "Dumping to File Started"};
-    Lines expected;
-    std::map<fs::path, std::string> complete;
-    for (const char* moment : moments) {
-        StartCapture("KILLED", "V", "64");
-        Log("KILLED", moment);
-        AwaitRead(moment);
-        expected.push_back(Printed("I/KILLED", moment));
-        const fs::path dump = RequestDump();
-        EXPECT_THAT(Decode(dump), ElementsAreArray(expected)) << moment;
-        complete[dump] = ReadFile(dump);
-        LogFollower log(kServiceTag);
-        EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "DUMP=/tmp/dumps"}).status, 0);
-        EXPECT_NE(log.WaitFor(moment), "");
-        service_.reset();
-        ASSERT_TRUE(IsCaptureGone("10"));
-    }
-    for (const auto& [dump, bytes] : complete) {
-        EXPECT_EQ(ReadFile(dump), bytes) << dump;
-    }
-}
-
 TEST_F(EndToEnd, ACaptureThatStandsStillHoldsUpNoDumpAndOddBytesAreKept) {
     StartCapture("STOPPED", "V", "64");
     Log("STOPPED", "before");
@@ -842,11 +766,6 @@ TEST_F(EndToEnd, ACaptureThatEndsIsStartedAgainAtItsPlaceAndSaysSo) {
 
 TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
     umask(0);
-    fs::remove_all("/tmp/Trelvo_Dump");
-    fs::create_directory("/tmp/Trelvo_Dump");  // as another user might, with any mode
-    const auto refused = RunProgram({kBin + "trelvo"});
-    EXPECT_THAT(refused.err, HasSubstr("trelvo: /tmp/Trelvo_Dump: "));
-    fs::remove("/tmp/Trelvo_Dump");
     StartCapture("MODES", "V", "64");
     Log("MODES", "a line");
     AwaitRead("a line");
@@ -871,6 +790,24 @@ TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
             stranger.back() = path;
             EXPECT_EQ(RunProgram(stranger).status, 1) << path;
         }
+        // Root reaches a service of another user.
+        service_.reset();
+        ASSERT_TRUE(IsCaptureGone("10"));
+        for (const char* folder : {"/run/trelvo", "/tmp/trelvo", "/tmp/Trelvo_Dump"}) {
+            fs::remove_all(folder);
+        }
+        fs::create_directory("/run/trelvo");
+        RunProgram({"chown", "65534", "/run/trelvo"});
+        fs::permissions("/run/trelvo", fs::perms::owner_all);
+        fs::permissions("/tmp", fs::perms::all);
+        fs::copy(kBin + "trelvo", "/tmp/program");
+        stranger.resize(4);
+        stranger.insert(stranger.end(), {"env", "XDG_RUNTIME_DIR=/run", "/tmp/program"});
+        service_.emplace(stranger);
+        ASSERT_TRUE(
+            WaitForChange("/run/trelvo", [] { return fs::exists("/run/trelvo/launch.sock"); }));
+        const auto launch = RunProgram({kBin + "trelvoctl", "launch", "DUMP=/tmp/dumps"});
+        EXPECT_THAT(launch.err, HasSubstr("DUMP: nothing is recorded yet"));
     }
 }
 

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -235,6 +236,11 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
     EXPECT_THAT(Run("text").out,
                 HasSubstr(": no\\\\room; archive of unknown dumps, unknown bytes, 5 to be handed "
                           "over\n"));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(RunProgram({TRELVO_BIN_DIR "/trelvoctl", "dump", "--timeout", "3", "/tmp"}).status,
+              1);
+    EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2900))
+        << "it runs, and may answer yet";
     flock(lock_.Get(), LOCK_UN);
     EXPECT_EQ(Run("text").out, "state           not running\n");
     EXPECT_EQ(Run("text").status, 1);
