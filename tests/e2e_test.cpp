@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iostream>
 #include <list>
 #include <map>
 #include <optional>
@@ -209,80 +208,6 @@ TEST_F(EndToEnd, LoggedLinesComeBackInOrder) {
     EXPECT_NEAR(time, uptime.count(), 60);
 }
 
-TEST_F(EndToEnd, MessagesOfThePolicyAreStoredAsCodes) {
-    WriteFile(kPolicyFolder / "policy_version.xml",
-              "<policy version='2.5'><db logtag='CODED' name='coded.db'/></policy>");
-    MakeCodeTable(kPolicyFolder / "coded.db", "('a known text', '0000011111110000')");
-
-    StartService({}, "CDataDump created");
-    EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "LOGTAG=CODED/PLAIN", "LOGLEVEL=V/V",
-                          "RQBBUFFER=64", "POLICYMODE=1"})
-                  .status,
-              0);
-    Log("CODED", "a known text");
-    Log("CODED", "a known text.");
-    Log("PLAIN", "a known text");
-    AwaitRead("a known text");
-    const fs::path dump = RequestDump();
-    EXPECT_THAT(Decode(dump, kPolicyFolder),
-                ElementsAre(Printed("I/CODED", "a known text"), Printed("I/CODED", "a known text."),
-                            Printed("I/PLAIN", "a known text")));
-    EXPECT_THAT(Decode(dump), Contains(Printed("I/CODED", "<code 07F0>")));
-    EXPECT_EQ(ReadFile(dump).substr(0, 4),
-              "\x03"
-              "2.5");
-}
-
-TEST_F(EndToEnd, WhatAnEarlierCaptureLeftIsNotRead) {
-    // Taken for new, its times would make the service refuse all lines of this boot.
-    fs::create_directory(kCapture.parent_path());
-    WriteFile(kCapture, "99999999.000 I/OLD     (P 1, T 1): a: b(1) > of another boot\n");
-    StartCapture("NEW/OLD", "V/V", "64");
-    Log("NEW", "of this boot");
-    AwaitRead("of this boot");
-    EXPECT_THAT(Decode(RequestDump()), ElementsAre(Printed("I/NEW", "of this boot")));
-}
-
-TEST_F(EndToEnd, RotationLosesAndRepeatsNothing) {
-    StartCapture("ROTATED", "V", "4");
-    Lines expected;
-    // Several files at once, of which each has to wait for the service to read the one before.
-    for (int batch = 0; batch < 2; ++batch) {
-        std::string text;
-        for (int line = 0; line < 120; ++line) {
-            text = std::to_string(expected.size()) + std::string(80, '.');
-            Log("ROTATED", text);
-            expected.push_back(Printed("I/ROTATED", text));
-        }
-        AwaitRead(text);
-    }
-    EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
-    EXPECT_LT(fs::file_size(kCapture), 5000);
-}
-
-TEST_F(EndToEnd, RequestedDumpsKeepAndTheOneBeforePowerOffConsumes) {
-    FakeLogind logind;
-    StartCapture("KEPT", "V", "64", "poweroff");
-    ASSERT_TRUE(logind.WaitForInhibitor());
-    Log("KEPT", "a line");
-    AwaitRead("a line");
-
-    // On another file system than the temporary file.
-    fs::create_directory("/run/dumps");
-    ASSERT_EQ(mount("tmpfs", "/run/dumps", "tmpfs", 0, nullptr), 0);
-    const fs::path first = RequestDump("/run/dumps");
-    const fs::path second = RequestDump("/run/dumps");
-    EXPECT_EQ(first, "/run/dumps/trelvo.dump");
-    EXPECT_EQ(second, "/run/dumps/trelvo_1.dump");
-    EXPECT_EQ(ReadFile(first), ReadFile(second));
-
-    logind.Emit("PrepareForShutdown", true);
-    ASSERT_TRUE(logind.WaitForRelease());
-    EXPECT_THAT(Decode(kCollectingFolder / "trelvo.dump"),
-                ElementsAre(Printed("I/KEPT", "a line")));
-    EXPECT_THAT(Decode(RequestDump()), IsEmpty());
-}
-
 TEST_F(EndToEnd, AsInstalledItIsSilentAndWritesALastDump) {
     FakeLogind logind;
     const fs::path installed = TRELVO_SOURCE_DIR "/platform/systemd";
@@ -433,15 +358,10 @@ TEST_F(EndToEnd, WhatWasLoggedBeforeADumpWasAskedForIsInIt) {
         }
         for (const std::string kind : {"native", "logger", "systemd-cat"}) {
             int whole = 0;
-            std::vector<double> seconds;
             for (int number = 0; number < dumps; ++number) {
                 const std::string text = kind + " " + std::to_string(lines + number) + ".";
                 LogBy(kind, text);
-                const auto start = std::chrono::steady_clock::now();
                 const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp/dumps"});
-                seconds.push_back(
-                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start)
-                        .count());
                 const std::string path = dump.out.substr(0, dump.out.find('\n'));
                 const bool has_line = ReadFile(path).find(text) != std::string::npos;
                 whole += has_line ? 1 : 0;
@@ -452,10 +372,6 @@ TEST_F(EndToEnd, WhatWasLoggedBeforeADumpWasAskedForIsInIt) {
                 fs::remove(path);
             }
             EXPECT_GE(whole, dumps * 9 / 10);
-            std::sort(seconds.begin(), seconds.end());
-            std::cout << kind << ", " << lines << " lines/s beside it: " << whole << " of " << dumps
-                      << " dumps; seconds: median " << seconds[seconds.size() / 2] << ", longest "
-                      << seconds.back() << "\n";
         }
     }
 }
@@ -558,41 +474,6 @@ TEST_F(EndToEnd, AFullBufferIsDumpedAndCaptureGoesOn) {
     }
 }
 
-TEST_F(EndToEnd, HostileEntriesDoNotStopTheRecorder) {
-    EXPECT_EQ(
-        RunProgram({"logger", "--socket", "/run/systemd/journal/dev-log", "-t", "x, Ty", "hi"})
-            .status,
-        0);
-    StartCapture("*/" + kServiceTag, "V/S", "1024");
-    const std::vector<std::vector<std::string>> entries = {
-        {"SYSLOG_IDENTIFIER=x, Ty"},
-        {"SYSLOG_IDENTIFIER=x (P y", "TID=abc"},
-        {"SYSLOG_IDENTIFIER=x):", "TID=99999999999"},
-        {"SYSLOG_IDENTIFIER=x > y", "TID=-5"},
-        {"SYSLOG_IDENTIFIER=x\n1.0 I/y(P z, T z): a > b"},
-        {"SYSLOG_IDENTIFIER="},
-        {"CODE_FILE=(P , T ): > ", "CODE_FUNC= > \n", "CODE_LINE=x > ", "TID="},
-    };
-    for (size_t number = 0; number < entries.size(); ++number) {
-        std::vector<std::string> fields = entries[number];
-        fields.push_back("MESSAGE=hostile " + std::to_string(number));
-        Journal::Send(fields);
-    }
-    // These are not lost by accident: they claim to bring a prefix of their own.
-    Journal::Send({"DLOG_LEVEL=(P", "SYSLOG_IDENTIFIER=(", "MESSAGE=no prefix"});
-    Journal::Send({"DLOG_LEVEL=I", "SYSLOG_IDENTIFIER=x", "MESSAGE=no prefix\n1 I/x(P , T ): > "});
-    Journal::Send({"SYSLOG_IDENTIFIER=x", "MESSAGE=" + std::string(1 << 20, ' ') + "(P"});
-    Log("GOOD", "still recorded");
-    AwaitRead("still recorded");
-
-    const Lines lines = Decode(RequestDump());
-    EXPECT_THAT(lines, Contains(Printed("I/GOOD", "still recorded")));
-    EXPECT_THAT(lines, Contains(HasSubstr("x, Ty: hi")));
-    for (size_t number = 0; number < entries.size(); ++number) {
-        EXPECT_THAT(lines, Contains(HasSubstr("): hostile " + std::to_string(number))));
-    }
-}
-
 TEST_F(EndToEnd, OneServiceWithOneCaptureThatEndsWithIt) {
     // After the first one's death its socket is there for the second to take over.
     for (const int signal : {SIGKILL, SIGTERM}) {
@@ -639,9 +520,13 @@ TEST_F(EndToEnd, BrokenTablesCostTheirOwnTagOnly) {
                                       {bomb + "]><p><policy version='&z;'/></p>", "known"},
                                       {policy + std::string(3000000, ' ') + "<", "<code 07F0>"}}) {
         WriteFile(kPolicyFolder / "policy_version.xml", text);
-        StartService(
-            {"LOGTAG=cut/locked/huge/good", "LOGLEVEL=V/V/V/V", "RQBBUFFER=64", "POLICYMODE=1"},
-            "Start reading data");
+        StartService({}, "CDataDump created");
+        LogFollower log(kServiceTag);
+        EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "LOGTAG=cut/locked/huge/good",
+                              "LOGLEVEL=V/V/V/V", "RQBBUFFER=64", "POLICYMODE=1"})
+                      .status,
+                  0);
+        ASSERT_NE(log.WaitFor("Start reading data"), "");
         for (const char* tag : {"cut", "locked", "huge", "good"}) {
             Log(tag, "known");
         }
@@ -727,9 +612,7 @@ TEST_F(EndToEnd, ACaptureThatEndsIsStartedAgainAtItsPlaceAndSaysSo) {
                    std::string::npos;
         });
     };
-    const auto status = [] { return RunProgram({kBin + "trelvoctl", "status"}); };
     ASSERT_TRUE(await_status("alive=1\nreason=\nrestarts=0\n"));
-    EXPECT_EQ(status().status, 0);
     Lines expected;
     int restarts = 0;
     for (const int signal : {SIGKILL, SIGTERM, SIGSEGV}) {
@@ -748,17 +631,6 @@ TEST_F(EndToEnd, ACaptureThatEndsIsStartedAgainAtItsPlaceAndSaysSo) {
     EXPECT_THAT(Decode(RequestDump()), ElementsAreArray(expected));
     EXPECT_THAT(log.WaitFor("the capture was killed by signal"),
                 HasSubstr("signal 9 (Killed); starting it again"));
-
-    // It cannot be started for a while.
-    ASSERT_EQ(rename("/tmp/trelvo", "/tmp/away"), 0);
-    fs::create_directory_symlink("/tmp", "/tmp/trelvo");
-    kill(CapturePid(*service_), SIGKILL);
-    EXPECT_TRUE(await_status("alive=0\nreason=/tmp/trelvo: "));
-    EXPECT_THAT(status().out, HasSubstr("dead: /tmp/trelvo: "));
-    EXPECT_EQ(status().status, 3);
-    fs::remove("/tmp/trelvo");
-    ASSERT_EQ(rename("/tmp/away", "/tmp/trelvo"), 0);
-    EXPECT_TRUE(await_status("alive=1\n"));
     service_->Signal(SIGTERM);
     EXPECT_EQ(service_->Wait(), 0);
     EXPECT_TRUE(IsCaptureGone("10"));

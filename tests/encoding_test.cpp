@@ -28,16 +28,6 @@ std::string Split(const std::string& line) {
     }
 }
 
-TEST(LogLineTest, SplitsALineAtItsFirstDelimiters) {
-    const std::tuple<const char*, const char*, const char*> rows[] = {
-        {"white space", "\v\f\r\n\t 12.5 I/TAG(P 10, T 11): f: g(1) > hi\n", "0|I|TAG|10|11|hi"},
-        {"padding", "1 W/A_B \t(P  12, T\t45 ): f(5) >  up ", "0|W|A_B|12|45| up "}};
-    for (const auto& [name, line, expected] : rows) {
-        Snapshot(true);
-        EXPECT_EQ(Split(line), expected) << name;
-    }
-}
-
 TEST(LogLineTest, DeltasCountSinglePrecisionMillisecondsFromTheLastAcceptedTime) {
     const std::pair<const char*, const char*> rows[] = {
         {"nan", "0|I|T|1|2|b"},

@@ -4,6 +4,7 @@
 #include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <system_info.h>
 #include <unistd.h>
 #include <vconf.h>
@@ -152,11 +153,16 @@ TEST(App, UnusableFoldersAreNamed) {
 }
 
 TEST(App, ACaptureIsStartedUntilItStaysAndItsLastWordsCount) {
+    constexpr const char* kCapture = "/tmp/trelvo/RQB_Buffer";
+    umask(S_IRWXG | S_IRWXO);
+    fs::create_directory("/tmp/trelvo");
+    WriteFile(kCapture, "of another boot");
     const fs::path published = "/run/trelvo/vconf/memory/trelvo/capture";
     EXPECT_EQ(vconf_set_str("memory/trelvo/capture", "of an earlier one"), 0);
     Service service(kFirst, [](const std::string& /*start*/) {});
     auto result = service.Start();
     EXPECT_FALSE(fs::exists(published));
+    EXPECT_EQ(test_support::ReadFile(kCapture), "");
     const auto say = [](const std::string& message) {
         const int fd = std::atoi(std::getenv("TRELVO_KEEPER_FD"));
         EXPECT_GT(send(fd, message.data(), message.size(), 0), 0);

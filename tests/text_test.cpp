@@ -196,6 +196,8 @@ TEST(LineFormat, CsvQuotesAndDisarmsWhatNeedsIt) {
                                                                 {"a\nb", "\"a\nb\""},
                                                                 {"a\rb", "\"a\rb\""},
                                                                 {"=1", "'=1"},
+                                                                {"@1", "'@1"},
+                                                                {"+1", "'+1"},
                                                                 {"-1,2", "\"'-1,2\""},
                                                                 {"\tx", "'\tx"},
                                                                 {"a=1", "a=1"}};
