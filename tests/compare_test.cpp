@@ -9,7 +9,7 @@
 
 #include "patterns/rate_test.h"
 #include "support/dump_builder.h"
-#include "support/process.h"
+#include "support/folder_test.h"
 
 using namespace trelvo;
 
@@ -164,21 +164,12 @@ private:
     std::vector<Entry> entries_;
 };
 
-class Compare : public testing::Test {
+class Compare : public FolderTest {
 protected:
-    Compare() {
-        char name[] = "/tmp/trelvo-compare-XXXXXX";
-        folder_ = mkdtemp(name);
-    }
-    ~Compare() override { std::filesystem::remove_all(folder_); }
     std::string Path(const char* name) const { return folder_ / name; }
     Output Run(const std::string& line) const {
-        return RunProgram({"sh", "-c",
-                           "cd " + folder_.string() +
-                               "; PATH=" TRELVO_BIN_DIR ":$PATH; trelvoctl compare " + line});
+        return FolderTest::Run("trelvoctl compare " + line);
     }
-
-    std::filesystem::path folder_;
 };
 
 TEST_F(Compare, HealthyLogsSayLittle) {

@@ -16,7 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "support/process.h"
+#include "support/dump_builder.h"
+#include "support/folder_test.h"
 #include "support/sanitizers.h"
 
 namespace test_support {
@@ -24,15 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
-
-std::string Bytes(std::string hex) {
-    hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
-    std::string bytes;
-    for (size_t i = 0; i < hex.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    }
-    return bytes;
-}
 
 // Policy version 1.0, or none; A,10 with TID 11 as index 1 and B,10 with TID 11 as index 2.
 const std::string kSources = "10 04 41 2C 31 30 02 0B 01 04 42 2C 31 30 02 0B 02";
@@ -75,24 +67,11 @@ const double kNow = 1764000000.25;            // 2025-11-24 16:00:00.25 UTC
 const std::string kAtEnd = "FF FF FF FF 07";  // of the times that a dump can tell
 
 // A folder of dumps, each written a second after the one before.
-class Decode : public testing::Test {
+class Decode : public FolderTest {
 protected:
-    Decode() {
-        char name[] = "/tmp/trelvo-decode-XXXXXX";
-        folder_ = mkdtemp(name);
-    }
-    ~Decode() override { fs::remove_all(folder_); }
-
     void Dump(const std::string& name, const std::string& hex) {
-        WriteFile(folder_ / name, Bytes(hex));
+        WriteFile(folder_ / name, FromHex(hex));
         fs::last_write_time(folder_ / name, time_ += std::chrono::seconds(1));
-    }
-
-    // Runs a shell line in the folder.
-    Output Run(const std::string& line) const {
-        return RunProgram(
-            {"sh", "-c",
-             "cd " + folder_.string() + "; PATH=" TRELVO_BIN_DIR ":$PATH; export TZ=UTC; " + line});
     }
 
     // Rows of arguments, status, output and error; "whole" is the standard input.
@@ -105,7 +84,6 @@ protected:
         }
     }
 
-    fs::path folder_;
     fs::file_time_type time_ = fs::file_time_type::clock::now() - std::chrono::hours(24);
 };
 
@@ -616,8 +594,8 @@ TEST_F(Decode, ColumnsFitWhatIsThereAndLinesGoOnUnderTheirMessage) {
 
 TEST_F(Decode, SearchesGoOnBehindALineThatCostsTooMuch) {
     const auto log = [this](const std::string& line) {
-        WriteFile(folder_ / "long", Bytes(kPlain + kAt1000 + "00 21") + Bytes("E0 D4 03") + line +
-                                        Bytes("00 21 01 65"));
+        WriteFile(folder_ / "long", FromHex(kPlain + kAt1000 + "00 21") + FromHex("E0 D4 03") +
+                                        line + FromHex("00 21 01 65"));
     };
     log(std::string(60000, 'x'));
     const Output deep = Run("trelvoctl decode -o raw -g '^(x|y)+$|e' long | tail -c 4");
@@ -653,8 +631,8 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
     for (int number = 0; number < 4001; ++number) {
         pages.at(static_cast<size_t>(number / 2000)) += record(number);
     }
-    const std::string image = Bytes(kPlain + kAt9000) + pages[0] + pages[1] + pages[2];
-    const std::string head = Frame(Bytes(kPlain + kAt9000));
+    const std::string image = FromHex(kPlain + kAt9000) + pages[0] + pages[1] + pages[2];
+    const std::string head = Frame(FromHex(kPlain + kAt9000));
     const std::string one = Frame(pages[0]);
     const std::string two = Frame(pages[1]);
     const std::string open = Frame(pages[2]);
@@ -683,8 +661,8 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
         {"skippable frames", skippable + head + one + skippable + two + open + skippable, 4001, 0,
          ""},
         {"frames without their size",
-         Frame(Bytes(kPlain + kAt9000), false) + Frame(pages[0] + pages[1], false) + open, 4001, 0,
-         ""},
+         Frame(FromHex(kPlain + kAt9000), false) + Frame(pages[0] + pages[1], false) + open, 4001,
+         0, ""},
         {"cut between pages", chain.substr(0, at_two), 2000, 0, ""},
         {"cut in the magic number", chain.substr(0, at_two + 2), 2000, at_two, cut},
         {"cut in a frame header", chain.substr(0, at_two + 5), 2000, at_two, cut},
@@ -733,10 +711,10 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
 TEST_F(Decode, AFrameThatIsNotWholeGivesNoneOfItsLines) {
     std::string page;
     for (int number = 0; number < 100000; ++number) {
-        page += Bytes("01 21 05") + std::to_string(10000 + number % 10000);
+        page += FromHex("01 21 05") + std::to_string(10000 + number % 10000);
     }
     std::string file =
-        Frame(Bytes(kPlain + kAt9000)) + Frame(page.substr(0, size_t{8} * 2000)) + Frame(page);
+        Frame(FromHex(kPlain + kAt9000)) + Frame(page.substr(0, size_t{8} * 2000)) + Frame(page);
     file.back() ^= 1;
     WriteFile(folder_ / "trelvo.dump.zst", file);
     EXPECT_EQ(Run("trelvoctl decode trelvo.dump.zst 2>/dev/null | wc -l").out, "2000\n");
@@ -749,25 +727,16 @@ long PeakKiB() {
     return usage.ru_maxrss;
 }
 
-// A length or an index of the format.
-std::string Leb(uint32_t value) {
-    std::string bytes;
-    for (; value >= 64; value >>= 7) {
-        bytes += static_cast<char>(value | 0x80);
-    }
-    return bytes + static_cast<char>(value);
-}
-
 TEST_F(Decode, HostileDumpsAreReadWithinTheBoundOfMemory) {
     SKIP_WHERE_SANITIZED();
-    const std::string log = Bytes(kPlain + kAt9000);
+    const std::string log = FromHex(kPlain + kAt9000);
     const std::string none(1, '\0');
     const std::string key = std::string("\x03") + "A,1";
     std::string threads;
     for (uint32_t index = 1; index <= 1000000; ++index) {
         threads += Leb(index) + Leb(index);
     }
-    threads = key + Leb(static_cast<uint32_t>(threads.size())) + threads;
+    threads = key + Leb(static_cast<int64_t>(threads.size())) + threads;
     const std::string memory = "needs more memory than 64 MiB and 2 bytes for each byte";
     struct Row {
         const char* situation;
@@ -780,20 +749,20 @@ TEST_F(Decode, HostileDumpsAreReadWithinTheBoundOfMemory) {
         std::string fault;
     };
     const Row rows[] = {
-        {"many records", log, Bytes("00 21 00"), 5000, "", 2, "--pid 1", memory},
-        {"records without end", log, Bytes("00 21 01 61"), 25000, "", 1, "--pid 1",
+        {"many records", log, FromHex("00 21 00"), 5000, "", 2, "--pid 1", memory},
+        {"records without end", log, FromHex("00 21 01 61"), 25000, "", 1, "--pid 1",
          "64 MiB and 1000 times the file"},
-        {"one pair again and again", none + Leb(40000009) + key + Leb(40000000), Bytes("0B 01"),
+        {"one pair again and again", none + Leb(40000009) + key + Leb(40000000), FromHex("0B 01"),
          20000, "", 1, "", memory},
-        {"many threads", none + Leb(static_cast<uint32_t>(threads.size())) + threads, "", 0, "", 1,
+        {"many threads", none + Leb(static_cast<int64_t>(threads.size())) + threads, "", 0, "", 1,
          "", memory},
-        {"a long message", log + Bytes("00 21") + Leb(60000000), "\x1B", 60000, "", 1, "",
+        {"a long message", log + FromHex("00 21") + Leb(60000000), "\x1B", 60000, "", 1, "",
          "message of 60000000 bytes, but no more than 2 MiB are read"},
-        {"the longest message", log + Bytes("00 21") + Leb(2000000), "\x1B", 2000, "", 1, "-o json",
-         ""},
-        {"long windows", log, Bytes("01 21 01 61"), 5000, "--long=27", 40, "--pid 1",
+        {"the longest message", log + FromHex("00 21") + Leb(2000000), "\x1B", 2000, "", 1,
+         "-o json", ""},
+        {"long windows", log, FromHex("01 21 01 61"), 5000, "--long=27", 40, "--pid 1",
          "needs a window of more than 8 MiB"},
-        {"the longest windows", log, Bytes("01 21 01 61"), 2500, "--zstd=wlog=23", 40, "--pid 1",
+        {"the longest windows", log, FromHex("01 21 01 61"), 2500, "--zstd=wlog=23", 40, "--pid 1",
          memory},
     };
     for (const Row& row : rows) {
@@ -831,10 +800,11 @@ TEST_F(Decode, AnyNumberOfDumpsWithFewDescriptors) {
     for (int dump = 0; dump < kDumps; ++dump) {
         // Lines at 1, 2, 3 and 9 s, of another process each; all dumps but the first are restarts.
         const std::string key = "A," + std::to_string(dump);
-        std::string entry = Leb(static_cast<uint32_t>(key.size())) + key + Bytes("02 0B 01");
-        std::string image = Bytes("00") + Leb(static_cast<uint32_t>(entry.size())) + entry +
-                            Bytes(kAt9000) + Bytes("05 21 01 61  E8 07 21 01 62  E8 07 21 01 63") +
-                            Leb(6000) + Bytes("21 01 64");
+        std::string entry = Leb(static_cast<int64_t>(key.size())) + key + FromHex("02 0B 01");
+        std::string image = FromHex("00") + Leb(static_cast<int64_t>(entry.size())) + entry +
+                            FromHex(kAt9000) +
+                            FromHex("05 21 01 61  E8 07 21 01 62  E8 07 21 01 63") + Leb(6000) +
+                            FromHex("21 01 64");
         const bool packed = dump % 2 == 1;
         const std::string name = std::to_string(dump) + (packed ? ".dump.zst" : ".dump");
         WriteFile(folder_ / name, packed ? Frame(image) : image);
@@ -852,11 +822,11 @@ TEST_F(Decode, ARestartAmongLinesOfOneTimeIsBounded) {
     SKIP_WHERE_SANITIZED();
     for (const char* name : {"0.dump", "1.dump"}) {
         std::ofstream dump(folder_ / name);
-        dump << Bytes(kPlain + "FF FF FF FF 07 00 21 01 30");
-        dump << (*name == '0' ? "" : Bytes("05 21 01 31"));
+        dump << FromHex(kPlain + "FF FF FF FF 07 00 21 01 30");
+        dump << (*name == '0' ? "" : FromHex("05 21 01 31"));
         for (uint32_t number = 0; number < 300000; ++number) {
             const std::string text = std::to_string(2000000 + number + (*name == '0' ? 0 : 500000));
-            dump << Bytes("00 21 07") << text;
+            dump << FromHex("00 21 07") << text;
         }
     }
     // The second one begins before the first one ends.
@@ -880,7 +850,7 @@ TEST_F(Decode, FollowsAFolder) {
     Dump("unfinished", kKeptLater);
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_1.dump");
     EXPECT_TRUE(shown("a\nb\nc\n"));
-    WriteFile(folder_ / "trelvo_2.dump", Bytes(kDropped));
+    WriteFile(folder_ / "trelvo_2.dump", FromHex(kDropped));
     EXPECT_TRUE(shown("a\nb\nc\nd\n"));
     Dump("unfinished", kPlain + kAt9000 + "C0 00 21 01 78");
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_2.dump");

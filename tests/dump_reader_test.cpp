@@ -16,7 +16,7 @@
 #include "policy/code_tables.h"
 #include "policy/policy_file.h"
 #include "support/dump_builder.h"
-#include "support/process.h"
+#include "support/folder_test.h"
 #include "text/escape.h"
 
 using namespace trelvo;
@@ -49,15 +49,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
-
-std::string FromHex(std::string text) {
-    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    std::string bytes;
-    for (size_t i = 0; i < text.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
-    }
-    return bytes;
-}
+using test_support::FromHex;
 
 // "level tag pid tid +delta message;" for each whole record, then the fault.
 std::string Read(const std::string& bytes) {
@@ -257,11 +249,9 @@ TEST(Escape, AnyBytesBecomeUtf8OfTheirOwnWithoutLineFeeds) {
 }
 
 // A folder for one test, with a policy of one table for TAG in codes.db.
-class Policy : public testing::Test {
+class Policy : public test_support::FolderTest {
 protected:
     Policy() {
-        char name[] = "/tmp/trelvo-policy-XXXXXX";
-        folder_ = mkdtemp(name);
         WriteXml("<x><policy version='1.0'/><DB LogTag='TAG' NAME='codes.db'/>");
         test_support::MakeCodeTable(
             folder_ / "codes.db",
@@ -269,13 +259,9 @@ protected:
             "('twin','11110000'), ('twin 2','11110000'), (null,'00000100'), ('none',null),"
             "('bad','0000002x'), ('odd','0101')");
     }
-    ~Policy() override { fs::remove_all(folder_); }
-
     void WriteXml(const std::string& xml) const {
         test_support::WriteFile(folder_ / "policy_version.xml", xml);
     }
-
-    fs::path folder_;
 };
 
 TEST_F(Policy, TablesTurnCodesIntoMessages) {

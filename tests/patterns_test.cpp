@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "patterns/pattern_finder.h"
-#include "support/process.h"
+#include "support/dump_builder.h"
+#include "support/folder_test.h"
 
 using namespace trelvo;
 
@@ -143,53 +144,27 @@ TEST(Patterns, HostileMessagesAreFoldedWithinTheBound) {
     EXPECT_EQ(run(), run()) << "the same messages give the same patterns";
 }
 
-class PatternsCommand : public testing::Test {
+class PatternsCommand : public FolderTest {
 protected:
-    PatternsCommand() {
-        char name[] = "/tmp/trelvo-patterns-XXXXXX";
-        folder_ = mkdtemp(name);
-    }
-    ~PatternsCommand() override { std::filesystem::remove_all(folder_); }
-
-    // A line every 100 ms from 1 s on, the last at `end_ms`: level bits and message.
-    void Dump(const std::string& name, const std::vector<std::pair<int, std::string>>& lines) {
-        std::string bytes("\0\x10\4A,10\2\x0B\1\4B,10\2\x0B\2", 18);
-        Append(900 + 100 * static_cast<int>(lines.size()), bytes);
-        for (const auto& [header, message] : lines) {
-            Append(&message == &lines.front().second ? 0 : 100, bytes);
-            bytes += static_cast<char>(header);
-            Append(static_cast<int>(message.size()), bytes);
-            bytes += message;
+    // A line every 100 ms from 1 s on: level and message.
+    void Dump(const std::string& name, const std::vector<std::pair<char, std::string>>& lines) {
+        DumpBuilder dump;
+        for (const auto& [level, message] : lines) {
+            dump.Line(&message == &lines.front().second ? 0 : 100, message, "A,10", level);
         }
-        WriteFile(folder_ / name, bytes);
+        WriteFile(folder_ / name, dump.Image(900 + 100 * static_cast<int64_t>(lines.size())));
     }
     Output Run(const std::string& line) const {
-        return RunProgram({"sh", "-c",
-                           "cd " + folder_.string() +
-                               "; PATH=" TRELVO_BIN_DIR ":$PATH; trelvoctl patterns " + line});
-    }
-
-    std::filesystem::path folder_;
-
-private:
-    // LEB128, signed.
-    static void Append(int value, std::string& bytes) {
-        for (; value > 63; value >>= 7) {
-            bytes += static_cast<char>(0x80 | (value & 0x7F));
-        }
-        bytes += static_cast<char>(value);
+        return FolderTest::Run("trelvoctl patterns " + line);
     }
 };
 
-constexpr int kInfo = 0x21;
-constexpr int kError = 0x61;
-
 TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
-    std::vector<std::pair<int, std::string>> lines{
-        {kInfo, "took 5 ms"}, {kInfo, "up"}, {kError, "took 70 ms"}};
+    std::vector<std::pair<char, std::string>> lines{
+        {'I', "took 5 ms"}, {'I', "up"}, {'E', "took 70 ms"}};
     Dump("1.dump", lines);
-    lines.emplace_back(kInfo, "took 9 ms\x1B[2J");
-    lines.emplace_back(kInfo, "took 1 s");
+    lines.emplace_back('I', "took 9 ms\x1B[2J");
+    lines.emplace_back('I', "took 1 s");
     Dump("2.dump", lines);
 
     const Output table = Run(".");
@@ -211,11 +186,7 @@ TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
 
     // As decode gives them, with the number; of standard input as well.
     const std::string expected =
-        RunProgram({"sh", "-c",
-                    "cd " + folder_.string() +
-                        "; " TRELVO_BIN_DIR
-                        "/trelvoctl decode -o json 2.dump | sed 's/2.dump/standard input/'"})
-            .out;
+        FolderTest::Run("trelvoctl decode -o json 2.dump | sed 's/2.dump/standard input/'").out;
     std::string lines_out = Run("--lines -o json - <2.dump").out;
     std::vector<int> numbers;
     for (size_t at = 0; (at = lines_out.find(",\"pattern\":", at)) != std::string::npos;) {
@@ -227,25 +198,25 @@ TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
 }
 
 TEST_F(PatternsCommand, TellsWhatItCannotDo) {
-    Dump("1.dump", {{kInfo, "up"}, {kInfo, "down"}});
+    Dump("1.dump", {{'I', "up"}, {'I', "down"}});
     EXPECT_EQ(Run("--lines 1.dump").status, 2);
     EXPECT_EQ(Run("A:V").status, 2);
     EXPECT_EQ(Run("missing.dump").status, 3);
     EXPECT_EQ(Run("-g nothing 1.dump").status, 6);
     EXPECT_EQ(Run("--lines -o json A:E 1.dump").out, "");
-    WriteFile(folder_ / "cut.dump", ReadFile(folder_ / "1.dump").substr(0, 27));
+    WriteFile(folder_ / "cut.dump", ReadFile(folder_ / "1.dump").substr(0, 19));
     const Output cut = Run("--lines -o json cut.dump");
     EXPECT_EQ(cut.status, 3);
     EXPECT_THAT(cut.out, HasSubstr("\"pattern\":1}"));
     EXPECT_EQ(std::count(cut.err.begin(), cut.err.end(), '\n'), 1) << "said once: " << cut.err;
 
-    std::vector<std::pair<int, std::string>> lines;
+    std::vector<std::pair<char, std::string>> lines;
     for (int i = 0; i < 11000; ++i) {
         std::string word;
         for (int rest = i; word.size() < 4; rest /= 26) {
             word += static_cast<char>('a' + rest % 26);
         }
-        lines.emplace_back(kInfo, word + '_' + word + '.' + word);
+        lines.emplace_back('I', word + '_' + word + '.' + word);
     }
     Dump("many.dump", lines);
     const Output many = Run("many.dump");

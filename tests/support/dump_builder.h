@@ -14,6 +14,16 @@
 
 namespace test_support {
 
+// The bytes of pairs of digits, with blanks between them or not.
+inline std::string FromHex(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(text.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
 // A length, a time or an index of the format.
 inline std::string Leb(int64_t value) {
     std::string bytes;
