@@ -363,7 +363,7 @@ TEST_F(RotatingFileTest, ASuccessorGoesOnWhereverItsPredecessorWasKilled) {
             }
         }
         std::string rest = text;
-        RotatingFile file(kFile, 100, 1, from, rest);
+        RotatingFile file(kFile, 10, 1, from, rest);  // which half a line would fill
         EXPECT_FALSE(Append(file, rest));
         EXPECT_EQ(RotatingFileTest::Files(), row.expected) << row.current << '|' << row.fresh;
     }
