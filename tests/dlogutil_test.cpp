@@ -468,6 +468,11 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
         send();
         expect_next(name);
     }
+    send();
+    send();
+    EXPECT_NE(NextLine(follower, "counted"), "");
+    JournalFollower successor(follower.Place());
+    EXPECT_THAT(NextLine(successor, "counted"), HasSubstr("> <" + std::to_string(sent) + ">\n"));
 }
 
 TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {
