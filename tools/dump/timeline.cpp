@@ -499,7 +499,7 @@ void Timeline::ShiftChain(size_t chain, int64_t ms, bool exact) {
         }
     }
     for (Part& part : parts_) {
-        if (part.after && (part.chain == chain || parts_[*part.after].chain == chain)) {
+        if (part.after && part.chain == chain) {
             Settle(part);
         }
     }
