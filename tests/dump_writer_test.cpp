@@ -472,6 +472,7 @@ TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
         manager.RequestDumpOnFile("/tmp/out");
         EXPECT_EQ(Dump([&](CTREventManager&) { (hold(false), Signal(manager)); }), self);
         EXPECT_TRUE(fs::is_empty("/tmp/out")) << "the request is absorbed";
+        EXPECT_THAT(Platform().Status(), testing::HasSubstr("\npending=0\nlast_dump_time="));
         EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nlast_dump_trigger=full\n"));
         manager.RequestDumpOnFile("");
         Dump(Signal);
