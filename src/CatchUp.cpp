@@ -23,10 +23,6 @@ CatchUp& CatchUp::Instance() {
 
 void CatchUp::Wait(boost::chrono::milliseconds limit) {
     boost::unique_lock<boost::mutex> lock(mutex_);
-    hasCaughtUp_ = false;
-    if (!isFollowing_ || isBusy_) {
-        return;
-    }
     state_ = State::kAsked;
     changed_.notify_all();
     changed_.wait_for(lock, limit,
