@@ -124,7 +124,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
             {"sed", "-E", "s/^#([a-z-]+ = )/\\1/; s/^(triggers = ).*/\\1timer; match/", installed})
             .out;
     EXPECT_THAT(all, HasSubstr("\nmatch-rest = 60\n"));
-    WriteFile("/tmp/all.conf", all);
+    WriteFile("/tmp/all.conf", all + "[recorder]\ntags = a:b:I\n");
     EXPECT_EQ(RunProgram({kTrelvo, "--check", "/tmp/all.conf"}).status, 0);
     std::filesystem::remove(kFile);
 }

@@ -71,6 +71,7 @@ TEST(Options, CaptureCommandIsReadAndWrongOnesAreRefused) {
                               "-x", "A", "A:", "A:X", "A:WW", "A:W B"}) {
         EXPECT_THROW((void)Parse(wrong), std::invalid_argument) << wrong;
     }
+    EXPECT_EQ(test_support::RunProgram({(TRELVO_BIN_DIR "/dlogutil"), "-x"}).status, 2);
 }
 
 TEST(Options, FiltersSelectByTagAndLevel) {
@@ -403,10 +404,13 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
     JournalFollower follower;
     EXPECT_THAT(follower.Fault(), HasSubstr("no journal in /run/log/journal"));
     fs::create_directories("/run/log/journal");
+    JournalFollower empty;
+    EXPECT_THAT(empty.Fault(), HasSubstr("no journal in /run/log/journal"));
     std::optional<test_support::Journal> journal(std::in_place);
     EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_VERBOSE, "x, Ty", "a.c: f(%d) > %s", 1, "hi"), 14);
     EXPECT_THAT(NextLine(follower, "x_ Ty"), HasSubstr("): a.c: f(1) > hi\n"));
-    EXPECT_EQ(follower.Fault() + follower.Note(), "");
+    EXPECT_THAT(NextLine(empty, "x_ Ty"), HasSubstr("): a.c: f(1) > hi\n"));
+    EXPECT_EQ(follower.Fault() + follower.Note() + empty.Fault(), "");
     const std::vector<std::pair<std::string, std::function<void()>>> events = {
         {"a crash",
          [&] {

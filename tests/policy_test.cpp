@@ -159,7 +159,7 @@ TEST(CodeTableTest, ATableBeyondItsBoundsOrFolderCostsItsOwnTagOnly) {
     };
     std::string policy = "<r>";
     for (const char* name :
-         {"rows", "full", "endless", "wide", "row", "sort", "../x", "a/../good"}) {
+         {"rows", "full", "endless", "wide", "row", "sort", "../Default.x", "a/../good"}) {
         policy += std::string("<db logtag='") + name + "' name='" + name + "'/>";
     }
     WritePolicy(kDefault, policy + "</r>");
@@ -170,7 +170,7 @@ TEST(CodeTableTest, ATableBeyondItsBoundsOrFolderCostsItsOwnTagOnly) {
     view("wide", "select hex(zeroblob(100000)) || i, '00000001' from n");
     view("row", "select hex(zeroblob(5000000)), '00000001'");
     view("sort", "select i, '00000001' from n order by 1 desc");
-    for (const char* name : {"good", "../x"}) {
+    for (const char* name : {"good", "../Default.x"}) {
         MakeCodeTable(kDefault + "/" + name, "('hi', '00000010')");
     }
     CDBOperations::Instance()->SetLimits({1000, 1024, 1});
@@ -183,8 +183,8 @@ TEST(CodeTableTest, ATableBeyondItsBoundsOrFolderCostsItsOwnTagOnly) {
           refusal + "wide]: its table takes more than 1024 KiB",
           refusal + "row]: its table takes more than 1024 KiB",
           refusal + "sort]: its table takes more than 1024 KiB",
-          "I DB FILE PATH = " + kDefault + "/../x; E DB FILE PATH = " + kDefault +
-              "/../x refused: not in " + kDefault + "; I DLOG",
+          "I DB FILE PATH = " + kDefault + "/../Default.x; E DB FILE PATH = " + kDefault +
+              "/../Default.x refused: not in " + kDefault + "; I DLOG",
           "I HMap created for logtag [a/../good]"s}) {
         EXPECT_NE(log.find(line), std::string::npos) << line;
     }

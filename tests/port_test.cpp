@@ -356,6 +356,7 @@ TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
         auto result = service.Start();
         Publish(7, false);
         EXPECT_THAT(Launch({{"DUMP", "/var/../tmp"}}), HasSubstr("seen by the service alone"));
+        EXPECT_EQ(Launch({{"DUMP", "/tmp_of_all"}}), "");
         EXPECT_EQ(Launch({{"DUMP", "/var/tmp"}, {"DUMPFORM", "zstd"}}), "");
         const auto start = std::chrono::steady_clock::now();
         kill(getpid(), SIGTERM);
