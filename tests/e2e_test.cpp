@@ -439,32 +439,6 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
     }
 }
 
-// So many faults by TRELVO_TEST_FAULTS; a few otherwise.
-TEST_F(EndToEnd, AMatchingLineIsDumpedWithWhatLedToIt) {
-    const char* const wanted = std::getenv("TRELVO_TEST_FAULTS");
-    const int faults = wanted != nullptr ? std::atoi(wanted) : 3;
-    StartService({"LOGTAG=APP", "LOGLEVEL=V", "RQBBUFFER=64", "POLICYMODE=0", "DLOGDUMPMODE=match",
-                  "DLOGDUMPMATCH=APP:E:disk&OTHER:F", "DLOGDUMPDELAY=0", "DLOGDUMPREST=0"},
-                 "set buffer Size");
-    LogFollower log(kServiceTag);
-    for (int fault = 1; fault <= faults; ++fault) {
-        const std::string number = std::to_string(fault);
-        Log("APP", "disk is slow " + number);      // too low a level
-        Log("APP", "another error " + number, 3);  // another text
-        Log("APP", "disk has failed " + number, 3);
-        const fs::path dump = AwaitDump(log);
-        ASSERT_EQ(dump.parent_path(), kCollectingFolder);
-        ASSERT_THAT(Decode(dump), ElementsAre(Printed("I/APP", "disk is slow " + number),
-                                              Printed("E/APP", "another error " + number),
-                                              Printed("E/APP", "disk has failed " + number)));
-        fs::remove(dump);  // as a collector does
-        WriteFile(kUploadKey, "0\n");
-    }
-    // Nothing more than what was asked for: the request's dump is the next.
-    EXPECT_EQ(RequestDump(), "/tmp/dumps/trelvo.dump");
-    EXPECT_TRUE(fs::is_empty(kCollectingFolder));
-}
-
 TEST_F(EndToEnd, AFullBufferIsDumpedAndCaptureGoesOn) {
     StartCapture("FULL", "V", "1", "bufferfull");
     for (const std::string& text : {std::string(2000, 'a'), std::string(2000, 'b')}) {
