@@ -91,6 +91,8 @@ TEST(TimePoint, IsReadAsPeopleWriteIt) {
         EXPECT_EQ(point.ms, row.ms) << row.text;
         EXPECT_EQ(point.kind, row.kind) << row.text;
     }
+    EXPECT_EQ(ParseTimePoint("today", true).ms % kDayMs, 0);
+    EXPECT_EQ(ParseTimePoint("yesterday", false).ms % kDayMs, kDayMs - 19800000);
     for (const char* wrong : {"", "-", "5x", "1e3", "1970-13-01", "24:00", "-5 min ago", "1e99"}) {
         EXPECT_THROW((void)ParseTimePoint(wrong, true), FilterError) << wrong;
     }

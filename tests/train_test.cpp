@@ -206,6 +206,11 @@ TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
     EXPECT_EQ(kept.count("A"), 0U);
     EXPECT_EQ(kept.at("B").count("101"), 0U);
     EXPECT_EQ(kept.at("B").size(), 49U);
+    MessageCounts same(0);
+    for (const auto& [text, count] : kept.at("B")) {
+        same.Add("B", text, count);
+    }
+    EXPECT_EQ(counts.Memory(), same.Memory());
 }
 
 TEST(Evaluation, CountsWhatARecorderWouldTake) {
