@@ -279,9 +279,14 @@ TEST_F(Policy, TablesTurnCodesIntoMessages) {
 
 TEST_F(Policy, FaultsNameTheFile) {
     WriteXml("<x><!--" + std::string(50000, 'x') +
-             "--><db logtag='A' name='absent.db'/><db logtag='TAG' name='codes.db'/></x>");
+             "--><db logtag='A' name='absent.db'/><db logtag='B' name='broken.db'/>"
+             "<db logtag='TAG' name='codes.db'/></x>");
+    test_support::MakeCodeTable(folder_ / "broken.db",
+                                "('', ''); drop table HuffmanCode; create view HuffmanCode as "
+                                "select abs(-9223372036854775807 - 1) log, '0' huffmancode");
     const CodeTables tables(folder_);
-    ASSERT_EQ(tables.Faults().size(), 1U);
+    ASSERT_EQ(tables.Faults().size(), 2U);
+    EXPECT_NE(tables.Faults()[1].find("broken.db: integer overflow"), std::string::npos);
     EXPECT_NE(tables.Faults()[0].find("absent.db: unable to open"), std::string::npos);
     EXPECT_FALSE(fs::exists(folder_ / "absent.db"));
     EXPECT_EQ(tables.Message("TAG", "hi"), "hello world");

@@ -196,6 +196,9 @@ TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
     }
     EXPECT_THAT(numbers, ElementsAre(1, 2, 1, 3, 1));
     EXPECT_EQ(lines_out, expected);
+    const std::string who = "session opened for user ";
+    Dump("users", {{'I', who + "ann"}, {'I', who + "bob"}, {'W', who + "cy"}, {'I', who + "dan"}});
+    EXPECT_THAT(Run("users").out, HasSubstr("\n        4 W 1.000 1.300 "));
 }
 
 TEST_F(PatternsCommand, TellsWhatItCannotDo) {
