@@ -142,6 +142,11 @@ TEST(RecordStoreTest, MemoryCountsNoPageThatNothingNeeds) {
             store.Append(record.data(), record.size());
         }
     };
+    append(40);
+    while (store.Records() != 0) {
+        store.DropOldestPage();
+    }
+    EXPECT_LE(HeapInUse() - free, 32U << 10U) << "the memory of a dictionary that nothing needs";
     append(4000);
     const size_t before = store.Memory();
     for (int i = 0; i < 100000; i += 1000) {
@@ -158,7 +163,6 @@ TEST(RecordStoreTest, MemoryCountsNoPageThatNothingNeeds) {
         store.DropOldestPage();
     }
     EXPECT_LE(store.Memory(), 64U << 10U) << "the large record's memory";
-    EXPECT_LE(HeapInUse() - free, large.size() + (64U << 10U)) << "and that of the dictionary";
 }
 
 TEST(RecordStoreTest, ADamagedPageIsNotedWhenItIsRead) {
