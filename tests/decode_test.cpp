@@ -400,11 +400,7 @@ TEST_F(Decode, LinesAreChosenByTagLevelProcessTextAndTime) {
     ExpectRuns({
         {"decode -r -n 1 whole", "0", kB, ""},
         {"decode -r whole", "0", kB + kA, ""},
-        {"decode whole A:I", "0", kA, ""},
-        {"decode whole A:W", "0", "", ""},
-        {"decode whole '*:W'", "0", kB, ""},
         {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", kB, ""},
-        {"decode whole --tid 12", "0", "", ""},
         {"decode whole -g c", "6", "", ""},
         {"decode whole --since 1", "0", kB, ""},
         {"decode whole --until -0.005s", "0", kA, ""},

@@ -439,15 +439,6 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
     }
 }
 
-TEST_F(EndToEnd, AFullBufferIsDumpedAndCaptureGoesOn) {
-    StartCapture("FULL", "V", "1", "bufferfull");
-    for (const std::string& text : {std::string(2000, 'a'), std::string(2000, 'b')}) {
-        LogFollower log(kServiceTag);
-        Log("FULL", text);
-        EXPECT_THAT(Decode(AwaitDump(log)), ElementsAre(Printed("I/FULL", text)));
-    }
-}
-
 TEST_F(EndToEnd, OneServiceWithOneCaptureThatEndsWithIt) {
     // After the first one's death its socket is there for the second to take over.
     for (const int signal : {SIGKILL, SIGTERM}) {
