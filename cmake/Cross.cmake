@@ -16,5 +16,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${TRELVO_ROOT})
+# Where Debian's compiler has another name than the folder of the libraries.
+string(REGEX REPLACE "^i686-" "i386-" TRELVO_FOLDER ${TRELVO_TRIPLET})
 set(ENV{PKG_CONFIG_LIBDIR}
-  ${TRELVO_ROOT}/usr/lib/${TRELVO_TRIPLET}/pkgconfig:${TRELVO_ROOT}/usr/share/pkgconfig)
+  ${TRELVO_ROOT}/usr/lib/${TRELVO_FOLDER}/pkgconfig:${TRELVO_ROOT}/usr/share/pkgconfig)
