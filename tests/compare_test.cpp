@@ -36,10 +36,13 @@ TEST(Rates, ChanceOfRates) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.situation);
-        const double chance = ChanceOfRates(row.good, row.bad, {row.low, row.high}, row.burst);
+        const double chance =
+            ChanceOfRates(row.good, row.bad, {row.low, row.high}, row.burst, row.burst);
         EXPECT_NEAR(chance / row.chance, 1, 0.01);
     }
-    EXPECT_LT(ChanceOfRates(1000, 2000, {1, 1}, 1), 1e-20);
+    EXPECT_LT(ChanceOfRates(1000, 2000, {1, 1}, 1, 1), 1e-20);
+    EXPECT_GT(ChanceOfRates(1000, 2000, {1, 1}, 500, 1), 0.1) << "in bursts";
+    EXPECT_LT(ChanceOfRates(2000, 1000, {1, 1}, 500, 1), 1e-20) << "stopped, no burst";
 }
 
 TEST(Rates, BurstsAreToldFromSteadyLines) {
@@ -266,26 +269,36 @@ TEST_F(Compare, FormsAndFaults) {
     for (int i = 0; i < 200; ++i) {
         good.Line(100, "tick " + std::to_string(i)).Line(0, "tock");
         bad.Line(100, "tick " + std::to_string(i));
+        if (i % 20 == 0) {
+            good.Line(0, "late", "C,10", 'W').Line(0, "slow", "C,10");
+        }
+        if (i % 8 == 0) {  // more often, and one at another level
+            bad.Line(0, "late", "C,10", 'W').Line(0, "slow", "C,10", i % 96 == 0 ? 'I' : 'E');
+        }
     }
     bad.Line(0, "broken\x1B[2J", "B,10", 'E');
     WriteFile(Path("good.dump"), good.Image(21000));
     std::filesystem::create_directory(Path("bad"));
     WriteFile(Path("bad/1.dump"), bad.Image(21000));
     EXPECT_EQ(Run("good.dump bad").out,
-              "good: 400 lines in 19.900 s; bad: 201 lines in 19.900 s, most patterns x1\n"
-              "2 of 3 patterns changed\n"
+              "good: 420 lines in 19.900 s; bad: 251 lines in 19.900 s, most patterns x1\n"
+              "3 of 6 patterns changed; 1 more may be chance: \"?\"\n"
               "CHANGE L GOOD BAD   TIME TAG: EXAMPLE\n"
+              "was I  E    0  22  1.900 C: slow\n"
               "new    E    0   1 21.000 B: broken\\x1B[2J\n"
-              "gone   I  200   0 21.000 A: tock\n");
+              "gone   I  200   0 21.000 A: tock\n"
+              "x2.5?  W   10  25  1.100 C: late\n");
     EXPECT_THAT(Run("-o json good.dump bad B:V").out, testing::IsEmpty());
     const std::string json = Run("-o json good.dump bad '*:V'").out;
     EXPECT_THAT(
         json,
         testing::StartsWith(
-            R"({"good":{"lines":400,"span_ms":19900},"bad":{"lines":201,"span_ms":19900},)"
-            R"("usual_ratio":1.0,"patterns":3,"changes":[{"change":"new","level":"E","tag":"B",)"
-            R"("text":"broken [<*>","at":{"time_ms":21000},"good":{"count":0},"bad":{"count":1,)"
-            R"("first":{"time_ms":21000},"last":{"time_ms":21000}},"ratio":null,"chance":)"));
+            R"({"good":{"lines":420,"span_ms":19900},"bad":{"lines":251,"span_ms":19900},)"
+            R"("usual_ratio":1.0,"patterns":6,"changes":[{"change":"level","level":"E",)"
+            R"("old_level":"I","tag":"C","text":"slow","at":{"time_ms":1900},"good":{"count":0},)"
+            R"("bad":{"count":22,"first":{"time_ms":1900},"last":{"time_ms":19500}},"ratio":null,)"
+            R"("chance":)"));
+    EXPECT_THAT(json, HasSubstr(R"(}],"doubtful":[{"change":"more","level":"W","tag":"C",)"));
     EXPECT_EQ(Run("good.dump").status, 2);
     EXPECT_EQ(Run("good.dump bad good.dump").status, 2);
     EXPECT_EQ(Run("good.dump missing").status, 3);

@@ -305,12 +305,12 @@ check('lists what changed as compare does, and filters by it', async () => {
       'Emulation.setDeviceMetricsOverride',
       {width: 1280, height: 1600, deviceScaleFactor: 1, mobile: false});
   for (const [path, ...sides] of [[file, once, often], [compared, good, dumps]]) {
-    const {changes, new_by_chance} = JSON.parse(run('compare', '-o', 'json', ...sides));
+    const {changes, doubtful} = JSON.parse(run('compare', '-o', 'json', ...sides));
     const text = run('compare', ...sides).split('\n').slice(0, -1);
     const labels = text.slice(3).map((row) => row.slice(0, 6).trim());
     await browser.open(path);
     assert.equal(await textOf('#changes-summary'), text.slice(0, 2).join('\n').split(': "')[0]);
-    const all = [...changes, ...new_by_chance];
+    const all = [...changes, ...doubtful];
     assert.deepEqual(await shown(), all.map((change, i) => {
       const {level, tag, text, example, at, good: {count}, bad} = change;
       const counts = [count, bad.count].map((number) => number.toLocaleString('en-US'));

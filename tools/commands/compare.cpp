@@ -31,12 +31,13 @@ constexpr const char* kHelp =
     "Rates count against what most patterns do, so BAD may be shorter or busier; bursts count as "
     "one\n"
     "where GOOD has such bursts; and what is new counts only as far as GOOD itself is not full of\n"
-    "lines that came once. TIME is that of the first line in BAD, for what is gone of the last in\n"
+    "lines that came once. What may be chance stands at the end, with a question mark, as far\n"
+    "as a screen has room. TIME is that of the first line in BAD, for what is gone of the last in\n"
     "GOOD. With -o json one object with all of it. The test is in docs/patterns.md.\n\n";
 
 // What a screen of 24 lines holds below the heading.
 constexpr size_t kScreenRows = 20;
-constexpr size_t kErrorsByChance = 5;
+constexpr size_t kDoubtfulErrors = 5;
 
 struct CompareOptions {
     std::string good;
@@ -47,21 +48,28 @@ struct CompareOptions {
 
 // Of the rows only so many are changes.
 void PrintRows(const std::vector<Change>& rows, size_t changed, bool utc) {
+    std::vector<std::string> labels;
+    size_t label_width = sizeof "CHANGE" - 1;
     size_t time_width = sizeof "TIME" - 1;
     size_t good_width = sizeof "GOOD" - 1;
     size_t bad_width = sizeof "BAD" - 1;
     for (const Change& change : rows) {
+        labels.push_back(ChangeText(change));
+        if (labels.size() > changed) {
+            labels.back() += kDoubtMark;
+        }
+        label_width = std::max(label_width, labels.back().size());
         time_width = std::max(time_width, TimeText(change.time, utc).size());
         good_width = std::max(good_width, std::to_string(change.good.count).size());
         bad_width = std::max(bad_width, std::to_string(change.bad.count).size());
     }
-    Print("CHANGE L " + Padded("GOOD", good_width, true) + ' ' + Padded("BAD", bad_width, true) +
-          ' ' + Padded("TIME", time_width, true) + " TAG: EXAMPLE\n");
+    Print(Padded("CHANGE", label_width, false) + " L " + Padded("GOOD", good_width, true) + ' ' +
+          Padded("BAD", bad_width, true) + ' ' + Padded("TIME", time_width, true) +
+          " TAG: EXAMPLE\n");
     const size_t width = TerminalWidth().value_or(0);
     for (size_t i = 0; i < rows.size(); ++i) {
         const Change& change = rows[i];
-        std::string line = Padded(i < changed ? ChangeText(change) : kNewByChance, 6, false) + ' ' +
-                           change.level + ' ' +
+        std::string line = Padded(labels[i], label_width, false) + ' ' + change.level + ' ' +
                            Padded(std::to_string(change.good.count), good_width, true) + ' ' +
                            Padded(std::to_string(change.bad.count), bad_width, true) + ' ' +
                            Padded(TimeText(change.time, utc), time_width, true) + ' ' +
@@ -76,17 +84,18 @@ void PrintRows(const std::vector<Change>& rows, size_t changed, bool utc) {
 void PrintText(const Comparison& comparison, const Differences& found, bool utc) {
     // As far as the first screen has room: no more of them than of changes, but some errors.
     std::vector<Change> rows = found.changes;
-    size_t by_chance = 0;
-    for (const Change& change : found.new_by_chance) {
-        const bool is_error = Novelty::Severity(change.level) >= Novelty::Severity('E');
+    size_t doubtful = 0;
+    for (const Change& change : found.doubtful) {
+        const bool is_error =
+            !change.Falls() && Novelty::Severity(change.level) >= Novelty::Severity('E');
         if (rows.size() < kScreenRows &&
-            (by_chance < found.changes.size() || (is_error && by_chance < kErrorsByChance))) {
+            (doubtful < found.changes.size() || (is_error && doubtful < kDoubtfulErrors))) {
             rows.push_back(change);
-            ++by_chance;
+            ++doubtful;
         }
     }
     Print(ComparisonText(comparison, found));
-    Print(by_chance > 0 ? std::string(": \"") + kNewByChance + "\"\n" : "\n");
+    Print(doubtful > 0 ? std::string(": \"") + kDoubtMark + "\"\n" : "\n");
     if (!rows.empty()) {
         PrintRows(rows, found.changes.size(), utc);
     }
@@ -131,7 +140,7 @@ void PrintJson(const Comparison& comparison, const Differences& found, bool utc)
                    {"usual_ratio", comparison.UsualRatio()},
                    {"patterns", comparison.Rows()},
                    {"changes", ChangesJson(found.changes, utc)},
-                   {"new_by_chance", ChangesJson(found.new_by_chance, utc)}});
+                   {"doubtful", ChangesJson(found.doubtful, utc)}});
 }
 
 ExitCode Compare(const CompareOptions& options) {

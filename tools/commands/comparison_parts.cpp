@@ -50,9 +50,8 @@ std::string ComparisonText(const Comparison& comparison, const Differences& foun
                        "; bad: " + SideText(comparison.Of(Comparison::kBad)) +
                        Format(", most patterns x%.2g\n%zu of %zu patterns changed",
                               comparison.UsualRatio(), found.changes.size(), comparison.Rows());
-    if (!found.new_by_chance.empty()) {
-        text +=
-            Format("; %zu new ones are no more than chance explains", found.new_by_chance.size());
+    if (!found.doubtful.empty()) {
+        text += Format("; %zu more may be chance", found.doubtful.size());
     }
     return text;
 }

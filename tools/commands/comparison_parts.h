@@ -20,8 +20,8 @@ namespace trelvo {
 // For programs; and for people, with its factor or old level: "x2.2", "was I".
 [[nodiscard]] const char* KindName(Change::Kind kind);
 [[nodiscard]] std::string ChangeText(const Change& change);
-// The word for what is new by chance.
-inline constexpr const char* kNewByChance = "new?";
+// Behind the word for a doubtful change.
+inline constexpr char kDoubtMark = '?';
 
 // Tells where there were too many patterns for all tags.
 void TellFolded(const Comparison& comparison);

@@ -22,7 +22,7 @@ void PageChanges::Finish() {
     }
     changes_.assign(size_t{most} + 1, 0);
     uint32_t change = 0;
-    for (const auto* const list : {&found_.changes, &found_.new_by_chance}) {
+    for (const auto* const list : {&found_.changes, &found_.doubtful}) {
         for (const Change& each : *list) {
             ++change;
             for (const uint32_t number : each.numbers) {
@@ -36,9 +36,13 @@ void PageChanges::Finish() {
 
 Json PageChanges::ToJson() const {
     Json rows = Json::array();
-    for (const auto* const list : {&found_.changes, &found_.new_by_chance}) {
+    for (const auto* const list : {&found_.changes, &found_.doubtful}) {
         for (const Change& change : *list) {
-            rows.push_back({{"label", list == &found_.changes ? ChangeText(change) : kNewByChance},
+            std::string label = ChangeText(change);
+            if (list == &found_.doubtful) {
+                label += kDoubtMark;
+            }
+            rows.push_back({{"label", label},
                             {"level", std::string(1, change.level)},
                             {"tag", Utf8(change.tag)},
                             {"text", Utf8(change.text)},

@@ -23,7 +23,7 @@ public:
     // REQUIRES: Finish().
     // The number of the change that a line of the page belongs to, from 1; 0: to none.
     [[nodiscard]] uint32_t Of(size_t line) const { return changes_[numbers_[line]]; }
-    // The changes in their order, those that are new by chance behind.
+    // The changes in their order, the doubtful ones behind.
     [[nodiscard]] nlohmann::ordered_json ToJson() const;
 
 private:

@@ -18,6 +18,9 @@ uint64_t RowKey(uint32_t number, uint32_t tag) {
 constexpr double kFalseDiscoveries = 0.01;
 // New rows are listed while chance is expected to bring no more than this share of all rows.
 constexpr double kChanceNew = 0.005;
+// Rates are doubtful as long as they are less likely than this, and differ by such a factor.
+constexpr double kDoubtful = 0.5;
+constexpr double kDoubtfulRatio = 1.5;
 // Lines of a log's usual rows that tell their burst factor.
 constexpr uint64_t kFewLines = 4;
 // The weight of a row whose rate is known to a tenth, and of time, which counts as some of these.
@@ -230,11 +233,13 @@ void Comparison::Test() {
     for (const auto& [key, row] : rows_) {
         const SideCount& good = row->sides[kGood];
         const double bad_burst = BurstFactor(Slices(kBad, row->sides[kBad]), 1);
-        row->good_burst = good.count == 0 ? 1 : BurstFactor(Slices(kGood, good), usual_burst);
-        row->burst = good.count == 0 ? bad_burst : JoinedBurstFactor(row->good_burst, bad_burst);
-        if (good.count > 0) {
-            novelty.Add(row->level, Episodes(Slices(kGood, good), row->good_burst),
-                        row->good_burst);
+        if (good.count == 0) {
+            row->burst = bad_burst;
+        } else {
+            const SliceCounts slices = Slices(kGood, good);
+            row->good_burst = BurstFactor(slices, usual_burst);
+            row->burst = JoinedBurstFactor(row->good_burst, bad_burst);
+            novelty.Add(row->level, Episodes(slices, row->good_burst), row->good_burst);
         }
     }
     novelty.Finish();
@@ -244,7 +249,7 @@ void Comparison::Test() {
     for (const auto& [key, row] : rows_) {
         const auto good = static_cast<double>(row->sides[kGood].count);
         const auto bad = static_cast<double>(row->sides[kBad].count);
-        row->chance = ChanceOfRates(good, bad, range, row->burst);
+        row->chance = ChanceOfRates(good, bad, range, row->burst, row->good_burst);
         if (good == 0) {
             // Each time but the first tells against chance.
             const double again = std::max(0.0, bad / row->burst - 1);
@@ -277,25 +282,26 @@ Differences Comparison::Finish() {
     }
     const double bound = DiscoveryBound(std::move(chances), kFalseDiscoveries);
 
-    std::vector<const Row*> changed;
-    Differences found;
+    const auto is_new = [](const Row& row) { return row.sides[kGood].count == 0; };
+    const auto is_changed = [&](const Row& row) {
+        return row.chance <= bound || (is_new(row) && row.chance <= kChanceNew);
+    };
     std::map<uint64_t, char> raised;  // old level, by number and tag
     for (const auto& [key, row] : rows_) {
-        const bool is_new = row->sides[kGood].count == 0;
-        if (row->chance <= bound || (is_new && row->chance <= kChanceNew)) {
-            changed.push_back(row.get());
-            if (const auto& old = old_levels[key.first]; is_new && old.first > 0) {
-                raised[key.first] = old.second;
-            }
-        } else if (is_new) {
-            found.new_by_chance.push_back(ChangeOf(*row));
+        if (const auto& old = old_levels[key.first];
+            is_new(*row) && is_changed(*row) && old.first > 0) {
+            raised[key.first] = old.second;
         }
     }
-    for (const Row* const row : changed) {
+    Differences found;
+    for (const auto& [key, row] : rows_) {
+        const bool changed = is_changed(*row);
+        if (!changed && !is_new(*row) && row->chance > kDoubtful) {
+            continue;
+        }
         Change change = ChangeOf(*row);
-        if (const auto old = raised.find(RowKey(row->number, row->tag)); old != raised.end()) {
-            if (old->second == row->level &&
-                (change.kind == Change::Kind::kLess || change.kind == Change::Kind::kGone)) {
+        if (const auto old = raised.find(key.first); old != raised.end()) {
+            if (old->second == row->level && change.Falls()) {
                 continue;  // told by the row of the new level
             }
             if (change.kind == Change::Kind::kNew) {
@@ -303,21 +309,26 @@ Differences Comparison::Finish() {
                 change.old_level = old->second;
             }
         }
-        found.changes.push_back(std::move(change));
+        if (changed) {
+            found.changes.push_back(std::move(change));
+        } else if (change.kind == Change::Kind::kBurst || change.ratio >= kDoubtfulRatio ||
+                   change.ratio <= 1 / kDoubtfulRatio) {
+            found.doubtful.push_back(std::move(change));
+        }
     }
-    // Errors that are new or more frequent, then what chance explains least.
-    const auto is_before = [](const Change& a, const Change& b) {
-        const auto key = [](const Change& change) {
-            const bool rises =
-                change.kind != Change::Kind::kGone && change.kind != Change::Kind::kLess;
-            return std::tuple(!rises || Rank(change.level) > 1, change.chance, Rank(change.level),
-                              change.time.Ms());
-        };
-        return std::tuple(key(a), std::tie(a.tag, a.text)) <
-               std::tuple(key(b), std::tie(b.tag, b.text));
+    const auto by_chance = [](const Change& change) {
+        return std::tuple(change.chance, Rank(change.level), change.time.Ms(),
+                          std::tie(change.tag, change.text));
     };
-    std::sort(found.changes.begin(), found.changes.end(), is_before);
-    std::sort(found.new_by_chance.begin(), found.new_by_chance.end(), is_before);
+    std::sort(found.doubtful.begin(), found.doubtful.end(),
+              [&](const Change& a, const Change& b) { return by_chance(a) < by_chance(b); });
+    // Errors that are new or more frequent, then what chance explains least.
+    std::sort(found.changes.begin(), found.changes.end(), [&](const Change& a, const Change& b) {
+        const auto later = [](const Change& change) {
+            return change.Falls() || Rank(change.level) > 1;
+        };
+        return std::tuple(later(a), by_chance(a)) < std::tuple(later(b), by_chance(b));
+    });
     std::map<std::pair<std::string, Change::Kind>, size_t> listed;
     std::stable_partition(found.changes.begin(), found.changes.end(),
                           [&listed](const Change& change) {

@@ -54,11 +54,13 @@ struct Change {
     double ratio = 0;   // of the rates, bad by good; 0 where the good side has none
     double chance = 0;  // that it comes about by chance, as a share of all that is compared
     std::vector<uint32_t> numbers;  // that Comparison::Add() gave its lines
+
+    [[nodiscard]] bool Falls() const { return kind == Kind::kGone || kind == Kind::kLess; }
 };
 
 struct Differences {
-    std::vector<Change> changes;        // the most telling first
-    std::vector<Change> new_by_chance;  // new on the bad side, but no more than chance explains
+    std::vector<Change> changes;   // the most telling first
+    std::vector<Change> doubtful;  // what chance may explain, the least likely first
 };
 
 // One side as a whole.
@@ -101,7 +103,7 @@ private:
         std::array<SideCount, 2> sides;
         // Of the test.
         double good_burst = 1;
-        double burst = 1;
+        double burst = 1;   // of both sides
         bool peak = false;  // tells more than its rate
         double chance = 1;
     };

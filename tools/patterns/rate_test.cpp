@@ -89,12 +89,13 @@ double JoinedBurstFactor(double good, double bad) {
     return bad <= good ? good : good * std::pow(bad / good, 1 - 1 / good);
 }
 
-double ChanceOfRates(double good, double bad, const ShareRange& share, double burst) {
-    const double all = (good + bad) / burst;
+double ChanceOfRates(double good, double bad, const ShareRange& share, double burst,
+                     double good_burst) {
+    const double all = good + bad;
     const double high = share.high * kLeastChange;
     const double low = kLeastChange / share.low;
-    const double more = UpperTail(bad / burst, all, high / (1 + high));
-    const double less = UpperTail(good / burst, all, low / (1 + low));
+    const double more = UpperTail(bad / burst, all / burst, high / (1 + high));
+    const double less = UpperTail(good / good_burst, all / good_burst, low / (1 + low));
     return std::min(1.0, 2 * std::min(more, less));
 }
 

@@ -41,9 +41,10 @@ struct ShareRange {
 // puts as many as this on one of two sides, if the bad one's rate is up to kLeastChange times as
 // high or as low as the good one's. `share`: what the bad side has for each line of the good one
 // when nothing has changed. Both tails of the binomial distribution, for counts divided by the
-// factor.
+// factor; by that of the good side alone for fewer lines, which no burst of the bad side explains.
 inline constexpr double kLeastChange = 1.25;
-[[nodiscard]] double ChanceOfRates(double good, double bad, const ShareRange& share, double burst);
+[[nodiscard]] double ChanceOfRates(double good, double bad, const ShareRange& share, double burst,
+                                   double good_burst);
 
 // How likely it is that the fullest of so many slices holds as many lines as this where `expected`
 // come in each, if bursts of `burst` lines are usual, and vary in size by as much.

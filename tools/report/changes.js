@@ -14,7 +14,7 @@ export class ChangeList {
     this.view = view;
     this.summary = summary;
     this.rows = rows;
-    this.changed = changed;  // so many rows, before what is new by chance
+    this.changed = changed;  // so many rows, before the doubtful ones
     this.list = new VirtualList(element('changes'), 'What changed', {
       makeRow: () => this.makeRow(),
       fillRow: (row, index) => this.fillRow(row, index),
