@@ -38,7 +38,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 using Lines = std::vector<std::string>;
 

@@ -237,8 +237,8 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
                 HasSubstr(": no\\\\room; archive of unknown dumps, unknown bytes, 5 to be handed "
                           "over\n"));
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(RunProgram({TRELVO_BIN_DIR "/trelvoctl", "dump", "--timeout", "3", "/tmp"}).status,
-              1);
+    const std::string program = TRELVO_BIN_DIR "/trelvoctl";
+    EXPECT_EQ(RunProgram({program, "dump", "--timeout", "3", "/tmp"}).status, 1);
     EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2900))
         << "it runs, and may answer yet";
     flock(lock_.Get(), LOCK_UN);
