@@ -8,9 +8,9 @@
 
 #include "commands/commands.h"
 #include "commands/decoder.h"
+#include "commands/log_options.h"
 #include "commands/output.h"
 #include "commands/pattern_output.h"
-#include "commands/policy_options.h"
 #include "patterns/pattern_table.h"
 #include "text/escape.h"
 
@@ -180,16 +180,7 @@ void AddPatterns(CLI::App& app, Action& action) {
         app.add_subcommand("patterns", "Tell which messages dumps hold, and how many of each");
     const auto options = std::make_shared<PatternsOptions>();
     DecodeOptions& decode = options->decode;
-    command
-        ->add_option("FILE", decode.words,
-                     "Dumps, folders of dumps (*.dump, *.dump.zst), or - for standard input; and "
-                     "filters TAG:LEVEL, as for decode")
-        ->type_name("FILE|DIR|TAG:LEVEL")
-        ->required();
-    AddPolicyOptions(*command, decode.policy, decode.policies);
-    command->add_option("--since", decode.since, "Only lines from this time on, as for decode")
-        ->type_name("TIME");
-    command->add_option("--until", decode.until, "Only lines up to this time")->type_name("TIME");
+    AddLogOptions(*command, decode);
     command
         ->add_option("-g,--grep", decode.grep,
                      "Only lines whose message this regular expression (PCRE) matches")

@@ -14,9 +14,9 @@
 #include "commands/comparison_parts.h"
 #include "commands/decoder.h"
 #include "commands/faults.h"
+#include "commands/log_options.h"
 #include "commands/output.h"
 #include "commands/page_changes.h"
-#include "commands/policy_options.h"
 #include "patterns/pattern_table.h"
 #include "report/log_columns.h"
 #include "report/page_writer.h"
@@ -233,23 +233,13 @@ void AddReport(CLI::App& app, Action& action) {
     CLI::App* const command =
         app.add_subcommand("report", "Make a page to look at in a browser of what dumps hold");
     const auto options = std::make_shared<ReportOptions>();
-    DecodeOptions& decode = options->decode;
-    command
-        ->add_option("FILE", decode.words,
-                     "Dumps, folders of dumps (*.dump, *.dump.zst), or - for standard input; and "
-                     "filters TAG:LEVEL, as for decode")
-        ->type_name("FILE|DIR|TAG:LEVEL")
-        ->required();
+    AddLogOptions(*command, options->decode);
     command->add_option("-o,--output", options->output, "The page to write, such as report.html")
         ->type_name("FILE")
         ->required();
     command->add_option("--good", options->good, "A log of a healthy run, to show what changed")
         ->type_name("FILE|DIR");
-    AddPolicyOptions(*command, decode.policy, decode.policies);
-    command->add_option("--since", decode.since, "Only lines from this time on, as for decode")
-        ->type_name("TIME");
-    command->add_option("--until", decode.until, "Only lines up to this time")->type_name("TIME");
-    command->add_flag("--utc", decode.utc, "Wall-clock times in UTC");
+    command->add_flag("--utc", options->decode.utc, "Wall-clock times in UTC");
     command->footer(kHelp + ExitCodesHelp({kUsageHelp,
                                            kDamageHelp,
                                            kCodeTablesHelp,
