@@ -280,6 +280,19 @@ check('lists patterns, and filters by one', async () => {
   assert.equal(await count(), newest.count);
   await browser.click('.pattern .hide');
   assert.equal(await count(), LINES - newest.count);
+  // Their counts follow the other filters, not the choice of one of them.
+  const ofStore = {};
+  for (const line of run('patterns', '--lines', '-o', 'json', dumps).split('\n').filter(Boolean)) {
+    const {tag, pattern} = JSON.parse(line);
+    const {text} = patterns.find((each) => each.pattern === pattern);
+    if (tag === 'store') ofStore[text] = (ofStore[text] ?? 0) + 1;
+  }
+  await browser.open(page, '#tag=store');
+  for (const action of [() => {}, () => browser.click('.pattern .text')]) {
+    await action();
+    const counts = (await shown()).filter(({count}) => count > 0);
+    assert.deepEqual(Object.fromEntries(counts.map(({text, count}) => [text, count])), ofStore);
+  }
 });
 
 check('lists what changed as compare does, and filters by it', async () => {
