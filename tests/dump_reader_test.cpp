@@ -22,7 +22,7 @@
 using namespace trelvo;
 
 namespace {
-size_t largest_allocation = 0;
+thread_local size_t largest_allocation = 0;
 }  // namespace
 
 // Replaced to see whether a claimed length is believed. Not inlined, where the compiler would take
