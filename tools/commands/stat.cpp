@@ -29,10 +29,9 @@ constexpr const char* kHelp =
     "the processes that log most of their lines under one tag, with all that they log. Of several\n"
     "dumps: all that as one log, in which each line counts once, and a row for each dump. -v adds\n"
     "what each field of a record takes and every process. \"coded\" counts the lines that a code\n"
-    "table explains; without tables, those whose message cannot be text. \"as text\" is the size "
-    "of\n"
-    "the decoded lines, unaligned. With -o json, one object a dump, with names as decode -o json\n"
-    "has them; shared_records are those that other dumps show already.\n"
+    "table explains; without tables, those whose message cannot be text. \"as text\" is the size\n"
+    "of the decoded lines, unaligned. With -o json, one object a dump, with names as decode -o\n"
+    "json has them; shared_records are those that other dumps show already.\n"
     "\n";
 
 struct StatOptions {
