@@ -5,11 +5,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <thread>
 
+#include "platform/handles.h"
 #include "support/process.h"
 
 using namespace trelvo;
@@ -37,10 +39,16 @@ protected:
     ~Waiting() override { close(lock_); }
 
     // The service's end of a dump; replaced as a whole, as it does it.
-    void Publish(int dumps, const std::string& rest) const {
+    void Publish(int dumps, const std::string& rest, bool until_read = false) const {
         WriteFile("/run/trelvo/new", "pid=" + std::to_string(service_) +
                                          "\ndumps=" + std::to_string(dumps) + "\n" + rest);
+        const port::UniqueFd reads(inotify_init1(IN_CLOEXEC));
+        inotify_add_watch(reads.Get(), "/run/trelvo/new", IN_CLOSE_NOWRITE);
         fs::rename("/run/trelvo/new", std::string(kStatus) + "/status");
+        inotify_event event{};
+        if (until_read) {
+            ASSERT_EQ(read(reads.Get(), &event, sizeof event), sizeof event);
+        }
     }
     static std::string Written(const std::string& name, const std::string& trigger = "request") {
         return "last_dump_trigger=" + trigger + "\nlast_dump_path=" + kFolder + "/" + name +
@@ -93,9 +101,11 @@ TEST_F(Waiting, WhatIsStillWrittenIsWaitedFor) {
     std::thread service;
     Publish(3, "");
     EXPECT_EQ(Wait({[&] {
-                  Publish(4, Written("trelvo.dump", "timer") + "pending=1\n");
                   service = std::thread([this] {
-                      usleep(200000);  // for another request, which there must not be
+                      // Read once to see who was asked, and then to see what came of it.
+                      for (int i = 0; i < 2; ++i) {
+                          Publish(4, Written("trelvo.dump", "timer") + "pending=1\n", true);
+                      }
                       Publish(5, Written("trelvo_1.dump"));
                   });
               }}),
