@@ -13,23 +13,23 @@
 namespace port {
 namespace {
 
-constexpr const char* kHelp =
-    "Usage: trelvo\n"
-    "       trelvo KEY=VALUE ...\n"
-    "       trelvo --check [FILE]\n"
-    "\n"
-    "Flight recorder for the system log. Without arguments it records as %s says;\n"
-    "where that file does not exist it waits for 'trelvoctl launch'.\n"
-    "\n"
-    "  KEY=VALUE       record as these launch arguments say; see 'man trelvo'\n"
-    "  --check [FILE]  check the configuration file and start nothing\n"
-    "  --help          print this\n"
-    "  --version       print the version\n"
-    "\n"
-    "Exit codes:\n"
-    "  0  success\n"
-    "  2  wrong usage, or a configuration with errors; nothing was started\n"
-    "  any other  the service could not start, or failed\n";
+constexpr const char* kHelp = R"(Usage: trelvo
+       trelvo KEY=VALUE ...
+       trelvo --check [FILE]
+
+Flight recorder for the system log. Without arguments it records as %s says;
+where that file does not exist it waits for 'trelvoctl launch'.
+
+  KEY=VALUE       record as these launch arguments say; see 'man trelvo'
+  --check [FILE]  check the configuration file and start nothing
+  --help          print this
+  --version       print the version
+
+Exit codes:
+  0  success
+  2  wrong usage, or a configuration with errors; nothing was started
+  any other  the service could not start, or failed
+)";
 
 // The text may have several lines.
 void PrintFaults(std::string_view text) {

@@ -46,16 +46,16 @@ constexpr int kUsage = 2;
 constexpr int64_t kDay = int64_t{24} * 60 * 60;  // seconds
 
 constexpr const char* kHelp =
-    "The configuration file sets options by their long names, such as max-age = 7d. The command "
-    "is\n"
-    "run by /bin/sh for each dump that it has not taken yet, with the dump's path in $DUMP. Exit\n"
-    "code 0 says that the dump is safe elsewhere; after any other the dump stays in the archive "
-    "and\n"
-    "is handed over again by the next run.\n\n"
-    "Exit codes:\n"
-    "  0  every dump is in the archive, and the command, if any, has taken it\n"
-    "  1  something failed, and is to be tried again; standard error says what\n"
-    "  2  wrong usage or configuration\n";
+    R"(The configuration file sets options by their long names, such as max-age = 7d. The command is
+run by /bin/sh for each dump that it has not taken yet, with the dump's path in $DUMP. Exit
+code 0 says that the dump is safe elsewhere; after any other the dump stays in the archive and
+is handed over again by the next run.
+
+Exit codes:
+  0  every dump is in the archive, and the command, if any, has taken it
+  1  something failed, and is to be tried again; standard error says what
+  2  wrong usage or configuration
+)";
 
 struct Options {
     std::string from = "/opt/usr/share/svc-rk/dump";

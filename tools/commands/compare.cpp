@@ -22,18 +22,16 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kHelp =
-    "Lists what is new in BAD, gone, at another level, or more or less frequent than chance "
-    "explains:\n"
-    "messages that differ only in values are one pattern, of which each tag and level is looked "
-    "at\n"
-    "for itself. Errors that are new or more frequent come first, then what chance explains "
-    "least.\n"
-    "Rates count against what most patterns do, so BAD may be shorter or busier; bursts count as "
-    "one\n"
-    "where GOOD has such bursts; and what is new counts only as far as GOOD itself is not full of\n"
-    "lines that came once. What may be chance stands at the end, with a question mark, as far\n"
-    "as a screen has room. TIME is that of the first line in BAD, for what is gone of the last in\n"
-    "GOOD. With -o json one object with all of it. The test is in docs/patterns.md.\n\n";
+    R"(Lists what is new in BAD, gone, at another level, or more or less frequent than chance explains:
+messages that differ only in values are one pattern, of which each tag and level is looked at
+for itself. Errors that are new or more frequent come first, then what chance explains least.
+Rates count against what most patterns do, so BAD may be shorter or busier; bursts count as one
+where GOOD has such bursts; and what is new counts only as far as GOOD itself is not full of
+lines that came once. What may be chance stands at the end, with a question mark, as far
+as a screen has room. TIME is that of the first line in BAD, for what is gone of the last in
+GOOD. With -o json one object with all of it. The test is in docs/patterns.md.
+
+)";
 
 // What a screen of 24 lines holds below the heading.
 constexpr size_t kScreenRows = 20;

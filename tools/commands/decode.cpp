@@ -14,18 +14,18 @@ namespace trelvo {
 namespace {
 
 constexpr const char* kHelp =
-    "Several dumps are shown as one log, ordered by the time at which their files were written:\n"
-    "lines that later dumps repeat appear once, and a line of dashes marks a gap, a fresh start, "
-    "a\n"
-    "restart of the service or a reboot. Files compressed by zstd are read as they are.\n"
-    "The level is I, W, E or F; D stands for all others, which a dump does not tell apart. Bytes\n"
-    "that could drive a terminal are printed as \\xNN (a byte) or \\u{N} (a code point), a\n"
-    "backslash as \\\\. Without its code tables a code is printed as <code HEX>.\n"
-    "Where the capture wrote clock lines, times are those of the wall clock, and boots and "
-    "machines\n"
-    "are told apart by name; clock lines are shown only when a filter names them: trelvo.clock:V.\n"
-    "Other times follow from the newest line backwards: where a dump is damaged, the lines that\n"
-    "were lost are not accounted for, and the times are the latest possible: \"≤\" marks them.\n\n";
+    R"(Several dumps are shown as one log, ordered by the time at which their files were written:
+lines that later dumps repeat appear once, and a line of dashes marks a gap, a fresh start, a
+restart of the service or a reboot. Files compressed by zstd are read as they are.
+The level is I, W, E or F; D stands for all others, which a dump does not tell apart. Bytes
+that could drive a terminal are printed as \xNN (a byte) or \u{N} (a code point), a
+backslash as \\. Without its code tables a code is printed as <code HEX>.
+Where the capture wrote clock lines, times are those of the wall clock, and boots and machines
+are told apart by name; clock lines are shown only when a filter names them: trelvo.clock:V.
+Other times follow from the newest line backwards: where a dump is damaged, the lines that
+were lost are not accounted for, and the times are the latest possible: "≤" marks them.
+
+)";
 
 ExitCode Decode(const DecodeOptions& options) {
     std::optional<Pager> pager;

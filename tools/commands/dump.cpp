@@ -26,18 +26,19 @@ namespace trelvo {
 namespace {
 
 constexpr const char* kHelp =
-    "Asks the running service for a dump, waits until it is complete and prints its path. A line\n"
-    "on standard error tells how many lines it holds, their time span, and how old the newest is.\n"
-    "The dump holds all that was logged before the command; the buffer keeps its records. A "
-    "service\n"
-    "that is just starting is waited for; one that was not launched yet refuses the request.\n\n"
-    "Exit codes:\n"
-    "  0  the dump is complete and holds what was logged before\n"
-    "  1  no dump: no service, or it could not write one, or not in time\n"
-    "  2  wrong usage, such as a folder that does not exist\n"
-    "  3  there is a dump, but it is damaged, empty, or without what was logged last\n"
-    "  5  standard output could not be written\n"
-    "  7  a fault of trelvoctl itself\n";
+    R"(Asks the running service for a dump, waits until it is complete and prints its path. A line
+on standard error tells how many lines it holds, their time span, and how old the newest is.
+The dump holds all that was logged before the command; the buffer keeps its records. A service
+that is just starting is waited for; one that was not launched yet refuses the request.
+
+Exit codes:
+  0  the dump is complete and holds what was logged before
+  1  no dump: no service, or it could not write one, or not in time
+  2  wrong usage, such as a folder that does not exist
+  3  there is a dump, but it is damaged, empty, or without what was logged last
+  5  standard output could not be written
+  7  a fault of trelvoctl itself
+)";
 
 using Steady = DumpWaiter::Clock;
 

@@ -21,15 +21,14 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kHelp =
-    "Messages that differ only in numbers, addresses, identifiers, paths or other values are one\n"
-    "pattern, with <*> in their place. Most frequent first: how many lines, the worst level, "
-    "first\n"
-    "and last time, lines over the span of the dumps, and below it the first message. Several "
-    "dumps\n"
-    "are one log, in which each line counts once. With -o json an object for each pattern; with\n"
-    "--lines -o json one for each line in order, as decode gives it, with the number of its "
-    "pattern.\n"
-    "Memory follows the patterns: beyond 10,000 messages are folded by first word and length.\n\n";
+    R"(Messages that differ only in numbers, addresses, identifiers, paths or other values are one
+pattern, with <*> in their place. Most frequent first: how many lines, the worst level, first
+and last time, lines over the span of the dumps, and below it the first message. Several dumps
+are one log, in which each line counts once. With -o json an object for each pattern; with
+--lines -o json one for each line in order, as decode gives it, with the number of its pattern.
+Memory follows the patterns: beyond 10,000 messages are folded by first word and length.
+
+)";
 
 struct PatternsOptions {
     DecodeOptions decode;

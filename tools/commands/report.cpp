@@ -31,10 +31,12 @@ namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kHelp =
-    "Writes one page to look at in a browser: a timeline, the lines, their patterns, and filters.\n"
-    "It holds all lines, compressed, opens from disk and asks nothing of a network. Several dumps\n"
-    "are one log, in which each line counts once. An existing file is replaced once the page is\n"
-    "complete. With --good, the page lists what changed, as compare does.\n\n";
+    R"(Writes one page to look at in a browser: a timeline, the lines, their patterns, and filters.
+It holds all lines, compressed, opens from disk and asks nothing of a network. Several dumps
+are one log, in which each line counts once. An existing file is replaced once the page is
+complete. With --good, the page lists what changed, as compare does.
+
+)";
 
 struct ReportOptions {
     DecodeOptions decode;

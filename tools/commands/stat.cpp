@@ -25,14 +25,15 @@ namespace trelvo {
 namespace {
 
 constexpr const char* kHelp =
-    "Of one dump: span, size, levels, lines over time, and who logs most, by tag and by program:\n"
-    "the processes that log most of their lines under one tag, with all that they log. Of several\n"
-    "dumps: all that as one log, in which each line counts once, and a row for each dump. -v adds\n"
-    "what each field of a record takes and every process. \"coded\" counts the lines that a code\n"
-    "table explains; without tables, those whose message cannot be text. \"as text\" is the size\n"
-    "of the decoded lines, unaligned. With -o json, one object a dump, with names as decode -o\n"
-    "json has them; shared_records are those that other dumps show already.\n"
-    "\n";
+    R"(Of one dump: span, size, levels, lines over time, and who logs most, by tag and by program:
+the processes that log most of their lines under one tag, with all that they log. Of several
+dumps: all that as one log, in which each line counts once, and a row for each dump. -v adds
+what each field of a record takes and every process. "coded" counts the lines that a code
+table explains; without tables, those whose message cannot be text. "as text" is the size
+of the decoded lines, unaligned. With -o json, one object a dump, with names as decode -o
+json has them; shared_records are those that other dumps show already.
+
+)";
 
 struct StatOptions {
     std::vector<std::string> inputs;

@@ -11,17 +11,18 @@ namespace trelvo {
 namespace {
 
 constexpr const char* kHelp =
-    "Says whether the service runs and whether what is logged reaches it, with what it holds, "
-    "what\n"
-    "it has lost and what came of the last dump. What nobody has said is shown as unknown. The\n"
-    "form prometheus is for the text-file collector of a node exporter.\n\n"
-    "Exit codes:\n"
-    "  0  the service records\n"
-    "  1  the service does not run\n"
-    "  2  wrong usage\n"
-    "  3  the service runs and does not record\n"
-    "  5  standard output could not be written\n"
-    "  7  a fault of trelvoctl itself\n";
+    R"(Says whether the service runs and whether what is logged reaches it, with what it holds, what
+it has lost and what came of the last dump. What nobody has said is shown as unknown. The
+form prometheus is for the text-file collector of a node exporter.
+
+Exit codes:
+  0  the service records
+  1  the service does not run
+  2  wrong usage
+  3  the service runs and does not record
+  5  standard output could not be written
+  7  a fault of trelvoctl itself
+)";
 
 ExitCode Status(const std::string& form) {
     std::string folder;

@@ -19,17 +19,15 @@ namespace trelvo {
 namespace {
 
 constexpr const char* kHelp =
-    "Inputs are capture text, dumps, journals as journalctl -o export or -o json --all gives "
-    "them,\n"
-    "or lines of TAG<TAB>MESSAGE<TAB>COUNT. Which of them is told by the content: {, or __, at "
-    "the\n"
-    "start means a journal, a control character there or a zero byte early on a dump, a first "
-    "line\n"
-    "that ends in a TAB and a number counts. The folder comes into place whole.\n"
-    "It is not written when an input gives nothing at all; from a damaged one all that is whole "
-    "is\n"
-    "used, and the exit code is 3. It is 4 when codes in a dump could not be translated, and 5\n"
-    "also when the folder could not be written.\n\n";
+    R"(Inputs are capture text, dumps, journals as journalctl -o export or -o json --all gives them,
+or lines of TAG<TAB>MESSAGE<TAB>COUNT. Which of them is told by the content: {, or __, at the
+start means a journal, a control character there or a zero byte early on a dump, a first line
+that ends in a TAB and a number counts. The folder comes into place whole.
+It is not written when an input gives nothing at all; from a damaged one all that is whole is
+used, and the exit code is 3. It is 4 when codes in a dump could not be translated, and 5
+also when the folder could not be written.
+
+)";
 
 struct TrainOptions {
     std::vector<std::string> inputs;
