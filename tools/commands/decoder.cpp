@@ -127,7 +127,7 @@ ExitCode Decoder::Run() {
 
     // A survey, then the lines.
     progress_.emplace(2 * TotalSize(files), true);
-    timeline_.emplace(options_.follow || files.size() > 1);
+    timeline_.emplace(options_.follow || files.size() > 1, options_.one_boot);
     for (const DumpFile& dump : InOrder(files)) {
         Add(dump);
     }

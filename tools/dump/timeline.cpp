@@ -132,7 +132,7 @@ bool Timeline::Link(Part& part, const Survey& survey, const Last& last) {
             return true;
         }
     }
-    if (!told) {
+    if (!told && !one_boot_) {
         const bool earlier_end = survey.last_log_time < last.survey.last_log_time;
         // Booted after the dump before was written, if the files' own times can be trusted.
         const bool later_boot =

@@ -68,8 +68,10 @@ public:
     using Opener = std::function<std::unique_ptr<Input>()>;
     using Done = std::function<void(const Part&)>;
 
-    // `several`: more than one dump will be added, so overlaps have to be found.
-    explicit Timeline(bool several) : several_(several) {}
+    // `several`: more than one dump will be added, so overlaps have to be found. `one_boot`: they are
+    // of one boot as far as their clock lines do not say otherwise, whatever the times of their files.
+    explicit Timeline(bool several, bool one_boot = false)
+        : several_(several), one_boot_(one_boot) {}
 
     // Adds a dump that was written after those before. The tables must outlive the timeline; null
     // means none. Throws DamageError when the dump holds not even one whole dictionary,
@@ -125,6 +127,7 @@ private:
     [[nodiscard]] int64_t EndOf(size_t boot) const;
 
     bool several_;
+    bool one_boot_;
     std::vector<Part> parts_;
     std::vector<Opener> openers_;            // for each part
     std::vector<const CodeTables*> tables_;  // for each part
