@@ -24,7 +24,7 @@ struct ExitCodeHelp {
     const char* meaning;
 };
 [[nodiscard]] inline std::string ExitCodesHelp(std::initializer_list<ExitCodeHelp> codes) {
-    std::string text = "Exit codes:\n  0  all right\n";
+    std::string text = "Exit codes:\n  0  success\n";
     for (const ExitCodeHelp& help : codes) {
         text += "  " + std::to_string(static_cast<int>(help.code)) + "  " + help.meaning + '\n';
     }
