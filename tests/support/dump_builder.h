@@ -33,8 +33,8 @@ inline std::string Leb(int64_t value) {
     return bytes + static_cast<char>(value & 0x7F);
 }
 
-// A dump as the service writes it, a line at a time. Sources, at most 15, are "TAG,PID"; their TID
-// is 11.
+// A dump as the service writes it, a line at a time. Sources, at most 15, are "TAG,PID" with TID
+// 11, or "TAG,PID/TID".
 class DumpBuilder {
 public:
     explicit DumpBuilder(std::string version = {}) : version_(std::move(version)) {}
@@ -53,10 +53,17 @@ public:
 
     // The newest line of the buffer was logged at `last_ms`.
     [[nodiscard]] std::string Image(int64_t last_ms) const {
-        std::string entries;
+        std::map<std::string, std::string> pairs;  // by process
         for (const auto& [source, index] : indexes_) {
-            entries += Leb(static_cast<int64_t>(source.size())) + source + Leb(2) + Leb(11) +
-                       Leb(static_cast<int64_t>(index));
+            const size_t end = std::min(source.find('/'), source.size());
+            pairs[source.substr(0, end)] +=
+                Leb(end == source.size() ? 11 : std::stoi(source.substr(end + 1))) +
+                Leb(static_cast<int64_t>(index));
+        }
+        std::string entries;
+        for (const auto& [process, threads] : pairs) {
+            entries += Leb(static_cast<int64_t>(process.size())) + process +
+                       Leb(static_cast<int64_t>(threads.size())) + threads;
         }
         return Leb(static_cast<int64_t>(version_.size())) + version_ +
                Leb(static_cast<int64_t>(entries.size())) + entries + Leb(last_ms) + records_;

@@ -1,0 +1,62 @@
+Messages that differ in values are one pattern; what changed from a healthy log to a bad one.
+
+  $ lines() { awk -v n=$1 -v bad=$2 'BEGIN {
+  >     for (i = 1; i <= n; ++i) {
+  >         printf "%d.000 I/net (P 5, T 5): link eth%d is up, %d ms\n", i, i % 3, i * 7 % 50
+  >         if (i % 4 == 0) printf "%d.100 W/disk (P 6, T 6): sector 0x%x is slow\n", i, i * 4096
+  >         if (!bad && i % 2 == 0) printf "%d.200 I/dog (P 7, T 7): watchdog fed\n", i
+  >         if (bad && i % 50 == 0) printf "%d.300 E/disk (P 6, T 6): cannot read /dev/sd%c: error %d\n", i, 97 + i % 2, i
+  >         if (i % 3 == 0) printf "%d.400 %s/app (P 8, T 8): request took %d.5 s\n", i, bad ? "E" : "I", i % 9
+  >         if (bad && i > 100 && i <= 140) for (k = 0; k < 5; ++k) printf "%d.500 I/app (P 8, T 8): queue flushed\n", i
+  >         if (!bad && i % 10 == 0) printf "%d.500 I/app (P 8, T 8): queue flushed\n", i
+  >     }
+  > }'; }
+  $ lines 600 0 | make_dump good.dump
+  $ lines 300 1 | make_dump bad.dump
+  $ trelvoctl patterns good.dump
+      COUNT L   FIRST    LAST TIMELINE            PATTERN
+        600 I   1.000 600.000 ██████████████████▃ link eth<*> is up, <*>
+              net: link eth1 is up, 7 ms
+        300 I   2.200 600.200 ██████████████████▃ watchdog fed
+        200 I   3.400 600.400 ██████████████████▃ request took <*>
+              app: request took 3.5 s
+        150 W   4.100 600.100 ██████████████████▃ sector <*> is slow
+              disk: sector 0x4000 is slow
+         60 I  10.500 600.500 ▆▆▆█▆▆▆█▆▆█▆▆▆█▆▆█▂ queue flushed
+  $ trelvoctl patterns '*:W' bad.dump
+      COUNT L   FIRST    LAST TIMELINE            PATTERN
+        100 E   3.400 300.400 █▇█▇█▇█▇█▇█▇▇█▇█▇█▂ request took <*>
+              app: request took 3.5 s
+         75 W   4.100 300.100 ▇█▇▇▇▇▇▇▇▇▇▇█▇▇▇▇▇▂ sector <*> is slow
+              disk: sector 0x4000 is slow
+          6 E  50.300 300.300   █  █  █   █  █  █ cannot read <*>: error <*>
+              disk: cannot read /dev/sda: error 50
+  $ trelvoctl patterns -g slow -o json bad.dump
+  {"pattern":1,"text":"sector <*> is slow","count":75,"level":"W","levels":{"W":75},"first":{"time_ms":4100},"last":{"time_ms":300100},"part_ms":16384,"timeline":[5,4,4,4,4,4,4,4,4,4,5,4,4,4,4,4,4,4,1],"tag":"disk","example":"sector 0x4000 is slow","folded":false}
+  $ trelvoctl patterns --lines -o json --since 298 bad.dump
+  {"time_ms":298000,"level":"I","tag":"net","pid":5,"tid":5,"message":"link eth1 is up, 36 ms","coded":false,"file":"bad.dump","pattern":1}
+  {"time_ms":299000,"level":"I","tag":"net","pid":5,"tid":5,"message":"link eth2 is up, 43 ms","coded":false,"file":"bad.dump","pattern":1}
+  {"time_ms":300000,"level":"I","tag":"net","pid":5,"tid":5,"message":"link eth0 is up, 0 ms","coded":false,"file":"bad.dump","pattern":1}
+  {"time_ms":300100,"level":"W","tag":"disk","pid":6,"tid":6,"message":"sector 0x12c000 is slow","coded":false,"file":"bad.dump","pattern":2}
+  {"time_ms":300300,"level":"E","tag":"disk","pid":6,"tid":6,"message":"cannot read /dev/sda: error 300","coded":false,"file":"bad.dump","pattern":3}
+  {"time_ms":300400,"level":"E","tag":"app","pid":8,"tid":8,"message":"request took 3.5 s","coded":false,"file":"bad.dump","pattern":4}
+  $ trelvoctl compare good.dump bad.dump
+  good: 1310 lines in 9 min 59 s; bad: 681 lines in 4 min 59 s, most patterns x0.5
+  4 of 7 patterns changed
+  CHANGE L GOOD BAD    TIME TAG: EXAMPLE
+  was I  E    0 100   3.400 app: request took 3.5 s
+  new    E    0   6  50.300 disk: cannot read /dev/sda: error 50
+  burst  I   60 200 107.500 app: queue flushed
+  gone   I  300   0 600.200 dog: watchdog fed
+  $ trelvoctl compare -o json good.dump bad.dump | sed 's/"chance":[^,]*/"chance":0/g'
+  {"good":{"lines":1310,"span_ms":599500},"bad":{"lines":681,"span_ms":299400},"usual_ratio":0.49941701515093384,"patterns":7,"changes":[{"change":"level","level":"E","old_level":"I","tag":"app","text":"request took <*>","at":{"time_ms":3400},"good":{"count":0},"bad":{"count":100,"first":{"time_ms":3400},"last":{"time_ms":300400}},"ratio":null,"chance":0,"example":"request took 3.5 s"},{"change":"new","level":"E","tag":"disk","text":"cannot read <*>: error <*>","at":{"time_ms":50300},"good":{"count":0},"bad":{"count":6,"first":{"time_ms":50300},"last":{"time_ms":300300}},"ratio":null,"chance":0,"example":"cannot read /dev/sda: error 50"},{"change":"burst","level":"I","tag":"app","text":"queue flushed","at":{"time_ms":107500},"good":{"count":60,"first":{"time_ms":10500},"last":{"time_ms":600500}},"bad":{"count":200,"first":{"time_ms":101500},"last":{"time_ms":140500}},"ratio":6.674448871802922,"chance":0,"example":"queue flushed"},{"change":"gone","level":"I","tag":"dog","text":"watchdog fed","at":{"time_ms":600200},"good":{"count":300,"first":{"time_ms":2200},"last":{"time_ms":600200}},"bad":{"count":0},"ratio":0.0,"chance":0,"example":"watchdog fed"}],"doubtful":[]}
+  $ trelvoctl compare good.dump good.dump
+  good: 1310 lines in 9 min 59 s; bad: 1310 lines in 9 min 59 s, most patterns x1
+  0 of 5 patterns changed
+  $ trelvoctl compare good.dump bad.dump '*:E'
+  trelvoctl: good.dump: has no lines to compare
+  [6]
+  $ trelvoctl report bad.dump --good good.dump -o page.html
+  $ trelvoctl report good.dump --good bad.dump 'none:F' -o page.html
+  trelvoctl: bad.dump: has no lines to compare
+  [6]

@@ -1,0 +1,237 @@
+Training code tables, from every kind of input, and reading what a recorder wrote with them.
+
+  $ printf 'A\tstarted\t9\nA\tstopped\t5\nB\tfrequent\t40\nB\trare, "quoted"\t2\nB\tonce\t1\n' >counts.tsv
+  $ trelvoctl train -o tables --policy-version 7 counts.tsv
+  policy         7 in tables
+  tags           2 with a table, of 2
+  entries        4
+  on disk        16493 bytes
+  in the service about 100 bytes of memory (estimate)
+  lines          57; 56 coded (98.2 %)
+  message bytes  507 as text, 117 with tables (76.9 % saved)
+  $ stat -c '%A %n' tables tables/* | sort -k 2
+  drwxr-xr-x tables
+  -rw-r--r-- tables/1-A.db
+  -rw-r--r-- tables/2-B.db
+  -rw-r--r-- tables/policy_version.xml
+  $ cat tables/policy_version.xml
+  <trelvo>
+    <policy version="7"/>
+    <db logtag="A" name="1-A.db"/>
+    <db logtag="B" name="2-B.db"/>
+  </trelvo>
+  $ for db in tables/*.db; do echo $db; sqlite3 $db 'select * from HuffmanCode order by 2'; done
+  tables/1-A.db
+  started|00000000
+  stopped|00000001
+  tables/2-B.db
+  frequent|00000000
+  rare, "quoted"|00000001
+  $ trelvoctl train -o tables --policy-version 8 counts.tsv
+  trelvoctl: tables: exists and is kept; --force replaces it
+  [2]
+  $ trelvoctl train -o few --policy-version 8 --min-count 5 --max-entries 1 counts.tsv
+  policy         8 in few
+  tags           2 with a table, of 2
+  entries        2
+  on disk        16493 bytes
+  in the service about 47 bytes of memory (estimate)
+  lines          57; 49 coded (86.0 %)
+  message bytes  507 as text, 173 with tables (65.9 % saved)
+  $ for db in few/*.db; do sqlite3 $db 'select log from HuffmanCode'; done
+  started
+  frequent
+
+A dump with these codes, as the recorder writes them.
+
+  $ make_dump coded.dump 7 <<'END'
+  > 1.000 I/A (P 1, T 1): \x01
+  > 2.000 I/A (P 1, T 1): as text
+  > 3.000 W/B (P 2, T 2): \x01
+  > 4.000 W/B (P 2, T 2): \x0e
+  > END
+  $ make_dump plain.dump <<'END'
+  > 5.000 I/A (P 1, T 1): no tables
+  > END
+  $ trelvoctl decode coded.dump
+  1.000 I/A (P 1): <code 01>
+  2.000 I/A (P 1): as text
+  3.000 W/B (P 2): <code 01>
+  4.000 W/B (P 2): <code 0E>
+  trelvoctl: 3 of 4 messages are codes of policy 7: --policy DIR
+  $ trelvoctl decode -g a coded.dump
+  2.000 I/A (P 1): as text
+  trelvoctl: 3 of 4 messages are codes of policy 7: --policy DIR; codes were not searched
+  [4]
+  $ trelvoctl decode --policy tables coded.dump plain.dump
+  1.000 I/A (P 1): stopped
+  2.000 I/A (P 1): as text
+  3.000 W/B (P 2): rare, "quoted"
+  4.000 W/B (P 2): \x0E
+  --------- fresh start after 4.000: a dump emptied the recorder, or the service was started
+  5.000 I/A (P 1): no tables
+  $ trelvoctl decode -o json --policy tables coded.dump
+  {"time_ms":1000,"level":"I","tag":"A","pid":1,"tid":1,"message":"stopped","coded":true,"file":"coded.dump"}
+  {"time_ms":2000,"level":"I","tag":"A","pid":1,"tid":1,"message":"as text","coded":false,"file":"coded.dump"}
+  {"time_ms":3000,"level":"W","tag":"B","pid":2,"tid":2,"message":"rare, \"quoted\"","coded":true,"file":"coded.dump"}
+  {"time_ms":4000,"level":"W","tag":"B","pid":2,"tid":2,"message":"\u000e","coded":false,"file":"coded.dump"}
+  $ trelvoctl decode -o csv coded.dump
+  time_ms,level,tag,pid,tid,message,coded,file,bytes
+  1000,I,A,1,1,<code 01>,true,coded.dump,01
+  2000,I,A,1,1,as text,false,coded.dump,
+  3000,W,B,2,2,<code 01>,true,coded.dump,01
+  4000,W,B,2,2,<code 0E>,true,coded.dump,0E
+  trelvoctl: 3 of 4 messages are codes of policy 7: --policy DIR
+  $ trelvoctl decode -g frequent --policy tables coded.dump
+  [6]
+  $ trelvoctl decode --policy few coded.dump
+  trelvoctl: coded.dump: needs the code tables of policy version '7', not those of '8'
+  [4]
+  $ trelvoctl decode --policy few --force coded.dump
+  1.000 I/A (P 1): \x01
+  2.000 I/A (P 1): as text
+  3.000 W/B (P 2): \x01
+  4.000 W/B (P 2): \x0E
+  $ mkdir policies; mv tables few policies/
+  $ trelvoctl decode --policies policies coded.dump plain.dump
+  1.000 I/A (P 1): stopped
+  2.000 I/A (P 1): as text
+  3.000 W/B (P 2): rare, "quoted"
+  4.000 W/B (P 2): \x0E
+  --------- fresh start after 4.000: a dump emptied the recorder, or the service was started
+  5.000 I/A (P 1): no tables
+  $ rm policies/tables/1-A.db
+  $ trelvoctl decode --policies policies coded.dump
+  trelvoctl: policies/tables/1-A.db: unable to open database file; its codes are shown as they are
+  1.000 I/A (P 1): \x01
+  2.000 I/A (P 1): as text
+  3.000 W/B (P 2): rare, "quoted"
+  4.000 W/B (P 2): \x0E
+  [4]
+  $ rm -r policies/tables
+  $ trelvoctl decode --policies policies coded.dump
+  trelvoctl: coded.dump: needs the code tables of policy version '7', which policies lacks
+  [4]
+  $ trelvoctl patterns coded.dump
+  trelvoctl: 3 of 4 messages are codes of policy 7: --policy DIR
+      COUNT L FIRST  LAST TIMELINE                 PATTERN
+          3 W 1.000 4.000 █              █       █ <code <*>>
+              A: <code 01>
+          1 I 2.000 2.000        █                 as text
+  $ trelvoctl stat coded.dump
+  coded.dump: 4 lines in 3.000 s, 1.3 a second
+    time            1.000 to 4.000 seconds after the start of the machine
+    size            44 B, 6.25 bytes a line
+    as text         at least 98 B, 24.50 a line, 2.23 times the dump
+    levels          D 0  I 2  W 2  E 0  F 0
+    coded           3 lines, 75.0 %: those that cannot be text, seen without code tables
+    over time       █                  █                   █                   █
+  
+       lines      %       size      %  tag
+           2   50.0       15 B   60.0  A
+           2   50.0       10 B   40.0  B
+  
+       lines      %       size      %  program
+           2   50.0       15 B   60.0  A
+           2   50.0       10 B   40.0  B
+
+  $ trelvoctl train -o again --policy-version 7 counts.tsv >/dev/null
+  $ trelvoctl stat --policy again coded.dump
+  coded.dump: 4 lines in 3.000 s, 1.3 a second
+    time            1.000 to 4.000 seconds after the start of the machine
+    size            44 B, 6.25 bytes a line
+    as text         117 B, 29.25 a line, 2.66 times the dump
+    levels          D 0  I 2  W 2  E 0  F 0
+    coded           2 lines, 50.0 %
+    over time       █                  █                   █                   █
+  
+       lines      %       size      %  tag
+           2   50.0       15 B   60.0  A
+           2   50.0       10 B   40.0  B
+  
+       lines      %       size      %  program
+           2   50.0       15 B   60.0  A
+           2   50.0       10 B   40.0  B
+  $ trelvoctl stat -o json --policy again coded.dump
+  {"file":"coded.dump","policy_version":"7","bytes":44,"compressed_bytes":null,"dictionary_bytes":14,"first_ms":1000,"last_ms":4000,"span_ms":3000,"host":null,"first_time":null,"last_time":null,"records":4,"shared_records":0,"records_per_second":1.3333333333333333,"bytes_per_second":8.333333333333334,"levels":{"I":2,"W":2},"coded_by":"tables","coded_records":2,"coded_bytes":9,"record_bytes":{"delta":7,"header":4,"length":4,"message":10,"total":25},"text_bytes":117,"timeline":[1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1],"tags":[{"tag":"A","records":2,"bytes":15},{"tag":"B","records":2,"bytes":10}],"programs":[{"program":"A","records":2,"bytes":15},{"program":"B","records":2,"bytes":10}],"processes":[{"process":"A,1","records":2,"bytes":15},{"process":"B,2","records":2,"bytes":10}],"damage":null}
+  $ trelvoctl patterns --policy again coded.dump
+      COUNT L FIRST  LAST TIMELINE                 PATTERN
+          1 I 1.000 1.000 █                        stopped
+          1 I 2.000 2.000        █                 as text
+          1 W 3.000 3.000                █         rare, "<*>"
+              B: rare, "quoted"
+          1 W 4.000 4.000                        █ 
+              B: \x0E
+
+From captured text, a journal and dumps; what they are for other lines.
+
+  $ cat >capture.txt <<'END'
+  > 0.001 I/A(P 1, T 1): a.c: main(1) > started
+  > 0.002 I/A(P 1, T 1): a.c: main(1) > started
+  > 0.002 W/B(P 1, T 1): b.c: main(2) > frequent
+  > not a line
+  > 0.001 I/A(P 1, T 1): a.c: main(1) > too late
+  > 0.009 E/B(P 1, T 2): b.c: main(2) > frequent
+  > END
+  $ trelvoctl train -o capture --policy-version 1 --evaluate capture.txt --evaluate counts.tsv capture.txt
+  policy         1 in capture
+  tags           2 with a table, of 2
+  entries        2
+  on disk        16493 bytes
+  in the service about 47 bytes of memory (estimate)
+  lines          5; 4 coded (80.0 %)
+  message bytes  43 as text, 17 with tables (60.5 % saved)
+  evaluated on   capture.txt
+    lines        4; 4 coded (100.0 %), 1 refused
+    bytes a line 44.50 as text, 10.50 without tables, 4.00 with tables
+  trelvoctl: counts.tsv: holds counts, which say nothing about records
+  [3]
+  $ trelvoctl train -o dumps --policy-version 1 --min-count 1 --policy again coded.dump plain.dump
+  policy         1 in dumps
+  tags           2 with a table, of 2
+  entries        4
+  on disk        16493 bytes
+  in the service about 101 bytes of memory (estimate)
+  lines          5; 4 coded (80.0 %)
+  message bytes  43 as text, 10 with tables (76.7 % saved)
+  $ trelvoctl train -o dumps --force --policy-version 1 --min-count 1 coded.dump
+  trelvoctl: coded.dump: 3 messages may be codes of policy version '7' and are left out; --policy gives its tables
+  policy         1 in dumps
+  tags           1 with a table, of 1
+  entries        1
+  on disk        8268 bytes
+  in the service about 23 bytes of memory (estimate)
+  lines          1; 1 coded (100.0 %)
+  message bytes  8 as text, 2 with tables (75.0 % saved)
+  [4]
+  $ printf '{"__REALTIME_TIMESTAMP":"1","__MONOTONIC_TIMESTAMP":"2000","_BOOT_ID":"1","PRIORITY":"6","SYSLOG_IDENTIFIER":"A","_PID":"1","MESSAGE":"hello"}\n' >one.json
+  $ cat one.json one.json | trelvoctl train -o journal --policy-version 1 -
+  policy         1 in journal
+  tags           1 with a table, of 1
+  entries        1
+  on disk        8268 bytes
+  in the service about 21 bytes of memory (estimate)
+  lines          2; 2 coded (100.0 %)
+  message bytes  12 as text, 4 with tables (66.7 % saved)
+  $ sqlite3 journal/*.db 'select * from HuffmanCode'
+  hello|00000000
+  $ printf 'no\nlog\n' >notes.txt
+  $ trelvoctl train -o none --policy-version 1 notes.txt
+  trelvoctl: notes.txt: none of 2 lines is capture text, which looks like this: 12.345 I/MY_TAG (P 1234, T 1240): main.c: run(52) > started
+  trelvoctl: nothing was written
+  [3]
+  $ ls none
+  ls: cannot access 'none': No such file or directory
+  [2]
+  $ trelvoctl train -o none --policy-version '' counts.tsv
+  trelvoctl: --policy-version: must be UTF-8 without control characters, and not empty
+  [2]
+  $ trelvoctl train -o none --policy-version 1 --max-memory 1 counts.tsv
+  trelvoctl: --max-memory: dropped 5 of the rarest texts, which had been seen 40 times at most
+  policy         1 in none
+  tags           0 with a table, of 0
+  entries        0
+  on disk        43 bytes
+  in the service about 0 bytes of memory (estimate)
+  lines          57; 0 coded (0.0 %)
+  message bytes  507 as text, 507 with tables (0.0 % saved)
