@@ -1,5 +1,6 @@
 #include "report/log_columns.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -26,30 +27,38 @@ std::vector<std::string> SplitPattern(const std::string& text) {
     return pieces;
 }
 
+bool TakeFront(std::string_view piece, std::string_view& text) {
+    const bool found = text.substr(0, piece.size()) == piece;
+    text.remove_prefix(found ? piece.size() : 0);
+    return found;
+}
+
+bool TakeBack(std::string_view piece, std::string_view& text) {
+    const size_t rest = text.size() - std::min(text.size(), piece.size());
+    const bool found = text.substr(rest) == piece;
+    text.remove_suffix(found ? piece.size() : 0);
+    return found;
+}
+
 // Whether the message consists of the pieces with any values between them.
 bool SplitExactly(std::string_view message, const std::vector<std::string>& pieces,
                   std::vector<std::string_view>& values) {
     values.clear();
-    const std::string& first = pieces.front();
     if (pieces.size() == 1) {
-        return message == first;
+        return message == pieces.front();
     }
-    const std::string& last = pieces.back();
-    if (message.size() < first.size() + last.size() || message.substr(0, first.size()) != first ||
-        message.substr(message.size() - last.size()) != last) {
+    if (!TakeFront(pieces.front(), message) || !TakeBack(pieces.back(), message)) {
         return false;
     }
-    const size_t end = message.size() - last.size();
-    size_t at = first.size();
     for (size_t i = 1; i + 1 < pieces.size(); ++i) {
-        const size_t found = message.substr(0, end).find(pieces[i], at);
+        const size_t found = message.find(pieces[i]);
         if (found == kNone) {
             return false;
         }
-        values.push_back(message.substr(at, found - at));
-        at = found + pieces[i].size();
+        values.push_back(message.substr(0, found));
+        message.remove_prefix(found + pieces[i].size());
     }
-    values.push_back(message.substr(at, end - at));
+    values.push_back(message);
     return true;
 }
 
