@@ -413,9 +413,10 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
     Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
     Dump("odd", kOdd);
     Dump("bare", kPlain + kAt1000 + "00 21 01 80");
-    Run("mkdir -p all/1 old twice; for i in 1 2; do mkdir twice/$i;"
+    Run("mkdir -p all/1 lost/1 old twice; for i in 1 2; do mkdir twice/$i;"
         "echo '<policy version=\"1\"/>' > twice/$i/policy_version.xml; done; echo '<policy "
-        "version=\"0.9\"/>' > old/policy_version.xml");
+        "version=\"0.9\"/>' > old/policy_version.xml; echo '<x><policy version=\"1.0\"/><db "
+        "logtag=\"A\" name=\"no.db\"/>' > lost/1/policy_version.xml");
     const Output twice = Run("trelvoctl decode --policies twice whole");
     EXPECT_EQ(twice.status, 4);
     EXPECT_THAT(twice.err, HasSubstr(" are both of policy version '1'"));
@@ -444,6 +445,8 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
         {"decode --policy all/1 bare -o raw", "0", "\x80\n", ""},
         {"decode --policies old whole", "4", "",
          "whole: needs the code tables of policy version '1.0', which old lacks"},
+        {"decode --policies lost whole -o raw", "4", "a\nb\n",
+         "lost/1/no.db: unable to open database file; its codes are shown as they are"},
         {"decode --policy no whole", "4", "",
          "decode: no/policy_version.xml: No such file or directory"},
     });
@@ -525,16 +528,18 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
     Dump("whole", kWhole);
     Dump("cut", kVersioned + kAt1000 + "00 21 01 61  05 42 09 62");
     Dump("other", kKept);
+    Dump("later", kPlain + kAt9000 + "00 21 01 61");
     Run("mkdir none; mkfifo pipe");
     const std::string cut =
         "cut: offset 29: message of 9 bytes but only 1 are left; the times shown are the latest "
         "possible";
-    const std::array<std::array<std::string, 4>, 12> rows{{
+    const std::array<std::array<std::string, 4>, 13> rows{{
         // Arguments, status, error, and whether there is a page now.
         {"report whole -o page", "0", "", "page"},
         {"report whole C:V -o page", "0", "", "page"},
         {"report cut -o page", "3", cut, "page"},
         {"report cut --good whole -o page", "3", cut, "page"},
+        {"report later --since 5 --until 9 --good whole -o page", "0", "", "page"},
         {"report whole --good cut -o page", "3", cut, "page"},
         {"report none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},
         {"report whole --good none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},

@@ -56,6 +56,8 @@ TEST(Patterns, ValuesAreToldByTheirLook) {
         {"say 'hello' or \"no such file\", don't", "say '<*>' or \"no such file\", don't"},
         {"blk_-12 blk_3456 done", "blk_<*> done"},
         {"wait....1 a...b", "wait....<*> a...b"},
+        {"a::b::c abc12 abcd12 ab1c2de3x src/a.c u@h b@", "a::b::c abc<*> <*> b@"},
+        {"got 1, 2, 3; y=1 y=2 of p=(a(b) c)d (5 s)", "got <*>; y=<*> of p=<*> (<*>)"},
         {"", ""},
         {"= \" ' <*> (((", "= \" ' <*> ((("},
     };
@@ -101,6 +103,9 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
           "user dan opened door dd", "user eva opened door ee", "user fay opened door ff",
           "user gus opened door gg"},
          {"user <*> opened door <*>"}},
+        {"whole words within 2048 bytes",
+         {std::string(2045, 'x') + " abcd", std::string(2045, 'x') + " ab"},
+         {std::string(2045, 'x') + " <*>", std::string(2045, 'x') + " ab"}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.situation);

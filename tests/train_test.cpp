@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <random>
 #include <set>
@@ -162,6 +163,8 @@ TEST(CodeAssignment, CodesOfEverySizePassOverWhatIsTaken) {
     ASSERT_EQ(coded.size(), 2U);
     EXPECT_EQ(coded[0].code, "\x80\0\x01"s);
     EXPECT_EQ(coded[1].code, "\x80\0\x03"s);
+    const std::vector<CodedText> best = AssignCodes({{"abc", 10}, {"a long text", 9}}, {}, 1);
+    EXPECT_EQ(best.at(0).text, "a long text") << "saves more than what is more frequent";
 }
 
 TEST(MessageCounts, StayWithinTheirBoundAndKeepTheFrequent) {
@@ -185,6 +188,8 @@ TEST(MessageCounts, StopAtTheHighestCount) {
         counts.Add("T", "often", MessageCounts::kMostCount - 1);
     }
     EXPECT_EQ(counts.Tags().at("T").at("often"), MessageCounts::kMostCount);
+    counts.Add("T", "\0"s, 1);  // once, but a code that would look like it is not given
+    EXPECT_EQ(Train(counts, {}).tables.at(0).codes.at(0).code, "\x01");
 }
 
 TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
@@ -233,18 +238,22 @@ TEST(Evaluation, CountsWhatARecorderWouldTake) {
     }
 }
 
-// "tag message delta" of each line, then how many were passed over and were not translated.
+// "tag pid/tid message delta" of each line, with the count where it is not 1; then how many were
+// passed over and were not translated, and the damage.
 std::vector<std::string> ReadLog(const std::string& content, const CodeTables* tables = nullptr) {
     WriteFile("/tmp/log", content);
     std::vector<std::string> lines;
     const InputSummary summary =
         ReadInput("/tmp/log", InputFormat::kAuto, tables, [&lines](const TrainingLine& line) {
-            lines.push_back(std::string(line.tag) + " " + Escape(line.message) + " " +
-                            std::to_string(line.delta_ms) + " x" + std::to_string(line.count));
+            lines.push_back(std::string(line.tag) + " " + std::to_string(line.pid) + "/" +
+                            std::to_string(line.tid) + " " + Escape(line.message) + " " +
+                            std::to_string(line.delta_ms) +
+                            (line.count == 1 ? "" : " x" + std::to_string(line.count)));
         });
     EXPECT_EQ(summary.lines, lines.size());
     lines.push_back(std::to_string(summary.passed_over) + " " +
-                    std::to_string(summary.untranslated));
+                    std::to_string(summary.untranslated) +
+                    (summary.damage ? " " + *summary.damage : ""));
     return lines;
 }
 
@@ -252,38 +261,79 @@ TEST(LogInput, LinesOfEveryFormat) {
     const std::string end = " I/T(P 1, T 2): f: g(1) > x\n";
     EXPECT_THAT(
         ReadLog("5.0" + end + "1.0" + end + "no line\n6.5" + end + "5.5" + end + "6.5" + end),
-        testing::ElementsAre("T x 0 x1", "T x -4000 x1", "T x 1500 x1", "T x -1000 x1", "T x 0 x1",
-                             "1 0"))
+        testing::ElementsAre("T 1/2 x 0", "T 1/2 x -4000", "T 1/2 x 1500", "T 1/2 x -1000",
+                             "T 1/2 x 0", "1 0"))
         << "a refused line's time counts for nothing";
-    std::string json;
-    std::string exported;
-    for (const char* time : {"5", "1", "6", "5"}) {
-        json += std::string("{\"MESSAGE\":\"x\",\"_COMM\":\"T\",\"__MONOTONIC_TIMESTAMP\":\"") +
-                time + "000000\"}\n";
-        exported += std::string("__MONOTONIC_TIMESTAMP=") + time + "000000\n_COMM=T\nMESSAGE=x\n\n";
-    }
-    for (const std::string& journal : {json, exported}) {
-        EXPECT_THAT(ReadLog(journal), testing::ElementsAre("T x 0 x1", "T x -4000 x1",
-                                                           "T x 1000 x1", "T x -1000 x1", "0 0"));
-    }
-    EXPECT_THAT(ReadLog("T\ta\tb\t3\r\nT\tx\t2\nT\ty\tz\n"),
-                testing::ElementsAre("T a\\x09b 0 x3", "T x 0 x2", "1 0"));
+    EXPECT_THAT(ReadLog("T\ta\tb\t3\r\nT\tx\t2\nT\ty\tz\nT\ty\n"),
+                testing::ElementsAre("T 0/0 a\\x09b 0 x3", "T 0/0 x 0 x2",
+                                     "2 0 line 3: is not TAG, message and count"));
     const std::string dump = DumpBuilder("1")
                                  .Line(0, "\x80", "T,1")
                                  .Line(5, "\x81", "T,1")
                                  .Line(7, "hi", "T,1")
                                  .Image(9);
-    EXPECT_THAT(ReadLog(dump), testing::ElementsAre("T hi 7 x1", "0 2"));
+    EXPECT_THAT(ReadLog(dump), testing::ElementsAre("T 1/11 hi 7", "0 2"));
     fs::create_directories("/tmp/policy");
     WriteFile("/tmp/policy/policy_version.xml",
               "<p><policy version='1'/><db logtag='T' name='t'/></p>");
     MakeCodeTable("/tmp/policy/t", "('known','10000000')");
     const CodeTables tables("/tmp/policy");
     EXPECT_THAT(ReadLog(dump, &tables),
-                testing::ElementsAre("T known 0 x1", "T \\x81 5 x1", "T hi 7 x1", "0 0"));
+                testing::ElementsAre("T 1/11 known 0", "T 1/11 \\x81 5", "T 1/11 hi 7", "0 0"));
     EXPECT_THAT(ReadLog(DumpBuilder("2").Line(0, "\x80", "T,1").Image(9), &tables),
                 testing::ElementsAre("0 1"))
         << "tables of another version";
+}
+
+TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
+    const std::string time = "__MONOTONIC_TIMESTAMP";
+    // The fields, and the lines.
+    const std::vector<std::pair<std::map<std::string, std::string>, std::vector<std::string>>> rows{
+        {{{"_COMM", "T"}, {"MESSAGE", "x"}, {time, "5000999"}}, {"T 0/0 x 0"}},
+        {{{"_COMM", "T"}, {"MESSAGE", "x"}, {time, "1000000"}, {"_PID", "7"}}, {"T 7/7 x -4000"}},
+        {{{"SYSLOG_IDENTIFIER", " a(P b\x01 "},
+          {"_COMM", "no"},
+          {"DLOG_LEVEL", "E"},
+          {"MESSAGE", "f: g(1) > x\n \t\n y\r\nf > z"},
+          {"_PID", "7"},
+          {"SYSLOG_PID", "8"},
+          {"TID", "9"},
+          {time, "6000000"}},
+         {"a_P b_ 7/9 x 1000", "a_P b_ 7/9  y 0", "a_P b_ 7/9 f > z 0"}},
+        {{{"_COMM", "T"}, {"MESSAGE", "x"}, {time, "5000000"}}, {"T 0/0 x -1000"}},
+        {{{"_COMM", "T"}, {"_PID", "8"}}, {}},
+        {{{"_COMM", "T"}, {"DLOG_LEVEL", "E"}, {"MESSAGE", "no prefix"}}, {}},
+        {{{"_PID", "7x"}, {"SYSLOG_PID", "8"}, {"MESSAGE", "x\n" + std::string(70000, 'm')}},
+         {"unknown 8/8 x -6000", "unknown 8/8 " + std::string(65534, 'm') + " -6000"}},
+        {{{"SYSLOG_IDENTIFIER", std::string(130, 't')},
+          {"DLOG_LEVEL", "EE"},
+          {"MESSAGE", std::string(514, '\n').replace(0, 257, 257, 'm')},
+          {time, "6001000"}},
+         {std::string(128, 't') + " 0/0 " + std::string(257, 'm') + " 1"}},
+    };
+    std::string json;
+    std::string exported;
+    std::vector<std::string> expected;
+    for (const auto& [fields, lines] : rows) {
+        json += nlohmann::json(fields).dump() + '\n';
+        exported += "__CURSOR=c\n";
+        for (const auto& [name, value] : fields) {
+            const bool plain = value.find('\n') == std::string::npos;
+            uint64_t size = value.size();
+            exported +=
+                name + (plain ? "=" : '\n' + std::string(reinterpret_cast<char*>(&size), 8));
+            exported += value + '\n';
+        }
+        exported += '\n';
+        expected.insert(expected.end(), lines.begin(), lines.end());
+    }
+    expected.emplace_back("2 0");
+    EXPECT_EQ(ReadLog(json), expected);
+    EXPECT_EQ(ReadLog(exported.substr(0, exported.size() - 1)), expected);
+    EXPECT_THAT(ReadLog("{\"MESSAGE\":[104,105,null],\"_COMM\":[\"T\",\"U\"]}\n[1]\nno\n"),
+                testing::ElementsAre("T 0/0 hi? 0", "2 0 line 2: not an entry of a journal"));
+    EXPECT_THAT(ReadLog("__A=\nMESSAGE=x\nMESSAGE=y\n\n\nMESSAGE\n\5\0\0\0\0\0\0\0abcd\n"s),
+                testing::ElementsAre("unknown 0/0 x 0", "0 0 entry 2: a field is cut off"));
 }
 
 TEST(Estimates, OfMemoryAreWithinATenth) {
@@ -347,6 +397,7 @@ TEST_F(TrainProgram, TablesLoadAsTheyWereTrainedWhateverTheOrderOfInputs) {
     EXPECT_THAT(result.err, HasSubstr("tag 'T\\x01G' cannot stand"));
     EXPECT_THAT(result.out,
                 HasSubstr("bytes a line 43.25 as text, 9.25 without tables, 6.25 with"));
+    EXPECT_EQ(fs::status(target_).permissions(), fs::perms(0755)) << "for the service's user";
     const auto files = Files();
     const CodeTables tables(target_);
     EXPECT_EQ(tables.Version(), "a<&\"b");
@@ -376,6 +427,11 @@ TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
          "none of 1 lines is capture text, which looks like this: 12.345 I/",
          false},
         {{Write("counts", "T\tsome text\t3\nT\tx\ty\n")}, 3, "line 2: is not", true},
+        {{Write("journal", "{\"_COMM\":\"T\"}\n")}, 3, "none of 1 entries has a MESSAGE", false},
+        {{"-", "--evaluate", "-"}, 2, "standard input (-) can be read only once", false},
+        {{dump, "--evaluate", folder_ + "counts"}, 4, "counts: holds counts, which say", true},
+        {{dump, "--policy", folder_}, 4, "policy_version.xml: No such file", false},
+        {{dump, "--max-memory", "200"}, 4, "dropped 2 of the rarest texts, which had", true},
         {{dump}, 4, "1 messages may be codes of policy version '1'", true},
         {{dump}, 4, "offset 33: message is cut off", true}};
     for (const auto& [inputs, status, message, written] : rows) {
