@@ -3,7 +3,7 @@
 //   node report_test.mjs TRELVOCTL
 import assert from 'node:assert/strict';
 import {execFileSync, spawnSync} from 'node:child_process';
-import {mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
+import {mkdirSync, mkdtempSync, readFileSync, rmSync, utimesSync, writeFileSync} from 'node:fs';
 import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
@@ -49,14 +49,15 @@ const rows = () => browser.run(async () => {
   while (document.querySelector('.line:not([hidden]) .message:empty')) {
     await new Promise(requestAnimationFrame);
   }
-  return [...document.querySelectorAll('.line:not([hidden])')].map((row) => ({
-    time: row.querySelector('.time').textContent,
-    message: row.querySelector('.message').textContent,
-    level: row.querySelector('.level').textContent,
-    tag: row.querySelector('.tag').textContent,
-    mark: row.querySelector('.mark').textContent,
-    place: row.ariaPosInSet,
-  }));
+  return [...document.querySelectorAll('.line:not([hidden])')].map(
+      (row) => ({
+        time: row.querySelector('.time').textContent,
+        message: row.querySelector('.message').textContent,
+        level: row.querySelector('.level').textContent,
+        tag: row.querySelector('.tag').textContent,
+        mark: row.querySelector('.mark').textContent,
+        place: row.ariaPosInSet,
+      }));
 });
 const timeOf = ({wall_ms}) => new Date(wall_ms).toISOString().replace('T', ' ').slice(0, -1);
 const isError = ({level}) => 'EF'.includes(level);
@@ -261,11 +262,14 @@ check('jumps to a time, to matches and to both ends', async () => {
   assert.match(
       (await textOf('#detail-filters')).replace(/\s+/g, ' '),
       new RegExp(`Debug .*tag ${tag} .*process ${pid} .*thread ${tid} .*pattern \\d+ only hide$`));
-  assert.equal(await browser.run(() => {
-    const event = new ClipboardEvent('copy', {clipboardData: new DataTransfer(), bubbles: true});
-    document.body.dispatchEvent(event);
-    return event.clipboardData.getData('text/plain');
-  }), run('decode', dumps).split('\n', 1)[0] + '\n');
+  assert.equal(
+      await browser.run(() => {
+        const event =
+            new ClipboardEvent('copy', {clipboardData: new DataTransfer(), bubbles: true});
+        document.body.dispatchEvent(event);
+        return event.clipboardData.getData('text/plain');
+      }),
+      run('decode', dumps).split('\n', 1)[0] + '\n');
   await browser.keys('/');
   assert.equal(await browser.run(() => document.activeElement.id), 'text');
   await browser.keys('\uE00C?');  // Escape
@@ -294,7 +298,7 @@ check('follows a link to what was seen', async () => {
   await browser.open(page);
   await browser.click('.chip.level-W');
   await browser.type('#text', 'retry');
-  await browser.drag('#timeline', 0.1, 1);
+  await browser.drag('#overview', 0.1, 1);
   await browser.keys('n');
   await browser.click('#sorts [value=new]');
   const link = await copied('#link');
@@ -360,10 +364,13 @@ check('lists what changed as compare does, and filters by it', async () => {
   const [once, often] =
       [['tick', ...words], ['tock', 'new one', ...workers]].map(([steady, ...messages]) => {
         const file = join(folder, `${steady}.dump`);
-        const made = Array.from({length: 200}, () => steady).concat(messages).map(
-            (message, i) => ({time_ms: 50 * i, level: 'I', tag: 'a', pid: 1, tid: 1, message}));
-        const beats = Array.from(
-            {length: 1000}, (_, i) => ({...made[0], time_ms: 10 * i, message: 'beat'}));
+        const made = Array.from({length: 200}, () => steady)
+                         .concat(messages)
+                         .map(
+                             (message, i) => (
+                                 {time_ms: 50 * i, level: 'I', tag: 'a', pid: 1, tid: 1, message}));
+        const beats =
+            Array.from({length: 1000}, (_, i) => ({...made[0], time_ms: 10 * i, message: 'beat'}));
         const burst = Array.from({length: steady === 'tock' ? 500 : 0}, () => beats[640]);
         writeFileSync(
             file, buildDump([...made, ...beats, ...burst].sort((a, b) => a.time_ms - b.time_ms)));
@@ -515,8 +522,15 @@ check('tells what is damaged, and times without a clock', async () => {
   assert.deepEqual((await rows()).map((row) => row.message), ['one', 'two']);
   assert.match(await textOf('#when'), /to \d+\.\d{3} s since boot/);
   assert.equal(await copied('#copy'), given('decode', damaged).stdout);
-  // The same beside what is whole and has a clock: only its own times are marked.
+  // The same beside what is whole and has a clock, which was set back for the next boot: only its
+  // own times are marked.
   writeFileSync(join(damaged, 'whole.dump'), readFileSync(join(dumps, '1.dump')));
+  const clock = {boot: 'c'.repeat(32), host: 'altair', booted_ms: 0};
+  for (const [name, time, settings] of [['later', 4e9, {}], ['back', 4.1e9, clock]]) {
+    const path = join(damaged, `${name}.dump`);
+    writeFileSync(path, buildDump([line(1000, name)], settings));
+    utimesSync(path, time, time);
+  }
   const words = ['--utc', damaged, 'net:W', '日本:V'];
   assert.equal(given('report', ...words, '-o', file).status, 3);
   await browser.open(file);
