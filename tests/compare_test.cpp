@@ -262,14 +262,26 @@ TEST_F(Compare, InjectedFaultsStandOnTheFirstScreen) {
 TEST_F(Compare, FormsAndFaults) {
     DumpBuilder good;
     DumpBuilder bad;
+    // Words that turn out to be values with the last of them.
+    const auto slow = [](const char* who) {
+        return std::string("slow answer to ") + who + " today";
+    };
     for (int i = 0; i < 200; ++i) {
-        good.Line(100, "tick " + std::to_string(i)).Line(0, "tock");
+        good.Line(100, "tick " + std::to_string(i));
+        good.Line(0, std::string("tock the clock for ") + (i == 199 ? "cy"
+                                                           : i % 2  ? "bob"
+                                                                    : "ann"));
         bad.Line(100, "tick " + std::to_string(i));
         if (i % 20 == 0) {
-            good.Line(0, "late", "C,10", 'W').Line(0, "slow", "C,10");
+            good.Line(0, "late", "C,10", 'W').Line(0, slow(i % 40 == 0 ? "ann" : "bob"), "C,10");
         }
         if (i % 8 == 0) {  // more often, and one at another level
-            bad.Line(0, "late", "C,10", 'W').Line(0, "slow", "C,10", i % 96 == 0 ? 'I' : 'E');
+            bad.Line(0, "late", "C,10", 'W');
+            bad.Line(0,
+                     slow(i == 192      ? "cy"
+                          : i % 16 == 0 ? "ann"
+                                        : "bob"),
+                     "C,10", i % 96 == 0 ? 'I' : 'E');
         }
     }
     bad.Line(0, "broken\x1B[2J", "B,10", 'E');
@@ -280,9 +292,9 @@ TEST_F(Compare, FormsAndFaults) {
               "good: 420 lines in 19.900 s; bad: 251 lines in 19.900 s, most patterns x1\n"
               "3 of 6 patterns changed; 1 more may be chance: \"?\"\n"
               "CHANGE L GOOD BAD   TIME TAG: EXAMPLE\n"
-              "was I  E    0  22  1.900 C: slow\n"
+              "was I  E    0  22  1.900 C: slow answer to bob today\n"
               "new    E    0   1 21.000 B: broken\\x1B[2J\n"
-              "gone   I  200   0 21.000 A: tock\n"
+              "gone   I  200   0 21.000 A: tock the clock for ann\n"
               "x2.5?  W   10  25  1.100 C: late\n");
     EXPECT_THAT(Run("-o json good.dump bad B:V").out, testing::IsEmpty());
     const std::string json = Run("-o json good.dump bad '*:V'").out;
@@ -291,7 +303,7 @@ TEST_F(Compare, FormsAndFaults) {
         testing::StartsWith(
             R"({"good":{"lines":420,"span_ms":19900},"bad":{"lines":251,"span_ms":19900},)"
             R"("usual_ratio":1.0,"patterns":6,"changes":[{"change":"level","level":"E",)"
-            R"("old_level":"I","tag":"C","text":"slow","at":{"time_ms":1900},"good":{"count":0},)"
+            R"("old_level":"I","tag":"C","text":"slow answer to <*> today","at":{"time_ms":1900},"good":{"count":0},)"
             R"("bad":{"count":22,"first":{"time_ms":1900},"last":{"time_ms":19500}},"ratio":null,)"
             R"("chance":)"));
     EXPECT_THAT(json, HasSubstr(R"(}],"doubtful":[{"change":"more","level":"W","tag":"C",)"));

@@ -279,8 +279,8 @@ TEST_F(Policy, TablesTurnCodesIntoMessages) {
 
 TEST_F(Policy, FaultsNameTheFile) {
     WriteXml("<x><!--" + std::string(50000, 'x') +
-             "--><db logtag='A' name='absent.db'/><db logtag='B' name='broken.db'/>"
-             "<db logtag='TAG' name='codes.db'/></x>");
+             "--><db logtag='A' name='absent.db'/><db logtag='TAG' name='codes.db'/>"
+             "<db logtag='TAG' name='broken.db'/></x>");
     test_support::MakeCodeTable(folder_ / "broken.db",
                                 "('', ''); drop table HuffmanCode; create view HuffmanCode as "
                                 "select abs(-9223372036854775807 - 1) log, '0' huffmancode");

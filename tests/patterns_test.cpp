@@ -53,7 +53,8 @@ TEST(Patterns, ValuesAreToldByTheirLook) {
          "load/store of a.b by <*> and <*>"},
         {"user=root, mode=\"rw now\" at=Rect(0, 1 - 2) x = y, empty= a==b",
          "user=<*>, mode=\"<*>\" at=<*> x = <*>, empty= a==<*>"},
-        {"say 'hello' or \"no such file\", don't", "say '<*>' or \"no such file\", don't"},
+        {"say 'hello' or \"no such file\", don't \"\"",
+         "say '<*>' or \"no such file\", don't \"\""},
         {"blk_-12 blk_3456 done", "blk_<*> done"},
         {"wait....1 a...b", "wait....<*> a...b"},
         {"a::b::c abc12 abcd12 ab1c2de3x src/a.c u@h b@", "a::b::c abc<*> <*> b@"},
@@ -204,6 +205,20 @@ TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
     const std::string who = "session opened for user ";
     Dump("users", {{'I', who + "ann"}, {'I', who + "bob"}, {'W', who + "cy"}, {'I', who + "dan"}});
     EXPECT_THAT(Run("users").out, HasSubstr("\n        4 W 1.000 1.300 "));
+    WriteFile(folder_ / "next", DumpBuilder().Line(0, "up").Line(200, "up").Image(700));
+    EXPECT_THAT(Run("-o json 1.dump next").out,
+                HasSubstr("[0,0,0,0,0,0,1,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,1]"))
+        << "time starts over";
+    const std::string clock =
+        "boot=" + std::string(32, 'a') + " host=h wall=1769860800.000000 monotonic=1.000000";
+    WriteFile(folder_ / "wall",
+              DumpBuilder().Line(0, clock, "trelvo.clock,1").Line(5, "up").Image(1005));
+    for (const auto& [options, time] : {std::pair(" ", " 01-31 21:00:00.005 "),
+                                        {" --utc ", " 01-31 12:00:00.005 "},
+                                        {" -o json ", "2026-01-31T21:00:00.005+09:00"}}) {
+        const std::string line = std::string("TZ=UTC-9 trelvoctl patterns") + options + "wall";
+        EXPECT_THAT(FolderTest::Run(line).out, HasSubstr(time));
+    }
 }
 
 TEST_F(PatternsCommand, TellsWhatItCannotDo) {
@@ -227,10 +242,11 @@ TEST_F(PatternsCommand, TellsWhatItCannotDo) {
         }
         lines.emplace_back('I', word + '_' + word + '.' + word);
     }
+    lines.push_back(lines.back());
     Dump("many.dump", lines);
     const Output many = Run("many.dump");
     EXPECT_EQ(many.status, 0);
-    EXPECT_THAT(many.err, HasSubstr("1000 lines are folded"));
+    EXPECT_THAT(many.err, HasSubstr("1001 lines are folded"));
 }
 
 }  // namespace

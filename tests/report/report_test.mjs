@@ -354,6 +354,8 @@ check('lists patterns, and filters by one', async () => {
   }
   await browser.open(page, '#span=45001-70000');
   assert.ok((await shown())[0].bars > 28);
+  await browser.open(page, '#level=F&not-pattern=1');
+  assert.equal((await shown()).at(-1).text, patterns[0].text);
 });
 
 check('lists what changed as compare does, and filters by it', async () => {
@@ -431,6 +433,12 @@ check('scrolls to any line', async () => {
     const shown = await rows();
     assert.ok(Math.abs(shown[0].place / LINES - share) < 0.001, `${shown[0].place} at ${share}`);
     for (const {place, message} of shown) assert.equal(message, lines[place - 1].message);
+  }
+  await browser.click('.line .message');
+  for (const [key, line] of [['\uE010', LINES - 1], ['\uE013', LINES - 2], ['\uE011', 0]]) {
+    await browser.keys(key);  // End, up, Home
+    assert.equal(await selected(), line);
+    assert.ok((await rows()).some(({place}) => place === String(line + 1)));
   }
 });
 
@@ -526,15 +534,24 @@ check('tells what is damaged, and times without a clock', async () => {
   // own times are marked.
   writeFileSync(join(damaged, 'whole.dump'), readFileSync(join(dumps, '1.dump')));
   const clock = {boot: 'c'.repeat(32), host: 'altair', booted_ms: 0};
-  for (const [name, time, settings] of [['later', 4e9, {}], ['back', 4.1e9, clock]]) {
+  for (const [name, time, settings] of [
+           ['later', 9, {}], ['back', 3, clock], ['again', 2, clock]]) {
     const path = join(damaged, `${name}.dump`);
-    writeFileSync(path, buildDump([line(1000, name)], settings));
-    utimesSync(path, time, time);
+    writeFileSync(path, buildDump([line(1000 * time, name), line(10000 - time, name)], settings));
+    utimesSync(path, 4e9 - time, 4e9 - time);
   }
-  const words = ['--utc', damaged, 'net:W', '日本:V'];
+  const words = ['--utc', damaged, 'net:F', '日本:V'];
   assert.equal(given('report', ...words, '-o', file).status, 3);
   await browser.open(file);
-  const marked = (await rows()).filter(({time}) => time.startsWith('≤'));
-  assert.deepEqual(marked.map(({message}) => message), ['one', 'two']);
-  assert.equal(await copied('#copy'), given('decode', ...words).stdout.replace(/^---.*\n/gm, ''));
+  const told = given('decode', ...words).stdout;
+  const shown = await rows();
+  const marked = shown.filter(({time}) => time.startsWith('≤'));
+  assert.deepEqual(
+      marked.map(({time, message}) => `≤2026-${time.slice(1)}Z D/日本 (P 1, T 2): ${message}`),
+      told.match(/^≤.*/gm).map((text) => text.replace(/ +/g, ' ')));
+  assert.deepEqual(
+      shown.map(({mark}) => mark).filter(Boolean),
+      told.match(/^-+ \w+/gm).map((text) => text.replace(/^-+ /, '')));
+  assert.match(await textOf('#tiles'), /Span\s+20781 d 6 h/);
+  assert.equal(await copied('#copy'), told.replace(/^---.*\n/gm, ''));
 });
