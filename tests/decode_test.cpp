@@ -529,6 +529,7 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
     Dump("cut", kVersioned + kAt1000 + "00 21 01 61  05 42 09 62");
     Dump("other", kKept);
     Dump("later", kPlain + kAt9000 + "00 21 01 61");
+    Dump("coded", kVersioned + kAt1000 + "00 21 01 61  00 21 01 80");
     Run("mkdir none; mkfifo pipe");
     const std::string cut =
         "cut: offset 29: message of 9 bytes but only 1 are left; the times shown are the latest "
@@ -537,6 +538,8 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
         // Arguments, status, error, and whether there is a page now.
         {"report whole -o page", "0", "", "page"},
         {"report whole C:V -o page", "0", "", "page"},
+        {"report coded -o page", "0", "1 of 2 messages are codes of policy 1.0: --policy DIR",
+         "page"},
         {"report cut -o page", "3", cut, "page"},
         {"report cut --good whole -o page", "3", cut, "page"},
         {"report later --since 5 --until 9 --good whole -o page", "0", "", "page"},

@@ -355,9 +355,11 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
         last_line_ = &last_[timeline_->Host(part.boot)];
     }
     *last_line_ = {line.time_ms, boot_time_ms};
-    ++lines_;
-    if (line.kind == Line::Message::kCode && !again_) {
-        ++codes_[versions_[line.dump]];
+    if (!again_) {
+        ++lines_;
+        if (line.kind == Line::Message::kCode) {
+            ++codes_[versions_[line.dump]];
+        }
     }
     try {
         if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
