@@ -25,7 +25,6 @@ namespace test_support {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -70,20 +69,12 @@ protected:
     const fs::path key_ = "/run/trelvo/vconf/memory/trelvo/dlog_dump";
 
     Collect() { Reset(); }
-    ~Collect() override { Remove(); }
-
-    void Remove() {
-        for (const fs::path& folder :
-             {from_, archive_, fs::path("/tmp/store"), key_.parent_path()}) {
-            fs::remove_all(folder);
-        }
-    }
 
     // The recorder has written three dumps and waits for the key.
     void Reset() {
-        Remove();
         for (const fs::path& folder :
              {from_, archive_, fs::path("/tmp/store"), key_.parent_path()}) {
+            fs::remove_all(folder);
             fs::create_directories(folder);
         }
         WriteFile(from_ / "trelvo.dump", Dump("pi", "first"));
@@ -187,10 +178,11 @@ TEST_F(Collect, APowerCutFindsEachDumpOnTheDisk) {
 
 TEST_F(Collect, NamesSortByMachineAndTimeAndTellTheBoot) {
     SetTime(from_ / "trelvo.dump", 1764000000, 7999999);
-    for (const char* name : {"trelvo_1.dump.zst", "trelvo_2.dump"}) {
+    WriteFile(from_ / "trelvo_4.dump.zst", RunProgram({"sh", "-c", "echo fourth | zstd"}).out);
+    for (const char* name : {"trelvo_1.dump.zst", "trelvo_2.dump", "trelvo_4.dump.zst"}) {
         SetTime(from_ / name, 1764000000);
     }
-    WriteFile(from_ / "trelvo_3.dump", Dump("../../etc\x1B", "third"));
+    WriteFile(from_ / "trelvo_3.dump", Dump("../../etc\x1B" + std::string(80, 'x'), "third"));
     WriteFile(from_ / "trelvo_10.dump", Dump("pi", "last"));
     WriteFile(from_ / "other.dump", "");
     SetTime(from_ / "trelvo_3.dump", -1);
@@ -203,10 +195,10 @@ TEST_F(Collect, NamesSortByMachineAndTimeAndTellTheBoot) {
     const std::string unknown = std::string(host) + "_20251124T160000\\.000Z_unknown" + sum;
     EXPECT_THAT(Names(archive_),
                 UnorderedElementsAre(
-                    MatchesRegex("-\\.\\.-\\.\\.-etc-_19691231T235959\\.000Z_" + kBoot + sum),
+                    MatchesRegex("-\\.\\.-\\.\\.-etc-x{54}_19691231T235959\\.000Z_" + kBoot + sum),
                     MatchesRegex("pi_20251124T160000\\.007Z_" + kBoot + sum),
                     MatchesRegex("pi_20251124T160000\\.008Z_" + kBoot + sum), MatchesRegex(unknown),
-                    MatchesRegex(unknown)));
+                    MatchesRegex(unknown), MatchesRegex(unknown)));
     EXPECT_EQ(ReadFile(key_), "0\n");
     const auto decoded =
         RunProgram({"sh", "-c", TRELVO_BIN_DIR "/trelvoctl decode -o raw /tmp/archive/pi*"});
@@ -221,7 +213,7 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
         {"", "kill -9 $$", "dump.zst: the command ended by signal 9\n", 0, 3},
         {"", "case $DUMP in */pi*) exit 1; esac", "the command ended with exit code 1\n", 0, 1},
         {"mount -t tmpfs -o size=16k none /tmp/archive", kStored,
-         "trelvo-collect: .part: No space left on device\n", 1, 0},
+         ".part: No space left on device\n", 1, 0},
         {"ln -s trelvo.dump /tmp/from/trelvo_3.dump", kStored,
          "/tmp/from/trelvo_3.dump: Too many levels of symbolic links\n", 1, 0},
         {"mkdir /tmp/from/trelvo_3.dump", kStored,
@@ -231,7 +223,7 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
         {"chown 1 /tmp/from", kStored, "/tmp/from: belongs to another user; run it as this one\n",
          3, 0},
         {"mount --bind /tmp/from /tmp/from && mount -o remount,bind,ro /tmp/from", kStored,
-         "/tmp/from/trelvo_2.dump: Read-only file system\n", 3, 0},
+         "/tmp/from/trelvo.dump: Read-only file system\n", 3, 0},
         {"rm -r /tmp/archive", kStored, "", 0, 0},
         {"rm -r /tmp/from", kStored, "/tmp/from: No such file or directory\n", 0, 0},
     };
@@ -249,9 +241,14 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
             << before << command;
         const bool is_moved = command != kStored || error.empty();
         EXPECT_EQ(ReadFile(key_), is_moved ? "0\n" : "1\n") << before << command;
+        const auto archived =
+            RunProgram({"sh", "-c",
+                        "find /tmp/archive -name '*.zst' -printf '%s\\n' | awk '{ size += $1 } END "
+                        "{ printf \"dumps=%d\\nbytes=%d\\n\", NR, size }'"});
+        // Of several errors the first one.
         EXPECT_THAT(ReadFile(key_.parent_path() / "collector"),
-                    AllOf(HasSubstr(error.empty() ? "\nresult=done\nfailed=0\n" : "\nfailed=1\n"),
-                          HasSubstr("\nwaiting=" + std::to_string(waiting) + "\n")));
+                    HasSubstr((error.empty() ? "\nresult=done\nfailed=0\n" : error + "failed=1\n") +
+                              archived.out + "waiting=" + std::to_string(waiting) + "\n"));
         RunProgram({"sh", "-c",
                     "umount /tmp/archive /tmp/from; mkdir /tmp/from; chown 0 /tmp/from; rm -r "
                     "/tmp/from/trelvo_3*"});
@@ -268,9 +265,12 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
 }
 
 TEST_F(Collect, ADumpThatComesDuringTheCommandIsTakenToo) {
+    SetTime(from_ / "trelvo.dump", 3);
     const std::string later =
-        "test -e /tmp/later || echo x >/tmp/from/trelvo_9.dump; touch /tmp/later";
+        "stat -c %Y \"$DUMP\" >> /tmp/order; test -e /tmp/later || echo x "
+        ">/tmp/from/trelvo_9.dump; touch /tmp/later";
     EXPECT_EQ(Run(later).status, 0);
+    EXPECT_EQ(ReadFile("/tmp/order").substr(0, 2), "3\n") << "the oldest first";
     EXPECT_THAT(Names(from_), IsEmpty());
     EXPECT_THAT(Names(sent_), SizeIs(4));
 }

@@ -26,6 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 // Policy version 1.0, or none; A,10 with TID 11 as index 1 and B,10 with TID 11 as index 2.
 const std::string kSources = "10 04 41 2C 31 30 02 0B 01 04 42 2C 31 30 02 0B 02";
@@ -99,11 +100,8 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
         std::vector<std::string> dumps;
         const char* log;
     };
-    const std::string fresh = kPlain + kAt9000 + "00 21 01 78";
+    const std::string fresh = kPlain + kAt1000 + "00 21 01 78";
     const Row rows[] = {
-        {"kept by two requests", {kKept, kKeptLater}, "0.995 a,1.000 b,1.064 c"},
-        {"the same dump twice", {kKept, kKept}, "0.995 a,1.000 b"},
-        {"the oldest was dropped", {kKeptLater, kDropped}, "0.995 a,1.000 b,1.064 c,1.069 d"},
         {"all that was known was dropped",
          {kKeptLater, kPlain + kAt1069 + "05 21 01 64"},
          "0.995 a,1.000 b,1.064 c,1.069 d"},
@@ -111,10 +109,10 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
          {kKept, kPlain + kAt9000 + "C0 00 21 01 78"},
          "0.995 a,1.000 b,--------- gap: lines between 1.000 and 9.000 are in none of the dumps,"
          "9.000 x"},
-        {"emptied",
+        {"emptied within a millisecond",
          {kKept, fresh},
          "0.995 a,1.000 b,--------- fresh start after 1.000: a dump emptied the recorder, or the "
-         "service was started,9.000 x"},
+         "service was started,1.000 x"},
         {"started again, with the lines of before",
          {kKept, kPlain + kAt9000 + "00 22 01 7A  05 21 01 61  05 21 01 62  C0 3E 21 01 6E"},
          "--------- restart: the service was started again and recorded this boot once more,"
@@ -126,15 +124,6 @@ TEST_F(Decode, SeveralDumpsAreOneLog) {
          {kPlain + kAt1000 + "00 21 01 61", kPlain + kAt9000 + "00 21 01 61"},
          "1.000 a,--------- fresh start after 1.000: a dump emptied the recorder, or the service "
          "was started,9.000 a"},
-        {"cut, but its times are known from another",
-         {kKept, kPlain + kAt1069 + "00 21 01 61  05 21 01 62  C0 00 21 01 63 05"},
-         "0.995 a,1.000 b,1.064 c"},
-        {"cut within what another holds",
-         {kKeptLater, kPlain + kAt1069 + "00 21 01 61  05 21 01"},
-         "0.995 a,1.000 b,1.064 c"},
-        {"cut within what another holds, then whole",
-         {kKept, kPlain + kAt1069 + "00 21 01 61  05 21 01", kKeptLater},
-         "0.995 a,1.000 b,1.064 c"},
         {"an empty dump between", {kKept, "00 00 00", kKeptLater}, "0.995 a,1.000 b,1.064 c"},
     };
     for (const Row& row : rows) {
@@ -152,11 +141,14 @@ TEST_F(Decode, OfTwoBootsTheFilesTimesAloneMayTellTheLater) {
     Dump("a.dump", kKept);
     time_ += std::chrono::hours(1);
     Dump("b.dump", kPlain + kAt9000 + "C0 00 21 01 78");
-    EXPECT_EQ(Run("trelvoctl decode . | cut -c1-60").out,
-              "0.995 I/A (P 10, T 11): a\n"
-              "1.000 I/A (P 10, T 11): b\n"
+    EXPECT_EQ(Run("trelvoctl decode -r . | cut -c1-60").out,
+              "9.000 I/A (P 10, T 11): x\n"
               "--------- reboot: time starts over\n"
-              "9.000 I/A (P 10, T 11): x\n");
+              "1.000 I/A (P 10, T 11): b\n"
+              "0.995 I/A (P 10, T 11): a\n");
+    EXPECT_EQ(Run("trelvoctl decode --boot-time 2026-01-31 .").err,
+              "trelvoctl: decode: --boot-time is that of one boot, but the dumps are of 2; --wall "
+              "takes the files' own times\n");
     EXPECT_EQ(Run("trelvoctl decode -o raw --since -10s . 2>&-").out, "x\n");
 }
 
@@ -179,11 +171,14 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
     };
     const Row rows[] = {
         {"lines before it, behind it, and after the clock was set",
-         {Clocked() + kAt1064 + "00 21 01 61" + Clock("05", 'a', "vega", kNow + 1.059, 1.059) +
+         {Clocked() + kAt1064 + "00 21 01 61" + Clock("05", 'a', "vega", kNow + 1.0596, 1.059) +
           "00 21 01 62" + Clock("05", 'a', "vega", kNow + 3601.064, 1.064) + "00 21 01 63"},
          "",
-         "16:00:01.304 A a,16:00:01.309 A b,17:00:01.314 A c"},
-        {"as seconds since boot", {kept}, "--monotonic", "1.000 A a"},
+         "16:00:01.305 A a,16:00:01.310 A b,17:00:01.314 A c"},
+        {"as seconds since boot, whatever the clock is late by",
+         {Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 0.99, 0.99) + "00 21 01 61"},
+         "--monotonic",
+         "1.000 A a"},
         {"asked for", {kept}, "trelvo.clock:V", "16:00:01.250 trelvo.clock boot"},
         {"not counted", {later}, "-n 3", "16:00:01.250 A a,16:00:01.314 A b"},
         {"beyond what a dump can tell",
@@ -204,10 +199,14 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
          {kept, Clocked() + kAt9000 + Clock("00", 'b', "vega", kNow + 100, 9) + "00 21 01 78"},
          "",
          "16:00:01.250 A a,--------- reboot: time starts over,16:01:40.250 A x"},
-        {"boots, the later one's file first",
-         {Clocked() + kAt1000 + Clock("00", 'b', "vega", kNow + 100, 1) + "00 21 01 78", kept},
+        {"boots by the latest time of each, though the first one's clock was set back",
+         {Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 3601, 1) + "00 21 01 61",
+          Clocked() + kAt1064 + "C0 00 21 01 62" + Clock("00", 'a', "vega", kNow + 1.064, 1.064) +
+              "00 21 01 63",
+          Clocked() + kAt1000 + Clock("00", 'b', "vega", kNow + 100, 1) + "00 21 01 78"},
          "",
-         "16:00:01.250 A a,--------- reboot: time starts over,16:01:40.250 A x"},
+         "16:01:40.250 A x,--------- reboot: time starts over,17:00:01.250 A a,17:00:01.314 A b,"
+         "16:00:01.314 A c"},
         {"one boot, the later dump's file first",
          {Clocked() + kAt1069 + "C0 00 21 01 62" + Clock("05", 'a', "vega", kNow + 1.069, 1.069),
           later},
@@ -219,16 +218,30 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
          "",
          "16:00:00.313 A a,--------- gap: lines between 2025-11-24 16:00:00.313 and 2025-11-24 "
          "16:00:00.750 are in none of the dumps,16:00:00.750 A b"},
-        {"the clock of the dump before goes on",
-         {kept, Clocked() + kAt1064 + "C0 00 21 01 62" +
-                    Clock("00", 'a', "vega", kNow + 3601.064, 1.064) + "00 21 01 63"},
+        {"the clock of the dumps before goes on",
+         {kept,
+          Clocked() + kAt1064 + "C0 00 21 01 62" +
+              Clock("00", 'a', "vega", kNow + 3601.064, 1.064) + "00 21 01 63",
+          Clocked() + kAt1069 + "05 21 01 64", Clocked() + "B2 08 05 21 01 65"},
          "",
-         "16:00:01.250 A a,16:00:01.314 A b,17:00:01.314 A c"},
-        {"two machines",
-         {later,
+         "16:00:01.250 A a,16:00:01.314 A b,17:00:01.314 A c,17:00:01.319 A d,17:00:01.324 A e"},
+        {"without clock lines, in the places of their files",
+         {kPlain + kAt9000 + "00 21 01 78", kept, Clocked() + kAt1064 + "C0 00 21 01 62"},
+         "--monotonic",
+         "9.000 A x,--------- reboot: time starts over,1.000 A a,1.064 A b"},
+        {"two machines, one with a gap",
+         {kept, Clocked() + kAt9000 + "C0 00 21 01 62",
           Clocked("43") + kAt9000 + Clock("00", 'c', "mira", kNow + 1.01, 9) + "00 21 01 78"},
          "",
-         "16:00:01.250 vega A a,16:00:01.260 mira C x,16:00:01.314 vega A b"},
+         "16:00:01.250 vega A a,16:00:01.260 mira C x,--------- vega: gap: lines between "
+         "2025-11-24 16:00:01.250 and 2025-11-24 16:00:09.250 are in none of the "
+         "dumps,16:00:09.250 "
+         "vega A b"},
+        {"two machines, a boot of one without clock lines",
+         {kept, kPlain + "3F 00 21 01 72",
+          Clocked("43") + kAt9000 + Clock("00", 'c', "mira", kNow + 1.01, 9) + "00 21 01 78"},
+         "--monotonic",
+         "1.000 vega A a,9.000 mira C x,--------- vega: reboot: time starts over,0.063 vega A r"},
         {"a damaged dump",
          {Clocked() + kAt9000 + first + "00 21 01 61 00 21 09"},
          "",
@@ -271,9 +284,15 @@ TEST_F(Decode, EveryFormShowsTheWallClock) {
     EXPECT_THAT(Run("trelvoctl stat 0.dump 2>&-").out,
                 HasSubstr("2025-11-24 16:00:00.250 to 2025-11-24 16:00:02.250, on vega\n"));
     Dump("0.dump", Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 1, 1) + "00 21 01 61");
-    EXPECT_THAT(Run("TZ=XXX-5:30 trelvoctl decode -o json 0.dump").out,
-                HasSubstr("\"2025-11-24T21:30:01.250+05:30\""));
-    EXPECT_THAT(Run("trelvoctl decode -o threadtime 0.dump").out, HasSubstr("11-24 16:00:01.250"));
+    for (const auto& [command, shown] : std::vector<std::pair<std::string, std::string>>{
+             {"decode", "2025-11-24 16:00:01.250 I/A (P 10, T 11): a\n"},
+             {"decode -o json", ",\"time\":\"2025-11-24T16:00:01.250+00:00\","},
+             {"decode -o threadtime", "11-24 16:00:01.250"},
+             {"decode -o export", "\n_BOOT_ID=" + std::string(32, 'a') + "\n_HOSTNAME=vega\n"},
+             {"patterns", " 11-24 16:00:01.250 "},
+             {"patterns -o json --utc", "\"time\":\"2025-11-24T16:00:01.250Z\""}}) {
+        EXPECT_THAT(Run("trelvoctl " + command + " 0.dump").out, HasSubstr(shown));
+    }
 }
 
 TEST_F(Decode, TimesAreTakenAsTheyAreShownAndOthersRefused) {
@@ -289,12 +308,7 @@ TEST_F(Decode, TimesAreTakenAsTheyAreShownAndOthersRefused) {
     const std::vector<std::array<std::string, 4>> rows{
         // file, options, out, err
         {"clock", "--since '2025-11-24 16:00:01.300'", "b", ""},
-        {"clock", "--since 2025-11-24T21:30:01.300+05:30", "b", ""},
         {"clock", "--until '2025-11-24 16:00:01.25'", "a", ""},
-        {"clock", "--until '2025-11-24 16:00'", "", ""},
-        {"clock", "--since 2025-11-24 --until 2025-11-25", "a b", ""},
-        {"clock", "--since today", "", ""},
-        {"clock", "--until yesterday", "a b", ""},
         {"clock", "--since -0.06s", "b", ""},
         {"set", "--since -30m", "b", ""},
         {"new", "--since '20 s ago'", "b", ""},
@@ -303,7 +317,6 @@ TEST_F(Decode, TimesAreTakenAsTheyAreShownAndOthersRefused) {
         {"clock", "--until 00:54:10", "a b", ""},  // of today
         {"clock", "--since 00:00", "", ""},
         {"clock", "--monotonic --since 1.06", "b", ""},
-        {"plain", "--since 1", "b", ""},
         {"plain", "--since '2 minutes ago' --boot-time \"$(date -Is)\"", "a b", ""},
         {"clock", "--since 1.06", "",
          "'1.06' is seconds since boot, which --monotonic shows; give a time as it is shown: "
@@ -314,9 +327,6 @@ TEST_F(Decode, TimesAreTakenAsTheyAreShownAndOthersRefused) {
         {"clock", "--monotonic --since 00:54", "",
          "'00:54' is a wall-clock time, but --monotonic shows times since boot: drop it, or give "
          "seconds since boot, or -5m, back from the end"},
-        {"clock", "--since 2025-13-01", "",
-         "'2025-13-01' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
-         "yesterday, '10 min ago', -5m (before the end), or seconds since boot"},
     };
     for (const auto& [file, options, out, err] : rows) {
         const Output result =
@@ -329,9 +339,6 @@ TEST_F(Decode, TimesAreTakenAsTheyAreShownAndOthersRefused) {
 
 TEST_F(Decode, AWallClockGuessedByTheFilesTimeIsCalledAGuess) {
     Dump("plain", kKept);
-    fs::last_write_time(folder_ / "plain", fs::file_time_type(std::chrono::seconds(0)));
-    EXPECT_THAT(Run("trelvoctl decode --wall --utc plain").out,
-                HasSubstr("\n" + Run("date -u -r plain '+%F %T.000Z'| tr -d '\\n'").out));
     EXPECT_EQ(Run("trelvoctl decode --wall -o raw plain").err,
               "trelvoctl: wall-clock times of dumps without clock lines are a guess by the files' "
               "own times: late by as long as nothing was logged before a dump; the longest silence "
@@ -342,12 +349,17 @@ TEST_F(Decode, InputsAreFilesStandardInputAndFrames) {
     Dump("whole", kWhole);
     Dump("kept", kKept);
     Dump("later", kKeptLater);
-    Run("zstd -q whole -o whole.zst");
+    DumpBuilder many;
+    for (int line = 1; line <= 20000; ++line) {
+        many.Line(0, std::to_string(line));
+    }
+    WriteFile(folder_ / "many", many.Image(1000));
+    Run("zstd -q whole -o whole.zst; (echo read; cat whole) > rest");
     ExpectRuns({
         {"decode whole", "0", kA + kB, ""},
-        {"decode - < whole", "0", kA + kB, ""},
+        {"-V > v; (read -r word; trelvoctl decode -) < rest", "0", kA + kB, ""},
         {"decode -", "0", kA + kB, ""},
-        {"decode whole.zst", "0", kA + kB, ""},
+        {"-V > v; cat many | trelvoctl decode -o raw - | cmp - <(seq 20000)", "0", "", ""},
         {"decode -o raw - < whole.zst", "0", "a\nb\n", ""},
         {"stat - > stat; cat later | trelvoctl decode -o raw - kept", "0", "a\nb\nc\n", ""},
     });
@@ -361,12 +373,6 @@ TEST_F(Decode, DamagedAndMissingInputsLeaveTheOthersReadable) {
     const std::string cut = "offset 29: message of 9 bytes but only 1 are left";
     ExpectRuns({
         {"decode cut", "3", "≤1.000 I/A (P 10, T 11): a\n",
-         "cut: " + cut + "; the times shown are the latest possible"},
-        {"decode -o json cut", "3",
-         R"({"time_ms":1000,"latest":true,"level":"I","tag":"A",)"
-         R"("pid":10,"tid":11,"message":"a","coded":false,)"
-         R"("file":"cut"})"
-         "\n",
          "cut: " + cut + "; the times shown are the latest possible"},
         {"decode no whole", "3", kA + kB, "no: No such file or directory"},
         {"decode cut.zst", "3", "≤" + kA + "≤" + kB,
@@ -386,11 +392,8 @@ TEST_F(Decode, WhatOthersLaidIntoAFolderIsNotWaitedFor) {
     EXPECT_EQ(mixed.status, 3);
     EXPECT_EQ(mixed.out, kA + kB);
     EXPECT_THAT(mixed.err, HasSubstr("./b\\x1B.dump: not a regular file"));
-    const Output piped = RunProgram({"bash", "-c",
-                                     "cd " + folder_.string() +
-                                         "; trelvoctl() { " TRELVO_BIN_DIR
-                                         "/trelvoctl \"$@\"; }; trelvoctl decode <(cat a.dump);"
-                                         "cat a.dump | trelvoctl decode /dev/stdin"});
+    const Output piped =
+        Run("trelvoctl decode <(cat a.dump); cat a.dump | trelvoctl decode /dev/stdin");
     EXPECT_EQ(piped.err, "");
     EXPECT_EQ(piped.out, kA + kB + kA + kB);
 }
@@ -399,10 +402,8 @@ TEST_F(Decode, LinesAreChosenByTagLevelProcessTextAndTime) {
     Dump("whole", kWhole);
     ExpectRuns({
         {"decode -r -n 1 whole", "0", kB, ""},
-        {"decode -r whole", "0", kB + kA, ""},
         {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", kB, ""},
         {"decode whole -g c", "6", "", ""},
-        {"decode whole --since 1", "0", kB, ""},
         {"decode whole --until -0.005s", "0", kA, ""},
     });
 }
@@ -413,6 +414,7 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
     Dump("coded", kVersioned + kAt1000 + "00 21 01 80  00 21 02 68 69  00 42 01 80");
     Dump("odd", kOdd);
     Dump("bare", kPlain + kAt1000 + "00 21 01 80");
+    Dump("cut", kPlain + kAt1000 + "00 21 01 61  05 42 09 62");
     Run("mkdir -p all/1 lost/1 old twice; for i in 1 2; do mkdir twice/$i;"
         "echo '<policy version=\"1\"/>' > twice/$i/policy_version.xml; done; echo '<policy "
         "version=\"0.9\"/>' > old/policy_version.xml; echo '<x><policy version=\"1.0\"/><db "
@@ -443,10 +445,12 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
         {"decode --policy old --force whole -o raw", "0", "a\nb\n", ""},
         {"decode --policy all/1 --force bare -o raw", "0", "hello\n", ""},
         {"decode --policy all/1 bare -o raw", "0", "\x80\n", ""},
-        {"decode --policies old whole", "4", "",
-         "whole: needs the code tables of policy version '1.0', which old lacks"},
         {"decode --policies lost whole -o raw", "4", "a\nb\n",
          "lost/1/no.db: unable to open database file; its codes are shown as they are"},
+        {"decode --policies old whole cut -o raw", "4", "a\n",
+         "whole: needs the code tables of policy version '1.0', which old lacks\ntrelvoctl: cut: "
+         "offset 26: message of 9 bytes but only 1 are left; the times shown are the latest "
+         "possible"},
         {"decode --policy no whole", "4", "",
          "decode: no/policy_version.xml: No such file or directory"},
     });
@@ -455,7 +459,8 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
 TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
     Dump("whole", kWhole);
     Dump("odd", kOdd);
-    Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
+    Dump("controls", kPlain + kAt1000 + "00 21 0B 1B C2 9B 7F E2 80 AE E6 97 A5 00");
+    Dump("nul", kPlain + kAt1000 + "00 21 02 61 00");
     fs::last_write_time(folder_ / "whole", fs::file_time_type(std::chrono::seconds(0)));
     ExpectRuns({
         {"decode -o threadtime whole", "0",
@@ -485,15 +490,16 @@ TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
          R"({"time_ms":1000,"level":"I","tag":"A","pid":10,"tid":11,)"
          R"("message":"\u001b\u009B\u007F\u202E)"
          "\u65E5"
-         R"(","coded":false,"file":"controls"})"
+         R"(\u0000","coded":false,"file":"controls","bytes":"1BC29B7FE280AEE697A500"})"
          "\n",
          ""},
+        {"decode -o csv nul | tail -1", "0", "1000,I,A,10,11,a\uFFFD,false,nul,6100\n", ""},
     });
 }
 
 TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
     Dump("whole", kWhole);
-    Run("mkdir none; echo some words > text; : > nothing;"
+    Run("mkdir -p none/folder.dump; echo some words > text; : > nothing;"
         "echo '1.0 I/A(P 1, T 2): f.c: g(3) > hi' > capture");
     ExpectRuns({
         {"decode -o export --monotonic whole", "2", "",
@@ -504,8 +510,6 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
         {"decode whole --since soon", "2", "",
          "decode: 'soon' is not a time: expected '2026-11-25 00:54:00', 2026-11-25, 00:54, "
          "yesterday, '10 min ago', -5m (before the end), or seconds since boot"},
-        {"decode --wall - ", "2", "",
-         "decode: --wall needs a file with a time of its own; --boot-time sets one"},
         {"decode", "2", "", "FILE is required"},
         {"decode A:I", "2", "", "FILE is required"},
         {"decod whole", "2", "", "unknown command or option 'decod', did you mean decode?"},
@@ -518,9 +522,17 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
         {"stat capture", "3", "",
          "capture: not a dump: this is capture text; `trelvoctl train` reads it"},
         {"decode nothing", "3", "", "nothing: empty, not a dump"},
-        {"stat none", "3", "", "no dumps in none (*.dump, *.dump.zst)"},
         {"decode none whole -o raw", "3", "a\nb\n", "no dumps in none (*.dump, *.dump.zst)"},
+        {"decode whole --boot-time soon", "2", "",
+         "decode: 'soon' is not a time of boot: expected 2026-01-31T12:00:00Z or '2026-01-31 "
+         "12:00:00'"},
+        {"decode -f whole", "2", "", "decode: --follow takes one folder"},
+        {"2>&1 | sed q", "0", "trelvoctl: a command is required\n", ""},
+        {"help decode | sed q", "0", "Print dumps as one log\n", ""},
         {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
+        {"launch =x", "2", "", "launch: '=x' has no key before its '='; expected KEY=VALUE"},
+        {"launch A=1 A=2", "2", "",
+         "launch: 'A=2' gives its key a second time; expected KEY=VALUE"},
     });
 }
 
@@ -528,7 +540,8 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
     Dump("whole", kWhole);
     Dump("cut", kVersioned + kAt1000 + "00 21 01 61  05 42 09 62");
     Dump("other", kKept);
-    Dump("later", kPlain + kAt9000 + "00 21 01 61");
+    Dump("later", kKeptLater);
+    Dump("boot", kPlain + "3F 00 21 01 72");
     Dump("coded", kVersioned + kAt1000 + "00 21 01 61  00 21 01 80");
     Run("mkdir none; mkfifo pipe");
     const std::string cut =
@@ -541,12 +554,11 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
         {"report coded -o page", "0", "1 of 2 messages are codes of policy 1.0: --policy DIR",
          "page"},
         {"report cut -o page", "3", cut, "page"},
-        {"report cut --good whole -o page", "3", cut, "page"},
-        {"report later --since 5 --until 9 --good whole -o page", "0", "", "page"},
         {"report whole --good cut -o page", "3", cut, "page"},
         {"report none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},
         {"report whole --good none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},
         {"report whole B:V --good cut -o page", "3", cut, ""},
+        {"report whole --since 1 --good boot -o page", "0", "", "page"},
         {"report other B:V --good whole -o page", "6", "no lines to compare with whole", ""},
         {"report whole A:X --good whole -o page", "2",
          "report: 'A:X' is neither a file nor TAG:LEVEL: levels are V, D, I, W, E, F and S", ""},
@@ -557,6 +569,20 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
         ExpectRuns({{arguments, status, "", err}});
         EXPECT_EQ(Run("ls | grep page; rm -f page").out, page.empty() ? "" : "page\n") << arguments;
     }
+    // What the page is told of the dumps.
+    const Output head =
+        Run("trelvoctl report --utc cut other later boot -o page 2>/dev/null; (printf "
+            "'\\037\\213\\010\\0\\0\\0\\0\\0\\0\\0'; sed -n 's/.*\"head\">\\(.*\\)<.*/\\1/p' page |"
+            "base64 -d) | gzip -dcq");
+    EXPECT_THAT(
+        head.out,
+        HasSubstr(
+            R"("wall":false,"utc":true,"blocks":[4],"widths":{"time":5,"latest":false,"tag":1,)"
+            R"("pid":2,"tid":2},"boots":[{"host":"","wall":false},{"host":"","wall":false}],)"
+            R"("files":[{"name":"cut","lines":1,"repeated":0,"boot":0,"damage":"offset 29: message )"
+            R"(of 9 bytes but only 1 are left"},{"name":"other","lines":1,"repeated":1,"boot":0},)"
+            R"({"name":"later","lines":1,"repeated":2,"boot":0},{"name":"boot","lines":1,)"
+            R"("repeated":0,"boot":1}])"));
     // A page that cannot be written to its end leaves the one that is there.
     const auto full =
         Run("echo old > page; ulimit -f 8; trap '' XFSZ; trelvoctl report whole -o page");
@@ -581,21 +607,24 @@ TEST_F(Decode, NothingDrivesATerminal) {
 TEST_F(Decode, ColumnsFitWhatIsThereAndLinesGoOnUnderTheirMessage) {
     // B's line is of the first thread of its process.
     Dump("threads", "00 10 04 41 2C 31 30 02 0B 01 04 42 2C 31 30 02 0A 02" + kAt1000 +
-                        "00 21 1A 61 0A" + std::string(48, '7') + " 00 42 03 C3 A4 63");
-    const std::string head = "1.000 I/A (P 10, T 11): a";
+                        "00 41 1B 61 0A" + std::string(36, '7') +
+                        "E6 97 A5 77 77 77 77 00 22 03 C3 A4 63");
+    const std::string head = "1.000 W/A (P 10, T 11): a";
     const std::string indent(head.size() - 1, ' ');
-    const std::string other = "1.000 W/B       (P 10): \u00E4c";
+    const std::string other = "1.000 I/B       (P 10): \u00E4c";
     const std::string terminal = "script -qec 'stty -onlcr cols 44; TERM=xterm ";
+    const std::string on = "\x1B[33m";
+    const std::string off = "\x1B[0m\n";
+    const std::string wide = std::string(18, 'w') + "\u65E5";
     for (const auto& [command, shown] : std::vector<std::pair<std::string, std::string>>{
-             {"trelvoctl decode threads",
-              head + "\\x0A" + std::string(24, 'w') + "\n" + other + "\n"},
-             {terminal + "trelvoctl decode --no-pager --color never threads' /dev/null",
-              head + "\n" + indent + std::string(20, 'w') + "\n" + indent + "wwww\n" + other +
+             {"trelvoctl decode threads", head + "\\x0A" + wide + "wwww\n" + other + "\n"},
+             {terminal + "trelvoctl decode --no-pager threads' /dev/null",
+              on + head + off + on + indent + wide + off + on + indent + "wwww" + off + other +
                   "\n"},
-             {terminal + "TRELVO_PAGER=\"sed s/^/:/\" trelvoctl decode --color never none threads' "
-                         "/dev/null; echo $?",
-              ":trelvoctl: none: No such file or directory\n:" + head + "\n:" + indent +
-                  std::string(24, 'w') + "\n:" + other + "\n3\n"}}) {
+             {terminal + "NO_COLOR=1 PAGER=false TRELVO_PAGER=\"sed s/^/:/\" trelvoctl decode none "
+                         "threads' /dev/null; echo $?",
+              ":trelvoctl: none: No such file or directory\n:" + head + "\n:" + indent + wide +
+                  "wwww\n:" + other + "\n3\n"}}) {
         EXPECT_EQ(Run(command).out, shown) << command;
     }
 }
@@ -631,15 +660,15 @@ std::string Frame(const std::string& content, bool with_size = true) {
 }
 
 TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
-    // Two pages of 2,000 records 1 ms apart and an open page of one record; the newest is at 9.000.
+    // Two pages of 20,000 records 1 ms apart and an open page of one record; the newest is
+    // at 9.000.
     const auto record = [](int number) {
         return std::string("\x01\x21\x05", 3) + std::to_string(10000 + number);
     };
     std::array<std::string, 3> pages;
-    for (int number = 0; number < 4001; ++number) {
-        pages.at(static_cast<size_t>(number / 2000)) += record(number);
+    for (int number = 0; number < 40001; ++number) {
+        pages.at(static_cast<size_t>(number / 20000)) += record(number);
     }
-    const std::string image = FromHex(kPlain + kAt9000) + pages[0] + pages[1] + pages[2];
     const std::string head = Frame(FromHex(kPlain + kAt9000));
     const std::string one = Frame(pages[0]);
     const std::string two = Frame(pages[1]);
@@ -663,24 +692,24 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
         std::string cause;  // empty: all is well
     };
     const Row rows[] = {
-        {"whole", chain, 4001, 0, ""},
+        {"whole", chain, 40001, 0, ""},
         {"empty frames", Frame("") + head + Frame("") + one + two + Frame("") + open + Frame(""),
-         4001, 0, ""},
-        {"skippable frames", skippable + head + one + skippable + two + open + skippable, 4001, 0,
+         40001, 0, ""},
+        {"skippable frames", skippable + head + one + skippable + two + open + skippable, 40001, 0,
          ""},
         {"frames without their size",
-         Frame(FromHex(kPlain + kAt9000), false) + Frame(pages[0] + pages[1], false) + open, 4001,
+         Frame(FromHex(kPlain + kAt9000), false) + Frame(pages[0] + pages[1], false) + open, 40001,
          0, ""},
-        {"cut between pages", chain.substr(0, at_two), 2000, 0, ""},
-        {"cut in the magic number", chain.substr(0, at_two + 2), 2000, at_two, cut},
-        {"cut in a frame header", chain.substr(0, at_two + 5), 2000, at_two, cut},
-        {"cut in a page", chain.substr(0, at_two + two.size() / 2), 2000, at_two, cut},
-        {"cut in a checksum", chain.substr(0, at_open - 1), 2000, at_two, cut},
-        {"cut in the open page", chain.substr(0, chain.size() - 5), 4000, at_open, cut},
+        {"cut between pages", chain.substr(0, at_two), 20000, 0, ""},
+        {"cut in the magic number", chain.substr(0, at_two + 2), 20000, at_two, cut},
+        {"cut in a frame header", chain.substr(0, at_two + 5), 20000, at_two, cut},
+        {"cut in a page", chain.substr(0, at_two + two.size() / 2), 20000, at_two, cut},
+        {"cut in a checksum", chain.substr(0, at_open - 1), 20000, at_two, cut},
+        {"cut in the open page", chain.substr(0, chain.size() - 5), 40000, at_open, cut},
         {"cut in the head's checksum", chain.substr(0, at_one - 1), 0, 0, cut},
-        {"a flipped bit", flipped, 2000, at_two, damaged},
-        {"a wrong checksum", wrong_checksum, 2000, at_two, damaged},
-        {"trailing garbage", chain + "garbage", 4001, chain.size(), damaged},
+        {"a flipped bit", flipped, 20000, at_two, damaged},
+        {"a wrong checksum", wrong_checksum, 20000, at_two, damaged},
+        {"trailing garbage", chain + "garbage", 40001, chain.size(), damaged},
     };
     for (const Row& row : rows) {
         WriteFile(folder_ / "trelvo.dump.zst", row.file);
@@ -708,24 +737,7 @@ TEST_F(Decode, ChainsOfFramesUpToTheLastWholeOne) {
         const Output trained =
             Run("trelvoctl train -o tables --force --policy-version 1 - < trelvo.dump.zst 2>&1");
         EXPECT_THAT(trained.out, HasSubstr(std::to_string(row.lines))) << row.situation;
-        if (row.cause.empty() && row.lines == 4001) {
-            WriteFile(folder_ / "image", image);
-            EXPECT_EQ(Run("zstd -dcq trelvo.dump.zst | cmp - image").status, 0) << row.situation;
-        }
     }
-}
-
-// Larger than one buffer, and wrong at its end only.
-TEST_F(Decode, AFrameThatIsNotWholeGivesNoneOfItsLines) {
-    std::string page;
-    for (int number = 0; number < 100000; ++number) {
-        page += FromHex("01 21 05") + std::to_string(10000 + number % 10000);
-    }
-    std::string file =
-        Frame(FromHex(kPlain + kAt9000)) + Frame(page.substr(0, size_t{8} * 2000)) + Frame(page);
-    file.back() ^= 1;
-    WriteFile(folder_ / "trelvo.dump.zst", file);
-    EXPECT_EQ(Run("trelvoctl decode trelvo.dump.zst 2>/dev/null | wc -l").out, "2000\n");
 }
 
 // The most memory, in KiB, that the programs which ended so far took at a time.
@@ -806,20 +818,21 @@ TEST_F(Decode, AnyNumberOfDumpsWithFewDescriptors) {
     SKIP_WHERE_SANITIZED();
     constexpr int kDumps = 1100;
     for (int dump = 0; dump < kDumps; ++dump) {
-        // Lines at 1, 2, 3 and 9 s, of another process each; all dumps but the first are restarts.
-        const std::string key = "A," + std::to_string(dump);
-        std::string entry = Leb(static_cast<int64_t>(key.size())) + key + FromHex("02 0B 01");
-        std::string image = FromHex("00") + Leb(static_cast<int64_t>(entry.size())) + entry +
-                            FromHex(kAt9000) +
-                            FromHex("05 21 01 61  E8 07 21 01 62  E8 07 21 01 63") + Leb(6000) +
-                            FromHex("21 01 64");
+        // Lines at 1, 2, 3 (some long) and 9 s, of a process each; all but the first are restarts.
+        const std::string source = "A," + std::to_string(dump);
+        const std::string image = DumpBuilder()
+                                      .Line(5, "a", source)
+                                      .Line(1000, "b", source)
+                                      .Line(1000, std::string(dump < 100 ? 5000 : 1, 'c'), source)
+                                      .Line(6000, "d", source)
+                                      .Image(9000);
         const bool packed = dump % 2 == 1;
         const std::string name = std::to_string(dump) + (packed ? ".dump.zst" : ".dump");
         WriteFile(folder_ / name, packed ? Frame(image) : image);
     }
     const Output result =
-        Run("ulimit -n 128; trelvoctl decode --one-boot -o raw . 2> err | uniq -c | tr -d '\\n '; "
-            "grep -v restart err >&2");
+        Run("ulimit -n 128; trelvoctl decode --one-boot -o raw . 2> err | cut -c1 | uniq -c |"
+            "tr -d '\\n '; grep -v restart err >&2");
     EXPECT_EQ(result.out, "1100a1100b1100c1100d");
     EXPECT_EQ(result.err, "");
     EXPECT_LT(PeakKiB(), 64 * 1024);
@@ -848,33 +861,47 @@ TEST_F(Decode, FollowsAFolder) {
     Dump("trelvo.dump", kKept);
     const Process follower(
         {(TRELVO_BIN_DIR "/trelvoctl"), "decode", "-f", "-n", "2", "-o", "raw", folder_},
-        folder_ / "out");
+        folder_ / "out", folder_ / "err");
     const auto shown = [this](const std::string& text) {
         return WaitForChange(folder_, [&] { return ReadFile(folder_ / "out") == text; });
     };
     EXPECT_TRUE(shown("a\nb\n"));
+    std::ofstream half(folder_ / "trelvo_2.dump");           // is not shown before it is whole
     ASSERT_EQ(mkfifo((folder_ / "fifo").c_str(), 0600), 0);  // is not waited for
     fs::rename(folder_ / "fifo", folder_ / "trelvo_0.dump");
     Dump("unfinished", kKeptLater);
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_1.dump");
     EXPECT_TRUE(shown("a\nb\nc\n"));
-    WriteFile(folder_ / "trelvo_2.dump", FromHex(kDropped));
+    half << FromHex(kDropped);
+    half.close();
     EXPECT_TRUE(shown("a\nb\nc\nd\n"));
     Dump("unfinished", kPlain + kAt9000 + "C0 00 21 01 78");
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_2.dump");
     EXPECT_TRUE(shown("a\nb\nc\nd\nx\n")) << "another dump of the name";
+    EXPECT_THAT(
+        ReadFile(folder_ / "err"),
+        MatchesRegex("trelvoctl: [^ ]*_0.dump: not a regular [^\n]*\n[^\n]* gap: [^\n]*\n"));
 }
 
-TEST_F(Decode, AFolderThatIsFollowedMayBeEmptyYet) {
-    Dump("late", kKept);
+TEST_F(Decode, AFolderThatIsFollowedMayBeEmptyYetAndTellsTheBootLater) {
+    const std::array<std::array<std::string, 3>, 4> dumps{
+        {{kKept, "101", "b"},
+         {kKeptLater, "100.964", "c"},
+         {kDropped, "101.469", "d"},
+         {kPlain + "3F 00 21 01 72", "200", "r"}}};
     // The folder is watched before it is listed.
-    const Output result =
-        Run("mkdir soon; trelvoctl decode -f -o raw soon > shown & "
-            "until grep -qs inotify /proc/$!/fdinfo/*; do :; done; mv late soon/late.dump; "
-            "until grep -q b shown; do :; done; kill $!; cat shown");
-    EXPECT_EQ(result.out, "a\nb\n");
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(result.status, 0);
+    std::string line =
+        "mkdir soon; trelvoctl decode -f --wall soon > shown 2>/dev/null & "
+        "until grep -qs inotify /proc/$!/fdinfo/*; do :; done; ";
+    for (const auto& [hex, written, last] : dumps) {
+        Dump(last, hex);
+        line += "touch -d @" + written + " " + last + "; mv " + last + " soon/" + last +
+                ".dump; until grep -q ': " + last + "$' shown; do :; done; ";
+    }
+    // A boot began at the earliest that its files tell, here the second one's.
+    EXPECT_EQ(Run(line + "kill $!; sed 's/.* \\(.*\\) I.*: /\\1 /' shown").out,
+              "00:01:40.995 a\n00:01:41.000 b\n00:01:40.964 c\n00:01:40.969 d\n"
+              "--------- reboot: time starts over\n00:03:20.000 r\n");
 }
 
 // What docs/decode.md tells people to type.

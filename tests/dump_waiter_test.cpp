@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "platform/handles.h"
@@ -29,7 +30,6 @@ protected:
 
     Waiting() {
         for (const char* folder : {kFolder, kStatus}) {
-            fs::remove_all(folder);
             fs::create_directories(folder);
         }
         WriteFile("/run/trelvo/lock", std::to_string(getpid()) + "\n");
@@ -131,6 +131,7 @@ TEST_F(Waiting, AServiceThatIsStartedAgainCountsItsDumpsAnew) {
 }
 
 TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
+    std::ofstream half;
     EXPECT_EQ(Wait({[&] {
                   WriteFile("/tmp/waited/other.dump", "");
                   WriteFile("/tmp/waited/trelvo.dump.zst", "");
@@ -138,6 +139,12 @@ TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
                   fs::create_hard_link("/tmp/waited/.trelvo-x", "/tmp/waited/trelvo_2.dump");
               }}),
               "/tmp/waited/trelvo_2.dump");
+    EXPECT_EQ(Wait({[&] {
+                  WriteFile("/tmp/waited/trelvo_4.dump", "");
+                  half.open("/tmp/waited/trelvo_3.dump");
+              }}),
+              "/tmp/waited/trelvo_4.dump");
+    half.close();
     EXPECT_THAT(Wait({[] { fs::remove_all(kFolder); }}), HasSubstr("was moved or removed"));
 }
 

@@ -81,7 +81,6 @@ protected:
         for (const fs::path& folder :
              {kCollectingFolder, kPolicyFolder, kDefaultPolicyFolder, kConfiguration,
               kUploadKey.parent_path(), fs::path("/tmp/dumps")}) {
-            fs::remove_all(folder);
             fs::create_directories(folder);
         }
         fs::permissions("/run/trelvo", fs::perms::owner_all);
@@ -119,22 +118,15 @@ protected:
         }
     }
 
-    // Waits for the next dump that is complete and returns its path; empty at the limit.
-    static fs::path AwaitDump(LogFollower& log, std::chrono::seconds limit = kLimit) {
-        const std::string message = log.WaitFor("Dump to File[", limit);
+    // The path of a dump that is complete, of what the service says of it.
+    static std::string PathIn(const std::string& message) {
         const auto begin = message.rfind('[') + 1;
         return message.substr(begin, message.rfind(']') - begin);
     }
 
-    static fs::path RequestDump(const std::string& folder = "/tmp/dumps") {
-        LogFollower log(kServiceTag);
-        fs::path dump;
-        // A request that comes before the writer waits for the first time is lost.
-        for (int attempt = 0; attempt < 3 && dump.empty(); ++attempt) {
-            EXPECT_EQ(RunProgram({kBin + "trelvoctl", "launch", "DUMP=" + folder}).status, 0);
-            dump = AwaitDump(log, std::chrono::seconds(10));
-        }
-        return dump;
+    static fs::path RequestDump() {
+        const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp/dumps"});
+        return dump.out.substr(0, dump.out.find('\n'));
     }
 
     // The lines of a dump without their times, which must not run backwards.
@@ -298,10 +290,17 @@ TEST_F(EndToEnd, DumpOfAServiceThatDoesNotRecordIsCalledStale) {
     StartCapture("DUMPED", "V", "64");
     Log("DUMPED", "a line");
     AwaitRead("a line");
+    // What had been recorded before is not in it, unless the service says otherwise first.
+    std::string err;
+    for (int attempt = 0; attempt < 9 && err.find("newer") == std::string::npos; ++attempt) {
+        std::ofstream(kStatusKey, std::ios::app) << "newest_ms=99999999999\n";
+        err = Dump("/tmp/dumps").err;
+    }
+    EXPECT_THAT(err, HasSubstr("stale: the service had recorded newer lines before\n"));
     WriteFile(kUploadKey.parent_path() / "capture", "alive=0\nreason=it\x1B died\n");
     const auto stale = Dump("/tmp/dumps");
     EXPECT_EQ(stale.status, 3);
-    EXPECT_EQ(stale.out, "/tmp/dumps/trelvo.dump\n");
+    EXPECT_THAT(stale.out, MatchesRegex("/tmp/dumps/trelvo[_0-9]*.dump\n"));
     EXPECT_THAT(stale.err, HasSubstr("stale: the service does not record: it\\x1B died\n"));
 }
 
@@ -388,7 +387,7 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
     // A machine too busy for the time that a dump may wait makes the service say so.
     std::map<std::string, bool> is_current;
     const auto await_dump = [&] {
-        const std::string path = AwaitDump(log);
+        const std::string path = PathIn(log.WaitFor("Dump to File["));
         std::string status;
         EXPECT_TRUE(WaitForChange(kStatusKey.parent_path(), [&] {
             status = ReadFile(kStatusKey);
@@ -422,8 +421,7 @@ TEST_F(EndToEnd, DumpsByTheServiceItselfHoldWhatWasLoggedBefore) {
         if (begins("Dumping Start..")) {
             before = newest;
         } else if (begins("Dump to File[")) {
-            const auto begin = entry.rfind('[') + 1;
-            const std::string path = entry.substr(begin, entry.rfind(']') - begin);
+            const std::string path = PathIn(entry);
             const bool has_line = ReadFile(path).find(before) != std::string::npos;
             EXPECT_TRUE(has_line || !is_current[path]) << before << " " << path;
             whole += has_line ? 1 : 0;

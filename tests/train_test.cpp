@@ -392,15 +392,18 @@ TEST_F(TrainProgram, TablesLoadAsTheyWereTrainedWhateverTheOrderOfInputs) {
     const std::string capture = Write("capture", line + "hello \xFF\n" + line + "hello \xFF\n" +
                                                      line + "once only\nno line\n" + line + "ab");
     const std::string counts = Write("counts", "B\ta\tb\t3\nT\x01G\tlong text\t9\n");
-    Output result = Train({capture, counts, "--evaluate", capture});
+    Output result = Train({capture, counts, "--evaluate", capture, "--evaluate", capture});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("tag 'T\\x01G' cannot stand"));
-    for (const char* const part :
-         {"\ntags           2 with a table, of 3\nentries        2\n",
+    const std::string evaluated = "evaluated on   " + capture + R"(
+  lines        4; 2 coded (50.0 %), 0 refused
+  bytes a line 43.25 as text, 9.25 without tables, 6.25 with tables
+)";
+    for (const std::string& part :
+         {std::string("\ntags           2 with a table, of 3\nentries        2\n"),
           "about 42 bytes of memory (estimate)\nlines          16; 5 coded (31.2 %)\n"
-          "message bytes  131 as text, 113 with tables (13.7 % saved)\n",
-          "lines        4; 2 coded (50.0 %), 0 refused\n"
-          "  bytes a line 43.25 as text, 9.25 without tables, 6.25 with tables\n"}) {
+          "message bytes  131 as text, 113 with tables (13.7 % saved)\n" +
+              evaluated + evaluated}) {
         EXPECT_THAT(result.out, HasSubstr(part));
     }
     EXPECT_EQ(fs::status(target_).permissions(), fs::perms(0755)) << "for the service's user";
@@ -413,6 +416,8 @@ TEST_F(TrainProgram, TablesLoadAsTheyWereTrainedWhateverTheOrderOfInputs) {
     result = Train({counts, capture});
     EXPECT_EQ(result.status, 2);
     EXPECT_THAT(result.err, HasSubstr("exists and is kept"));
+    EXPECT_THAT(Train({counts, capture, "--force", "--min-count", "3"}).out,
+                HasSubstr("entries        1\n"));
     EXPECT_EQ(Train({counts, capture, "--force"}).status, 0);
     EXPECT_EQ(Files(), files);
     Write("policy/notes", "kept");
@@ -428,6 +433,7 @@ TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
     const std::vector<std::tuple<std::vector<std::string>, int, std::string, bool>> rows{
         {{folder_ + "missing", dump}, 3, "missing: No such file", false},
         {{folder_}, 3, "no dumps in ", false},
+        {{"-", "--evaluate", "-"}, 2, "standard input (-) can be read only once", false},
         {{Write("prose", "no log at all\n")},
          3,
          "none of 1 lines is capture text, which looks like this: 12.345 I/",
@@ -435,10 +441,8 @@ TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
         {{Write("counts", "T\tsome text\t3\nT\tx\ty\n")}, 3, "line 2: is not", true},
         {{Write("journal", "{\"_COMM\":\"T\"}\n")}, 3, "none of 1 entries has a MESSAGE", false},
         {{"-", "--evaluate", "-"}, 2, "standard input (-) can be read only once", false},
-        {{Write("good", "T\tsome text\t3\n"), "--evaluate", folder_ + "good"},
-         3,
-         "good: holds counts, which say nothing",
-         true},
+        {{Write("once", "T\ttext\t1\n"), "--max-memory", "1"}, 0, "dropped 1 of", true},
+        {{dump, "--evaluate", folder_ + "once"}, 4, "once: holds counts, which say", true},
         {{dump, "--policy", folder_}, 4, "policy_version.xml: No such file", false},
         {{dump, "--max-memory", "200"}, 4, "dropped 2 of the rarest texts, which had", true},
         {{dump}, 4, "1 messages may be codes of policy version '1'", true},

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <ctime>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -79,22 +77,16 @@ private:
 // somewhere.
 class MemoryInput : public trelvo::Input {
 public:
-    explicit MemoryInput(std::string bytes, std::optional<time_t> written = {}, size_t piece = 3)
-        : bytes_(std::move(bytes)), written_(written), piece_(piece) {}
+    explicit MemoryInput(std::string bytes) : bytes_(std::move(bytes)) {}
     size_t Read(char* data, size_t size) override {
-        const size_t count = bytes_.copy(data, std::min(size, piece_), position_);
+        const size_t count = bytes_.copy(data, std::min<size_t>(size, 3), position_);
         position_ += count;
         return count;
     }
     void Seek(uint64_t offset) override { position_ = static_cast<size_t>(offset); }
-    std::optional<timespec> WriteTime() const override {
-        return written_ ? std::optional(timespec{*written_, 0}) : std::nullopt;
-    }
 
 private:
     std::string bytes_;
-    std::optional<time_t> written_;
-    size_t piece_;
     size_t position_ = 0;
 };
 

@@ -6,14 +6,17 @@
 #include <zstd.h>
 #include <zstd_errors.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace test_support {
 namespace {
 
 constexpr int kNever = INT_MAX;
+thread_local size_t largest = 0;
 thread_local int left = kNever;  // allocations before the one that fails; negative after it
 
 bool Fails() {
@@ -30,6 +33,10 @@ Function* Real(Function* /*hides*/, const char* name) {
 size_t HeapInUse() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
+}
+
+size_t TakeLargestAllocation() {
+    return std::exchange(largest, 0);
 }
 
 void FailAllocationAfter(int count) {
@@ -57,6 +64,7 @@ using test_support::Real;
 
 // Not inlined, where the compiler would take them for a pair that does not match.
 [[gnu::noinline]] void* operator new(size_t size) {
+    test_support::largest = std::max(test_support::largest, size);
     void* const memory = Fails() ? nullptr : std::malloc(size);
     if (memory == nullptr) {
         throw std::bad_alloc();

@@ -6,6 +6,8 @@ namespace test_support {
 
 // Bytes that the heap has given out.
 size_t HeapInUse();
+// The most that the calling thread has asked for at once since this was called before.
+size_t TakeLargestAllocation();
 
 // Lets the calling thread's next but `count` allocations fail, once: 0 for the next one. In the
 // test program that replaces operator new and zstd's makers of contexts.

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -10,23 +9,19 @@
 
 namespace test_support {
 
-// A test with a folder of its own.
+// A test with a folder of its own, which goes with its namespace.
 class FolderTest : public testing::Test {
 protected:
-    FolderTest() {
-        char name[] = "/tmp/trelvo-test-XXXXXX";
-        folder_ = mkdtemp(name);
-    }
-    ~FolderTest() override { std::filesystem::remove_all(folder_); }
+    FolderTest() { std::filesystem::create_directories(folder_); }
 
     // Runs a shell line in the folder, with the programs on the PATH.
     Output Run(const std::string& line) const {
         return RunProgram(
-            {"sh", "-c",
+            {"bash", "-c",
              "cd " + folder_.string() + "; PATH=" TRELVO_BIN_DIR ":$PATH; export TZ=UTC; " + line});
     }
 
-    std::filesystem::path folder_;
+    const std::filesystem::path folder_ = "/tmp/test";
 };
 
 }  // namespace test_support
