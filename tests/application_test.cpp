@@ -23,9 +23,9 @@ CTREventManager& Manager() {
 
 // What a launch with these values of the four required keys does on the main thread.
 std::string Launch(const char* tags, const char* levels, const char* buffer, const char* mode,
-                   const std::pair<const std::string, std::string>& further = {}) {
-    Platform().launch_arguments = {
-        {"LOGTAG", tags}, {"LOGLEVEL", levels}, {"RQBBUFFER", buffer}, further};
+                   std::map<std::string, std::string> further = {}) {
+    further.insert({{"LOGTAG", tags}, {"LOGLEVEL", levels}, {"RQBBUFFER", buffer}});
+    Platform().launch_arguments = std::move(further);
     if (mode != nullptr) {
         Platform().launch_arguments["POLICYMODE"] = mode;
     }
@@ -75,9 +75,8 @@ TEST(ApplicationTest, FirstLaunchConfiguresAndLaterOnesDump) {
 
 TEST(ApplicationTest, LinesThatMatchAskForOneDumpInARest) {
     InFreshProcess([] {
-        Platform().launch_arguments = {{"DLOGDUMPDELAY", "0"}, {"DLOGDUMPREST", "1000"}};
         app_create(nullptr);
-        EXPECT_THAT(Launch("A", "I", "1", "0", {"DLOGDUMPMODE", "match"}),
+        EXPECT_THAT(Launch("A", "I", "1", "0", {{"DLOGDUMPMODE", "match"}}),
                     testing::HasSubstr("E DLOGDUMPMODE has match, but there is no DLOGDUMPMATCH"));
         MatchTrigger& trigger = MatchTrigger::Instance();
         for (const char* items : {"", "A", "A:", ":E", "A:X", "A:Ex", "A:E&", "A:E&&B:E"}) {
@@ -107,7 +106,11 @@ TEST(ApplicationTest, LinesThatMatchAskForOneDumpInARest) {
     });
     InFreshProcess([] {
         app_create(nullptr);
-        MatchTrigger::Instance().Enable({"A:E", 1, 1});
+        Launch("A", "I", "1", "0",
+               {{"DLOGDUMPMODE", "match"},
+                {"DLOGDUMPMATCH", "A:E"},
+                {"DLOGDUMPDELAY", "1"},
+                {"DLOGDUMPREST", "0"}});
         const auto match = [] {
             MatchTrigger::Instance().Look("A", 'E', "");
             status::DumpEnded("", "");
@@ -140,8 +143,8 @@ TEST(ApplicationTest, FirstLaunchThatLacksSomething) {
                       "; E Unable to launch Dlog command: " + command + "; ui_app_exit");
     });
     InFreshProcess([] {
-        const std::string done = Launch("A/B/C", "D", "-1", "0");
-        EXPECT_NE(done.find(" -v kerneltime A:D B:D C:D &; "), std::string::npos) << done;
+        const std::string done = Launch("A/B/C", "D/W", "-1", "0");
+        EXPECT_NE(done.find(" -v kerneltime A:D B:W C:W &; "), std::string::npos) << done;
         EXPECT_EQ(CDataProvider::Instance()->GetBufferSize(), ~0ULL << 10);
     });
 }
@@ -163,6 +166,12 @@ TEST(ApplicationTest, FurtherKeysOfTheFirstLaunchTakeTheirWordsOnly) {
         {"RQBHISTORY", "-1", "E " + many + "[-1]; ui_app_exit"},
         {"RQBHISTORY", " 1", "E " + many + "[ 1]; ui_app_exit"},
         {"RQBHISTORY", "64k", "E " + many + "[64k]; ui_app_exit"},
+        {"DLOGDUMPREST", "1000000", "[10485760]Bytes"},
+        {"DLOGDUMPDELAY", "1000001",
+         "E DLOGDUMPDELAY must be a number of seconds from 0 to 1000000, not [1000001]; "
+         "ui_app_exit"},
+        {"DLOGDUMPMATCH", "A",
+         "E DLOGDUMPMATCH must be TAG:LEVEL or TAG:LEVEL:TEXT, joined by &, not [A]; ui_app_exit"},
         {"DUMPFORM", "plain", "[10485760]Bytes"},
         {"DUMPFORM", "zst", "E DUMPFORM must be plain or zstd, not [zst]; ui_app_exit"}};
     for (const auto& [key, word, expected] : rows) {
@@ -170,7 +179,10 @@ TEST(ApplicationTest, FurtherKeysOfTheFirstLaunchTakeTheirWordsOnly) {
             Platform().feature_value = 1;
             CDataProvider::Instance();
             Manager();
-            const std::string log = Launch("A", "I", "1", "0", {key, word});
+            std::map<std::string, std::string> further{{"DLOGDUMPMODE", "match"},
+                                                       {"DLOGDUMPMATCH", "A:E"}};
+            further[key] = word;
+            const std::string log = Launch("A", "I", "1", "0", further);
             EXPECT_THAT(log, testing::EndsWith(expected)) << key << word;
             EXPECT_EQ(log.find("system ") == std::string::npos, expected[0] == 'E') << key << word;
         });

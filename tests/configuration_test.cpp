@@ -63,8 +63,9 @@ TEST(Launch, WhatCannotBeBelievedGetsALineForEachFault) {
          {"DLOGDUMPMODE: 'bufferful' is not one of timer, poweroff, bufferfull, match, did you "
           "mean 'bufferfull'?",
           "DLOGDUMPVALUE: missing;"}},
-        {with({"DLOGDUMPMODE=match", "DLOGDUMPVALUE=2147483648"}),
-         {"DLOGDUMPVALUE: '2147483648' is not", "DLOGDUMPMATCH: missing;"}},
+        {with({"DLOGDUMPMODE=match", "DLOGDUMPVALUE=2147483648", "RQBHISTORY=1000000000"}),
+         {"DLOGDUMPVALUE: '2147483648' is not", "DLOGDUMPMATCH: missing;",
+          "RQBHISTORY: '1000000000' is not"}},
         {with({"DLOGDUMPMATCH=a:E"}), {"DLOGDUMPMODE: lacks the word match"}},
         {with({"DLOGDUMPMODE=match", "DLOGDUMPMATCH=*:F&a:E:x:y&b&c:Q&d:W:", "DLOGDUMPREST=-1"}),
          {"DLOGDUMPREST: '-1' is not a number of seconds", "DLOGDUMPMATCH: 'b' is not TAG:LEVEL",
@@ -124,7 +125,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
             {"sed", "-E", "s/^#([a-z-]+ = )/\\1/; s/^(triggers = ).*/\\1timer; match/", installed})
             .out;
     EXPECT_THAT(all, HasSubstr("\nmatch-rest = 60\n"));
-    WriteFile("/tmp/all.conf", all + "[recorder]\ntags = a:b:I\n");
+    WriteFile("/tmp/all.conf", all + "[recorder]\ntags = a:b:I;\n");
     EXPECT_EQ(RunProgram({kTrelvo, "--check", "/tmp/all.conf"}).status, 0);
     std::filesystem::remove(kFile);
 }

@@ -30,6 +30,7 @@
 #include "dlogutil/losses.h"
 #include "dlogutil/options.h"
 #include "dlogutil/rotating_file.h"
+#include "dlogutil/sync_server.h"
 #include "support/journal.h"
 #include "support/process.h"
 #include "support/sanitizers.h"
@@ -95,6 +96,10 @@ TEST(Options, FiltersSelectByTagAndLevel) {
         }
         EXPECT_EQ(passing, row.passing) << row.filters;
     }
+    setenv("TRELVO_SERVICE_TAG", "A", 1);
+    EXPECT_FALSE(Parse("*:V").filters.Passes("A", 'F'));
+    EXPECT_TRUE(Parse("A:V").filters.Passes("A", 'V')) << "it is named";
+    unsetenv("TRELVO_SERVICE_TAG");
 }
 
 // "NAME=value|NAME=value"
@@ -117,7 +122,7 @@ TEST(LineFormat, EntriesBecomeLines) {
         const char* fields;
         const char* lines;
     } const rows[] = {
-        {"MESSAGE=hi|PRIORITY=4|SYSLOG_IDENTIFIER=tag|_COMM=prog|_PID=10",
+        {"MESSAGE=hi|PRIORITY=4|SYSLOG_IDENTIFIER=tag|_COMM=prog|_PID=10|SYSLOG_PID=9",
          "12.005 W/tag     (P10, T10): prog: prog(0) > hi\n"},
         {"MESSAGE=hi|_COMM=systemd|TID=11|SYSLOG_PID=9|CODE_FILE=../a/b.c|CODE_FUNC=f|CODE_LINE=52",
          "12.005 I/systemd (P9, T11): b.c: f(52) > hi\n"},
@@ -475,8 +480,12 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
     send();
     send();
     EXPECT_NE(NextLine(follower, "counted"), "");
-    JournalFollower successor(follower.Place());
+    JournalPlace place = follower.Place();
+    place.counts = {7, 8, UINT64_MAX / 2};
+    JournalFollower successor(place);
     EXPECT_THAT(NextLine(successor, "counted"), HasSubstr("> <" + std::to_string(sent) + ">\n"));
+    EXPECT_EQ(successor.Place().counts.last_usec, UINT64_MAX / 2) << "no time runs backwards";
+    EXPECT_EQ(successor.Lost() + successor.UncountedGaps(), 15U);
 }
 
 TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {
@@ -552,6 +561,49 @@ TEST(LossReport, SaysWhatIsNewOnceAMinute) {
     EXPECT_EQ(report.Next(counts), std::nullopt);
 }
 
+// The capture's socket, or another one.
+port::UniqueFd Connect(const std::string& path = "/tmp/capture/file.sync", int type = SOCK_STREAM) {
+    port::UniqueFd fd(socket(AF_UNIX, type, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(address.sun_path, path.size());
+    EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return fd;
+}
+
+TEST(SyncServer, OfClientsThatGoAwayWhileTheJournalIsAskedNothingIsLeft) {
+    const auto listen_at = [](const std::string& path) {
+        port::UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        sockaddr_un address{AF_UNIX, {}};
+        path.copy(address.sun_path, path.size());
+        EXPECT_EQ(bind(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd.Get(), 9), 0);
+        return fd;
+    };
+    fs::create_directories("/run/systemd/journal");
+    const port::UniqueFd journal = listen_at("/run/systemd/journal/io.systemd.journal");
+    SyncServer server(listen_at("/tmp/sync"));
+    const auto process = [&server] {  // returns for how many descriptors it waits then
+        std::vector<pollfd> waits;
+        server.Process();
+        server.AddTo(waits);
+        return std::count_if(waits.begin(), waits.end(), [](pollfd& wait) { return wait.fd >= 0; });
+    };
+    std::optional<port::UniqueFd> client(Connect("/tmp/sync"));
+    EXPECT_EQ(process(), 3);
+    EXPECT_TRUE(port::UniqueFd(accept(journal.Get(), nullptr, nullptr)));
+    client.reset();
+    EXPECT_EQ(process(), 1);
+    client.emplace(Connect("/tmp/sync"));
+    EXPECT_EQ(process(), 3);
+    const port::UniqueFd asked(accept(journal.Get(), nullptr, nullptr));
+    EXPECT_FALSE(server.NeedsReading());
+    EXPECT_EQ(send(asked.Get(), "{}", 3, 0), 3);
+    process();
+    EXPECT_TRUE(server.NeedsReading());
+    server.Answer();
+    EXPECT_TRUE(test_support::WaitForInput(client->Get()));
+}
+
 // The program on a journal, writing to kFile.
 class CaptureTest : public testing::Test {
 protected:
@@ -571,14 +623,25 @@ protected:
                                                 [] { return fs::exists(kFile + ".sync"); }));
     }
 
-    // Connects to the capture's socket, or another one.
-    static port::UniqueFd Connect(const std::string& path = kFile + ".sync",
-                                  int type = SOCK_STREAM) {
-        port::UniqueFd fd(socket(AF_UNIX, type, 0));
-        sockaddr_un address{AF_UNIX, {}};
-        path.copy(address.sun_path, path.size());
-        EXPECT_EQ(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        return fd;
+    // Hands on what a service does, and hears how the capture is.
+    void Keep() {
+        memory_ = port::UniqueFd(memfd_create("state", 0));
+        int ends[2] = {-1, -1};
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+        keeper_ = port::UniqueFd(ends[0]);
+        capture_end_ = port::UniqueFd(ends[1]);
+        environment_.push_back("TRELVO_CAPTURE_FD=" + std::to_string(memory_.Get()));
+        environment_.push_back("TRELVO_KEEPER_FD=" + std::to_string(ends[1]));
+    }
+
+    // Goes on to the state that begins so. False at the limit.
+    [[nodiscard]] bool IsTold(const std::string& state) const {
+        std::string message;
+        while (message.find(state) != 0 && test_support::WaitForInput(keeper_.Get())) {
+            message.resize(4096);
+            message.resize(static_cast<size_t>(read(keeper_.Get(), message.data(), 4096)));
+        }
+        return message.find(state) == 0;
     }
 
     // What the capture answers before it closes.
@@ -620,6 +683,7 @@ protected:
     test_support::Journal journal_;
     std::vector<std::string> numbers_;
     std::vector<std::string> environment_{"env"};
+    port::UniqueFd memory_, keeper_, capture_end_;
     std::optional<test_support::Process> capture_;
 };
 
@@ -686,7 +750,8 @@ TEST_F(CaptureTest, TablesLearnTheSameFromTheJournalItself) {
 
 TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
     SKIP_WHERE_SANITIZED();
-    Start({"MARK:V", "LOAD:V"});
+    Start({"MARK:V", "LOAD:V", "trelvo.sync:V"});
+    Log("trelvo.sync", "another capture's");
     const fs::path journal = "/run/systemd/journal/io.systemd.journal";
     int count = 0;
     for (const bool is_root : {true, false}) {
@@ -710,7 +775,7 @@ TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
                     const port::UniqueFd log = Connect("/run/systemd/journal/dev-log", SOCK_DGRAM);
                     (void)write(log.Get(), datagram.data(), datagram.size());
                 }
-                const port::UniqueFd gone = Connect();
+                Connect();  // and goes away
                 EXPECT_EQ(Answer(Connect()), "k");
                 EXPECT_NE(ReadFile(kFile).rfind("> " + text + "\n"), std::string::npos) << text;
             }
@@ -725,12 +790,11 @@ TEST_F(CaptureTest, WhatWasLoggedBeforeIsThereWhenItAnswers) {
 
 // As a service does, this reads the rotated files, removes them, and starts the capture anew.
 TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
-    const port::UniqueFd memory(memfd_create("state", 0));
     int lifeline[2] = {-1, -1};
     ASSERT_EQ(pipe(lifeline), 0);
     const port::UniqueFd read_end(lifeline[0]);
     const port::UniqueFd write_end(lifeline[1]);
-    environment_.push_back("TRELVO_CAPTURE_FD=" + std::to_string(memory.Get()));
+    Keep();
     environment_.push_back("TRELVO_LIFELINE_FD=" + std::to_string(read_end.Get()));
     std::atomic<bool> done = false;
     size_t sent = 0;
@@ -794,13 +858,25 @@ TEST_F(CaptureTest, AFullFileSystemLosesNothing) {
     SKIP_WHERE_SANITIZED();
     fs::create_directory("/tmp/capture");
     ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", 0, "size=64k,mode=0700"), 0);
+    Keep();
     Start({"COUNTED:V"});
     test_support::LogFollower log("dlogutil");
     LogNumbers(1000);
     ASSERT_NE(log.WaitFor("cannot write, will try again: No space left"), "");
+    EXPECT_TRUE(IsTold("Salive=0\nreason=cannot write: No space left"));
     LogNumbers(1000);
     ASSERT_EQ(mount("tmpfs", "/tmp/capture", "tmpfs", MS_REMOUNT, "size=1m"), 0);
     EXPECT_EQ(Captured("COUNTED"), numbers_);
+    EXPECT_TRUE(IsTold("Salive=1\nreason=\n"));
+    rlimit before{};
+    ASSERT_EQ(prlimit(capture_->Pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit none{10, before.rlim_max};  // enough to poll, too few for another journal
+    ASSERT_EQ(prlimit(capture_->Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    fs::rename("/run/log/journal", "/run/log/away");
+    fs::rename("/run/log/away", "/run/log/journal");
+    EXPECT_TRUE(IsTold("Salive=0\nreason="));
+    ASSERT_EQ(prlimit(capture_->Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_TRUE(IsTold("Salive=1\nreason=\n"));
     capture_.reset();
     (void)umount2("/tmp/capture", MNT_DETACH);
 }
@@ -834,6 +910,7 @@ TEST_F(CaptureTest, StoppedItLosesNothingThatTheJournalKeepsAndCountsTheRest) {
 
 TEST_F(CaptureTest, HoldsNoHugeEntry) {
     SKIP_WHERE_SANITIZED();
+    Keep();
     Start({"HUGE:V"});
     const std::string huge(size_t{64} << 20, 'x');
     test_support::Journal::Send({"SYSLOG_IDENTIFIER=HUGE", "MESSAGE=" + huge});
@@ -845,6 +922,9 @@ TEST_F(CaptureTest, HoldsNoHugeEntry) {
                 ElementsAre(HasSubstr("an entry left out, it cannot be read: "), "hi", "after"));
     const std::string status = ReadFile("/proc/" + std::to_string(capture_->Pid()) + "/status");
     EXPECT_LT(std::stol(status.substr(status.find("VmData:") + 7)), 24576);
+    EXPECT_TRUE(IsTold("Salive=1\nreason=\nlost_unreadable=1\n"));
+    Start({"HUGE:V"});
+    EXPECT_TRUE(IsTold("Salive=1\nreason=\nlost_unreadable=1\n")) << "its successor";
 }
 
 }  // namespace

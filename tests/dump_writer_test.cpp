@@ -197,8 +197,9 @@ TEST(DumpWriterTest, AFailedStepLeavesNoFileAndSaysWhy) {
             {"sync", "fsync", 1, EIO, "Could not copy file: error code: Input/output error", 0},
             {"name", "rename", 1, EACCES, "Could not copy file: error code: Permission denied", 0},
             {"link", "rename", 1, EINVAL, "Completed", 1},
-            {"sync not known", "fsync", 2, EINVAL, "Completed", 2},
-            {"sync of the name", "fsync", 2, EIO, "Could not copy file: error code: Input", 3},
+            {"no such call", "rename", 1, ENOSYS, "Completed", 2},
+            {"sync not known", "fsync", 2, EINVAL, "Completed", 3},
+            {"sync of the name", "fsync", 2, EIO, "Could not copy file: error code: Input", 4},
         };
         std::string whole;
         for (const auto& row : rows) {
@@ -352,6 +353,7 @@ TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced
         WriteFile("/tmp/out/trelvo.dump", "earlier");
         const std::string hidden = "/tmp/out/.trelvo-0123456789abcdef.part";
         WriteFile(hidden, "left by a crash");
+        WriteFile("/tmp/out/.trelvo-notes", "somebody's own");
         fs::create_symlink("/tmp/out/trelvo.dump", hidden + ".part");
         fs::create_hard_link("/tmp/out/trelvo.dump", "/tmp/out/.trelvo-2.part");
         const FileDescriptor writer(open("/tmp/out/.trelvo-3.part", O_CREAT | O_RDWR, 0600));
@@ -386,8 +388,8 @@ TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced
         EXPECT_EQ(fs::remove(theirs), is_theirs);
         EXPECT_EQ(Names("/tmp/out"),
                   (std::vector<std::string>{".trelvo-0123456789abcdef.part.part", ".trelvo-2.part",
-                                            ".trelvo-3.part", "trelvo.dump", "trelvo_1.dump",
-                                            "trelvo_2.dump"}));
+                                            ".trelvo-3.part", ".trelvo-notes", "trelvo.dump",
+                                            "trelvo_1.dump", "trelvo_2.dump"}));
         EXPECT_EQ(ReadFile("/tmp/out/trelvo.dump"), "earlier");
         Bytes image = Snapshot(false);
         for (const char* name : {"/tmp/out/trelvo_1.dump", "/tmp/out/trelvo_2.dump"}) {
@@ -468,6 +470,7 @@ TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
         const std::string self = kGet + "I Dumping to File Started..[" + kTemporary +
                                  "]; I Dump to File[" + kCollecting + "trelvo.dump] Completed";
         hold(true);
+        manager.RequestDumpOnFile("/tmp/out");
         manager.RequestDumpOnFullBuffer();
         manager.RequestDumpOnFile("/tmp/out");
         EXPECT_EQ(Dump([&](CTREventManager&) { (hold(false), Signal(manager)); }), self);

@@ -636,7 +636,9 @@ TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
         fs::permissions("/tmp", fs::perms::all);
         fs::copy(kBin + "trelvo", "/tmp/program");
         stranger.resize(4);
-        stranger.insert(stranger.end(), {"env", "XDG_RUNTIME_DIR=/run", "/tmp/program"});
+        stranger.insert(stranger.end(), {"env", "XDG_RUNTIME_DIR=run", "/tmp/program"});
+        EXPECT_THAT(RunProgram(stranger).err, HasSubstr("XDG_RUNTIME_DIR does not name a folder"));
+        stranger[5] = "XDG_RUNTIME_DIR=/run";
         service_.emplace(stranger);
         ASSERT_TRUE(
             WaitForChange("/run/trelvo", [] { return fs::exists("/run/trelvo/launch.sock"); }));

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <boost/thread/exceptions.hpp>
@@ -89,7 +89,7 @@ protected:
         };
         provider_.m_GetDataBuffer();
         Platform().on_event = nullptr;
-        return Platform().Take();
+        return Platform().Take(true);
     }
 
     CDataProvider& provider_ = *CDataProvider::Instance();
@@ -185,8 +185,10 @@ TEST_F(PipelineTest, TheSameLimitOnMemoryKeepsMore) {
         std::map<bool, size_t> kept;
         for (const bool count_memory : {false, true}) {
             Snapshot(true);
-            provider_.SetHistorySize(kib);
+            SetLimit(0, 1, false, 0);
             provider_.SetBufferCount(count_memory);
+            provider_.SetHistorySize(kib);
+            const size_t free = HeapInUse();
             unsigned fed = 0;
             for (; fed < kib * 100; ++fed) {  // four a second
                 const std::string text = Line(std::to_string(fed * 7919 % 10007), 50);
@@ -195,6 +197,7 @@ TEST_F(PipelineTest, TheSameLimitOnMemoryKeepsMore) {
                     Feed(std::to_string(fed / 4) + Line("large", kib << 11U).substr(1));
                 }
             }
+            EXPECT_LE(HeapInUse() - free, count_memory ? kib << 10U : kib << 12U) << kib;
             kept[count_memory] = provider_.GetRecordCount();
             CDataProvider::Statistics statistics;
             ASSERT_TRUE(provider_.ReadStatistics(statistics));
@@ -266,30 +269,25 @@ TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
     Snapshot(true);
     usleep(10000);  // for another time
     EXPECT_EQ(newest_at(), told) << "nothing newer was logged";
-    CDataProvider::Statistics statistics;
-    ASSERT_TRUE(provider_.ReadStatistics(statistics));
-    EXPECT_EQ(statistics.records + statistics.recordBytes, 0U);
-    EXPECT_EQ(statistics.newestMs, 0);
+    status::DumpPending("full");
+    EXPECT_THAT(Platform().Status(), testing::HasSubstr("\npending=1\n"));
     Feed("5.0 I/T(P 1, T 2): f > [after]");
     Feed("6.0 I/T(P 1, T 2): f > [last]");
-    ASSERT_TRUE(provider_.ReadStatistics(statistics));
-    EXPECT_EQ(statistics.records, 2U);
-    EXPECT_EQ(statistics.oldestMs, 5000);
-    EXPECT_EQ(statistics.newestMs, 6000);
-}
-
-// A dump that asks while the reader finds a rotated file has not got all of the current one.
-TEST(CatchUpTest, OnlyAPassOverTheCurrentFileAloneIsCaughtUp) {
-    CatchUp& catch_up = CatchUp::Instance();
-    for (const bool is_complete : {false, true}) {
-        catch_up.SetFollowing(true);
-        std::thread dump([&] { catch_up.Wait(boost::chrono::seconds(10)); });
-        catch_up.Pause(boost::chrono::seconds(10), true);  // until it asks
-        catch_up.Pause(boost::chrono::seconds(0), is_complete);
-        catch_up.SetFollowing(false);
-        dump.join();
-        EXPECT_EQ(catch_up.HasCaughtUp(), is_complete);
-    }
+    Feed("5.9 I/T(P 1, T 2): f > [late]");
+    status::DumpPending("timer");
+    status::DumpEnded("/a\nb=1", "no\nroom=1");
+    EXPECT_THAT(
+        Platform().Status(),
+        testing::MatchesRegex(
+            "version=[0-9.]+\npid=" + std::to_string(getpid()) +
+            "\nstarted=[0-9]{10}\naccepted=3\nrefused=1\ndropped=0\nrecords=2\nrecord_bytes=20\n"
+            "memory_bytes=" +
+            std::to_string(provider_.GetHistoryMemory()) +
+            "\nlimit_bytes=1048576\ncount=records\noldest_ms=5000\nnewest_ms=6000\nnewest_at=[0-9]+"
+            "\n"
+            "policy_version=\ntables=0\ndumps=3\npending=0\nlast_dump_time=[0-9]{10}\n"
+            "last_dump_trigger=timer\nlast_dump_path=/a b=1\nlast_dump_result=no room=1\n"
+            "last_dump_current=0\nsuppressed=0\nnow=[0-9]+\n"));
 }
 
 TEST_F(PipelineTest, ExceptionEndsTheReaderAndLeavesTheBufferLocked) {
@@ -305,16 +303,32 @@ TEST_F(PipelineTest, ExceptionEndsTheReaderAndLeavesTheBufferLocked) {
 }
 
 TEST_F(PipelineTest, FollowsTheCurrentFileAndDrainsTheRotatedOne) {
+    CatchUp& catch_up = CatchUp::Instance();
+    std::string dumped;
+    std::thread dump;
+    const auto ask = [&] {
+        catch_up.Wait(boost::chrono::seconds(10));
+        dumped = Names();
+    };
     WriteLines(kCurrent, "a", 5);
-    const std::string log =
-        Follow({[] { WriteLines(kCurrent, "a", 8); }, [] { WriteLines(kCurrent, "b", 3); },
-                [] { WriteLines(kRotated, "a", 12); }, [] {}});
+    const std::string log = Follow({[] { WriteLines(kCurrent, "a", 8); },
+                                    [&] {
+                                        WriteLines(kCurrent, "b", 3);
+                                        dump = std::thread(ask);
+                                    },
+                                    [] { WriteLines(kRotated, "a", 12); }, [] {}});
+    dump.join();
     EXPECT_EQ(Names(), "[a1][a2][a3][a4][a5][a6][a7][a8][a9][a10][a11][a12][b1][b2][b3]");
+    EXPECT_EQ(dumped, Names()) << "a dump waits for the file behind the rotated one as well";
+    EXPECT_TRUE(catch_up.HasCaughtUp());
+    catch_up.Wait(boost::chrono::seconds(10));
+    EXPECT_FALSE(catch_up.HasCaughtUp()) << "nobody reads any more";
     EXPECT_EQ(log.substr(log.find(kRead)),
               kRead + "[5]; " + kRead + "[8]; " + kRead + "[3]; " + kSwitch +
                   "; I Lines Read from " + kRotated + ": [4]; " + kRead +
                   "[3]; E exception: =[TRELVO_BUFFER could not be opened]; I Finished");
     EXPECT_FALSE(fs::exists(kRotated));
+    EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nrecords=")) << "told after a pass";
 }
 
 TEST_F(PipelineTest, WhatRotatesUnseenIsMistaken) {

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <bitset>
 #include <cstring>
@@ -12,7 +12,9 @@
 #include "CTRXMLParser.h"
 #include "CUtility.h"
 #include "CodeTable.h"
+#include "Main.h"
 #include "SourceDictionary.h"
+#include "Status.h"
 #include "support/failing_memory.h"
 #include "support/platform_fake.h"
 #include "support/process.h"
@@ -157,7 +159,7 @@ TEST(CodeTableTest, ATableBeyondItsBoundsOrFolderCostsItsOwnTagOnly) {
                       " as with recursive n (i) as (select 1 union all select i + 1 from n) " +
                           select);
     };
-    std::string policy = "<r>";
+    std::string policy = "<r><policy version='1&#10;pid=2'/>";
     for (const char* name :
          {"rows", "full", "endless", "wide", "row", "sort", "../Default.x", "a/../good"}) {
         policy += std::string("<db logtag='") + name + "' name='" + name + "'/>";
@@ -173,26 +175,38 @@ TEST(CodeTableTest, ATableBeyondItsBoundsOrFolderCostsItsOwnTagOnly) {
     for (const char* name : {"good", "../Default.x"}) {
         MakeCodeTable(kDefault + "/" + name, "('hi', '00000010')");
     }
-    CDBOperations::Instance()->SetLimits({1000, 1024, 1});
-    const std::string log = Load(0);
-    CDBOperations::Instance()->SetLimits({});
-    const std::string refusal = "E No codes for logtag [";
-    for (const std::string& line :
-         {refusal + "rows]: its table takes more than 1000 rows",
-          "I HMap created for logtag [full]"s, refusal + "endless]: its table takes more than 1 s",
-          refusal + "wide]: its table takes more than 1024 KiB",
-          refusal + "row]: its table takes more than 1024 KiB",
-          refusal + "sort]: its table takes more than 1024 KiB",
-          "I DB FILE PATH = " + kDefault + "/../Default.x; E DB FILE PATH = " + kDefault +
-              "/../Default.x refused: not in " + kDefault + "; I DLOG",
-          "I HMap created for logtag [a/../good]"s}) {
-        EXPECT_NE(log.find(line), std::string::npos) << line;
-    }
-    size_t errors = 0;
-    for (size_t at = log.find("; E "); at != std::string::npos; at = log.find("; E ", at + 1)) {
-        ++errors;
-    }
-    EXPECT_EQ(errors, 6U) << log;
+    InFreshProcess([] {
+        Platform().launch_arguments = {{"LOGTAG", "A"},        {"LOGLEVEL", "I"},
+                                       {"RQBBUFFER", "1"},     {"POLICYMODE", "0"},
+                                       {"POLICYROWS", "1000"}, {"POLICYKIB", "1024"},
+                                       {"POLICYSECONDS", "1"}};
+        app_control(nullptr, nullptr);
+        const std::string end = "E exception: =[TRELVO_BUFFER could not be opened]";
+        EXPECT_TRUE(Platform().WaitFor(end));
+        std::string log = Platform().Take();
+        log.resize(log.find("; " + end));
+        const std::string refusal = "E No codes for logtag [";
+        for (const std::string& line :
+             {refusal + "rows]: its table takes more than 1000 rows",
+              "I HMap created for logtag [full]"s,
+              refusal + "endless]: its table takes more than 1 s",
+              refusal + "wide]: its table takes more than 1024 KiB",
+              refusal + "row]: its table takes more than 1024 KiB",
+              refusal + "sort]: its table takes more than 1024 KiB",
+              "I DB FILE PATH = " + kDefault + "/../Default.x; E DB FILE PATH = " + kDefault +
+                  "/../Default.x refused: not in " + kDefault + "; I DLOG",
+              "I HMap created for logtag [a/../good]"s}) {
+            EXPECT_NE(log.find(line), std::string::npos) << line;
+        }
+        size_t errors = 0;
+        for (size_t at = log.find("; E "); at != std::string::npos; at = log.find("; E ", at + 1)) {
+            ++errors;
+        }
+        EXPECT_EQ(errors, 6U) << log;
+        status::DumpEnded("", "");
+        EXPECT_THAT(Platform().Status(),
+                    testing::HasSubstr("\npolicy_version=1 pid=2\ntables=2\n"));
+    });
 }
 
 TEST(CodeTableTest, PolicyComesFromTheModesFolderOrTheDefaultOne) {

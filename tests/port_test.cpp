@@ -21,6 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "capture_watch.h"
+#include "dlog_threshold.h"
 #include "handles.h"
 #include "support/fake_logind.h"
 #include "support/process.h"
@@ -144,6 +146,9 @@ TEST(App, UnusableFoldersAreNamed) {
     fs::permissions(folder, fs::perms::owner_all | fs::perms::others_exec);
     EXPECT_THAT(run({}), StartsWith("-5 trelvo: /run/trelvo: "));
     fs::remove(folder);
+    fs::create_directory_symlink("/opt", "/tmp/Trelvo_Dump");
+    EXPECT_THAT(run({}), StartsWith("-5 trelvo: /tmp/Trelvo_Dump: "));
+    fs::remove("/tmp/Trelvo_Dump");
     for (const fs::perms mode : {fs::perms::group_write, fs::perms::others_write}) {
         fs::create_directory("/tmp/Trelvo_Dump");
         fs::permissions("/tmp/Trelvo_Dump", fs::perms::owner_all | mode);
@@ -152,38 +157,52 @@ TEST(App, UnusableFoldersAreNamed) {
     }
 }
 
-TEST(App, ACaptureIsStartedUntilItStaysAndItsLastWordsCount) {
-    constexpr const char* kCapture = "/tmp/trelvo/RQB_Buffer";
-    umask(S_IRWXG | S_IRWXO);
-    fs::create_directory("/tmp/trelvo");
-    WriteFile(kCapture, "of another boot");
+TEST(CaptureWatch, ACaptureIsStartedUntilItStaysAndNoTimerOutlivesItsUse) {
     const fs::path published = "/run/trelvo/vconf/memory/trelvo/capture";
-    EXPECT_EQ(vconf_set_str("memory/trelvo/capture", "of an earlier one"), 0);
-    Service service(kFirst, [](const std::string& /*start*/) {});
-    auto result = service.Start();
-    EXPECT_FALSE(fs::exists(published));
-    EXPECT_EQ(test_support::ReadFile(kCapture), "");
+    fs::remove(published);
+    port::CaptureWatch watch;
     const auto say = [](const std::string& message) {
         const int fd = std::atoi(std::getenv("TRELVO_KEEPER_FD"));
         EXPECT_GT(send(fd, message.data(), message.size(), 0), 0);
     };
-    const auto is_told = [&](const std::string& text) {
-        return test_support::WaitForChange(published.parent_path(), [&] {
-            return test_support::ReadFile(published).find(text) == 0;
-        });
+    const auto run_until = [](const std::function<bool()>& holds) {
+        while (!holds()) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
     };
+    const auto run_until_told = [&](const std::string& text) {
+        run_until([&] { return test_support::ReadFile(published).find(text) == 0; });
+    };
+    const auto milliseconds_to_a_timer = [] {
+        int priority = 0;
+        int timeout = 0;
+        GMainContext* const context = g_main_context_default();
+        g_main_context_acquire(context);
+        g_main_context_prepare(context, &priority);
+        g_main_context_query(context, priority, &timeout, nullptr, 0);
+        g_main_context_release(context);
+        return timeout;
+    };
+    watch.Expect();
+    watch.Expect();
+    EXPECT_GT(milliseconds_to_a_timer(), 0);
     say("Salive=1\nreason=\nlost_removed=1\n");
     say("Salive=1\nreason=\nlost_removed=3\n");
-    EXPECT_TRUE(is_told("alive=1\nreason=\nrestarts=0\nlost_removed=3\n"));
-    test_support::Process capture({"true"});
-    EXPECT_EQ(capture.Wait(), 0);
+    run_until_told("alive=1\nreason=\nrestarts=0\nlost_removed=3\n");
+    test_support::Process capture({"sleep", "1000"});
     say("C" + std::to_string(capture.Pid()) + '\0' + "/tmp/late");
-    EXPECT_TRUE(is_told("alive=0\nreason=/tmp/late: No such file or directory\nrestarts="));
-    WriteFile("/tmp/late", "#!/bin/sh\ntouch /tmp/started\n");
+    g_main_context_iteration(nullptr, TRUE);
+    EXPECT_EQ(milliseconds_to_a_timer(), -1) << "it has come";
+    capture.Signal(SIGKILL);
+    run_until_told("alive=0\nreason=/tmp/late: No such file or directory\nrestarts=");
+    WriteFile("/tmp/late", "#!/bin/sh\nmv /tmp/late /tmp/started\n");
     fs::permissions("/tmp/late", fs::perms::owner_all);
-    EXPECT_TRUE(test_support::WaitForChange("/tmp", [] { return fs::exists("/tmp/started"); }));
-    kill(getpid(), SIGTERM);
-    EXPECT_EQ(result.get(), APP_ERROR_NONE);
+    run_until([] { return fs::exists("/tmp/started"); });
+    fs::remove(published);
+    run_until_told("alive=0\nreason=/tmp/late: No such file or directory\nrestarts=");
+    EXPECT_GT(milliseconds_to_a_timer(), 0);
+    watch.Stop();
+    EXPECT_EQ(milliseconds_to_a_timer(), -1);
 }
 
 TEST(Vconf, ValuesAreTextThatAnOperatorMayWrite) {
@@ -240,7 +259,14 @@ TEST(SystemInfo, OnlyWholeNumbersUnderTheKeyCount) {
 
 TEST(Dlog, WithoutAJournalMessagesGoToStandardError) {
     const std::string text(5000, 'x');
+    const std::string level = std::getenv("TRELVO_LOG_LEVEL");
     testing::internal::CaptureStderr();
+    unsetenv("TRELVO_LOG_LEVEL");
+    port::SetLogThreshold('E');
+    EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_WARN, "tag", "below it"), 0);
+    port::SetLogThreshold('W');
+    setenv("TRELVO_LOG_LEVEL", level.c_str(), 1);
+    port::SetLogThreshold('S');  // the environment's goes first
     errno = EEXIST;
     EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_WARN, "tag", "%s", text.c_str()), 5000);
     EXPECT_EQ(errno, EEXIST);
@@ -350,13 +376,32 @@ TEST(Power, ShutdownSleepAndTheServicesOwnEndWaitForTheDump) {
 }
 
 TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
+    constexpr const char* kCapture = "/tmp/trelvo/RQB_Buffer";
+    umask(S_IRWXG | S_IRWXO);
+    fs::create_directory("/tmp/trelvo");
     for (const bool second_signal : {false, true}) {
         setenv("TRELVO_PRIVATE_FOLDER", "/tmp", 1);
-        Service service(kFirst, [](const std::string& /*folder*/) {});
+        WriteFile(kCapture, "of another boot");
+        EXPECT_EQ(vconf_set_str("memory/trelvo/capture", "of an earlier one"), 0);
+        WriteFile("/run/trelvo/lock", "9999999999\n");
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
+        Service service({}, [](const std::string& /*folder*/) {});
         auto result = service.Start();
+        EXPECT_FALSE(fs::exists("/run/trelvo/vconf/memory/trelvo/capture"));
+        EXPECT_EQ(test_support::ReadFile(kCapture), "");
+        EXPECT_EQ(test_support::ReadFile("/run/trelvo/lock"), std::to_string(getpid()) + "\n");
+        std::map<std::string, std::string> first{{"LOGTAG", "*"},
+                                                 {"LOGLEVEL", "I"},
+                                                 {"RQBBUFFER", "64"},
+                                                 {"POLICYMODE", "0"},
+                                                 {"DLOGDUMPMODE", "poweroff"}};
+        EXPECT_THAT(Launch(first), HasSubstr("poweroff needs the system bus"));
+        first.erase("DLOGDUMPMODE");
+        EXPECT_EQ(Launch(first), "");
         Publish(7, false);
         EXPECT_THAT(Launch({{"DUMP", "/var/../tmp"}}), HasSubstr("seen by the service alone"));
         EXPECT_EQ(Launch({{"DUMP", "/tmp_of_all"}}), "");
+        Publish(8, false);
         EXPECT_EQ(Launch({{"DUMP", "/var/tmp"}, {"DUMPFORM", "zstd"}}), "");
         const auto start = std::chrono::steady_clock::now();
         kill(getpid(), SIGTERM);
@@ -364,7 +409,7 @@ TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
         if (second_signal) {
             kill(getpid(), SIGTERM);
         } else {
-            Publish(8, false);
+            Publish(9, false);
         }
         EXPECT_EQ(result.get(), APP_ERROR_NONE);
         EXPECT_LT(std::chrono::steady_clock::now() - start, kBeforeAnyLimit);

@@ -9,6 +9,7 @@
 
 #include "CDataProvider.h"
 #include "RecordPacking.h"
+#include "support/failing_memory.h"
 #include "support/platform_fake.h"
 
 namespace test_support {
@@ -85,6 +86,18 @@ TEST(SourceDictionaryTest, AgreesWithATreeAndGivesForgottenIndexesOutAgain) {
             image.erase(image.begin());
             ASSERT_EQ(image, ImageOf(model)) << record;
         }
+    }
+}
+
+TEST(SourceDictionaryTest, ItsMemoryIsWhatItTakes) {
+    const size_t free = HeapInUse();
+    SourceDictionary dictionary;
+    for (int i = 0; i < 50000; ++i) {
+        dictionary.Find("TAG" + std::to_string(i % 20000), i, i, static_cast<uint64_t>(i % 3));
+    }
+    for (const uint64_t oldest : {0U, 1U}) {
+        dictionary.Forget(oldest);
+        EXPECT_LE(HeapInUse() - free, dictionary.Memory() * 51 / 50);
     }
 }
 
