@@ -68,8 +68,8 @@ public:
     using Opener = std::function<std::unique_ptr<Input>()>;
     using Done = std::function<void(const Part&)>;
 
-    // `several`: more than one dump will be added, so overlaps have to be found. `one_boot`: they are
-    // of one boot as far as their clock lines do not say otherwise, whatever the times of their files.
+    // `several`: more than one dump will be added, so overlaps have to be found. `one_boot`: they
+    // are of one boot unless their clock lines say otherwise, whatever the times of their files.
     explicit Timeline(bool several, bool one_boot = false)
         : several_(several), one_boot_(one_boot) {}
 
