@@ -2,8 +2,8 @@
 #include "text/line_filter.h"
 
 #include <pcre2.h>
-#include <algorithm>
 
+#include <algorithm>
 #include <array>
 #include <new>
 
