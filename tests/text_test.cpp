@@ -241,7 +241,7 @@ TEST(LineFormat, SourcesAreThoseOfTheLinesOwnDumpInColumns) {
     const auto format = MakeShortFormat({}, {}, columns);
     std::string out;
     // The last one's sources are too many to be kept.
-    for (const size_t dump : {0, 1, 2}) {
+    for (const size_t dump : {0U, 1U, 2U}) {
         for (int pid = 1; pid < 3; ++pid) {
             Line line;
             line.level = 'I';
@@ -259,7 +259,7 @@ TEST(LineFormat, SourcesAreThoseOfTheLinesOwnDumpInColumns) {
 
 TEST(Units, ChangeWhereTheNextOneIsReached) {
     std::string text;
-    for (const uint64_t bytes : {1023, 1024, 1048575, 1048576, 1610612736}) {
+    for (const uint64_t bytes : {1023U, 1024U, 1048575U, 1048576U, 1610612736U}) {
         text += SizeText(bytes) + ", ";
     }
     for (const int64_t ms : {1, 59999, 60000, 3599999, 3600000, 86399999, 90000000}) {

@@ -210,7 +210,8 @@ protected:
         WriteFile(kFolder + "/collector"s, "time=7\nresult=no\\room\nfailed=1\nwaiting=5\n");
     }
     static Output Run(const std::string& form) {
-        return RunProgram({"env", "TZ=UTC", TRELVO_BIN_DIR "/trelvoctl", "status", "-o", form});
+        return RunProgram(
+            {"env", "TZ=UTC", std::string(TRELVO_BIN_DIR) + "/trelvoctl", "status", "-o", form});
     }
 
     port::UniqueFd lock_;

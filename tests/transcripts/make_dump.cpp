@@ -7,6 +7,7 @@
 // LATE before the recorder took its last line; both in ms. "\xNN" is a byte of a message.
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <regex>
@@ -14,7 +15,9 @@
 
 #include "support/dump_builder.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int MakeDump(int argc, char** argv) {
     const auto argument = [&](int i) { return argc > i ? std::string(argv[i]) : std::string(); };
     const std::regex shown(R"(([0-9.]+) ([DIWEF])/(.*?) *\(P (\d+), T (\d+)\): (.*))");
     test_support::DumpBuilder dump(argument(2));
@@ -38,4 +41,15 @@ int main(int argc, char** argv) {
     std::ofstream(argument(1), std::ios::binary)
         << dump.Image(last_ms + std::atoi(argument(4).c_str()));
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return MakeDump(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "make_dump: %s\n", error.what());
+        return 1;
+    }
 }
