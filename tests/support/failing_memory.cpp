@@ -71,6 +71,10 @@ using test_support::Real;
     }
     return memory;
 }
+// What asks like this can do without.
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
