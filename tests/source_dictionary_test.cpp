@@ -11,6 +11,7 @@
 #include "RecordPacking.h"
 #include "support/failing_memory.h"
 #include "support/platform_fake.h"
+#include "support/sanitizers.h"
 
 namespace test_support {
 namespace {
@@ -102,7 +103,7 @@ TEST(SourceDictionaryTest, ItsMemoryIsWhatItTakes) {
 }
 
 TEST(SourceDictionaryTest, SourcesThatComeAndGoNeitherFillTheMemoryNorMixUpTheRecords) {
-    constexpr int kSources = 150000;
+    constexpr int kSources = kIsSanitized ? 50000 : 150000;  // a sanitizer takes its time
     constexpr size_t kLimit = 512 << 10U;
     CDataProvider& provider = *CDataProvider::Instance();
     provider.SetHistorySize(kLimit >> 10U);
