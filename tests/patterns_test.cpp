@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "patterns/pattern_finder.h"
+#include "patterns/pattern_table.h"
 #include "support/dump_builder.h"
 #include "support/folder_test.h"
 
@@ -149,6 +150,38 @@ TEST(Patterns, HostileMessagesAreFoldedWithinTheBound) {
         return numbers;
     };
     EXPECT_EQ(run(), run()) << "the same messages give the same patterns";
+}
+
+TEST(Patterns, NoLineIsLostWhereRowsAreGatheredIntoANewPattern) {
+    const auto word = [](int number) {
+        std::string letters;
+        for (; letters.size() < 5; number /= 26) {
+            letters += static_cast<char>('a' + number % 26);
+        }
+        return letters;
+    };
+    // So many patterns that one of the last lines, which become one, brings the gathering.
+    for (int patterns = 4090; patterns <= 4096; ++patterns) {
+        PatternTable table;
+        Line line;
+        line.level = 'I';
+        const auto add = [&](const std::string& message) {
+            line.message = message;
+            static_cast<void>(table.Add(line, {}));
+        };
+        for (int i = 0; i < patterns; ++i) {
+            add('a' + word(i) + " b" + word(i) + " c" + word(i) + " d" + word(i));
+        }
+        for (int i = 0; i < 4; ++i) {
+            add("user name is logged in from " + word(100000 + i));
+        }
+        table.Finish();
+        uint64_t lines = 0;
+        for (const auto& row : table.Rows()) {
+            lines += row->count;
+        }
+        EXPECT_EQ(lines, static_cast<uint64_t>(patterns) + 4);
+    }
 }
 
 class PatternsCommand : public FolderTest {

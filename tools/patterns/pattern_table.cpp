@@ -47,11 +47,11 @@ uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms
     std::string room;
     const std::string_view message = MessageText(line, room);
     const uint32_t number = finder_.Take(message);
+    rows_.resize(finder_.Numbers());  // what is gathered may go to a new number
     if (finder_.Numbers() >= gather_at_) {
         Gather();
         gather_at_ = finder_.Numbers() + 4096;
     }
-    rows_.resize(finder_.Numbers());
     const PatternTime time{line.time_ms, boot_time_ms};
     const size_t part = PartOf(time.Ms());
     if (!rows_[number]) {
