@@ -332,6 +332,9 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
     EXPECT_EQ(ReadLog(exported.substr(0, exported.size() - 1)), expected);
     EXPECT_THAT(ReadLog("{\"MESSAGE\":[104,105,null],\"_COMM\":[\"T\",\"U\"]}\n[1]\nno\n"),
                 testing::ElementsAre("T 0/0 hi? 0", "2 0 line 2: not an entry of a journal"));
+    EXPECT_THAT(ReadLog("{\"MESSAGE\":" + std::string(300000, '[') + "104" +
+                        std::string(300000, ']') + "}"),
+                testing::ElementsAre("unknown 0/0 h 0", "0 0"));
     EXPECT_THAT(ReadLog("__A=\nMESSAGE=x\nMESSAGE=y\n\n\nMESSAGE\n\5\0\0\0\0\0\0\0abcd\n"s),
                 testing::ElementsAre("unknown 0/0 x 0", "0 0 entry 2: a field is cut off"));
 }

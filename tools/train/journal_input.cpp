@@ -159,18 +159,19 @@ private:
 };
 
 // A text, or an array of numbers where it holds other bytes; of several values the first.
-std::optional<std::string> BytesOf(const Json& value) {
-    if (value.is_string()) {
-        return value.get<std::string>();
+std::optional<std::string> BytesOf(const Json& values) {
+    const Json* value = &values;
+    while (value->is_array() && !value->empty() && !value->front().is_number()) {
+        value = &value->front();
     }
-    if (!value.is_array() || value.empty()) {
+    if (value->is_string()) {
+        return value->get<std::string>();
+    }
+    if (!value->is_array() || value->empty()) {
         return std::nullopt;
     }
-    if (!value.front().is_number()) {
-        return BytesOf(value.front());
-    }
     std::string bytes;
-    for (const Json& byte : value) {
+    for (const Json& byte : *value) {
         bytes += byte.is_number() ? static_cast<char>(byte.get<int>()) : '?';
     }
     return bytes;
