@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -56,11 +57,12 @@ protected:
     }
 
     // Waits while the service does at the n-th request what step n says; the path or the fault.
-    std::string Wait(const std::vector<std::function<void()>>& steps, bool compressed = false) {
+    std::string Wait(const std::vector<std::function<void()>>& steps, bool compressed = false,
+                     std::chrono::seconds timeout = std::chrono::seconds(20)) {
         asked_ = 0;
         DumpWaiter waiter("/run/trelvo", kFolder, compressed);
         try {
-            return waiter.Wait([&](auto) { steps.at(asked_++)(); }, std::chrono::seconds(20));
+            return waiter.Wait([&](auto) { steps.at(asked_++)(); }, timeout);
         } catch (const DumpWaitError& error) {
             return error.what();
         }
@@ -146,6 +148,29 @@ TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
               "/tmp/waited/trelvo_4.dump");
     half.close();
     EXPECT_THAT(Wait({[] { fs::remove_all(kFolder); }}), HasSubstr("was moved or removed"));
+}
+
+TEST(ServiceStatus, OnlyAServiceThatHasJustStartedIsGivenTimeToRead) {
+    // Since its start, in seconds, and the age of its newest line, in milliseconds.
+    const std::tuple<int, int, bool> rows[] = {
+        {0, 1, true},     {2, 2001, true},   {2, 1999, false},
+        {3, 9000, false}, {-3600, 9, false}, {1, 0, false},
+    };
+    for (const auto& [age, newest_age_ms, expected] : rows) {
+        ServiceStatus status;
+        status.pid = 7;
+        status.now_ms = 50000;
+        status.service = Fields("started=" + std::to_string(1000000 - age) +
+                                "\nnewest_ms=" + std::to_string(50000 - newest_age_ms));
+        EXPECT_EQ(status.IsAboutToRead(1000000), expected) << age << ' ' << newest_age_ms;
+    }
+}
+
+TEST_F(Waiting, AFullFileSystemIsTheReasonWhyNothingComes) {
+    ASSERT_EQ(mount("none", kFolder, "tmpfs", 0, "size=64k"), 0);
+    const auto fill = [] { WriteFile("/tmp/waited/else", std::string(64 << 10U, 'x')); };
+    EXPECT_EQ(Wait({fill}, false, std::chrono::seconds(1)), "/tmp/waited: the file system is full");
+    EXPECT_EQ(umount(kFolder), 0);
 }
 
 }  // namespace

@@ -44,8 +44,6 @@ using Steady = DumpWaiter::Clock;
 
 // A service that was started by the command before may not have come to its lock yet.
 constexpr std::chrono::seconds kGrace{2};
-// So long after its start, a service is given the time to read what was logged before.
-constexpr std::chrono::seconds kStart{3};
 constexpr std::chrono::milliseconds kLookAgain{20};
 
 struct DumpOptions {
@@ -59,16 +57,6 @@ std::chrono::seconds SecondsUntil(Steady::time_point time) {
                     std::chrono::seconds(1));
 }
 
-bool IsAboutToRead(const ServiceStatus& status) {
-    const auto started = status.service.Number("started");
-    if (!status.pid || !started) {
-        return false;
-    }
-    const std::chrono::seconds age(std::time(nullptr) - *started);
-    return age < kStart && status.service.Number("newest_ms").value_or(0) <
-                               status.now_ms - std::chrono::milliseconds(age).count();
-}
-
 // Hands over the request, as soon as there is a service that takes it.
 void Ask(const std::string& runtime_folder, const std::map<std::string, std::string>& request,
          Steady::time_point deadline) {
@@ -76,7 +64,8 @@ void Ask(const std::string& runtime_folder, const std::map<std::string, std::str
     const auto grace = std::min(deadline, Steady::now() + kGrace);
     for (;;) {
         try {
-            while (IsAboutToRead(ReadServiceStatus(runtime_folder)) && Steady::now() < deadline) {
+            while (ReadServiceStatus(runtime_folder).IsAboutToRead(std::time(nullptr)) &&
+                   Steady::now() < deadline) {
                 std::this_thread::sleep_for(kLookAgain);
             }
             SendLaunch(socket, request, SecondsUntil(deadline));

@@ -102,6 +102,17 @@ std::optional<int64_t> ServiceStatus::NewestAgeMs() const {
     return taken ? std::optional(std::max<int64_t>(now_ms - *taken, 0)) : std::nullopt;
 }
 
+bool ServiceStatus::IsAboutToRead(time_t now) const {
+    constexpr int64_t kStartSeconds = 3;
+    const auto started = service.Number("started");
+    if (!pid || !started) {
+        return false;
+    }
+    const int64_t age = now - *started;  // negative where the clock was set back since
+    return age >= 0 && age < kStartSeconds &&
+           service.Number("newest_ms").value_or(0) < now_ms - 1000 * age;
+}
+
 ServiceStatus ReadServiceStatus(const std::string& runtime_folder) {
     using Milliseconds = std::chrono::milliseconds;
     const std::string folder = runtime_folder + "/";

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,6 +44,9 @@ struct ServiceStatus {
     [[nodiscard]] bool IsRecording() const;
     // How long ago the newest line was taken.
     [[nodiscard]] std::optional<int64_t> NewestAgeMs() const;
+    // Whether the service has just started, at `now` on the wall clock, and has not read yet what
+    // was logged before.
+    [[nodiscard]] bool IsAboutToRead(time_t now) const;
 };
 
 // Never fails: what is missing or cannot be read is left out. Must run in the service's process
