@@ -878,6 +878,19 @@ TEST_F(Decode, FollowsAFolder) {
     Dump("unfinished", kPlain + kAt9000 + "C0 00 21 01 78");
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_2.dump");
     EXPECT_TRUE(shown("a\nb\nc\nd\nx\n")) << "another dump of the name";
+    const std::string next = kPlain + kAt9000 + "C0 00 21 01 78  00 21 01 ";
+    Dump(".trelvo-1.part", next + "79");
+    fs::create_hard_link(folder_ / ".trelvo-1.part", folder_ / "trelvo_3.dump");
+    EXPECT_TRUE(shown("a\nb\nc\nd\nx\ny\n")) << "a link to a whole file";
+    fs::remove(folder_ / "trelvo_0.dump");
+    follower.Signal(SIGSTOP);
+    for (int i = 0; i < 10000; ++i) {  // more than the system keeps for who does not read
+        WriteFile(folder_ / "other", "");
+        WriteFile(folder_ / "another", "");
+    }
+    Dump("trelvo_4.dump", next + "79  00 21 01 7A");
+    follower.Signal(SIGCONT);
+    EXPECT_TRUE(shown("a\nb\nc\nd\nx\ny\nz\n")) << "events were lost";
     EXPECT_THAT(
         ReadFile(folder_ / "err"),
         MatchesRegex("trelvoctl: [^ ]*_0.dump: not a regular [^\n]*\n[^\n]* gap: [^\n]*\n"));

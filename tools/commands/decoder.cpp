@@ -151,11 +151,17 @@ ExitCode Decoder::Run() {
         if (event->gone) {
             break;
         }
-        if (!event->complete || !IsDumpName(event->name)) {
+        std::vector<std::string> paths;
+        if (event->lost) {
+            paths = DumpsIn(inputs_.front());
+        } else if (event->complete && IsDumpName(event->name)) {
+            paths.push_back(inputs_.front() + "/" + event->name);
+        }
+        if (paths.empty()) {
             continue;
         }
         const size_t before = timeline_->Parts().size();
-        for (const DumpFile& dump : InOrder({inputs_.front() + "/" + event->name})) {
+        for (const DumpFile& dump : InOrder(paths)) {
             if (!IsKnown(dump)) {
                 Add(dump);
             }

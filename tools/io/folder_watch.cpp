@@ -17,9 +17,9 @@ namespace trelvo {
 FolderWatch::FolderWatch(std::string folder)
     : folder_(std::move(folder)), fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (fd_) {
-        watch_ = inotify_add_watch(
-            fd_.Get(), folder_.c_str(),
-            IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR);
+        watch_ = inotify_add_watch(fd_.Get(), folder_.c_str(),
+                                   IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO |
+                                       IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR);
     }
     if (watch_ < 0) {
         port::ThrowErrno(folder_);
@@ -48,10 +48,23 @@ std::optional<FolderWatch::Event> FolderWatch::Take() {
             std::memcpy(&head, events_.data(), sizeof head);
             Event event;
             event.name = head.len == 0 ? "" : events_.data() + sizeof head;
-            event.complete = (head.mask & IN_CREATE) == 0;
+            event.lost = (head.mask & IN_Q_OVERFLOW) != 0;
             event.gone = (head.mask & (IN_MOVE_SELF | IN_DELETE_SELF | IN_IGNORED)) != 0;
             events_.erase(0, sizeof head + head.len);
-            if (head.wd == watch_) {
+            if ((head.mask & IN_MOVED_FROM) != 0) {
+                if (event.name == hidden_) {
+                    hidden_.clear();
+                }
+                continue;
+            }
+            if ((head.mask & IN_CREATE) != 0) {
+                const bool is_hidden = event.name.substr(0, kHiddenStart.size()) == kHiddenStart;
+                // Where a file cannot be renamed without replacing another, the dump is a link to
+                // the hidden one.
+                event.complete = !is_hidden && !hidden_.empty();
+                hidden_ = is_hidden ? event.name : "";
+            }
+            if (head.wd == watch_ || event.lost) {
                 return event;
             }
         }

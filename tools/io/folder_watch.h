@@ -3,21 +3,26 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/handles.h"
 
 namespace trelvo {
 
-// Tells what happens to the files of a folder since the watch began.
+// Tells what happens to the files of a folder of dumps since the watch began.
 class FolderWatch {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
     struct Event {
         std::string name;      // of a file in the folder
-        bool complete = true;  // it was closed or came there by a rename; false: it was created
+        bool complete = true;  // it was closed, renamed or linked; false: it was created
         bool gone = false;     // the folder itself was moved or removed; nothing more will come
+        bool lost = false;     // more has happened than is told; nothing else is set
     };
+
+    // How the name of a dump begins until it is whole.
+    static constexpr std::string_view kHiddenStart = ".trelvo-";
 
     // Throws std::system_error with the folder's name when it cannot be watched.
     explicit FolderWatch(std::string folder);
@@ -37,6 +42,7 @@ private:
     port::UniqueFd fd_;
     int watch_ = -1;
     std::string events_;  // read, not taken yet
+    std::string hidden_;  // a dump that is written
 };
 
 }  // namespace trelvo

@@ -23,7 +23,6 @@ constexpr std::chrono::seconds kLookAgain{1};
 constexpr std::string_view kNameStart = "trelvo";
 constexpr std::string_view kNameEnd = ".dump";
 constexpr std::string_view kCompressedNameEnd = ".dump.zst";
-constexpr std::string_view kHiddenStart = ".trelvo-";  // until a dump is whole
 
 std::string LastError() {
     return std::generic_category().message(errno);
@@ -205,15 +204,13 @@ void DumpWaiter::TakeEvents() {
         if (event->gone) {
             throw DumpWaitError(folder_ + ": the folder was moved or removed");
         }
-        const bool is_hidden = event->name.substr(0, kHiddenStart.size()) == kHiddenStart;
+        const bool is_hidden =
+            event->name.substr(0, FolderWatch::kHiddenStart.size()) == FolderWatch::kHiddenStart;
         if (!is_hidden && !IsServiceDump(event->name, name_end_)) {
             continue;
         }
         under_way_ = true;
-        is_hidden_ = is_hidden_ || is_hidden;
-        // Where a file cannot be renamed without replacing another, the dump is a link to the
-        // hidden one.
-        if (!is_hidden && (event->complete || is_hidden_)) {
+        if (!is_hidden && event->complete) {
             seen_ = folder_ + "/" + event->name;
         }
     }

@@ -82,7 +82,6 @@ private:
     std::string path_;          // of the dump, once it is there
     std::string seen_;          // a dump in the folder, whoever wrote it
     bool under_way_ = false;    // somebody has created a file in the folder
-    bool is_hidden_ = false;    // under a hidden name
 };
 
 }  // namespace trelvo
