@@ -68,7 +68,10 @@ protected:
     const fs::path sent_ = archive_ / "sent";
     const fs::path key_ = "/run/trelvo/vconf/memory/trelvo/dlog_dump";
 
-    Collect() { Reset(); }
+    Collect() {
+        setenv("DUMP", "/tmp/of the caller", 1);  // the command gets its own
+        Reset();
+    }
 
     // The recorder has written three dumps and waits for the key.
     void Reset() {

@@ -185,13 +185,16 @@ private:
 
     // Returns how it ended, as waitpid gives it.
     [[nodiscard]] int RunCommand(const std::string& dump) const {
-        std::string path = "DUMP=" + dump;
+        constexpr std::string_view kVariable = "DUMP=";
+        std::string path = std::string(kVariable) + dump;
         std::string command = options_.command;
         std::array<std::string, 2> words{"sh", "-c"};
         const std::array<char*, 4> argv{words[0].data(), words[1].data(), command.data(), nullptr};
         std::vector<char*> variables{path.data()};
         for (char** variable = environ; *variable != nullptr; ++variable) {
-            variables.push_back(*variable);
+            if (std::string_view(*variable).substr(0, kVariable.size()) != kVariable) {
+                variables.push_back(*variable);
+            }
         }
         variables.push_back(nullptr);
         pid_t child = 0;
