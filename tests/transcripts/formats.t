@@ -27,6 +27,9 @@ One log in every format: threads, levels, clock lines, and what each format has 
   161.001 D/a "b",c    (P 5, T    6): \x1B[31mred ≤ \xFF\x00.
   161.500 I/shop            (P 2114): say "hi"
   162.000 I/shop            (P 2114): the clock was set by a second
+  $ trelvoctl decode -o raw --since 2025-11-24T21:31+05:30 --until 2025-11-24T16:01:02Z shop.dump
+  \x1b[31mred \xe2\x89\xa4 \xff\x00. (esc)
+  say "hi"
   $ TZ=Asia/Kolkata trelvoctl decode -n 1 shop.dump
   2025-11-24 21:31:03.250 I/shop            (P 2114): the clock was set by a second
   $ TZ=Asia/Kolkata trelvoctl decode -n 1 --utc shop.dump

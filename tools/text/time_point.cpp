@@ -99,8 +99,10 @@ std::optional<int64_t> ParseWallTime(const std::string& text, bool utc) {
     if (iso.size() == kDateSize) {
         iso += " 00:00";
     }
-    if (iso.size() == kDateSize + 6) {
-        iso += ":00";
+    constexpr size_t kMinuteEnd = kDateSize + 6;
+    if (iso.size() >= kMinuteEnd && iso[kMinuteEnd - 3] == ':' &&
+        (iso.size() == kMinuteEnd || iso[kMinuteEnd] != ':')) {
+        iso.insert(kMinuteEnd, ":00");
     }
     const Time time(g_date_time_new_from_iso8601(iso.c_str(), zone.get()), g_date_time_unref);
     return time ? std::optional(ToMs(time)) : std::nullopt;
