@@ -75,6 +75,22 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
   12000,2025-11-24T16:00:12.000+00:00,I,three,false,2.dump,
   20000,2025-11-24T16:00:20.000+00:00,I,after a gap,false,3.dump,
   21000,2025-11-24T16:00:21.000+00:00,I,four,false,3.dump,
+  $ cat 4.dump | TZ=Asia/Kolkata trelvoctl decode -o threadtime - 1.dump
+  trelvoctl: wall-clock times of dumps without clock lines are a guess by the files' own times: late by as long as nothing was logged before a dump; the longest silence in them is 0.500 s
+  11-24 21:30:10.000     1     1 I A       : before the clock
+  11-24 21:30:10.500     1     1 I A       : one
+  11-24 21:30:11.000     2     2 W B       : two
+  --------- reboot: time starts over
+  01-01 00:00:03.000     1     1 I A       : of another boot
+  $ make_dump odd.dump <<'END'
+  > 8.000 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000002 host=a\xff"b wall=1764000011.700000 monotonic=8.000000
+  > 8.000 F/A (P 1, T 1): odd
+  > END
+  $ trelvoctl decode -o csv odd.dump other.dump | cut -d , -f 3
+  host
+  "a\xef\xbf\xbd""b" (esc)
+  door
+  $ rm odd.dump
   $ trelvoctl decode --monotonic [1-5].dump
   10.000 I/A (P 1): before the clock
   10.500 I/A (P 1): one

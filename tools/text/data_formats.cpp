@@ -119,7 +119,7 @@ public:
             out += ',';
         }
         if (style_.host) {
-            AppendCsvField(context.host, escape_, out);
+            AppendCsvField(Readable(context.host), escape_, out);
             out += ',';
         }
         out += line.level;
@@ -128,7 +128,7 @@ public:
         out += ',' + std::to_string(line.source.pid) + ',' + std::to_string(line.source.tid) + ',';
         AppendCsvField(Readable(MessageText(line)), escape_, out);
         out += line.kind != Line::Message::kText ? ",true," : ",false,";
-        AppendCsvField(context.file, escape_, out);
+        AppendCsvField(Readable(context.file), escape_, out);
         out += ',' + (NeedsBytes(line) ? Hex(line.message) : "");
         out += '\n';
     }

@@ -201,13 +201,13 @@ private:
 
 class ThreadtimeFormat : public LineFormat {
 public:
-    explicit ThreadtimeFormat(TimeStyle style) : style_(style), clock_(style.utc || !style.wall) {}
+    explicit ThreadtimeFormat(TimeStyle style) : style_(style), clock_(style.utc) {}
 
     [[nodiscard]] bool TakesMarkers() const override { return true; }
 
     void Append(const Line& line, const LineContext& context, std::string& out) override {
-        clock_.Append(context.boot_time_ms.value_or(0) + line.time_ms, "%m-%d %H:%M:%S", false,
-                      out);
+        (context.boot_time_ms ? clock_ : since_boot_)
+            .Append(context.boot_time_ms.value_or(0) + line.time_ms, "%m-%d %H:%M:%S", false, out);
         out += ' ';
         AppendId(line.source.pid, out);
         out += ' ';
@@ -226,6 +226,7 @@ public:
 private:
     TimeStyle style_;
     Clock clock_;
+    Clock since_boot_{true};
     SourceTexts sources_;
 };
 
