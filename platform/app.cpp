@@ -60,13 +60,18 @@ public:
         if (launched_) {
             before_request_ = port::PublishedProgress();
         }
-        if (!std::exchange(launched_, true)) {
+        const bool first = !std::exchange(launched_, true);
+        if (first) {
             capture_.Expect();
         }
         app_control_s request{arguments};
         callback_.app_control(&request, user_data_);
+        has_failed_ = has_failed_ || (first && exit_requested);
         return {};
     }
+
+    // Whether the service gave up when it was to start the recording; its log says why.
+    [[nodiscard]] bool HasFailed() const { return has_failed_; }
 
     // A subscriber to power events hears what it would if the machine went down. A second call ends
     // at once.
@@ -106,6 +111,7 @@ private:
     void* user_data_;
     port::CaptureWatch& capture_;
     bool launched_ = false;
+    bool has_failed_ = false;
     std::optional<port::DumpProgress> before_request_;  // before the last request for a dump
     std::optional<port::DumpWait> last_dump_;
 };
@@ -172,7 +178,7 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
         g_main_context_iteration(nullptr, TRUE);
     }
     callback.terminate(user_data);
-    return APP_ERROR_NONE;
+    return recording.HasFailed() ? APP_ERROR_IO : APP_ERROR_NONE;
 }
 
 }  // namespace

@@ -16,8 +16,11 @@ using Words = std::vector<std::string_view>;
 constexpr size_t kMaxQuoted = 60;  // bytes
 constexpr size_t kMaxFaults = 10;
 constexpr int kMaxCount = 999999999;
+constexpr int kMaxMatchSeconds = 1000000;  // as the service takes them
 constexpr std::string_view kLevels = "VDIWEFS";
 constexpr std::string_view kLevelHelp = "a level is one of V D I W E F, or S for nothing";
+constexpr std::string_view kMatchLevels = "VDIWEF";
+constexpr std::string_view kMatchLevelHelp = "the least level to match is one of V D I W E F";
 // What the shell, through which the service starts the capture, would not take as it is.
 constexpr std::string_view kShellCharacters = "|&;<>()$`\\\"'#~{}[]?!*";
 const Words kTriggers = {"timer", "poweroff", "bufferfull", "match"};
@@ -126,7 +129,9 @@ public:
             Tag("LOGTAG", tag);
         }
         for (const std::string_view level : Find("LOGLEVEL") ? levels : Words()) {
-            Level("LOGLEVEL", level);
+            if (!IsLevel(level)) {
+                Report("LOGLEVEL", Quoted(level) + ": " + std::string(kLevelHelp));
+            }
         }
         if (Find("LOGTAG") && Find("LOGLEVEL") && tags.size() != levels.size()) {
             Report("LOGLEVEL", std::to_string(levels.size()) + " levels for " +
@@ -143,8 +148,8 @@ public:
             }
         }
         Number("DLOGDUMPVALUE", 1, "seconds");
-        Number("DLOGDUMPDELAY", 0, "seconds");
-        Number("DLOGDUMPREST", 0, "seconds");
+        Number("DLOGDUMPDELAY", 0, "seconds", kMaxMatchSeconds);
+        Number("DLOGDUMPREST", 0, "seconds", kMaxMatchSeconds);
         if (HasTrigger(arguments_, "timer") && !Find("DLOGDUMPVALUE")) {
             Report("DLOGDUMPVALUE", "missing; the trigger timer needs its seconds");
         }
@@ -184,12 +189,6 @@ private:
         }
     }
 
-    void Level(std::string_view key, std::string_view level) {
-        if (!IsLevel(level)) {
-            Report(key, Quoted(level) + ": " + std::string(kLevelHelp));
-        }
-    }
-
     void MatchItem(std::string_view item) {
         constexpr std::string_view kKey = "DLOGDUMPMATCH";
         const size_t tag_end = item.find(':');
@@ -198,9 +197,12 @@ private:
             return;
         }
         const size_t level_end = item.find(':', tag_end + 1);
-        Level(kKey, item.substr(tag_end + 1, level_end != std::string_view::npos
-                                                 ? level_end - tag_end - 1
-                                                 : std::string_view::npos));
+        const std::string_view level =
+            item.substr(tag_end + 1, level_end != std::string_view::npos ? level_end - tag_end - 1
+                                                                         : std::string_view::npos);
+        if (level.size() != 1 || kMatchLevels.find(level[0]) == std::string_view::npos) {
+            Report(kKey, Quoted(level) + ": " + std::string(kMatchLevelHelp));
+        }
         if (level_end + 1 == item.size()) {
             Report(kKey, Quoted(item) + " has an empty TEXT; leave out its colon");
         }

@@ -69,7 +69,7 @@ TEST(Launch, WhatCannotBeBelievedGetsALineForEachFault) {
         {with({"DLOGDUMPMATCH=a:E"}), {"DLOGDUMPMODE: lacks the word match"}},
         {with({"DLOGDUMPMODE=match", "DLOGDUMPMATCH=*:F&a:E:x:y&b&c:Q&d:W:", "DLOGDUMPREST=-1"}),
          {"DLOGDUMPREST: '-1' is not a number of seconds", "DLOGDUMPMATCH: 'b' is not TAG:LEVEL",
-          "DLOGDUMPMATCH: 'Q': a level", "DLOGDUMPMATCH: 'd:W:' has an empty TEXT"}},
+          "DLOGDUMPMATCH: 'Q': the least level", "DLOGDUMPMATCH: 'd:W:' has an empty TEXT"}},
         {with({"RQBCOUNT=memroy", "RQBHISTORY=0", "POLICYROWS=0", "DUMPFORM=gzip"}),
          {"RQBCOUNT: 'memroy' is not one of records, memory, did you mean 'memory'?",
           "RQBHISTORY: '0' is not", "POLICYROWS: '0' is not a number of rows",

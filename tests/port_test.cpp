@@ -375,6 +375,11 @@ TEST(Power, ShutdownSleepAndTheServicesOwnEndWaitForTheDump) {
     EXPECT_TRUE(logind.WaitForRelease());
 }
 
+TEST(App, FailsWhereTheRecordingCannotStart) {
+    Service service(kFirst, [](const std::string& /*folder*/) { ui_app_exit(); });
+    EXPECT_EQ(service.Run(), APP_ERROR_IO);
+}
+
 TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
     constexpr const char* kCapture = "/tmp/trelvo/RQB_Buffer";
     umask(S_IRWXG | S_IRWXO);
@@ -385,8 +390,10 @@ TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
         EXPECT_EQ(vconf_set_str("memory/trelvo/capture", "of an earlier one"), 0);
         WriteFile("/run/trelvo/lock", "9999999999\n");
         setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
+        setenv("PATH", second_signal ? "/usr/bin" : "", 1);
         Service service({}, [](const std::string& /*folder*/) {});
         auto result = service.Start();
+        EXPECT_STREQ(getenv("PATH"), second_signal ? TRELVO_BIN_DIR ":/usr/bin" : TRELVO_BIN_DIR);
         EXPECT_FALSE(fs::exists("/run/trelvo/vconf/memory/trelvo/capture"));
         EXPECT_EQ(test_support::ReadFile(kCapture), "");
         EXPECT_EQ(test_support::ReadFile("/run/trelvo/lock"), std::to_string(getpid()) + "\n");

@@ -71,7 +71,7 @@ What the service says of a configuration and of launch arguments before it recor
   trelvo: test.conf: [recorder] tags: 'a b' is not a tag: blanks and |&;<>()$`\"'#~{}[]?!* cannot be part of one; * alone stands for all other tags
   trelvo: test.conf: [recorder] tags: 'Q': a level is one of V D I W E F, or S for nothing
   trelvo: test.conf: [dump] triggers: 'sometimes' is not one of timer, poweroff, bufferfull, match
-  trelvo: test.conf: [dump] match-delay: 'never' is not a number of seconds, from 0 to 2147483647
+  trelvo: test.conf: [dump] match-delay: 'never' is not a number of seconds, from 0 to 1000000
   trelvo: test.conf: [dump] timer: missing; the trigger timer needs its seconds
   trelvo: test.conf: [dump] match: 'F' is not TAG:LEVEL[:TEXT]
   trelvo: test.conf: [recorder] size-counts: 'lines' is not one of records, memory
@@ -87,7 +87,7 @@ What the service says of a configuration and of launch arguments before it recor
   > size = 3 GiB
   > size = 1 KiB
   > END
-  trelvo: test.conf: [dump] match-rest: '-1' is not a number of seconds, from 0 to 2147483647
+  trelvo: test.conf: [dump] match-rest: '-1' is not a number of seconds, from 0 to 1000000
   trelvo: test.conf: [dump] match: missing; the trigger match needs its TAG:LEVEL[:TEXT]
   [2]
   $ check <<'END'
@@ -121,10 +121,13 @@ What the service says of a configuration and of launch arguments before it recor
   trelvo: RQBHISTORY: '-1' is not a number of KiB, from 1 to 999999999
   trelvo: DUMPFORM: 'paper' is not one of plain, zstd
   [2]
-  $ trelvo LOGTAG=A LOGLEVEL=V RQBBUFFER=1024 POLICYMODE=0 DLOGDUMPMODE='timer&match&noon' DLOGDUMPVALUE=0 DLOGDUMPMATCH=A
+  $ trelvo LOGTAG=A LOGLEVEL=V RQBBUFFER=1024 POLICYMODE=0 DLOGDUMPMODE='timer&match&noon' DLOGDUMPVALUE=0 DLOGDUMPMATCH='A&x:e&x:S:text' DLOGDUMPDELAY=2000000
   trelvo: DLOGDUMPMODE: 'noon' is not one of timer, poweroff, bufferfull, match
   trelvo: DLOGDUMPVALUE: '0' is not a number of seconds, from 1 to 2147483647
+  trelvo: DLOGDUMPDELAY: '2000000' is not a number of seconds, from 0 to 1000000
   trelvo: DLOGDUMPMATCH: 'A' is not TAG:LEVEL[:TEXT]
+  trelvo: DLOGDUMPMATCH: 'e': the least level to match is one of V D I W E F
+  trelvo: DLOGDUMPMATCH: 'S': the least level to match is one of V D I W E F
   [2]
   $ trelvo DUMP=/tmp
   trelvo: DUMP: nothing is recorded yet; start the recording first, with LOGTAG, LOGLEVEL, RQBBUFFER, POLICYMODE
