@@ -99,7 +99,7 @@ unsigned long long CDataProvider::GetBufferSize() {
 }
 
 void CDataProvider::UpdateBufferSize() {
-    m_ByteTotal += static_cast<uint32_t>(m_Record.size());
+    m_ByteTotal += m_Record.size();
 }
 
 void CDataProvider::SetBufferCount(bool countMemory) {
@@ -174,7 +174,7 @@ bool CDataProvider::m_ApplyLimit() {
         const auto tenth = static_cast<uint32_t>(static_cast<double>(records) * 0.1);
         bytes = m_Records.DropOldest(tenth, packing::RecordLength);
     }
-    m_ByteTotal -= static_cast<uint32_t>(bytes);
+    m_ByteTotal -= bytes;
     m_Dropped += records - m_Records.Records();
     const uint64_t oldest = m_RecordNumber - m_Records.Records();
     while (m_PageStarts.size() > 1 && m_PageStarts[1].record <= oldest) {
@@ -258,7 +258,7 @@ void CDataProvider::m_GetDataDDP(std::string& line) {
         m_PageStarts.push_back({m_RecordNumber, utility->m_LastTime()});
     }
     ++m_RecordNumber;
-    m_ByteTotal += static_cast<uint32_t>(m_Record.size());
+    m_ByteTotal += m_Record.size();
     // Memory grows by pages and sources only.
     const bool isFull = (!m_CountMemory || isSealed || source.isNew) && m_ApplyLimit();
     if (source.isNew) {

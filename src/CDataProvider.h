@@ -111,7 +111,7 @@ private:
     size_t m_NextForgetting = 0;  // bytes of the dictionary at which it is gone through again
     std::mutex m_BufferMutex;
     std::mutex m_SettingsMutex;                  // taken by the setters only
-    uint32_t m_ByteTotal = 0;                    // sum of the lengths in m_Records
+    uint64_t m_ByteTotal = 0;                    // sum of the lengths in m_Records
     unsigned long long m_BufferLimit = 1048576;  // bytes
     bool m_FullDumpRequested = false;            // written by the compressor thread only
     bool m_DumpOnFull = false;
