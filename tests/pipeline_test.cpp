@@ -7,6 +7,7 @@
 #include <map>
 #include <new>
 #include <regex>
+#include <set>
 
 #include "CDataProvider.h"
 #include "CUtility.h"
@@ -207,6 +208,24 @@ TEST_F(PipelineTest, TheSameLimitOnMemoryKeepsMore) {
         }
         EXPECT_GT(kept[true], kept[false]) << kib;
     }
+    // Whether the size or what it counts is set first.
+    std::set<size_t> memory;
+    for (const bool size_first : {false, true}) {
+        Snapshot(true);
+        provider_.SetBufferCount(false);
+        if (size_first) {
+            provider_.SetHistorySize(1024);
+        }
+        provider_.SetBufferCount(true);
+        if (!size_first) {
+            provider_.SetHistorySize(1024);
+        }
+        for (int i = 0; i < 20000; ++i) {
+            Feed(Line(std::to_string(i * 7919 % 10007), 50));
+        }
+        memory.insert(provider_.GetHistoryMemory());
+    }
+    EXPECT_EQ(memory.size(), 1U);
     provider_.SetBufferCount(false);
 }
 
