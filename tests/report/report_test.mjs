@@ -68,6 +68,14 @@ const address = (part) => browser.run(async (wanted) => {
   while (!location.hash.includes(wanted)) await new Promise((resolve) => setTimeout(resolve, 20));
   return location.hash;
 }, part);
+// Types one text after the other, faster than any is searched.
+const search = (...texts) => browser.run((...typed) => {
+  const field = document.getElementById('text');
+  for (const text of typed) {
+    field.value = text;
+    field.dispatchEvent(new Event('input'));
+  }
+}, ...texts);
 // What the page says it copied.
 const copied = async (button) => {
   await browser.click(button);
@@ -184,7 +192,8 @@ check('counts follow the filters', async () => {
   assert.match(
       await textOf('#counts'), new RegExp(`^70,000 lines, ${full.toLocaleString('en-US')} m`));
   await browser.click('#regex');
-  await browser.type('#text', '(');
+  await search('a', 'a(');
+  await browser.settled();
   assert.match(await textOf('#text-error'), /nterminated group/);
 });
 

@@ -90,6 +90,7 @@ class View {
 
   // Finds the lines that match the text; false: another search came in between, or it failed.
   async search() {
+    this.workers.cancel?.();
     const field = element('text');
     if (field.value !== state.text) field.value = state.text;
     const tell = (error) => {
@@ -97,7 +98,6 @@ class View {
       element('text-error').textContent = error;
     };
     if (!state.text) {
-      this.workers.cancel?.(null);
       this.expression = this.mask = null;
       tell('');
       return true;

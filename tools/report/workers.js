@@ -84,25 +84,21 @@ export class Workers {
     return block;
   }
 
-  // A mask of the lines that match; null when another search came in between. Throws an Error when
-  // the expression takes too long: the workers are new then.
+  // A mask of the lines that match; null when it is cancelled, as it has to be before the next one.
+  // Throws an Error when the expression takes too long: the workers are new then.
   search(expression) {
     const id = ++this.searches;
     const {source, flags} = expression;
     const mask = new Uint8Array(this.log.lines);
     let missing = this.log.blocks.length;
-    this.cancel?.(null);
     return new Promise((resolve, reject) => {
-      let timer;
-      const end = (result) => {
-        clearTimeout(timer);
-        this.onMask = this.cancel = null;
-        resolve(result);
-      };
+      // The workers may be stuck in what is cancelled: they are watched until they are through.
+      this.cancel = () => resolve(null);
       const wait = () => {
-        clearTimeout(timer);
-        timer = setTimeout(async () => {
-          this.onMask = this.cancel = null;
+        clearTimeout(this.timer);
+        if (!missing) return resolve(mask);
+        this.timer = setTimeout(async () => {
+          this.onMask = null;
           this.workers.forEach((worker) => worker.terminate());
           this.questions.forEach((answer) => answer([]));
           this.questions.clear();
@@ -110,15 +106,13 @@ export class Workers {
           reject(new Error('This expression takes too long.'));
         }, PATIENCE_MS);
       };
-      this.cancel = end;
       this.onMask = (data) => {
         if (data.id !== id) return;
         mask.set(data.mask, this.log.blockStarts[data.searched]);
+        missing--;
         wait();
-        if (--missing === 0) end(mask);
       };
       wait();
-      if (!missing) end(mask);
       this.workers.forEach((worker) => worker.postMessage({id, source, flags}));
     });
   }
