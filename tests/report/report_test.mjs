@@ -317,6 +317,23 @@ check('follows a link to what was seen', async () => {
   assert.deepEqual([await count(), await selected(), await rows(), await textOf('#chips')], seen);
 });
 
+check('has each message, whatever else is asked for', async () => {
+  // Almost as many as the page keeps, the last one amid a part of a copy. Then they become too many
+  // while a copy that has half of that part waits for the rest.
+  const end = lines.map(({level}, i) => level === 'I' && i).filter(Boolean)[4.5 * 4096];
+  await browser.open(page, `#level=I&span=1-${end}`);
+  await copied('#copy');
+  const [debug, info] = ['.chip.level-D', '.chip.level-I'];
+  const empty = await browser.run(async (controls) => {
+    const copies = [];
+    navigator.clipboard.writeText = (text) => copies.push(text);
+    for (const control of controls) document.querySelector(control).click();
+    while (copies.length < 2) await new Promise(requestAnimationFrame);
+    return copies.join('').match(/.*: $/gm);
+  }, ['#zoom-all', info, debug, '#copy', debug, info, '#copy']);
+  assert.equal(empty, null);
+});
+
 check('lists patterns, and filters by one', async () => {
   const patterns = run('patterns', '-o', 'json', dumps)
                        .split('\n')

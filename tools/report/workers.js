@@ -59,23 +59,28 @@ export class Workers {
   // Messages of lines, in their order.
   async messages(lines) {
     if (this.cache.size > CACHED_MESSAGES) this.cache.clear();
+    const messages = lines.map((line) => this.cache.get(line));
     const byWorker = this.workers.map(() => []);
-    for (const line of lines) {
-      if (this.cache.has(line)) continue;
+    lines.forEach((line, i) => {
+      if (messages[i] !== undefined) return;
       const block = this.blockOf(line);
       const entry = {block, line: line - this.log.blockStarts[block]};
-      byWorker[block % this.workers.length].push([line, entry]);
-    }
+      byWorker[block % this.workers.length].push([i, entry]);
+    });
     await Promise.all(byWorker.map(async (entries, worker) => {
       if (!entries.length) return;
-      const messages = await new Promise((resolve) => {
+      const answer = await new Promise((resolve) => {
         this.questions.set(++this.asked, resolve);
         const asked = entries.map(([, entry]) => entry);
         this.workers[worker].postMessage({id: this.asked, lines: asked});
       });
-      messages.forEach((message, i) => this.cache.set(entries[i][0], message));
+      answer.forEach((message, k) => {
+        const [i] = entries[k];
+        messages[i] = message;
+        this.cache.set(lines[i], message);
+      });
     }));
-    return lines.map((line) => this.cache.get(line) ?? '');
+    return messages;
   }
 
   blockOf(line) {
