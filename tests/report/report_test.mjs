@@ -68,14 +68,18 @@ const address = (part) => browser.run(async (wanted) => {
   while (!location.hash.includes(wanted)) await new Promise((resolve) => setTimeout(resolve, 20));
   return location.hash;
 }, part);
-// Types one text after the other, faster than any is searched.
-const search = (...texts) => browser.run((...typed) => {
-  const field = document.getElementById('text');
-  for (const text of typed) {
-    field.value = text;
-    field.dispatchEvent(new Event('input'));
-  }
-}, ...texts);
+// Types one text after the other, faster than any is searched, and a key elsewhere.
+const search = async (texts, key) => {
+  await browser.run((typed, pressed) => {
+    const field = document.getElementById('text');
+    for (const text of typed) {
+      field.value = text;
+      field.dispatchEvent(new Event('input'));
+    }
+    document.body.dispatchEvent(new KeyboardEvent('keydown', {key: pressed, bubbles: true}));
+  }, texts, key);
+  await browser.settled();
+};
 // What the page says it copied.
 const copied = async (button) => {
   await browser.click(button);
@@ -192,8 +196,7 @@ check('counts follow the filters', async () => {
   assert.match(
       await textOf('#counts'), new RegExp(`^70,000 lines, ${full.toLocaleString('en-US')} m`));
   await browser.click('#regex');
-  await search('a', 'a(');
-  await browser.settled();
+  await search(['a', 'a(']);
   assert.match(await textOf('#text-error'), /nterminated group/);
 });
 
@@ -332,6 +335,19 @@ check('has each message, whatever else is asked for', async () => {
     return copies.join('').match(/.*: $/gm);
   }, ['#zoom-all', info, debug, '#copy', debug, info, '#copy']);
   assert.equal(empty, null);
+  // The workers are stuck in an expression and make room for new ones.
+  for (const [next, error] of [[[], /too long/], [['('], /nterminated/]]) {
+    await browser.open(page, '#regex=1');
+    await browser.run(() => {
+      const later = setTimeout;
+      globalThis.setTimeout = (action, ms) => later(action, Math.min(ms, 100));
+    });
+    await search(['(.+)+;', ...next], 'G');
+    assert.match(await textOf('#text-error'), error);
+    const {message, time} = (await rows()).at(-1);
+    assert.deepEqual([message, time], [lines.at(-1).message, timeOf(lines.at(-1)).slice(11)]);
+    assert.equal(await textOf('#detail-message'), message);
+  }
 });
 
 check('lists patterns, and filters by one', async () => {

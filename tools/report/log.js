@@ -55,6 +55,14 @@ export class Log {
     return String(this.sources[facet][source]);
   }
 
+  // Takes the columns of a block.
+  take({loaded, times, patterns, sources}) {
+    const start = this.blockStarts[loaded];
+    this.times.set(times, start);
+    this.patternOf.set(patterns, start);
+    this.sourceOf.set(sources, start);
+  }
+
   // Each block counts on from the last line of the one before.
   rebase() {
     for (let block = 1; block < this.blocks.length; block++) {
@@ -160,6 +168,7 @@ export async function loadLog() {
   const log = new Log(head);
   const workers = new Workers(log, head.forms);
   await workers.start();
+  log.rebase();
   log.settle();
   return {log, workers, head};
 }

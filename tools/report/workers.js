@@ -17,7 +17,7 @@ export class Workers {
     this.searches = 0;
   }
 
-  // Has all blocks unpacked.
+  // Has all blocks unpacked, and what was asked of workers before answered.
   async start() {
     const {blocks} = this.log;
     const count = Math.max(1, Math.min(4, navigator.hardwareConcurrency, blocks.length));
@@ -37,21 +37,20 @@ export class Workers {
         const text = element(`text-${block}`).textContent;
         this.workers[block % count].postMessage({block, lines, columns, text});
       });
+      for (const {worker, question} of this.questions.values()) {
+        this.workers[worker].postMessage(question);
+      }
     });
-    this.log.rebase();
   }
 
   take(data) {
     if (data.loaded !== undefined) {
-      const start = this.log.blockStarts[data.loaded];
-      this.log.times.set(data.times, start);
-      this.log.patternOf.set(data.patterns, start);
-      this.log.sourceOf.set(data.sources, start);
+      if (!this.log.at) this.log.take(data);  // once, however often workers are new
       if (--this.missing === 0) this.done();
     } else if (data.searched !== undefined) {
       this.onMask?.(data);
     } else {
-      this.questions.get(data.answered)?.(data.messages);
+      this.questions.get(data.answered)?.resolve(data.messages);
       this.questions.delete(data.answered);
     }
   }
@@ -70,9 +69,9 @@ export class Workers {
     await Promise.all(byWorker.map(async (entries, worker) => {
       if (!entries.length) return;
       const answer = await new Promise((resolve) => {
-        this.questions.set(++this.asked, resolve);
-        const asked = entries.map(([, entry]) => entry);
-        this.workers[worker].postMessage({id: this.asked, lines: asked});
+        const question = {id: ++this.asked, lines: entries.map(([, entry]) => entry)};
+        this.questions.set(this.asked, {worker, question, resolve});
+        this.workers[worker].postMessage(question);
       });
       answer.forEach((message, k) => {
         const [i] = entries[k];
@@ -105,8 +104,6 @@ export class Workers {
         this.timer = setTimeout(async () => {
           this.onMask = null;
           this.workers.forEach((worker) => worker.terminate());
-          this.questions.forEach((answer) => answer([]));
-          this.questions.clear();
           await this.start();
           reject(new Error('This expression takes too long.'));
         }, PATIENCE_MS);
