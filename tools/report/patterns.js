@@ -98,8 +98,9 @@ export class PatternList {
 
   refresh() {
     const {log, filter: {byPattern}, patternNumber} = this.view;
-    const isSet = (pattern) => ['only', 'not'].some(
-        (kind) => state[kind].pattern.has(patternNumber(pattern)));
+    // The one for messages without a pattern may have no lines.
+    const isSet = (pattern) => log.firstOf[pattern] < log.lines &&
+        ['only', 'not'].some((kind) => state[kind].pattern.has(patternNumber(pattern)));
     const byCount = (a, b) => byPattern[b] - byPattern[a];
     const order = {
       count: byCount,
