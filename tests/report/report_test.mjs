@@ -318,6 +318,15 @@ check('follows a link to what was seen', async () => {
   const seen = [await count(), await selected(), await rows(), await textOf('#chips')];
   await browser.open(page, link.replace(/.*#/, '#'));
   assert.deepEqual([await count(), await selected(), await rows(), await textOf('#chips')], seen);
+  // A filter that another address overtook is not led back to.
+  await browser.run(() => {
+    location.hash = 'level=E';
+    document.querySelector('.chip.level-F').click();
+  });
+  await browser.keys('n');
+  await address('level=E&line=');
+  await browser.run(() => history.back());
+  await address('sort=new');
 });
 
 check('has each message, whatever else is asked for', async () => {

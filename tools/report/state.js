@@ -46,6 +46,7 @@ export function start(onChange, utc, lines) {
     if (location.hash.slice(1) === write()) return;
     clearTimeout(timer);
     timer = null;
+    remember = false;
     read();
     listener();
   });
