@@ -522,7 +522,7 @@ check('is usable on a small screen, by name and on paper', async () => {
 
 check('never takes a log for markup or script', async () => {
   const hostile = join(folder, 'hostile.dump');
-  const {image} = hostileDump(3000);
+  const {image, lines: given} = hostileDump(3000);
   writeFileSync(hostile, image);
   const file = join(folder, 'hostile.html');
   run('report', hostile, '--good', good, '-o', file);
@@ -554,6 +554,11 @@ check('never takes a log for markup or script', async () => {
   assert.ok(await count() > 0);
   assert.ok((await textOf('#chips')).includes('<img src=x onerror=alert(1)>'));
   assert.deepEqual(await elements(), [scripts, 0, 0, 0, 1, 0]);
+  // What may end a line within a message ends no message.
+  const words = /^word|word$/;
+  await browser.open(file, `#${new URLSearchParams({text: words.source, regex: '1'})}`);
+  const found = given.filter(({message}) => words.test(message.toString('latin1')));
+  assert.equal(await count(), found.length);
   // Were something of a log a script nevertheless, the browser would not run it.
   assert.deepEqual(await browser.console(), []);
   const ran = await browser.run(() => {

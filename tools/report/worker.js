@@ -107,29 +107,10 @@ function messageAt({chunks}, line) {
   return text.slice(starts[at], starts[at + 1] - 1);
 }
 
-// Marks the lines that the expression matches. A match over the end of a line says nothing.
-function searchChunk({text, starts}, whole, single, mask) {
-  let line = 0;
-  const lines = starts.length - 1;
-  whole.lastIndex = 0;
-  while (line < lines) {
-    const match = whole.exec(text);
-    if (!match) return;
-    let high = lines;
-    for (let low = line; low + 1 < high;) {
-      const middle = (low + high) >> 1;
-      if (starts[middle] <= match.index)
-        low = middle;
-      else
-        high = middle;
-    }
-    line = high - 1;
-    if (match.index + match[0].length < starts[high] ||
-        single.test(text.slice(starts[line], starts[high] - 1))) {
-      mask[line] = 1;
-    }
-    line = high;
-    whole.lastIndex = starts[high];
+// Marks the lines that the expression matches, each by itself: ^ and $ are the ends of a message.
+function searchChunk({text, starts}, expression, mask) {
+  for (let line = 0; line + 1 < starts.length; line++) {
+    if (expression.test(text.slice(starts[line], starts[line + 1] - 1))) mask[line] = 1;
   }
 }
 
@@ -143,13 +124,12 @@ const nextTurn = () => new Promise((resolve) => {
 
 async function search({id, source, flags}) {
   searchId = id;
-  const whole = new RegExp(source, flags + 'gm');
-  const single = new RegExp(source, flags);
+  const expression = new RegExp(source, flags);
   let until = performance.now() + SLICE_MS;
   for (const [block, {lines, chunks}] of blocks) {
     const mask = new Uint8Array(lines);
     for (let i = 0; i < chunks.length; i++) {
-      searchChunk(chunks[i], whole, single, mask.subarray(i * CHUNK_LINES));
+      searchChunk(chunks[i], expression, mask.subarray(i * CHUNK_LINES));
       if (performance.now() > until) {
         await nextTurn();
         if (searchId !== id) return;
