@@ -349,6 +349,11 @@ TEST_F(EndToEnd, WhatWasLoggedBeforeADumpWasAskedForIsInIt) {
     const char* const wanted = std::getenv("TRELVO_TEST_DUMPS");  // for a longer proof by hand
     const int dumps = wanted != nullptr ? std::stoi(wanted) : kIsSanitized ? 3 : 25;
     StartCapture("FRESH/LOAD", "V/V", "1024");
+    const auto descriptors = [this] {
+        const fs::path folder = "/proc/" + std::to_string(service_->Pid()) + "/fd";
+        return std::distance(fs::directory_iterator(folder), {});
+    };
+    const auto opened = descriptors();
     for (const int lines : {0, 5000}) {
         std::optional<Load> load;
         if (lines > 0) {
@@ -372,6 +377,7 @@ TEST_F(EndToEnd, WhatWasLoggedBeforeADumpWasAskedForIsInIt) {
             EXPECT_GE(whole, dumps * 9 / 10);
         }
     }
+    EXPECT_LT(descriptors(), opened + 5) << "each dump leaves some open";
 }
 
 // The journal keeps the order of what programs send natively: the service's messages too.

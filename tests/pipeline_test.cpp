@@ -283,6 +283,8 @@ TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
         const std::string text = Platform().Status();
         return text.substr(text.find("\nnewest_at="), 30);
     };
+    status::DumpPending("timer");
+    EXPECT_THAT(Platform().Status(), testing::HasSubstr("\npending=1\nsupp")) << "the first";
     Feed(Line("before"));
     const std::string told = newest_at();
     Snapshot(true);
