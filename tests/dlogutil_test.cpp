@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <filesystem>
 #include <functional>
@@ -127,7 +128,7 @@ TEST(LineFormat, EntriesBecomeLines) {
         {"MESSAGE=hi|_COMM=systemd|TID=11|SYSLOG_PID=9|CODE_FILE=../a/b.c|CODE_FUNC=f|CODE_LINE=52",
          "12.005 I/systemd (P9, T11): b.c: f(52) > hi\n"},
         {"MESSAGE=hi|CODE_FILE=src/|CODE_LINE=x", "12.005 I/unknown (P0, T0): ?: ?(0) > hi\n"},
-        {"MESSAGE=a.c: f(1) > one > 1\r\n \t\n\ntwo\n|DLOG_LEVEL=V|SYSLOG_IDENTIFIER=LONG_ENOUGH",
+        {"MESSAGE=a.c: f(1) > one > 1\r\n \t\n\r\ntwo\n|DLOG_LEVEL=V|SYSLOG_IDENTIFIER=LONG_ENOUGH",
          "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > one > 1\n"
          "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > two\n"},
         {"MESSAGE=no prefix\ntwo|DLOG_LEVEL=V|_COMM=c",
@@ -543,6 +544,30 @@ TEST(StateMemory, ASuccessorFindsAllThatWasSavedLast) {
         EXPECT_EQ(found.text, "text" + state.journal.cursor);
         EXPECT_FALSE(found.clock.IsDue(n, 1));
     }
+}
+
+TEST(KeeperSocket, SaysAStateOnceAndAgainWhatCouldNotBeSent) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
+    const port::UniqueFd own(ends[0]);
+    const port::UniqueFd service(ends[1]);
+    const auto heard = [&service] {
+        std::string message(200, '\0');
+        const ssize_t size = recv(service.Get(), message.data(), message.size(), MSG_DONTWAIT);
+        return message.substr(0, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    };
+    KeeperSocket keeper(own.Get());
+    for (const char* const expected : {"Salive=1\nreason=a note\n", ""}) {
+        keeper.SayState("", "a\nnote", {});
+        EXPECT_EQ(heard(), expected);
+    }
+    while (send(own.Get(), "x", 1, MSG_DONTWAIT) == 1) {
+    }
+    keeper.SayState("fault", "a note", {});
+    while (!heard().empty()) {
+    }
+    keeper.SayState("fault", "a note", {});
+    EXPECT_EQ(heard(), "Salive=0\nreason=fault\n");
 }
 
 TEST(LossReport, SaysWhatIsNewOnceAMinute) {
