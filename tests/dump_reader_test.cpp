@@ -1,14 +1,18 @@
 #include "dump/dump_reader.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <sstream>
 #include <utility>
 
 #include "io/input.h"
 #include "io/shared_limits.h"
+#include "platform/handles.h"
 #include "policy/code_tables.h"
 #include "policy/policy_file.h"
 #include "support/dump_builder.h"
@@ -138,14 +142,24 @@ TEST(MemoryCharge, EachInputLetsTwiceItsBytesBeTaken) {
     MemoryCharge::AdmitFile(file);
     MemoryCharge::AdmitFile(file);  // once
     EXPECT_EQ(most(), before + 2220);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const port::UniqueFd from(ends[0]);
+    const port::UniqueFd to(ends[1]);
+    std::array<char, 100> bytes{};
+    ASSERT_EQ(write(to.Get(), bytes.data(), 40), 40);
+    FileInput pipe("/proc/self/fd/" + std::to_string(from.Get()));
+    pipe.ReadOnce();
+    EXPECT_EQ(pipe.Read(bytes.data(), bytes.size()), 40U);
+    EXPECT_EQ(most(), before + 2300);
     MemoryCharge held;
     ASSERT_TRUE(held.Add(300) && held.Add(200));
-    EXPECT_EQ(most(), before + 2220 - 500);
+    EXPECT_EQ(most(), before + 2300 - 500);
     {
         const MemoryCharge taken_over = std::move(held);
-        EXPECT_EQ(most(), before + 2220 - 500);
+        EXPECT_EQ(most(), before + 2300 - 500);
     }
-    EXPECT_EQ(most(), before + 2220);
+    EXPECT_EQ(most(), before + 2300);
 }
 
 TEST(FileInput, WhatTookTheNameOfAFileThatIsParkedIsNotReadOn) {

@@ -650,6 +650,10 @@ TEST_F(EndToEnd, NobodyElseWritesWhatItWroteOrReachesIt) {
             WaitForChange("/run/trelvo", [] { return fs::exists("/run/trelvo/launch.sock"); }));
         const auto launch = RunProgram({kBin + "trelvoctl", "launch", "DUMP=/tmp/dumps"});
         EXPECT_THAT(launch.err, HasSubstr("DUMP: nothing is recorded yet"));
+        RunProgram({kBin + "trelvoctl", "launch", "LOGTAG=*", "LOGLEVEL=V", "RQBBUFFER=64",
+                    "POLICYMODE=0"});
+        const auto dump = RunProgram({kBin + "trelvoctl", "dump", "/tmp"});
+        EXPECT_EQ(dump.out, "/tmp/trelvo.dump\n") << dump.err;
     }
 }
 

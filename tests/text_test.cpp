@@ -1,10 +1,14 @@
 // How lines are chosen and written: clock, times as people give them, filter and formats.
 
 #include <gmock/gmock.h>
+#include <pty.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <ctime>
 
+#include "commands/progress.h"
+#include "platform/handles.h"
 #include "text/clock.h"
 #include "text/line_filter.h"
 #include "text/line_format.h"
@@ -268,6 +272,25 @@ TEST(Units, ChangeWhereTheNextOneIsReached) {
     EXPECT_EQ(text,
               "1023 B, 1.0 KiB, 1023.9 KiB, 1.0 MiB, 1.5 GiB, 0.001 s, 59.999 s, 1 min 0 s, "
               "59 min 59 s, 1 h 0 min, 23 h 59 min, 1 d 1 h, ");
+}
+
+TEST(Progress, IsABarOnATerminalThatGoesAway) {
+    int master = -1;
+    int slave = -1;
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    const port::UniqueFd screen(master);
+    const port::UniqueFd terminal(slave);
+    const port::UniqueFd before(dup(STDERR_FILENO));
+    dup2(slave, STDERR_FILENO);
+    {
+        Progress progress(200, false, {});
+        progress.Advance(50);
+        progress.Advance(50);  // too soon to draw it again
+    }
+    dup2(before.Get(), STDERR_FILENO);
+    std::string shown(200, '\0');
+    shown.resize(static_cast<size_t>(read(master, shown.data(), shown.size())));
+    EXPECT_EQ(shown, "\r[##########..............................]  25 %\r\x1B[K");
 }
 
 }  // namespace

@@ -167,6 +167,10 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   trelvoctl: torn.dump.zst: offset 0: the zstd frame that begins here is cut off; the times shown are the latest possible
   trelvoctl: 1 of 3 messages are codes of policy 7: --policy DIR
   [3]
+  $ head -c -12 whole.dump.zst | trelvoctl decode -
+  \xe2\x89\xa43.000 I/A (P 1): one (esc)
+  trelvoctl: standard input: offset 0: the zstd frame that begins here is cut off; the times shown are the latest possible
+  [3]
   $ cat whole.dump.zst torn.dump.zst | trelvoctl decode -o raw -
   one
   two

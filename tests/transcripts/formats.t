@@ -32,6 +32,8 @@ One log in every format: threads, levels, clock lines, and what each format has 
   say "hi"
   $ TZ=Asia/Kolkata trelvoctl decode -n 1 shop.dump
   2025-11-24 21:31:03.250 I/shop            (P 2114): the clock was set by a second
+  $ TZ=Asia/Kolkata trelvoctl decode -o raw --utc --since '2025-11-24 16:01:03' shop.dump
+  the clock was set by a second
   $ TZ=Asia/Kolkata trelvoctl decode -n 1 --utc shop.dump
   2025-11-24 16:01:03.250Z I/shop            (P 2114): the clock was set by a second
   $ trelvoctl decode -o threadtime shop.dump

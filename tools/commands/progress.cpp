@@ -10,7 +10,6 @@ namespace trelvo {
 
 namespace {
 
-constexpr std::chrono::seconds kQuietTime{1};
 constexpr std::chrono::milliseconds kRedraw{100};
 constexpr size_t kWidth = 40;
 
@@ -18,10 +17,10 @@ constexpr size_t kWidth = 40;
 
 bool Progress::shown_ = false;
 
-Progress::Progress(uint64_t total, bool prints)
+Progress::Progress(uint64_t total, bool prints, std::chrono::milliseconds quiet)
     : wanted_(total > 0 && isatty(STDERR_FILENO) != 0 && (!prints || isatty(STDOUT_FILENO) == 0)),
       total_(total),
-      next_(SteadyClock::now() + kQuietTime) {}
+      next_(SteadyClock::now() + quiet) {}
 
 Progress::~Progress() {
     Hide();

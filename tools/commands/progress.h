@@ -5,13 +5,14 @@
 
 namespace trelvo {
 
-// A bar on standard error for work that takes longer than a second; nothing unless that is a
-// terminal. One at a time.
+// A bar on standard error for work that takes long; nothing unless that is a terminal. One at a
+// time.
 class Progress {
 public:
     // `prints`: the work prints as it goes on, so that there is no bar where that is a terminal,
-    // too.
-    Progress(uint64_t total, bool prints);
+    // too. `quiet`: how long there is none.
+    Progress(uint64_t total, bool prints,
+             std::chrono::milliseconds quiet = std::chrono::seconds(1));
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     // Takes the bar away.
