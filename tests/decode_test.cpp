@@ -61,7 +61,7 @@ std::string Clock(const std::string& delta, char boot, const std::string& host, 
     record << delta << header << std::hex << (0x80 | (text.size() & 0x7F)) << "0"
            << (text.size() >> 7);
     for (const char c : text) {
-        record << static_cast<int>(c);
+        record << static_cast<int>(static_cast<unsigned char>(c));
     }
     return record.str();
 }
@@ -592,10 +592,13 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
 }
 
 TEST_F(Decode, NothingDrivesATerminal) {
-    Dump("controls", kPlain + kAt1000 + "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
+    const std::string controls = "c\x1B\xC2\x9B\x7F\u202E";
+    Dump(controls, Clocked() + kAt1000 + Clock("00", 'a', controls, kNow, 1) +
+                       "00 21 0A 1B C2 9B 7F E2 80 AE E6 97 A5");
+    Dump("clock", Clocked() + kAt1000 + Clock("00", 'b', "other", kNow, 1) + "00 21 01 61");
     for (const std::string format : {"short", "threadtime", "json", "csv", "raw"}) {
         const std::string shown = Run("script -qec 'trelvoctl decode --no-pager --color never -o " +
-                                      format + " controls' /dev/null")
+                                      format + " c*' /dev/null")
                                       .out;
         EXPECT_THAT(shown, HasSubstr("\u65E5")) << format;
         for (const char* bytes : {"\x1B", "\xC2\x9B", "\x7F", "\u202E"}) {

@@ -101,7 +101,7 @@ A dump with these codes, as the recorder writes them.
   --------- fresh start after 4.000: a dump emptied the recorder, or the service was started
   5.000 I/A (P 1): no tables
   $ rm policies/tables/1-A.db
-  $ trelvoctl decode --policies policies coded.dump
+  $ trelvoctl decode --policies policies coded.dump ./coded.dump
   trelvoctl: policies/tables/1-A.db: unable to open database file; its codes are shown as they are
   1.000 I/A (P 1): \x01
   2.000 I/A (P 1): as text
