@@ -619,7 +619,10 @@ TEST_F(Decode, ColumnsFitWhatIsThereAndLinesGoOnUnderTheirMessage) {
     const std::string on = "\x1B[33m";
     const std::string off = "\x1B[0m\n";
     const std::string wide = std::string(18, 'w') + "\u65E5";
+    Dump("code", kVersioned + kAt1000 + "00 21 03 80 0A 0A");
     for (const auto& [command, shown] : std::vector<std::pair<std::string, std::string>>{
+             {terminal + "trelvoctl decode --no-pager code 2>/dev/null' /dev/null",
+              "1.000 I/A (P 10, T 11): <code 800A0A>\n"},
              {"trelvoctl decode threads", head + "\\x0A" + wide + "wwww\n" + other + "\n"},
              {terminal + "trelvoctl decode --no-pager threads' /dev/null",
               on + head + off + on + indent + wide + off + on + indent + "wwww" + off + other +

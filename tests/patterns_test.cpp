@@ -100,6 +100,13 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
           "gus has opened door west", "bob has opened door west", "cy has opened door west",
           "zoe has opened door up"},
          {"<*> has opened door <*>"}},
+        {"the first word at last",
+         {"ann has opened door north", "ann has opened door south", "ann has opened door east",
+          "bob has opened door north", "bob has opened door south", "bob has opened door east",
+          "cy has opened door north", "cy has opened door south", "cy has opened door east",
+          "dan has opened door north", "dan has opened door south", "dan has opened door east",
+          "zoe has opened door up"},
+         {"<*> has opened door <*>"}},
         {"two places, never one of them alone",
          {"user ann opened door a", "user bea opened door bb", "user cat opened door cc",
           "user dan opened door dd", "user eva opened door ee", "user fay opened door ff",
@@ -238,6 +245,7 @@ TEST_F(PatternsCommand, CountsEachLineOnceAndNumbersThePatterns) {
     const std::string who = "session opened for user ";
     Dump("users", {{'I', who + "ann"}, {'I', who + "bob"}, {'W', who + "cy"}, {'I', who + "dan"}});
     EXPECT_THAT(Run("users").out, HasSubstr("\n        4 W 1.000 1.300 "));
+    EXPECT_THAT(Run("-o json users").out, HasSubstr(R"("levels":{"I":3,"W":1})"));
     WriteFile(folder_ / "next", DumpBuilder().Line(0, "up").Line(200, "up").Image(700));
     EXPECT_THAT(Run("-o json 1.dump next").out,
                 HasSubstr("[0,0,0,0,0,0,1,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,1]"))

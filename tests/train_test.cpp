@@ -303,7 +303,7 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
         {{{"_COMM", "T"}, {"MESSAGE", "x"}, {time, "5000000"}}, {"T 0/0 x -1000"}},
         {{{"_COMM", "T"}, {"_PID", "8"}}, {}},
         {{{"_COMM", "T"}, {"DLOG_LEVEL", "E"}, {"MESSAGE", "no prefix"}}, {}},
-        {{{"_PID", "7x"}, {"SYSLOG_PID", "8"}, {"MESSAGE", "x\n" + std::string(70000, 'm')}},
+        {{{"_PID", "7x"}, {"SYSLOG_PID", "8"}, {"MESSAGE", "x\n" + std::string(300000, 'm')}},
          {"unknown 8/8 x -6000", "unknown 8/8 " + std::string(65534, 'm') + " -6000"}},
         {{{"SYSLOG_IDENTIFIER", std::string(130, 't')},
           {"DLOG_LEVEL", "EE"},
