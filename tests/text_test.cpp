@@ -285,7 +285,6 @@ TEST(Progress, IsABarOnATerminalThatGoesAway) {
     {
         Progress progress(200, false, {});
         progress.Advance(50);
-        progress.Advance(50);  // too soon to draw it again
     }
     dup2(before.Get(), STDERR_FILENO);
     std::string shown(200, '\0');
