@@ -57,6 +57,7 @@ const rows = () => browser.run(async () => {
         tag: row.querySelector('.tag').textContent,
         mark: row.querySelector('.mark').textContent,
         place: row.ariaPosInSet,
+        other: row.classList.contains('other'),
       }));
 });
 const timeOf = ({wall_ms}) => new Date(wall_ms).toISOString().replace('T', ' ').slice(0, -1);
@@ -90,6 +91,29 @@ const copied = async (button) => {
     return navigator.clipboard.readText();
   });
 };
+
+// The pixels of a level in the timeline: the last row of each column that has some, from above.
+const bars = (level) => browser.run((letter) => {
+  const canvas = document.getElementById('timeline');
+  const copy =
+      new OffscreenCanvas(canvas.width, canvas.height).getContext('2d', {willReadFrequently: true});
+  const probe = document.getElementById('probe');
+  probe.style.color = `var(--level-${letter})`;
+  copy.fillStyle = getComputedStyle(probe).color;
+  copy.fillRect(0, 0, 1, 1);
+  const pixels = () => {
+    const {data} = copy.getImageData(0, 0, canvas.width, canvas.height);
+    return new Uint32Array(data.buffer);
+  };
+  const [color] = pixels();
+  copy.clearRect(0, 0, 1, 1);
+  copy.drawImage(canvas, 0, 0);
+  const last = {};
+  pixels().forEach((pixel, i) => {
+    if (pixel === color) last[i % canvas.width] = Math.floor(i / canvas.width);
+  });
+  return last;
+}, level);
 
 before(async () => {
   for (const each of [dumps, good]) mkdirSync(each);
@@ -139,6 +163,24 @@ check('sums up, draws and lists the log', async () => {
     return new Set(new Uint32Array(data.buffer)).size;
   });
   assert.ok(colors > 8, `${colors} colours`);
+  // The worst level stands at the bottom.
+  const debug = await bars('D');
+  const both = Object.entries(await bars('E')).filter(([column]) => column in debug);
+  assert.ok(both.length > 9);
+  for (const [column, row] of both) assert.ok(row > debug[column], `${row}, ${debug[column]}`);
+  const media = (value) => browser.cdp(
+      'Emulation.setEmulatedMedia', {features: [{name: 'prefers-color-scheme', value}]});
+  const of_light = await bars('E');
+  await media('dark');
+  await browser.settled();
+  assert.deepEqual(await bars('E'), of_light, 'in the colours of the night');
+  await media('light');
+  await browser.click('#utc');
+  assert.equal(await textOf('#when'), `${timeOf(lines[0])} to ${timeOf(lines.at(-1))} UTC`);
+  assert.equal(await browser.run(() => document.querySelectorAll('.tile.bad').length), 1);
+  const error = lines.findIndex(isError) + 1;
+  await browser.open(page, `#span=${error}-${error}`);
+  assert.equal(Object.keys(await bars('E')).length > 0, true, 'of one moment');
 });
 
 check('shows what decode gives under the same filters', async () => {
@@ -195,6 +237,9 @@ check('counts follow the filters', async () => {
   await browser.click('#all');
   assert.match(
       await textOf('#counts'), new RegExp(`^70,000 lines, ${full.toLocaleString('en-US')} m`));
+  await browser.open(page, '#level=E&text=no space&all=1');
+  for (const {other, message} of await rows()) assert.equal(other, !message.includes('no space'));
+  await browser.open(page, '#text=no space');
   await browser.click('#regex');
   await search(['a', 'a(']);
   assert.match(await textOf('#text-error'), /nterminated group/);
@@ -313,6 +358,12 @@ check('follows a link to what was seen', async () => {
   await browser.drag('#overview', 0.1, 1);
   await browser.keys('n');
   await browser.click('#sorts [value=new]');
+  await address('sort=new');
+  const entries = () => browser.run(() => history.length);
+  const left = await entries();
+  await browser.keys('n');
+  await address(`line=${await selected() + 1}`);
+  assert.equal(await entries(), left, 'a line that is selected is not led back to');
   const link = await copied('#link');
   assert.equal(link.replace(/.*#/, '#'), await address('sort=new'));
   const seen = [await count(), await selected(), await rows(), await textOf('#chips')];
@@ -405,6 +456,10 @@ check('lists patterns, and filters by one', async () => {
   }
   await browser.open(page, '#span=45001-70000');
   assert.ok((await shown())[0].bars > 28);
+  await browser.open(page, '#pattern=1&pattern=2');
+  assert.equal(
+      await browser.run(() => document.querySelectorAll('#patterns [aria-selected=true]').length),
+      2);
   // One that this page lacks is as good as none.
   await browser.open(page, `#level=F&not-pattern=1&not-pattern=${patterns.length + 1}`);
   assert.equal((await shown()).at(-1).text, patterns[0].text);
@@ -493,6 +548,11 @@ check('scrolls to any line', async () => {
     assert.equal(await selected(), line);
     assert.ok((await rows()).some(({place}) => place === String(line + 1)));
   }
+  await browser.keys('\uE015'.repeat(60));  // down
+  const [list, row] = await browser.run(
+      () => ['#lines', '#lines [aria-selected=true]'].map(
+          (css) => document.querySelector(css).getBoundingClientRect().bottom));
+  assert.ok(row <= list + 1, `${row} is below ${list}`);
 });
 
 check('is usable on a small screen, by name and on paper', async () => {
@@ -614,6 +674,7 @@ check('tells what is damaged, and times without a clock', async () => {
       shown.map(({mark}) => mark).filter(Boolean),
       told.match(/^-+ \w+/gm).map((text) => text.replace(/^-+ /, '')));
   assert.match(await textOf('#tiles'), /Span\s+20781 d 6 h/);
+  assert.match(await textOf('#span'), /^1970-01-01 .* to 2026-/);
   assert.equal(await copied('#copy'), told.replace(/^---.*\n/gm, ''));
   // Time that starts over.
   const boots = [9, 4].map((seconds, i) => {
@@ -625,4 +686,8 @@ check('tells what is damaged, and times without a clock', async () => {
   run('report', ...boots, '-o', file);
   await browser.open(file);
   assert.deepEqual((await rows()).map(({time}) => time), ['9.000', '4.000']);
+  assert.equal(await browser.run(() => document.querySelectorAll('.tile.bad').length), 0);
+  run('report', dumps, 'none:F', '-o', file);
+  await browser.open(file);
+  assert.equal(await textOf('#when'), 'no lines');
 });
