@@ -56,6 +56,20 @@ Messages that differ in values are one pattern; what changed from a healthy log 
   $ trelvoctl compare good.dump good.dump
   good: 1310 lines in 9 min 59 s; bad: 1310 lines in 9 min 59 s, most patterns x1
   0 of 5 patterns changed
+  $ rarely() { awk -v n=$1 'BEGIN {
+  >     for (i = 1; i <= 400; ++i) {
+  >         printf "%d.000 I/A (P 1, T 1): steady\n", i
+  >         if (i % n == 0) printf "%d.500 I/A (P 1, T 1): rare\n", i
+  >     }
+  > }'; }
+  $ rarely 2 | make_dump often.dump; rarely 20 | make_dump seldom.dump
+  $ trelvoctl compare often.dump seldom.dump
+  good: 600 lines in 6 min 39 s; bad: 420 lines in 6 min 39 s, most patterns x1
+  1 of 2 patterns changed
+  CHANGE L GOOD BAD   TIME TAG: EXAMPLE
+  x0.1   I  200  20 20.500 A: rare
+  $ trelvoctl compare -o json often.dump seldom.dump | grep -o '"change":"[a-z]*"'
+  "change":"less"
   $ trelvoctl compare good.dump bad.dump '*:E'
   trelvoctl: good.dump: has no lines to compare
   [6]
