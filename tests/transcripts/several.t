@@ -86,6 +86,20 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
   > 8.000 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000002 host=a\xff"b wall=1764000011.700000 monotonic=8.000000
   > 8.000 F/A (P 1, T 1): odd
   > END
+  $ trelvoctl decode -g 'end' [1-5].dump
+  --------- reboot: time starts over
+  2025-11-24 16:01:45.000 E/A (P 1): and its end
+  $ make_dump late.dump <<'END'
+  > 15.800 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000001 host=door wall=1764000020.500000 monotonic=15.800000
+  > 15.800 F/A (P 1, T 1): door shut
+  > END
+  $ trelvoctl decode -g 'shut|four' 2.dump 3.dump late.dump
+  2025-11-24 16:00:20.500 door F/A (P 1): door shut
+  --------- till: gap: lines between 2025-11-24 16:00:12.000 and 2025-11-24 16:00:20.000 are in none of the dumps
+  2025-11-24 16:00:21.000 till I/A (P 1): four
+  $ trelvoctl patterns --lines -o json -g one 2.dump 3.dump
+  {"time_ms":10500,"time":"2025-11-24T16:00:10.500+00:00","level":"I","tag":"A","pid":1,"tid":1,"message":"one","coded":false,"file":"2.dump","pattern":1}
+  $ rm late.dump
   $ trelvoctl decode -o csv odd.dump other.dump | cut -d , -f 3
   host
   "a\xef\xbf\xbd""b" (esc)

@@ -38,6 +38,10 @@ Training code tables, from every kind of input, and reading what a recorder wrot
   in the service about 47 bytes of memory (estimate)
   lines          57; 49 coded (86.0 %)
   message bytes  507 as text, 173 with tables (65.9 % saved)
+  $ ln -s few link; trelvoctl train -o link/ --force --policy-version 8 counts.tsv
+  trelvoctl: link/: not a folder; left unchanged
+  [2]
+  $ rm link
   $ for db in few/*.db; do sqlite3 $db 'select log from HuffmanCode'; done
   started
   frequent

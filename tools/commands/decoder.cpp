@@ -136,6 +136,8 @@ ExitCode Decoder::Run() {
         ShowFrom(0);
         again_ = format_->WantsAgain();
         if (again_) {
+            last_.clear();
+            last_boot_.reset();
             ShowFrom(0);
         }
     }
@@ -330,8 +332,7 @@ std::string Decoder::TimeText(int64_t ms, std::optional<int64_t> boot_time_ms) c
 }
 
 std::string Decoder::MarkerText(Break before, const Line& line, const Part& part) {
-    const LastLine& last = last_[timeline_->Host(part.boot)];
-    const std::string from = TimeText(last.time_ms, last.boot_time_ms);
+    const std::string from = TimeText(last_line_->time_ms, last_line_->boot_time_ms);
     std::string text = style_.host ? timeline_->Host(part.boot) + ": " : "";
     switch (before) {
         case Break::kGap:
@@ -352,15 +353,17 @@ std::string Decoder::MarkerText(Break before, const Line& line, const Part& part
 
 void Decoder::Show(const Line& line, Break before, const Part& part) {
     const auto boot_time_ms = BootTime(line, part.boot);
-    if (before != Break::kNone && !again_) {
-        marker_ = MarkerText(before, line, part);
-        break_ = before;
-    }
     if (part.boot != last_boot_) {
         last_boot_ = part.boot;
         last_line_ = &last_[timeline_->Host(part.boot)];
     }
-    *last_line_ = {line.time_ms, boot_time_ms};
+    // Of several without a line in between, that of most consequence is told.
+    if (before != Break::kNone && before >= last_line_->before && !again_) {
+        last_line_->marker = MarkerText(before, line, part);
+        last_line_->before = before;
+    }
+    last_line_->time_ms = line.time_ms;
+    last_line_->boot_time_ms = boot_time_ms;
     if (!again_) {
         ++lines_;
         if (line.kind == Line::Message::kCode) {
@@ -388,19 +391,18 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     context.boot_time_ms = boot_time_ms;
     context.latest = part.latest;
     context.boot_place = part.boot;
-    context.before = break_;
-    break_ = Break::kNone;
+    context.before = std::exchange(last_line_->before, Break::kNone);
     text_.clear();
     format_->Append(line, context, text_);
-    if (!marker_.empty()) {
+    if (context.before != Break::kNone) {
+        const std::string& text = last_line_->marker;
         if (format_->TakesMarkers()) {
             // Viewers of the threadtime format pass over lines that begin like this.
-            const std::string marker = "--------- " + Escape(marker_) + '\n';
+            const std::string marker = "--------- " + Escape(text) + '\n';
             text_ = options_.reversed ? text_ + marker : marker + text_;
         } else if (!format_->TakesBreaks()) {
-            Complain(part.name + ": " + marker_);
+            Complain(part.name + ": " + text);
         }
-        marker_.clear();
     }
     sink_.Take(text_);
 }

@@ -66,6 +66,8 @@ private:
     struct LastLine {
         int64_t time_ms = 0;
         std::optional<int64_t> boot_time_ms;
+        Break before = Break::kNone;  // the next one that is shown
+        std::string marker;           // of it
     };
 
     [[nodiscard]] std::vector<DumpFile> InOrder(const std::vector<std::string>& paths);
@@ -103,8 +105,6 @@ private:
     TimeStyle style_;
     std::vector<std::string> boot_ids_;
     std::vector<std::optional<int64_t>> guessed_;  // boot times by the files' times, in that style
-    Break break_ = Break::kNone;                   // that it tells of
-    std::string marker_;                           // to be shown before the next line
     std::string text_;                             // of the line at hand
     std::map<std::string, LastLine> last_;         // by host
     std::optional<size_t> last_boot_;              // of the line before

@@ -180,6 +180,11 @@ void MoveIntoPlace(const std::string& staging, const std::string& target, bool r
     File(parent.empty() ? "." : parent.string(), O_RDONLY | O_DIRECTORY).Sync();
 }
 
+// A slash at the end would follow a symbolic link.
+std::string WithoutSlashes(const std::string& folder) {
+    return folder.substr(0, std::max<size_t>(folder.find_last_not_of('/') + 1, 1));
+}
+
 }  // namespace
 
 bool IsPolicyText(std::string_view text) {
@@ -191,7 +196,7 @@ bool IsPolicyText(std::string_view text) {
 
 void RequireTarget(const std::string& folder, bool replace) {
     std::error_code error;
-    const fs::file_status status = fs::symlink_status(folder, error);
+    const fs::file_status status = fs::symlink_status(WithoutSlashes(folder), error);
     if (!fs::exists(status)) {
         return;
     }
@@ -215,7 +220,7 @@ void RequireTarget(const std::string& folder, bool replace) {
 
 uint64_t WritePolicyFolder(const std::string& folder, bool replace, const std::string& version,
                            const std::vector<TagTable>& tables) {
-    const std::string target = folder.substr(0, folder.find_last_not_of('/') + 1);
+    const std::string target = WithoutSlashes(folder);
     const StagingFolder staging(target);
     PolicyFile policy;
     policy.version = version;
