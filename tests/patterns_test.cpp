@@ -42,7 +42,7 @@ std::vector<std::string> Texts(const std::vector<std::string>& messages) {
 }
 
 TEST(Patterns, ValuesAreToldByTheirLook) {
-    const std::pair<const char*, const char*> rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"link eth0 up at 100 Mbit/s", "link eth<*> up at <*> Mbit/s"},
         {"  tabs\tand   blanks ", "tabs and blanks"},
         {"from 10.0.0.1:22, [fe80::1%2] 00:1a:2B:3c:4d:ee", "from <*>, [<*>%<*>] <*>"},
@@ -58,6 +58,8 @@ TEST(Patterns, ValuesAreToldByTheirLook) {
          "say '<*>' or \"no such file\", don't \"\""},
         {"blk_-12 blk_3456 done", "blk_<*> done"},
         {"wait....1 a...b", "wait....<*> a...b"},
+        {"open /sdcard/M\u00FCller/a now", "open <*> now"},
+        {"x=[" + std::string(300, 'a') + " b] end", "x=<*> b] end"},
         {"a::b::c abc12 abcd12 ab1c2de3x src/a.c u@h b@", "a::b::c abc<*> <*> b@"},
         {"got 1, 2, 3; y=1 y=2 of p=(a(b) c)d (5 s)", "got <*>; y=<*> of p=<*> (<*>)"},
         {"", ""},

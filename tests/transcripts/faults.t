@@ -139,6 +139,28 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   trelvoctl COMMAND --help tells the options and the exit codes of a command.
   
   [2]
+  $ trelvoctl launch --help
+  Send a launch request to the running service
+  Usage: trelvoctl launch [OPTIONS] KEY=VALUE...
+  
+  Positionals:
+    KEY=VALUE ... REQUIRED      Launch arguments, such as DUMP=/var/tmp/dumps
+  
+  Options:
+    -h, --help                  Print this help message and exit
+    --timeout SECONDS:INT in [1 - 3600]=10
+                                Wait no longer for the service
+  
+  Exit codes:
+    0  success
+    1  the service does not run, or did not answer
+    2  wrong usage, or the service refused it
+    7  a fault of trelvoctl itself
+  
+  $ for i in 1 2 3 4 5 6 7 8 9; do cp whole.dump $i.dump; done
+  $ (trap '' XFSZ; ulimit -f 1; trelvoctl stat [1-9].dump >out); stat -c %s out; rm [1-9].dump out
+  trelvoctl: standard output: File too large
+  1024
   $ trelvoctl decode
   trelvoctl: FILE is required
   [2]

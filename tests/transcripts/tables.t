@@ -38,6 +38,10 @@ Training code tables, from every kind of input, and reading what a recorder wrot
   in the service about 47 bytes of memory (estimate)
   lines          57; 49 coded (86.0 %)
   message bytes  507 as text, 173 with tables (65.9 % saved)
+  $ printf 'not a count\nA\tstarted\t9\n' | trelvoctl train -o other --policy-version 9 --format counts - | grep lines
+  trelvoctl: standard input: line 1: is not TAG, message and count
+  lines          9; 9 coded (100.0 %)
+  $ rm -rf other
   $ ln -s few link; trelvoctl train -o link/ --force --policy-version 8 counts.tsv
   trelvoctl: link/: not a folder; left unchanged
   [2]
