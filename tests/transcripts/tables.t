@@ -42,6 +42,26 @@ Training code tables, from every kind of input, and reading what a recorder wrot
   trelvoctl: standard input: line 1: is not TAG, message and count
   lines          9; 9 coded (100.0 %)
   $ rm -rf other
+  $ printf 'A\tzero\t9\nA\tone\t5\n' >unordered.tsv
+  $ trelvoctl train -o other --policy-version 9 unordered.tsv >/dev/null
+  $ trelvoctl train -o other --policy-version 9 --force unordered.tsv >/dev/null; ls -d other*
+  other
+  $ sqlite3 other/1-A.db 'select log from HuffmanCode'
+  one
+  zero
+  $ printf '1.000 I/A (P 1, T 1): started\n2.000 I/A (P 1, T 1): started\n' | make_dump trained.dump
+  $ trelvoctl train -o other --policy-version 9 --force --evaluate trained.dump trained.dump
+  policy         9 in other
+  tags           1 with a table, of 1
+  entries        1
+  on disk        8268 bytes
+  in the service about 23 bytes of memory (estimate)
+  lines          2; 2 coded (100.0 %)
+  message bytes  16 as text, 4 with tables (75.0 % saved)
+  evaluated on   trained.dump
+    lines        2; 2 coded (100.0 %), 0 refused
+    bytes a line 29.00 as text, 10.50 without tables, 4.50 with tables
+  $ rm -r other unordered.tsv trained.dump
   $ ln -s few link; trelvoctl train -o link/ --force --policy-version 8 counts.tsv
   trelvoctl: link/: not a folder; left unchanged
   [2]
