@@ -139,22 +139,26 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   trelvoctl COMMAND --help tells the options and the exit codes of a command.
   
   [2]
-  $ trelvoctl launch --help
-  Send a launch request to the running service
-  Usage: trelvoctl launch [OPTIONS] KEY=VALUE...
-  
-  Positionals:
-    KEY=VALUE ... REQUIRED      Launch arguments, such as DUMP=/var/tmp/dumps
+  $ trelvoctl status --help
+  Say whether the service records, and how it is
+  Usage: trelvoctl status [OPTIONS]
   
   Options:
     -h, --help                  Print this help message and exit
-    --timeout SECONDS:INT in [1 - 3600]=10
-                                Wait no longer for the service
+    -o, --output FORM:{text,json,prometheus}=text
+                                Form of the output
+  
+  Says whether the service runs and whether what is logged reaches it, with what
+  it holds, what it has lost and what came of the last dump. What nobody has said
+  is shown as unknown. The form prometheus is for the text-file collector of a
+  node exporter.
   
   Exit codes:
-    0  success
-    1  the service does not run, or did not answer
-    2  wrong usage, or the service refused it
+    0  the service records
+    1  the service does not run
+    2  wrong usage
+    3  the service runs and does not record
+    5  standard output could not be written
     7  a fault of trelvoctl itself
   
   $ for i in 1 2 3 4 5 6 7 8 9; do cp whole.dump $i.dump; done
