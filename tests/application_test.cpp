@@ -38,7 +38,7 @@ TEST(ApplicationTest, FirstLaunchConfiguresAndLaterOnesDump) {
     InFreshProcess([] {
         Platform().launch_arguments = {{"LOGTAG", "A//C"},
                                        {"LOGLEVEL", "E/W/I/D"},
-                                       {"RQBBUFFER", "512k"},
+                                       {"RQBBUFFER", "0512k"},
                                        {"POLICYMODE", "-99999999999999999999"},
                                        {"DLOGDUMPMODE", "timer&&poweroff&Timer&bufferfull"},
                                        {"DLOGDUMPVALUE", "2147483648"},
@@ -47,7 +47,7 @@ TEST(ApplicationTest, FirstLaunchConfiguresAndLaterOnesDump) {
         // The compressor thread finds no capture file and tries again every second.
         EXPECT_TRUE(Platform().WaitFor("E exception: =[TRELVO_BUFFER could not be opened]", 2));
         const std::string command =
-            "dlogutil -r 512k -n 1 -f /tmp/trelvo/RQB_Buffer -v kerneltime A:E :W C:I &";
+            "dlogutil -r 0512k -n 1 -f /tmp/trelvo/RQB_Buffer -v kerneltime A:E :W C:I &";
         EXPECT_EQ(
             Platform().Take(true),
             "I Trelvo main Called..; I app_create called; I m_pInstance Created; I CTREventManager "

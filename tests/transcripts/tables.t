@@ -43,6 +43,12 @@ Training code tables, from every kind of input, and reading what a recorder wrot
   lines          9; 9 coded (100.0 %)
   $ rm -rf other
   $ printf 'A\tzero\t9\nA\tone\t5\n' >unordered.tsv
+  $ (trap '' XFSZ; ulimit -f 4; trelvoctl train -o other --policy-version 9 unordered.tsv 2>&1 |
+  >     sed 's/other\.[^/]*/other.X/'; echo ${PIPESTATUS[0]}); ls -d other*
+  trelvoctl: other.X/1-A.db: disk I/O error
+  5
+  ls: cannot access 'other*': No such file or directory
+  [2]
   $ trelvoctl train -o other --policy-version 9 unordered.tsv >/dev/null
   $ trelvoctl train -o other --policy-version 9 --force unordered.tsv >/dev/null; ls -d other*
   other
