@@ -66,7 +66,9 @@ public:
         }
         app_control_s request{arguments};
         callback_.app_control(&request, user_data_);
-        has_failed_ = has_failed_ || (first && exit_requested);
+        if (first) {
+            has_failed_ = exit_requested;
+        }
         return {};
     }
 
