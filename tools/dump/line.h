@@ -9,7 +9,7 @@
 
 namespace trelvo {
 
-// What lies between a dump's first line and the line before it.
+// What lies between a dump's first line and the line before it; the graver, the later it stands.
 enum class Break {
     kNone,   // nothing is missing
     kGap,    // lines that no dump holds
