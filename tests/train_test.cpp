@@ -434,7 +434,7 @@ TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
                                    "\x01\x31\x07\x03T,1\x02\x02\x01\0\0\x21\x01\x80"s
                                    "\0\x21\x05hello\0\x21\x05hello\0\x21"s);
     const std::vector<std::tuple<std::vector<std::string>, int, std::string, bool>> rows{
-        {{folder_ + "missing", dump}, 3, "missing: No such file", false},
+        {{folder_ + "missing", dump}, 4, "missing: No such file", false},
         {{folder_}, 3, "no dumps in ", false},
         {{"-", "--evaluate", "-"}, 2, "standard input (-) can be read only once", false},
         {{Write("prose", "no log at all\n")},

@@ -254,6 +254,17 @@ From captured text, a journal and dumps; what they are for other lines.
   trelvoctl: notes.txt: none of 2 lines is capture text, which looks like this: 12.345 I/MY_TAG (P 1234, T 1240): main.c: run(52) > started
   trelvoctl: nothing was written
   [3]
+  $ printf '1.000 I/A (P 1, T 1): \\x00\n%.0s' 1 2 | make_dump codes.dump 7
+  $ trelvoctl train -o none --policy-version 1 codes.dump
+  trelvoctl: codes.dump: 2 messages may be codes of policy version '7' and are left out; --policy gives its tables
+  trelvoctl: nothing was written
+  [4]
+  $ head -c -2 codes.dump >damaged.dump
+  $ trelvoctl train -o none --policy-version 1 damaged.dump
+  trelvoctl: damaged.dump: 1 messages may be codes of policy version '7' and are left out; --policy gives its tables
+  trelvoctl: damaged.dump: offset 18: message is cut off
+  trelvoctl: nothing was written
+  [4]
   $ ls none
   ls: cannot access 'none': No such file or directory
   [2]

@@ -81,20 +81,23 @@ ExitCode Report(const std::string& path, const InputSummary& summary, const Code
     return worst;
 }
 
-// Nothing when the input gave no line and is not simply empty.
-std::optional<ExitCode> CountInput(const std::string& path, const TrainOptions& options,
-                                   const CodeTables* tables, MessageCounts& counts,
-                                   Progress& progress) {
+struct Counting {
+    ExitCode worst = ExitCode::kSuccess;
+    bool is_usable = true;  // unless an input gave no line and is not simply empty
+};
+
+Counting CountInput(const std::string& path, const TrainOptions& options, const CodeTables* tables,
+                    MessageCounts& counts, Progress& progress) {
     try {
         const InputSummary summary = ReadInput(
             path, FormatOf(options.format), tables,
             [&counts](const TrainingLine& line) { counts.Add(line.tag, line.message, line.count); },
             [&progress](size_t size) { progress.Advance(size); });
         const ExitCode code = Report(path, summary, tables);
-        return code == ExitCode::kDamage && summary.lines == 0 ? std::nullopt : std::optional(code);
+        return {code, code == ExitCode::kSuccess || summary.lines != 0};
     } catch (const std::system_error& error) {
         Complain(InputName(path) + ": " + error.what());
-        return std::nullopt;
+        return {ExitCode::kDamage, false};
     }
 }
 
@@ -178,22 +181,20 @@ void ReportLosses(const MessageCounts& counts, const Training& training) {
 }
 
 // All inputs are read even after one that gave nothing, so that all that is wrong is told at once.
-std::optional<ExitCode> CountInputs(const TrainOptions& options, const CodeTables* tables,
-                                    MessageCounts& counts) {
-    auto worst = ExitCode::kSuccess;
-    bool all_read = true;
+Counting CountInputs(const TrainOptions& options, const CodeTables* tables, MessageCounts& counts) {
+    Counting all;
     Faults faults;
     const std::vector<std::string> files = ExpandInputs(options.inputs, faults);
     if (faults.Worst() != ExitCode::kSuccess) {
-        return std::nullopt;
+        return {faults.Worst(), false};
     }
     Progress progress(TotalSize(files), false);
     for (const std::string& path : files) {
-        const std::optional<ExitCode> code = CountInput(path, options, tables, counts, progress);
-        all_read = all_read && code;
-        worst = std::max(worst, code.value_or(ExitCode::kDamage));
+        const Counting one = CountInput(path, options, tables, counts, progress);
+        all.worst = std::max(all.worst, one.worst);
+        all.is_usable = all.is_usable && one.is_usable;
     }
-    return all_read ? std::optional(worst) : std::nullopt;
+    return all;
 }
 
 ExitCode TrainTables(const TrainOptions& options) {
@@ -218,12 +219,12 @@ ExitCode TrainTables(const TrainOptions& options) {
     const CodeTables* const old_tables = tables ? &*tables : nullptr;
 
     MessageCounts counts(options.most_memory);
-    const std::optional<ExitCode> read = CountInputs(options, old_tables, counts);
-    if (!read) {
+    const Counting counting = CountInputs(options, old_tables, counts);
+    worst = std::max(worst, counting.worst);
+    if (!counting.is_usable) {
         Complain("nothing was written");
-        return ExitCode::kDamage;
+        return worst;
     }
-    worst = std::max(worst, *read);
     const Training training = Train(counts, options.limits);
     ReportLosses(counts, training);
     try {
