@@ -188,6 +188,9 @@ size_t AppendLines(const Fields& fields, std::string_view tag, uint64_t usec, st
     while (NextLine(message, text)) {
         ++left_out;
     }
+    if (is_cut && left_out == 0) {
+        left_out = 1;  // the last line has lost its end
+    }
     if (left_out > 0) {
         lines += start;
         lines +=

@@ -32,7 +32,7 @@ inline constexpr std::array<std::string_view, kFieldCount> kFieldNames = {
 // Longer messages are cut, and the other fields at kMaxField.
 inline constexpr size_t kMaxMessage = size_t{64} * 1024;
 inline constexpr size_t kMaxField = 4096;
-// An entry's further lines are left out, and one line more says how many.
+// An entry's further lines are left out, and one line more says how many, at least.
 inline constexpr size_t kMaxLines = 256;
 
 // The fields of one entry. Meant to be used again for the next one: it keeps its memory.
@@ -72,7 +72,7 @@ inline constexpr std::string_view kClockTag = "trelvo.clock";
 //
 // Every line of a message of several lines is complete; blank ones are left out. `tag` is what goes
 // between level and ids, as TagOf() gives it; `usec` is the monotonic time. Returns how many lines
-// were left out.
+// were left out, where a line that was cut counts as one.
 size_t AppendLines(const Fields& fields, std::string_view tag, uint64_t usec, std::string& lines);
 
 }  // namespace dlogutil

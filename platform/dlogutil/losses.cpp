@@ -25,7 +25,7 @@ std::optional<std::string> LossReport::Take(const LossCounts& counts, Time now) 
     };
     add(counts.removed, said_.removed, " entries that the journal removed before they were read");
     add(counts.unreadable, said_.unreadable, " entries that could not be read");
-    add(counts.left_out, said_.left_out, " lines of entries of too many lines");
+    add(counts.left_out, said_.left_out, " lines of entries that are too long");
     add(counts.uncounted, said_.uncounted,
         " times an unknown number of entries, as the journal's files went and it counts anew");
     said_ = counts;

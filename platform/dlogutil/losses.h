@@ -11,7 +11,7 @@ namespace dlogutil {
 struct LossCounts {
     uint64_t removed = 0;     // entries that the journal removed before they were read
     uint64_t unreadable = 0;  // entries that could not be read
-    uint64_t left_out = 0;    // lines of entries of too many lines
+    uint64_t left_out = 0;    // lines of entries that are too long
     uint64_t uncounted = 0;   // gaps of unknown size
 
     [[nodiscard]] bool operator==(const LossCounts& other) const;
