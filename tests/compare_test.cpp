@@ -66,8 +66,12 @@ TEST(Rates, BurstsAreToldFromSteadyLines) {
     EXPECT_EQ(JoinedBurstFactor(1, 100), 1);
     EXPECT_GT(JoinedBurstFactor(20, 100), 90);
     EXPECT_EQ(JoinedBurstFactor(20, 5), 20);
-    EXPECT_LT(ChanceOfPeak(100, 3, 64, 1), 1e-50);
-    EXPECT_EQ(ChanceOfPeak(100, 3, 64, 12), 1) << "bursts are usual";
+    burst.back() = 200;
+    EXPECT_EQ(FindPeak({burst, 1}, 192, 1).slice, 63U);
+    EXPECT_EQ(FindPeak({burst, 1.5}, 192, 1).slice, 20U) << "for their length";
+    EXPECT_LT(FindPeak({burst, 1}, 192, 1).chance, 1e-50);
+    EXPECT_EQ(FindPeak({burst, 1}, 192, 20).chance, 1) << "bursts are usual";
+    EXPECT_EQ(FindPeak({{100, 100, 100, 149}, 1.49}, 449, 1).chance, 1) << "steady";
 }
 
 TEST(Rates, WhatCameOnceTellsOfWhatIsNew) {

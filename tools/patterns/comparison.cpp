@@ -257,13 +257,12 @@ void Comparison::Test() {
                                     std::pow(range.high / (1 + range.high), again);
             row->chance = std::min(row->chance, expected / static_cast<double>(rows_.size()));
         } else if (bad > 0) {
-            const SliceCounts slices = Slices(kBad, row->sides[kBad]);
-            const auto parts = static_cast<double>(slices.lines.size());
-            const double peak =
-                ChanceOfPeak(*std::max_element(slices.lines.begin(), slices.lines.end()),
-                             good * range.high / parts, parts, row->good_burst);
-            row->peak = peak < row->chance;
-            row->chance = std::min(1.0, 2 * std::min(peak, row->chance));  // two tests
+            const Peak peak =
+                FindPeak(Slices(kBad, row->sides[kBad]), good * range.high, row->good_burst);
+            if (peak.chance < row->chance) {
+                row->peak = peak.slice;
+            }
+            row->chance = std::min(1.0, 2 * std::min(peak.chance, row->chance));  // two tests
         }
     }
 }
@@ -357,13 +356,9 @@ Change Comparison::ChangeOf(const Row& row) const {
     change.cut = row.cut;
     change.chance = row.chance;
     change.numbers = row.line_numbers;
-    if (change.kind == Change::Kind::kBurst) {
-        const auto& slices = change.bad.slices;
-        const auto fullest = std::max_element(slices.begin(), slices.end()) - slices.begin();
-        change.time = sides_[kBad].slice_begins.at(static_cast<size_t>(fullest));
-    } else {
-        change.time = change.bad.count > 0 ? change.bad.first : change.good.last;
-    }
+    change.time = change.kind == Change::Kind::kBurst ? sides_[kBad].slice_begins.at(*row.peak)
+                  : change.bad.count > 0              ? change.bad.first
+                                                      : change.good.last;
     return change;
 }
 

@@ -103,8 +103,8 @@ private:
         std::array<SideCount, 2> sides;
         // Of the test.
         double good_burst = 1;
-        double burst = 1;   // of both sides
-        bool peak = false;  // tells more than its rate
+        double burst = 1;            // of both sides
+        std::optional<size_t> peak;  // the slice that tells more than the rate
         double chance = 1;
     };
     struct SideState {

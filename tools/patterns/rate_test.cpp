@@ -99,10 +99,21 @@ double ChanceOfRates(double good, double bad, const ShareRange& share, double bu
     return std::min(1.0, 2 * std::min(more, less));
 }
 
-double ChanceOfPeak(double lines, double expected, double slices, double burst) {
-    const double bursts = lines / (burst * burst);
-    const double mean = kLeastChange * expected / burst;
-    return bursts <= mean ? 1 : std::min(1.0, slices * boost::math::gamma_p(bursts, mean));
+Peak FindPeak(const SliceCounts& counts, double expected, double burst) {
+    const auto slices = static_cast<double>(counts.lines.size());
+    const double length = slices - 1 + counts.last_slice;
+    Peak peak;
+    for (size_t i = 0; i < counts.lines.size(); ++i) {
+        const double size = i + 1 < counts.lines.size() ? 1 : counts.last_slice;
+        const double bursts = counts.lines[i] / (burst * burst);
+        const double mean = kLeastChange * expected * size / length / burst;
+        const double chance =
+            bursts <= mean ? 1 : std::min(1.0, slices * boost::math::gamma_p(bursts, mean));
+        if (chance < peak.chance) {
+            peak = {i, chance};
+        }
+    }
+    return peak;
 }
 
 size_t Novelty::Severity(char level) {

@@ -46,9 +46,14 @@ inline constexpr double kLeastChange = 1.25;
 [[nodiscard]] double ChanceOfRates(double good, double bad, const ShareRange& share, double burst,
                                    double good_burst);
 
-// How likely it is that the fullest of so many slices holds as many lines as this where `expected`
-// come in each, if bursts of `burst` lines are usual, and vary in size by as much.
-[[nodiscard]] double ChanceOfPeak(double lines, double expected, double slices, double burst);
+// The slice whose lines chance explains least, and how likely it is that any holds as many for its
+// length where `expected` come in all, if bursts of `burst` lines are usual, and vary in size by as
+// much.
+struct Peak {
+    size_t slice = 0;
+    double chance = 1;
+};
+[[nodiscard]] Peak FindPeak(const SliceCounts& counts, double expected, double burst);
 
 // What the good side holds by chance, since it has come there once, and could as well have come on
 // the other side alone (Good and Turing): each of its patterns by level and burst factor.
