@@ -868,7 +868,7 @@ TEST_F(Decode, ARestartAmongLinesOfOneTimeIsBounded) {
 TEST_F(Decode, FollowsAFolder) {
     Dump("trelvo.dump", kKept);
     const Process follower(
-        {(TRELVO_BIN_DIR "/trelvoctl"), "decode", "-f", "-n", "2", "-o", "raw", folder_},
+        {(TRELVO_BIN_DIR "/trelvoctl"), "decode", "-f", "-n", "2", "-o", "raw", folder_ / ""},
         folder_ / "out", folder_ / "err");
     const auto shown = [this](const std::string& text) {
         return WaitForChange(folder_, [&] { return ReadFile(folder_ / "out") == text; });
@@ -880,6 +880,7 @@ TEST_F(Decode, FollowsAFolder) {
     Dump("unfinished", kKeptLater);
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_1.dump");
     EXPECT_TRUE(shown("a\nb\nc\n"));
+    std::ofstream(folder_ / "trelvo.dump", std::ios::app);  // is not changed
     half << FromHex(kDropped);
     half.close();
     EXPECT_TRUE(shown("a\nb\nc\nd\n"));

@@ -70,6 +70,8 @@ Messages that differ in values are one pattern; what changed from a healthy log 
   x0.1   I  200  20 20.500 A: rare
   $ trelvoctl compare -o json often.dump seldom.dump | grep -o '"change":"[a-z]*"'
   "change":"less"
+  $ touch A:I; trelvoctl compare good.dump bad.dump A:I; rm A:I
+  trelvoctl: compare: 'A:I' is a file; several dumps of one side go into a folder
   $ trelvoctl compare good.dump bad.dump '*:E'
   trelvoctl: good.dump: has no lines to compare
   [6]

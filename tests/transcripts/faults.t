@@ -49,6 +49,9 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   
   trelvoctl: cut.dump: offset 35: message is cut off; the times shown are the latest possible
   [3]
+  $ head -c 20 whole.dump | trelvoctl stat -o json - | grep -o '"records":.*"levels":[^,]*'
+  trelvoctl: standard input: offset 20: record header is cut off
+  "records":0,"shared_records":0,"records_per_second":null,"bytes_per_second":null,"levels":{}
   $ trelvoctl stat cut.dump
   trelvoctl: cut.dump: offset 35: message is cut off
   cut.dump: 2 lines in 1.000 s, 2.0 a second

@@ -275,3 +275,16 @@ A service that was started again records lines once more; they are shown once, i
   11.900 I/A (P 1): missed
   12.000 I/A (P 1): three
   13.000 I/A (P 1): new
+  $ (echo '9.000 I/A (P 1, T 1): early'; trelvoctl decode --monotonic 2.dump; echo '13.000 I/A (P 1, T 1): new') |
+  >     sed 's/(P \([0-9]*\))/(P \1, T \1)/' | make_dump early.dump
+  $ written early 16:00:13
+  $ trelvoctl stat 2.dump early.dump | head -1
+  2 dumps: 7 lines in 4.000 s, 1.8 a second
+  $ trelvoctl decode --monotonic 2.dump early.dump
+  --------- restart: the service was started again and recorded this boot once more
+   9.000 I/A (P 1): early
+  10.000 I/A (P 1): before the clock
+  10.500 I/A (P 1): one
+  11.000 W/B (P 2): two
+  12.000 I/A (P 1): three
+  13.000 I/A (P 1): new

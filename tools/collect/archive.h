@@ -32,7 +32,7 @@ public:
     explicit Archive(const std::string& path);
 
     // Stores a copy of the dump, and returns once it is on the disk with its name. Where it fails
-    // nothing of it is left.
+    // nothing incomplete is left.
     void Store(const std::string& dump) const;
 
     // Oldest first.

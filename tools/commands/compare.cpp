@@ -143,9 +143,10 @@ void PrintJson(const Comparison& comparison, const Differences& found, bool utc)
 
 ExitCode Compare(const CompareOptions& options) {
     for (const std::string& word : options.decode.words) {
-        if (!LineFilter::IsTagLevel(word)) {
+        if (!Decoder::IsFilter(word)) {  // otherwise it would become a dump of both sides
             Complain("compare: '" + word +
-                     "' is not TAG:LEVEL; several dumps of one side go into a folder");
+                     (LineFilter::IsTagLevel(word) ? "' is a file" : "' is not TAG:LEVEL") +
+                     "; several dumps of one side go into a folder");
             return ExitCode::kUsage;
         }
     }

@@ -157,7 +157,8 @@ ExitCode Decoder::Run() {
         if (event->lost) {
             paths = DumpsIn(inputs_.front());
         } else if (event->complete && IsDumpName(event->name)) {
-            paths.push_back(inputs_.front() + "/" + event->name);
+            // Spelled as DumpsIn() does, so that one that is known is recognised.
+            paths.push_back((fs::path(inputs_.front()) / event->name).string());
         }
         if (paths.empty()) {
             continue;

@@ -115,7 +115,8 @@ private:
 
     void Sum() {
         once_.resize(dumps_.size());
-        std::map<size_t, int64_t> ends;  // of each boot, so far
+        // Of each boot what its dumps cover, by start.
+        std::map<size_t, std::multimap<int64_t, int64_t>> spans;
         for (size_t i = 0; i < dumps_.size(); ++i) {
             const Part& part = timeline_.Parts()[i];
             const DumpStatistics& s = dumps_[i].statistics;
@@ -124,10 +125,14 @@ private:
             total_->coded += s.coded.records;
             total_->bytes += s.bytes;
             total_->text_bytes += s.text_bytes;
-            const auto end = ends.try_emplace(part.boot, part.start_ms).first;
-            total_->span_ms +=
-                std::max<int64_t>(part.EndMs() - std::max(part.start_ms, end->second), 0);
-            end->second = std::max(end->second, part.EndMs());
+            spans[part.boot].emplace(part.start_ms, part.EndMs());
+        }
+        for (const auto& [boot, dumps] : spans) {
+            int64_t reached = dumps.begin()->first;
+            for (const auto& [start, end] : dumps) {
+                total_->span_ms += std::max<int64_t>(end - std::max(start, reached), 0);
+                reached = std::max(reached, end);
+            }
         }
         timeline_.Visit(
             0, [this](const Line& line, Break) { Count(line); }, [](const Part&) {});

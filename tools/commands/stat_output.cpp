@@ -252,7 +252,7 @@ void PrintTable(const Timeline& timeline, const std::vector<Measured>& dumps,
 
 void PrintJson(const std::string& name, const Measured& dump, size_t top) {
     const DumpStatistics& s = dump.statistics;
-    Json levels;
+    Json levels = Json::object();
     for (const auto& [level, count] : s.levels) {
         levels[std::string(1, level)] = count;
     }

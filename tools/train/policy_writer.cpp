@@ -171,13 +171,15 @@ void WriteDatabase(const std::string& path, const std::vector<CodedText>& codes)
 }
 
 void MoveIntoPlace(const std::string& staging, const std::string& target, bool replace) {
+    fs::path parent = fs::path(target).parent_path();
+    // Opened first: where that is not allowed, the target must stay as it is.
+    const File folder(parent.empty() ? "." : parent.string(), O_RDONLY | O_DIRECTORY);
     const bool exchange = replace && fs::exists(fs::symlink_status(target));
     if (renameat2(AT_FDCWD, staging.c_str(), AT_FDCWD, target.c_str(),
                   exchange ? RENAME_EXCHANGE : RENAME_NOREPLACE) != 0) {
         throw LastError(target);
     }
-    fs::path parent = fs::path(target).parent_path();
-    File(parent.empty() ? "." : parent.string(), O_RDONLY | O_DIRECTORY).Sync();
+    folder.Sync();
 }
 
 // A slash at the end would follow a symbolic link.
