@@ -135,16 +135,19 @@ void CaptureWatch::TakeMessages() {
         if (message[0] == 'C') {
             TakeBegin(message.substr(1));
         } else if (message[0] == 'S') {
-            losses_.clear();
+            std::string losses;
             for (const std::string_view line : SplitWords(message.substr(1), '\n')) {
                 if (line.substr(0, 6) == "alive=") {
                     is_alive_ = line == "alive=1";
                 } else if (line.substr(0, 7) == "reason=") {
                     reason_ = line.substr(7);
                 } else if (line.substr(0, 5) == "lost_") {
-                    losses_ += std::string(line) + "\n";
+                    losses += std::string(line) + "\n";
                 }
             }
+            // One that fails tells none; its successor counts on.
+            losses_ = losses.empty() ? std::move(losses_) : losses;
+            has_said_why_ = !is_alive_ && !reason_.empty();
             Publish();
         }
     }
@@ -170,6 +173,7 @@ void CaptureWatch::Watch(pid_t pid) {
     Remove(missing_source_);
     Remove(pause_source_);
     pid_ = pid;
+    has_said_why_ = false;
     started_ = g_get_monotonic_time();
     process_ = UniqueFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     if (!process_) {
@@ -187,15 +191,15 @@ void CaptureWatch::TakeEnd() {
     TakeMessages();  // its last words
     const End end = WayOfEnd();
     process_ = UniqueFd();
-    const bool has_said_why = end.is_failure && !is_alive_ && !reason_.empty();
-    SetDead(has_said_why ? reason_ : "dlogutil " + end.text);
+    const bool is_explained = end.is_failure && has_said_why_;
+    SetDead(is_explained ? reason_ : "dlogutil " + end.text);
     if (g_get_monotonic_time() - started_ >= kHealthy) {
         pause_ms_ = kShortestPauseMs;
     }
     pid_ = 0;
     if (!is_stopped_) {
         ++unsaid_ends_;
-        Log("the capture " + end.text + (has_said_why ? ": " + reason_ : "") +
+        Log("the capture " + end.text + (is_explained ? ": " + reason_ : "") +
             "; starting it again");
         StartLater();
     }
@@ -251,6 +255,8 @@ void CaptureWatch::Start() {
     ++restarts_;
     if (error != 0) {
         SetDead(command_[0] + ": " + std::generic_category().message(error));
+        ++unsaid_ends_;
+        Log("the capture cannot be started: " + reason_ + "; trying again");
         StartLater();
         return;
     }

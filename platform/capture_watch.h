@@ -73,7 +73,8 @@ private:
     // As the capture says them.
     bool is_alive_ = false;
     std::string reason_;
-    std::string losses_;  // lines
+    bool has_said_why_ = false;  // the one that is watched, that it is not
+    std::string losses_;         // lines
     unsigned restarts_ = 0;
     unsigned unsaid_ends_ = 0;
     std::optional<gint64> last_log_;

@@ -65,8 +65,9 @@ std::vector<std::string_view> Items(std::string_view text) {
 std::string Join(const std::vector<std::string_view>& words, char separator) {
     std::string text;
     for (const std::string_view word : words) {
-        text += (text.empty() ? "" : std::string(1, separator)) + std::string(word);
+        text += std::string(word) + separator;
     }
+    text.resize(text.size() - std::min<size_t>(text.size(), 1));
     return text;
 }
 

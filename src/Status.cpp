@@ -118,10 +118,11 @@ private:
         }
         number("suppressed", suppressed_);
         if (text != text_) {
-            text_ = text;
+            std::string dated = text + "now=" + std::to_string(now) + "\n";
             published_ = now;
-            number("now", now);
-            static_cast<void>(vconf_set_str(paths::kStatusKey, text.c_str()));
+            if (vconf_set_str(paths::kStatusKey, dated.c_str()) == 0) {
+                text_ = std::move(text);  // otherwise the next refresh tries again
+            }
         }
     }
 

@@ -103,6 +103,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
         {"[policy]\nmemory=1 MiB\nrows=many\nseconds=0\n",
          {"[policy] rows: 'many' is not a number of rows",
           "[policy] seconds: '0' is not a number"}},
+        {"[recorder]\ntags=:I; a:I\n", {"[recorder] tags: holds an empty"}},
         {"[dump]\ngroup=no such\n", {"[dump] group: 'no such' is not a group"}},
         {"[dump]\ntriggers=match\nmatch=*:F; a:E:x & y\n", {"[dump] match: holds a '&'"}},
         {"size=1 MiB\n", {"Key file does not start with a group"}},

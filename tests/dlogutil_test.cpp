@@ -132,7 +132,8 @@ TEST(LineFormat, EntriesBecomeLines) {
          "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > one > 1\n"
          "12.005 V/LONG_ENOUGH(P0, T0): a.c: f(1) > two\n"},
         {"MESSAGE=no prefix\ntwo|DLOG_LEVEL=V|_COMM=c",
-         "12.005 V/c       (P0, T0): no prefix\n12.005 V/c       (P0, T0): c: c(0) > two\n"},
+         "12.005 V/c       (P0, T0): c: c(0) > no prefix\n"
+         "12.005 V/c       (P0, T0): c: c(0) > two\n"},
         {"MESSAGE=x|DLOG_LEVEL=|PRIORITY=3|_COMM=c", "12.005 E/c       (P0, T0): c: c(0) > x\n"},
         {"MESSAGE=x|DLOG_LEVEL=VV|_COMM=c", "12.005 I/c       (P0, T0): c: c(0) > x\n"},
         {"MESSAGE=x|SYSLOG_IDENTIFIER= trelvo.clock|_COMM=c|_COMM=d|MESSAGE=y|MESSAGES=z",
@@ -602,12 +603,12 @@ port::UniqueFd Connect(const std::string& path = "/tmp/capture/file.sync", int t
 }
 
 TEST(SyncServer, OfClientsThatGoAwayWhileTheJournalIsAskedNothingIsLeft) {
-    const auto listen_at = [](const std::string& path) {
-        port::UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    const auto listen_at = [](const std::string& path, int type = SOCK_STREAM) {
+        port::UniqueFd fd(socket(AF_UNIX, type | SOCK_NONBLOCK, 0));
         sockaddr_un address{AF_UNIX, {}};
         path.copy(address.sun_path, path.size());
         EXPECT_EQ(bind(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(fd.Get(), 9), 0);
+        EXPECT_EQ(listen(fd.Get(), 9) == 0, type == SOCK_STREAM);
         return fd;
     };
     fs::create_directories("/run/systemd/journal");
@@ -626,13 +627,28 @@ TEST(SyncServer, OfClientsThatGoAwayWhileTheJournalIsAskedNothingIsLeft) {
     EXPECT_EQ(process(), 1);
     client.emplace(Connect("/tmp/sync"));
     EXPECT_EQ(process(), 3);
-    const port::UniqueFd asked(accept(journal.Get(), nullptr, nullptr));
+    port::UniqueFd asked(accept(journal.Get(), nullptr, nullptr));
     EXPECT_FALSE(server.NeedsReading());
     EXPECT_EQ(send(asked.Get(), "{}", 3, 0), 3);
     process();
     EXPECT_TRUE(server.NeedsReading());
     server.Answer();
     EXPECT_TRUE(test_support::WaitForInput(client->Get()));
+
+    // A journal that refuses, and whose queue has no room for a marker.
+    const std::string queue = "/run/systemd/journal/socket";
+    const port::UniqueFd full = listen_at(queue, SOCK_DGRAM);
+    const port::UniqueFd filler = Connect(queue, SOCK_DGRAM);
+    while (send(filler.Get(), "x", 1, MSG_DONTWAIT) == 1) {
+    }
+    client.emplace(Connect("/tmp/sync"));
+    process();
+    asked = port::UniqueFd(accept(journal.Get(), nullptr, nullptr));
+    EXPECT_EQ(send(asked.Get(), "{\"error\":1}", 12, 0), 12);
+    EXPECT_EQ(process(), 3);
+    client.reset();
+    EXPECT_EQ(process(), 1) << "room for what is not to be sent any more would keep it busy";
+    fs::remove(queue);
 }
 
 // The program on a journal, writing to kFile.
@@ -774,7 +790,7 @@ TEST_F(CaptureTest, TablesLearnTheSameFromTheJournalItself) {
              "(head -c -9 export; printf 'CUT\\n12345') > cut; sed 4s/{/x/ json > bad;"
              "for bad in cut bad; do trelvoctl train -o $bad.tables --policy-version 1 $bad "
              "> /dev/null; echo $?; done"});
-    EXPECT_EQ(result.out, "entries        9\nentries        9\nentries        9\n3\n3\n");
+    EXPECT_EQ(result.out, "entries        10\nentries        10\nentries        10\n3\n3\n");
     EXPECT_EQ(result.err,
               "trelvoctl: cut: entry 27: a field is cut off\n"
               "trelvoctl: bad: line 4: not an entry of a journal\n");

@@ -270,6 +270,9 @@ TEST_F(PipelineTest, FullBufferWaitsUntilADumpHasConsumedIt) {
     EXPECT_EQ(Platform().Take().substr(0, log.size()), log);
     EXPECT_EQ(Names(), "[full]");
     EXPECT_TRUE(Platform().WaitFor(kWaits, 2)) << "a kept buffer ends the wait";
+    Platform().Take();
+    CUtility::Instance()->setSelfInitate(false);
+    EXPECT_TRUE(Platform().WaitFor("I RequestDumpOnFullBuffer called")) << "that dump has failed";
     Snapshot(true);
     feeder.join();
     SetLimit(0, 2, false, 1024);
@@ -285,6 +288,11 @@ TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
     };
     status::DumpPending("timer");
     EXPECT_THAT(Platform().Status(), testing::HasSubstr("\npending=1\nsupp")) << "the first";
+    Platform().vconf_set_result = -1;
+    status::DumpEnded("", "");
+    Platform().vconf_set_result = 0;
+    status::DumpEnded("", "");
+    EXPECT_THAT(Platform().Status(), testing::HasSubstr("\npending=0\n")) << "said once more";
     Feed(Line("before"));
     const std::string told = newest_at();
     Snapshot(true);
@@ -306,7 +314,7 @@ TEST_F(PipelineTest, WhatIsConsumedIsNeitherCountedNorDated) {
             std::to_string(provider_.GetHistoryMemory()) +
             "\nlimit_bytes=1048576\ncount=records\noldest_ms=5000\nnewest_ms=6000\nnewest_at=[0-9]+"
             "\n"
-            "policy_version=\ntables=0\ndumps=3\npending=0\nlast_dump_time=[0-9]{10}\n"
+            "policy_version=\ntables=0\ndumps=5\npending=0\nlast_dump_time=[0-9]{10}\n"
             "last_dump_trigger=timer\nlast_dump_path=/a b=1\nlast_dump_result=no room=1\n"
             "last_dump_current=0\nsuppressed=0\nnow=[0-9]+\n"));
 }

@@ -302,7 +302,8 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
          {"a_P b_ 7/9 x 1000", "a_P b_ 7/9  y 0", "a_P b_ 7/9 f > z 0"}},
         {{{"_COMM", "T"}, {"MESSAGE", "x"}, {time, "5000000"}}, {"T 0/0 x -1000"}},
         {{{"_COMM", "T"}, {"_PID", "8"}}, {}},
-        {{{"_COMM", "T"}, {"DLOG_LEVEL", "E"}, {"MESSAGE", "no prefix"}}, {}},
+        {{{"_COMM", "T"}, {"DLOG_LEVEL", "E"}, {"MESSAGE", "no prefix"}},
+         {"T 0/0 no prefix -6000"}},
         {{{"_PID", "7x"}, {"SYSLOG_PID", "8"}, {"MESSAGE", "x\n" + std::string(300000, 'm')}},
          {"unknown 8/8 x -6000", "unknown 8/8 " + std::string(65534, 'm') + " -6000"}},
         {{{"SYSLOG_IDENTIFIER", std::string(130, 't')},
@@ -327,7 +328,7 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
         exported += '\n';
         expected.insert(expected.end(), lines.begin(), lines.end());
     }
-    expected.emplace_back("2 0");
+    expected.emplace_back("1 0");
     EXPECT_EQ(ReadLog(json), expected);
     EXPECT_EQ(ReadLog(exported.substr(0, exported.size() - 1)), expected);
     EXPECT_THAT(ReadLog("{\"MESSAGE\":[104,105,null],\"_COMM\":[\"T\",\"U\"]}\n[1]\nno\n"),

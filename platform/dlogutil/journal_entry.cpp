@@ -165,7 +165,8 @@ char LevelOf(const Fields& fields) {
 size_t AppendLines(const Fields& fields, std::string_view tag, uint64_t usec, std::string& lines) {
     const std::string header = Header(fields, tag, usec);
     // __dlog_print's messages bring the writer's own prefix; the first line keeps its own. Anybody
-    // may send an empty level or a wrong one, which must not cost a line its prefix.
+    // may send an empty level or a wrong one, or a message without a prefix, which must not cost a
+    // line its prefix: the recorder refuses such lines.
     bool has_prefix = IsLevel(fields[kDlogLevel]);
     std::string start = header + Prefix(fields, tag);
     std::string_view message = fields[kMessage];
@@ -177,9 +178,11 @@ size_t AppendLines(const Fields& fields, std::string_view tag, uint64_t usec, st
         lines += has_prefix ? header : start;
         lines += text;
         if (std::exchange(has_prefix, false)) {
-            const size_t end = lines.find(kPrefixEnd, begin + header.size() - 1) - begin;
-            if (end < header.size() + kMaxPrefix) {
-                start = lines.substr(begin, end + kPrefixEnd.size());
+            const size_t end = lines.find(kPrefixEnd, begin + header.size() - 1);
+            if (end == std::string::npos) {
+                lines.replace(begin, header.size(), start);
+            } else if (end - begin < header.size() + kMaxPrefix) {
+                start = lines.substr(begin, end - begin + kPrefixEnd.size());
             }
         }
         lines += '\n';

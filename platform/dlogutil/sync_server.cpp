@@ -50,7 +50,8 @@ void SyncServer::AddTo(std::vector<pollfd>& waits) const {
     }
     waits.push_back({journal_.Get(), POLLIN, 0});
     for (const Marker& marker : markers_) {
-        waits.push_back({marker.is_sent ? -1 : marker.fd.Get(), POLLOUT, 0});
+        const bool is_to_be_sent = phase_ == Phase::kMarking && !marker.is_sent;
+        waits.push_back({is_to_be_sent ? marker.fd.Get() : -1, POLLOUT, 0});
     }
 }
 

@@ -39,10 +39,9 @@ std::vector<std::string> Prepare(const std::string& settings) {
 
 Journal::Journal(const std::string& settings)
     : process_(Prepare(settings), {}, "/run/journald.err") {
-    const bool listens = WaitForChange(kFolder, [] {
-        return fs::exists(kFolder / "socket") && fs::exists(kFolder / "stdout") &&
-               fs::exists(kFolder / "dev-log");
-    });
+    // It is the last one. What comes to another between its making and its set-up has no _PID.
+    const bool listens =
+        WaitForChange(kFolder, [] { return fs::exists(kFolder / "io.systemd.journal"); });
     if (!listens) {
         throw std::runtime_error("no journal: " + ReadFile("/run/journald.err"));
     }

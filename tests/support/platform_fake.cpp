@@ -157,8 +157,10 @@ int vconf_set_int(const char* key, int value) {
 
 // The status: published at any time, so it is not an event.
 int vconf_set_str(const char* /*key*/, const char* value) {
-    Platform().SetStatus(value);
-    return 0;
+    if (Platform().vconf_set_result == 0) {
+        Platform().SetStatus(value);
+    }
+    return Platform().vconf_set_result;
 }
 
 int system_info_get_custom_int(const char* key, int* value) {

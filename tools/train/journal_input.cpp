@@ -134,7 +134,9 @@ public:
                 continue;
             }
             ++lines;
-            TakeLine(head + (has_prefix ? "" : "?: ?(0) > ") + std::string(text));
+            const std::string line = head + std::string(text);
+            has_prefix = has_prefix && line.find(kPrefixEnd) != std::string::npos;
+            TakeLine(has_prefix ? line : head + "?: ?(0) > " + std::string(text));
             has_prefix = false;
         }
         summary_.passed_over += summary_.lines == before ? 1 : 0;
