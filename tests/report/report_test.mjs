@@ -536,12 +536,15 @@ check('lists what changed as compare does, and filters by it', async () => {
 
 check('scrolls to any line', async () => {
   await browser.open(page);
-  for (const share of [1, 0.5, 0.001]) {
+  const scroll = async (share) => {
     await browser.run((part) => {
       const list = document.getElementById('lines');
       list.scrollTop = part * (list.scrollHeight - list.clientHeight);
     }, share);
     await browser.settled();
+  };
+  for (const share of [1, 0.5, 0.001]) {
+    await scroll(share);
     const shown = await rows();
     assert.ok(Math.abs(shown[0].place / LINES - share) < 0.001, `${shown[0].place} at ${share}`);
     for (const {place, message} of shown) assert.equal(message, lines[place - 1].message);
@@ -552,11 +555,35 @@ check('scrolls to any line', async () => {
     assert.equal(await selected(), line);
     assert.ok((await rows()).some(({place}) => place === String(line + 1)));
   }
+  const chosen = '#lines [aria-selected=true]';
+  const expectInView = async () => {
+    const [list, row] = await browser.run(
+        (css) => ['#lines', css].map(
+            (each) => document.querySelector(each).getBoundingClientRect().bottom),
+        chosen);
+    assert.ok(row <= list + 1, `${row} is below ${list}`);
+  };
   await browser.keys('\uE015'.repeat(60));  // down
-  const [list, row] = await browser.run(
-      () => ['#lines', '#lines [aria-selected=true]'].map(
-          (css) => document.querySelector(css).getBoundingClientRect().bottom));
-  assert.ok(row <= list + 1, `${row} is below ${list}`);
+  await expectInView();
+  // A filter keeps the place, whether a line is selected elsewhere, was so, or none passes.
+  await scroll(0.5);
+  let before = await rows();
+  await browser.click('#exact');
+  assert.deepEqual(await rows(), before);
+  await browser.click('.line:nth-child(5) .message');
+  await browser.keys('\uE00C');  // Escape
+  assert.equal(await browser.run((css) => document.querySelector(css), chosen), null);
+  before = await rows();
+  await browser.click('#exact');
+  assert.deepEqual(await rows(), before);
+  await browser.type('#text', 'no such words');
+  await browser.click('#clear');
+  assert.deepEqual(await rows(), before);
+  await browser.keys('/\uE00C\uE013');  // to the list, one up from its first line
+  assert.equal(await selected(), before[0].place - 2);
+  await browser.open(page);
+  await browser.keys('G');  // and the line in full takes room
+  await expectInView();
 });
 
 check('is usable on a small screen, by name and on paper', async () => {

@@ -18,12 +18,17 @@ const ONE_LEVEL_WORSE = 3;  // where nothing is searched, n leads to errors
 export class LineList {
   constructor(view) {
     this.view = view;
+    this.topLine = 0;
     this.list = new VirtualList(element('lines'), 'Lines of the log', {
       makeRow: () => this.makeRow(),
       fillRow: (row, index) => this.fillRow(row, index),
       onChoose: (index) => update({line: view.filter.lines[index]}),
     });
-    this.list.onDraw = () => this.fetch();
+    this.list.onDraw = () => {
+      // Where no line is shown, the place stays for when there are some again.
+      this.topLine = view.filter.lines[this.list.first] ?? this.topLine;
+      this.fetch();
+    };
     element('detail-close').addEventListener('click', () => update({line: null}));
     addEventListener('beforeprint', () => this.fillPrint());
     addEventListener('copy', (event) => this.onCopy(event));
@@ -99,19 +104,15 @@ export class LineList {
   refresh() {
     const {filter} = this.view;
     const {list} = this;
-    const inView = list.chosen >= list.first && list.chosen < list.first + list.fitting;
-    const anchor = inView && state.line !== null ? state.line : this.topLine ?? 0;
+    const inView =
+        state.line !== null && list.chosen >= list.first && list.chosen < list.first + list.fitting;
+    const anchor = inView ? state.line : this.topLine;
     const offset = inView ? list.chosen - list.top : 0;
     list.chosen = this.indexOf(state.line);
     list.setCount(filter.lines.length);
     list.top = lowerBound(filter.lines, filter.lines.length, anchor) - offset;
     list.draw();
-    this.keepTop();
     element('nothing').hidden = filter.lines.length > 0;
-  }
-
-  keepTop() {
-    this.topLine = this.view.filter.lines[this.list.first];
   }
 
   indexOf(line) {
@@ -120,7 +121,7 @@ export class LineList {
     return lines[index] === line ? index : -1;
   }
 
-  // Shows which line is selected.
+  // Shows which line is selected, if any.
   async select() {
     const index = this.indexOf(state.line);
     this.list.chosen = index;
@@ -129,7 +130,6 @@ export class LineList {
     // The line in full has taken some of the list's room.
     if (index >= 0 && this.list.chosen === index) this.list.show(index);
     this.list.draw();
-    this.keepTop();
   }
 
   // Selects the first shown line from a line on, or else the last one.
@@ -144,7 +144,7 @@ export class LineList {
   next(step) {
     const {log, filter: {lines, mask}, say} = this.view;
     const wanted = mask ? (line) => mask[line] : (line) => log.level(line) >= ONE_LEVEL_WORSE;
-    const from = lowerBound(lines, lines.length, state.line ?? this.topLine ?? 0);
+    const from = lowerBound(lines, lines.length, state.line ?? this.topLine);
     let index = state.line !== null && lines[from] === state.line ? from + step :
         step < 0                                                  ? from - 1 :
                                                                     from;
@@ -250,7 +250,6 @@ export class LineList {
   }
 
   fetchPrint() {
-    this.keepTop();
     this.view.workers.messages(this.printed());
   }
 

@@ -155,7 +155,7 @@ class View {
 
   selectLine(moved) {
     this.timeline.draw();
-    return moved && state.line !== null ? this.lines.select() : this.lines.fillDetail();
+    return moved ? this.lines.select() : this.lines.fillDetail();
   }
 
   tellCounts() {

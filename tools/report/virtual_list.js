@@ -131,10 +131,10 @@ export class VirtualList {
   onKey(event) {
     if (event.altKey || event.ctrlKey || event.metaKey || event.target !== this.root) return;
     const page = Math.max(1, Math.floor(this.fitting) - 1);
-    const from = this.chosen >= 0 ? this.chosen : this.first - 1;
+    const from = this.chosen >= 0 ? this.chosen : this.first;
     const last = this.count - 1;
     const to = {
-      ArrowDown: from + 1,
+      ArrowDown: this.chosen >= 0 ? from + 1 : from,
       ArrowUp: from - 1,
       PageDown: from + page,
       PageUp: from - page,
