@@ -124,6 +124,7 @@ const nextTurn = () => new Promise((resolve) => {
 
 async function search({id, source, flags}) {
   searchId = id;
+  postMessage({id});  // begun
   const expression = new RegExp(source, flags);
   let until = performance.now() + SLICE_MS;
   for (const [block, {lines, chunks}] of blocks) {

@@ -47,8 +47,8 @@ export class Workers {
     if (data.loaded !== undefined) {
       if (!this.log.at) this.log.take(data);  // once, however often workers are new
       if (--this.missing === 0) this.done();
-    } else if (data.searched !== undefined) {
-      this.onMask?.(data);
+    } else if (data.answered === undefined) {
+      this.onSearch?.(data);
     } else {
       this.questions.get(data.answered)?.resolve(data.messages);
       this.questions.delete(data.answered);
@@ -94,28 +94,39 @@ export class Workers {
     const id = ++this.searches;
     const {source, flags} = expression;
     const mask = new Uint8Array(this.log.lines);
-    let missing = this.log.blocks.length;
     return new Promise((resolve, reject) => {
       // The workers may be stuck in what is cancelled: they are watched until they are through.
       this.cancel = () => resolve(null);
-      const wait = () => {
-        clearTimeout(this.timer);
-        if (!missing) return resolve(mask);
-        this.timer = setTimeout(async () => {
-          this.onMask = null;
-          this.workers.forEach((worker) => worker.terminate());
-          await this.start();
-          reject(new Error('This expression takes too long.'));
-        }, PATIENCE_MS);
-      };
-      this.onMask = (data) => {
-        if (data.id !== id) return;
-        mask.set(data.mask, this.log.blockStarts[data.searched]);
-        missing--;
+      const begin = () => {
+        let waiting = this.workers.length;  // that have yet to begin
+        let missing = this.log.blocks.length;
+        const wait = () => {
+          clearTimeout(this.timer);
+          if (!missing) return resolve(mask);
+          this.timer = setTimeout(async () => {
+            this.onSearch = null;
+            this.workers.forEach((worker) => worker.terminate());
+            await this.start();
+            if (!waiting)
+              reject(new Error('This expression takes too long.'));
+            else if (id === this.searches)  // stuck in the one before
+              begin();
+          }, PATIENCE_MS);
+        };
+        this.onSearch = (data) => {
+          if (data.id !== id) return;
+          if (data.mask) {
+            mask.set(data.mask, this.log.blockStarts[data.searched]);
+            missing--;
+          } else {
+            waiting--;
+          }
+          wait();
+        };
         wait();
+        this.workers.forEach((worker) => worker.postMessage({id, source, flags}));
       };
-      wait();
-      this.workers.forEach((worker) => worker.postMessage({id, source, flags}));
+      begin();
     });
   }
 }
