@@ -175,7 +175,17 @@ check('sums up, draws and lists the log', async () => {
   await browser.settled();
   assert.deepEqual(await bars('E'), of_light, 'in the colours of the night');
   await media('light');
+  // Elsewhere the log is of two days, in UTC of one.
+  await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: 'Asia/Tokyo'});
+  await browser.open(page, `#span=1-${LINES}`);
+  const expectTimes = async (span, first) => {
+    for (const place of ['#chips', '#span']) assert.match(await textOf(place), span);
+    assert.match((await rows())[0].time, first);
+  };
+  await expectTimes(/^2026-11-24 15:12:04.* to 2026-11-25 01:2/, /^11-24 15:12:04/);
   await browser.click('#utc');
+  await expectTimes(/^2026-11-24 06:12:04.* to 16:2/, /^06:12:04/);
+  await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: ''});
   assert.equal(await textOf('#when'), `${timeOf(lines[0])} to ${timeOf(lines.at(-1))} UTC`);
   assert.equal(await browser.run(() => document.querySelectorAll('.tile.bad').length), 1);
   const error = lines.findIndex(isError) + 1;

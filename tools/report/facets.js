@@ -84,7 +84,6 @@ export class Facets {
       button.classList.toggle('none', lines === 0);
     }
     for (const facet of this.listed) this.refreshFacet(facet);
-    this.refreshChips();
   }
 
   refreshFacet(facet) {

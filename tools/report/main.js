@@ -29,8 +29,6 @@ class View {
     this.mask = null;
     this.busy = 0;  // redrawings under way
     this.patternNumber = (pattern) => String(pattern + 1);
-    const day = (line) => timeText(log.times[line], log.isWall(line), state.utc, 'day');
-    log.days = log.lines > 0 && log.isWall(0) && day(0) !== day(log.lines - 1);
     this.tagOfProcess = this.findTags();
     this.say = this.say.bind(this);
     this.lines = new LineList(this);
@@ -53,6 +51,13 @@ class View {
       }
     }
     return new Map([...most].map(([pid, [, tag]]) => [pid, tag]));
+  }
+
+  // Whether the lines are of more than one day, in the zone that is shown.
+  hasDays() {
+    const {log} = this;
+    const day = (line) => timeText(log.times[line], log.isWall(line), state.utc, 'day');
+    return log.lines > 0 && log.isWall(0) && day(0) !== day(log.lines - 1);
   }
 
   // A value of a filter, for people.
@@ -135,6 +140,7 @@ class View {
   async redraw(changes) {
     const changed = (keys) => !changes || keys.some((key) => key in changes);
     if (changed(TEXT_STATE) && !(await this.search()) && changes) return;
+    if (changed(['utc'])) this.log.days = this.hasDays();
     if (changed(FILTER_STATE)) {
       this.filter.apply(state, this.mask);
       this.lines.refresh();
@@ -148,7 +154,10 @@ class View {
       this.lines.list.draw();
       element('utc').setAttribute('aria-pressed', state.utc);
     }
-    if (changed([...FILTER_STATE, 'utc'])) this.timeline.refresh();
+    if (changed([...FILTER_STATE, 'utc'])) {
+      this.facets.refreshChips();
+      this.timeline.refresh();
+    }
     if (changed(['line', 'utc', ...FILTER_STATE])) await this.selectLine(changed(['line']));
     for (const flag of ['regex', 'exact', 'all']) element(flag).checked = state[flag];
   }
