@@ -19,6 +19,7 @@ export class LineList {
   constructor(view) {
     this.view = view;
     this.topLine = 0;
+    this.message = null;  // of the selected line, once it is here
     this.list = new VirtualList(element('lines'), 'Lines of the log', {
       makeRow: () => this.makeRow(),
       fillRow: (row, index) => this.fillRow(row, index),
@@ -159,6 +160,7 @@ export class LineList {
     const {line} = state;
     const detail = element('detail');
     detail.hidden = line === null;
+    this.message = null;
     if (line === null) return;
     const {log, workers, expression, patternNumber} = this.view;
     const source = log.sourceOf[line];
@@ -181,6 +183,7 @@ export class LineList {
     element('detail-filters').replaceChildren(...groups);
     const [message] = await workers.messages([line]);
     if (state.line !== line) return;
+    this.message = message;
     const text = element('detail-message');
     text.replaceChildren();
     appendText(text, message, {match: expression});
@@ -226,7 +229,7 @@ export class LineList {
     let text = '';
     for (let at = 0; at < lines.length; at += COPIED_AT_ONCE) {
       const part = [...lines.subarray(at, at + COPIED_AT_ONCE)];
-      const messages = await this.view.workers.messages(part);
+      const messages = await this.view.workers.messages(part, false);
       text += part.map((line, i) => this.asText(line, messages[i])).join('');
     }
     const cut = lines.length < total ? ` of ${countText(total)}: the most that is copied` : '';
@@ -235,12 +238,9 @@ export class LineList {
 
   // Where no text is marked, the selected line is what is copied.
   onCopy(event) {
-    const message = this.view.workers.cache.get(state.line);
     const inField = event.target.closest?.('input');
-    if (inField || state.line === null || message === undefined || !getSelection().isCollapsed) {
-      return;
-    }
-    event.clipboardData.setData('text/plain', this.asText(state.line, message));
+    if (inField || this.message === null || !getSelection().isCollapsed) return;
+    event.clipboardData.setData('text/plain', this.asText(state.line, this.message));
     event.preventDefault();
     this.view.say('Copied the line');
   }
@@ -255,12 +255,12 @@ export class LineList {
 
   fillPrint() {
     const {workers, filter, changes} = this.view;
-    const lines = this.printed().filter((line) => workers.cache.has(line));
+    const lines = this.printed();
     const from = this.list.first + 1;
     element('print-title').textContent = `Lines ${countText(from)} to ${
         countText(from + lines.length - 1)} of ${countText(filter.lines.length)}`;
     element('print-changes').textContent = changes?.asText() ?? '';
     element('print-lines').textContent =
-        lines.map((line) => this.asText(line, workers.cache.get(line))).join('');
+        lines.map((line) => this.asText(line, workers.cache.get(line) ?? '…')).join('');
   }
 }

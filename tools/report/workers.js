@@ -55,8 +55,9 @@ export class Workers {
     }
   }
 
-  // Messages of lines, in their order.
-  async messages(lines) {
+  // Messages of lines, in their order; unless told otherwise they are kept for the next one who
+  // asks.
+  async messages(lines, keep = true) {
     if (this.cache.size > CACHED_MESSAGES) this.cache.clear();
     const messages = lines.map((line) => this.cache.get(line));
     const byWorker = this.workers.map(() => []);
@@ -76,7 +77,7 @@ export class Workers {
       answer.forEach((message, k) => {
         const [i] = entries[k];
         messages[i] = message;
-        this.cache.set(lines[i], message);
+        if (keep) this.cache.set(lines[i], message);
       });
     }));
     return messages;
