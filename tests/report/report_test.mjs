@@ -670,6 +670,9 @@ check('never takes a log for markup or script', async () => {
   await browser.open(file, `#${new URLSearchParams({text: words.source, regex: '1'})}`);
   const found = given.filter(({message}) => words.test(message.toString('latin1')));
   assert.equal(await count(), found.length);
+  await browser.open(file, `#${new URLSearchParams({text: '\\tw', regex: '1'})}`);
+  await rows();
+  assert.match(await contentOf('.line mark'), /^\\x09w$/);
   // Were something of a log a script nevertheless, the browser would not run it.
   assert.deepEqual(await browser.console(), []);
   const ran = await browser.run(() => {
@@ -729,13 +732,17 @@ check('tells what is damaged, and times without a clock', async () => {
   // Time that starts over.
   const boots = [9, 4].map((seconds, i) => {
     const path = join(folder, `${seconds}.dump`);
-    writeFileSync(path, buildDump([line(1000 * seconds, 'up')]));
+    writeFileSync(path, buildDump([line(1000 * seconds, `${'a'.repeat(999)}😀!`)]));
     utimesSync(path, 1e9 + 99 * i, 1e9 + 99 * i);
     return path;
   });
   run('report', ...boots, '-o', file);
   await browser.open(file);
   assert.deepEqual((await rows()).map(({time}) => time), ['9.000', '4.000']);
+  // A message is cut between characters, and ends where it ends, not there.
+  await browser.open(file, '#text=!|😀$&regex=1');
+  assert.equal((await rows())[0].message, `${'a'.repeat(999)}😀…`);
+  assert.equal(await browser.run(() => document.querySelectorAll('.line mark').length), 0);
   assert.equal(await browser.run(() => document.querySelectorAll('.tile.bad').length), 0);
   run('report', dumps, 'none:F', '-o', file);
   await browser.open(file);

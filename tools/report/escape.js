@@ -25,31 +25,33 @@ export function plainText(text) {
   return text.replace(UNSAFE, escapeOne);
 }
 
-// Appends text to an element: escapes and wildcards of patterns stand out, matches are marked.
-export function appendText(element, text, {match = null, wildcards = false} = {}) {
+// Appends text to an element, up to a place: escapes and wildcards of patterns stand out, matches
+// are marked, which may begin with what is escaped.
+export function appendText(
+    element, text, {match = null, wildcards = false, end = text.length} = {}) {
   const marks = [];
   const find = (expression, name) => {
     for (const found of text.matchAll(expression)) {
       if (found[0] !== '') marks.push([found.index, found.index + found[0].length, name]);
     }
   };
+  if (match) find(match, 'match');
   find(UNSAFE, 'escape');
   if (wildcards) find(/<\*>/g, 'wildcard');
-  if (match) find(match, 'match');
   marks.sort((a, b) => a[0] - b[0]);
   let at = 0;
-  const append = (end) => {
-    if (end > at) element.append(text.slice(at, end));
-    at = Math.max(at, end);
+  const append = (until) => {
+    if (until > at) element.append(text.slice(at, until));
+    at = Math.max(at, until);
   };
-  for (const [start, end, name] of marks) {
-    if (start < at) continue;
+  for (const [start, until, name] of marks) {
+    if (start < at || start >= end) continue;
     append(start);
     const part = document.createElement(name === 'match' ? 'mark' : 'span');
     if (name !== 'match') part.className = name;
-    part.textContent = plainText(text.slice(start, end));
+    part.textContent = plainText(text.slice(start, Math.min(until, end)));
     element.append(part);
-    at = end;
+    at = until;
   }
-  append(text.length);
+  append(end);
 }

@@ -7,7 +7,7 @@ import {state, toggle, update} from './state.js';
 import {VirtualList} from './virtual_list.js';
 import {countText, plural, timeText} from './words.js';
 
-const SHOWN_CHARACTERS = 1000;  // of a message in the list
+const SHOWN = /^[^]{0,1000}/u;  // of a message in the list
 const COPIED_LINES = 100000;
 const COPIED_AT_ONCE = 4096;
 const PRINTED_LINES = 500;
@@ -67,8 +67,9 @@ export class LineList {
     message.replaceChildren();
     const text = workers.cache.get(line);
     if (text !== undefined) {
-      appendText(message, text.slice(0, SHOWN_CHARACTERS), {match: expression});
-      if (text.length > SHOWN_CHARACTERS) message.append('…');
+      const {length} = SHOWN.exec(text)[0];
+      appendText(message, text, {match: expression, end: length});
+      if (text.length > length) message.append('…');
     }
   }
 
