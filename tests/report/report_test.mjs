@@ -159,7 +159,8 @@ check('sums up, draws and lists the log', async () => {
         [row.message, row.level, row.tag], [lines[i].message, lines[i].level, lines[i].tag]);
   });
   const label = await browser.run(() => document.getElementById('timeline').ariaLabel);
-  for (const [level, name] of Object.entries({F: 'fatal', E: 'error', I: 'info'})) {
+  const names = {F: 'fatal', E: 'error', W: 'warning', I: 'info', D: 'debug'};
+  for (const [level, name] of Object.entries(names)) {
     const all = lines.filter((line) => line.level === level).length.toLocaleString('en-US');
     assert.ok(label.includes(`${all} ${name}`), `${all} ${name} in: ${label}`);
   }
@@ -234,6 +235,8 @@ check('counts follow the filters', async () => {
   await browser.click('.chip.level-E');
   const errors = lines.filter((line) => line.level === 'E');
   assert.equal(await count(), errors.length);
+  const label = await browser.run(() => document.getElementById('timeline').ariaLabel);
+  assert.ok(label.endsWith(`: ${errors.length.toLocaleString('en-US')} error`), label);
   // Other levels count as if no level was chosen; tags only within the level.
   const info = lines.filter((line) => line.level === 'I').length.toLocaleString('en-US');
   assert.equal(await textOf('.chip.level-I .count'), info);
@@ -729,6 +732,15 @@ check('tells what is damaged, and times without a clock', async () => {
   assert.match(await textOf('#tiles'), /Span\s+20781 d 6 h/);
   assert.match(await textOf('#span'), /^1970-01-01 .* to 2026-/);
   assert.equal(await copied('#copy'), told.replace(/^---.*\n/gm, ''));
+  // A gap that the clock tells no length of, behind what two dumps have (and a clock line).
+  const [back, twice, gap] = ['back', 'twice', 'gap'].map((name) => join(damaged, `${name}.dump`));
+  writeFileSync(twice, readFileSync(back));
+  writeFileSync(gap, buildDump([line(9997, 'late')], {...clock, delta_ms: 5}));
+  run('report', back, twice, gap, '-o', file);
+  await browser.open(file);
+  assert.match(
+      (await textOf('#tiles')).replace(/\s+/g, ' '),
+      /Gaps 1 of unknown length .* Left out 3 repeated/);
   // Time that starts over.
   const boots = [9, 4].map((seconds, i) => {
     const path = join(folder, `${seconds}.dump`);

@@ -19,6 +19,7 @@ export function fillSummary({log, head, changes}) {
 
   const count = (kind) => log.marks.filter((mark) => mark[1] === kind).length;
   const sum = (files, field) => files.reduce((total, file) => total + file[field], 0);
+  const gaps = count('gap');
   const lost = log.marks.filter((mark) => mark[1] === 'gap')
                    .reduce((total, [line]) => total + Math.max(0, log.step(line)), 0);
   const repeated = sum(head.files, 'repeated');
@@ -29,7 +30,10 @@ export function fillSummary({log, head, changes}) {
     ['Hosts', countText(Math.max(1, hosts.length)), hosts.slice(0, 3).join(', ')],
     ['Boots', countText(log.boots.length), plural(count('reboot'), 'reboot')],
     [
-      'Gaps', countText(count('gap')), lost ? `${durationText(lost)} in no dump` : 'nothing missing'
+      'Gaps', countText(gaps),
+      lost ? `${durationText(lost)} in no dump` :
+          gaps ? 'of unknown length' :
+                 'nothing missing'
     ],
     ['Restarts', countText(count('restart')), plural(count('fresh'), 'fresh start')],
   ];
@@ -39,7 +43,7 @@ export function fillSummary({log, head, changes}) {
     tiles.push(['Damaged', countText(damaged.length), 'all that is whole is here']);
   element('tiles').replaceChildren(...tiles.map(
       ([name, value, note]) => make(
-          'div', {className: name === 'Damaged' || (name === 'Gaps' && lost) ? 'tile bad' : 'tile'},
+          'div', {className: name === 'Damaged' || (name === 'Gaps' && gaps) ? 'tile bad' : 'tile'},
           make('dt', {}, name), make('dd', {}, value, ' ', make('small', {}, note)))));
   element('damage').replaceChildren(...damaged.map(
       ({name, damage}) => make('li', {}, `${plainText(name)}: ${plainText(damage)}`)));

@@ -135,13 +135,11 @@ export class Timeline {
       this.allBins = this.count(this.overview, this.whole(), all);
     }
     this.draw();
-    const errors = filter.counts('level');
-    const told =
-        log.facets.level.values.map((level, i) => [level, errors[i]])
-            .filter(([, count]) => count > 0)
-            .map(
-                ([level, count]) =>
-                    `${countText(count)} ${LEVEL_NAMES[LEVELS.indexOf(level)].toLowerCase()}`);
+    const counts = new Uint32Array(LEVELS.length);
+    this.bins.counts.forEach((count, i) => (counts[i % LEVELS.length] += count));
+    const told = LEVEL_NAMES.map((name, level) => [counts[level], name.toLowerCase()])
+                     .filter(([count]) => count > 0)
+                     .map(([count, name]) => `${countText(count)} ${name}`);
     this.canvas.setAttribute(
         'aria-label', `Lines over time, ${this.view.spanText()}: ${told.join(', ') || 'none'}`);
     element('span').textContent = this.view.spanText();
