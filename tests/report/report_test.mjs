@@ -482,6 +482,8 @@ check('lists patterns, and filters by one', async () => {
   }
   await browser.open(page, '#span=45001-70000');
   assert.ok((await shown())[0].bars > 28);
+  await browser.open(page, '#span=1-2');  // the last moment has its bar, too
+  assert.deepEqual((await shown()).map(({bars}) => bars), [1, 1]);
   await browser.open(page, '#pattern=1&pattern=2');
   assert.equal(
       await browser.run(() => document.querySelectorAll('#patterns [aria-selected=true]').length),
@@ -515,7 +517,9 @@ check('lists what changed as compare does, and filters by it', async () => {
   run('report', often, '--good', once, '-o', file);
   const shown = () => browser.run(
       () => [...document.querySelectorAll('.change:not([hidden])')].map(
-          (row) => [...row.children].map((part) => part.textContent).concat(row.lastChild.title)));
+          (row) => [...row.children]
+                       .map((part) => part.textContent)
+                       .concat(row.lastChild.title, row.classList.contains('weak'))));
   await browser.cdp(
       'Emulation.setDeviceMetricsOverride',
       {width: 1280, height: 1600, deviceScaleFactor: 1, mobile: false});
@@ -526,6 +530,7 @@ check('lists what changed as compare does, and filters by it', async () => {
     await browser.open(path);
     assert.equal(await textOf('#changes-summary'), text.slice(0, 2).join('\n').split(': "')[0]);
     assert.equal(await textOf('#change-count'), String(changes.length));
+    assert.match(await textOf('#tiles'), new RegExp(`Changes\\s+${changes.length}\\s`));
     const all = [...changes, ...doubtful];
     assert.deepEqual(await shown(), all.map((change, i) => {
       const {level, tag, text, example, at, good: {count}, bad} = change;
@@ -533,7 +538,9 @@ check('lists what changed as compare does, and filters by it', async () => {
       const time = at.time?.slice(bad.count ? 11 : 5, 19).replace('T', ' ') ??
           (at.time_ms / 1000).toFixed(3);
       const first = `${bad.count ? 'from' : 'last'} ${time}`;
-      return [labels[i], level, counts.join(' → '), first, `${tag}: ${example}`, text];
+      return [
+        labels[i], level, counts.join(' → '), first, `${tag}: ${example}`, text, i >= changes.length
+      ];
     }));
     const total = await count();
     for (const [i, {example, bad}] of all.entries()) {
@@ -558,15 +565,18 @@ check('lists what changed as compare does, and filters by it', async () => {
 
 check('scrolls to any line', async () => {
   await browser.open(page);
-  const scroll = async (share) => {
-    await browser.run((part) => {
+  const scroll = async (share, row = '') => {
+    await browser.run((part, height) => {
       const list = document.getElementById('lines');
+      list.style.setProperty('--row', height);
+      list.dispatchEvent(new Event('scroll'));
       list.scrollTop = part * (list.scrollHeight - list.clientHeight);
-    }, share);
+    }, share, row);
     await browser.settled();
   };
-  for (const share of [1, 0.5, 0.001]) {
-    await scroll(share);
+  // First with rows so high that browsers cannot place all of them.
+  for (const [share, row] of [[0.5, '300px'], [1], [0.5], [0.001]]) {
+    await scroll(share, row);
     const shown = await rows();
     assert.ok(Math.abs(shown[0].place / LINES - share) < 0.001, `${shown[0].place} at ${share}`);
     for (const {place, message} of shown) assert.equal(message, lines[place - 1].message);
@@ -652,6 +662,7 @@ check('never takes a log for markup or script', async () => {
   // What is in view, too, has nothing that hides or turns text.
   for (const tab of ['changes', 'patterns', 'filters']) {
     await browser.click(`#tab-${tab}`);
+    assert.match(await textOf('[role=tab][aria-selected=true]'), new RegExp(tab, 'i'));
     const text = await textOf(`#pane-${tab}`) + await textOf('#lines');
     assert.match(text, /<(img|b|script)|\\x/, tab);
     assert.doesNotMatch(
