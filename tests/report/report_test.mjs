@@ -92,10 +92,11 @@ const copied = async (button) => {
   });
 };
 
+const hasFocus = (css) => browser.run((wanted) => document.activeElement.matches(wanted), css);
 // What Ctrl+C copies.
 const copiedLine = () => browser.run(() => {
   const event = new ClipboardEvent('copy', {clipboardData: new DataTransfer(), bubbles: true});
-  document.body.dispatchEvent(event);
+  document.activeElement.dispatchEvent(event);
   return event.clipboardData.getData('text/plain');
 });
 
@@ -248,6 +249,7 @@ check('counts follow the filters', async () => {
   const store = errors.filter((line) => line.tag === 'store').length;
   assert.deepEqual(tags.find(([tag]) => tag === 'store')[1], store.toLocaleString('en-US'));
   await browser.click('#facet-tag li:first-child .hide');
+  assert.ok(await hasFocus('#facet-tag li:first-child .hide'));
   assert.equal(await count(), errors.length - Number(tags[0][1].replace(',', '')));
   await browser.click('#clear');
   assert.equal(await count(), LINES);
@@ -262,6 +264,13 @@ check('counts follow the filters', async () => {
   assert.match(
       await textOf('#counts'), new RegExp(`^70,000 lines, ${full.toLocaleString('en-US')} m`));
   const match = lines.findIndex(({message}) => message.includes('no space')) + 1;
+  await browser.keys('n');
+  assert.equal(await selected(), match - 1);
+  assert.match(await copiedLine(), /no space/);
+  for (const css of ['.pair:nth-child(2) button', '.pair:nth-child(3) button', '#chips button']) {
+    await browser.click(css);
+    assert.ok(await hasFocus(css), css);
+  }
   await browser.open(page, `#level=E&text=no space&all=1&line=${match}`);
   for (const {other, message} of await rows()) assert.equal(other, !message.includes('no space'));
   await browser.open(page, '#text=no space');
@@ -305,6 +314,9 @@ check('zooms into a part of the time', async () => {
   assert.equal(await count(), LINES);
   await browser.click('#zoom-in');
   await expectSpan(0.25, 0.75);
+  await browser.run(
+      (init) => document.activeElement.dispatchEvent(new KeyboardEvent('keydown', init)),
+      {key: '+', metaKey: true});
   await browser.keys('\uE014');  // to the right
   await expectSpan(0.375, 0.875);
   await browser.keys('\uE012');

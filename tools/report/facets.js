@@ -1,6 +1,6 @@
 // Filters by what the lines have in common, with the number of lines of each value.
 
-import {element, make} from './dom.js';
+import {element, make, refill} from './dom.js';
 import {appendText, plainText} from './escape.js';
 import {LEVEL_NAMES, LEVELS} from './log.js';
 import {clearFilters, hasFilters, setFilters, state, toggle, update} from './state.js';
@@ -98,9 +98,9 @@ export class Facets {
             .sort((a, b) => b.count - a.count);
     const limit = this.more.has(facet) ? MANY : FEW;
     const most = shown[0]?.count ?? 1;
-    element(`facet-${facet}`)
-        .replaceChildren(
-            ...shown.slice(0, limit).map((entry) => this.makeValue(facet, entry, most)));
+    refill(
+        element(`facet-${facet}`),
+        shown.slice(0, limit).map((entry) => this.makeValue(facet, entry, most)));
     const more = element(`facet-${facet}-more`);
     more.hidden = shown.length <= FEW;
     more.textContent = limit === FEW ? `${countText(shown.length - FEW)} more` : 'fewer';
@@ -149,7 +149,7 @@ export class Facets {
       return this.makeChip(text, () => toggle(facet, value, kind));
     });
     if (state.span) chips.unshift(this.makeChip(this.view.spanText(), () => update({span: null})));
-    element('chips').replaceChildren(...chips);
+    refill(element('chips'), chips);
     element('clear').hidden = !hasFilters();
   }
 

@@ -1,6 +1,6 @@
 // What the keyboard does anywhere on the page.
 
-import {element} from './dom.js';
+import {element, isField} from './dom.js';
 import {update} from './state.js';
 
 export function listenToKeys(view) {
@@ -20,7 +20,7 @@ export function listenToKeys(view) {
   addEventListener('keydown', (event) => {
     if (event.ctrlKey || event.altKey || event.metaKey || help.open) return;
     const target = /** @type {HTMLElement} */ (event.target);
-    if (target.matches('input')) {
+    if (isField(target)) {
       if (event.key === 'Enter' && target === field)
         view.lines.next(event.shiftKey ? -1 : 1);
       else if (event.key === 'Escape')

@@ -1,6 +1,6 @@
 // The list of lines, the selected one in full, and lines as text.
 
-import {element, make} from './dom.js';
+import {element, isField, make, refill} from './dom.js';
 import {appendText, escapeText} from './escape.js';
 import {LEVEL_NAMES, LEVELS, lowerBound} from './log.js';
 import {state, toggle, update} from './state.js';
@@ -181,7 +181,7 @@ export class LineList {
     groups.push(this.filterButtons('pattern', pattern, `pattern ${pattern}`));
     const change = log.valueOf('change', source);
     if (change !== '0') groups.push(this.filterButtons('change', change, `change ${change}`));
-    element('detail-filters').replaceChildren(...groups);
+    refill(element('detail-filters'), groups);
     const [message] = await workers.messages([line]);
     if (state.line !== line) return;
     this.message = message;
@@ -239,8 +239,7 @@ export class LineList {
 
   // Where no text is marked, the selected line is what is copied.
   onCopy(event) {
-    const inField = event.target.closest?.('input');
-    if (inField || this.message === null || !getSelection().isCollapsed) return;
+    if (isField(event.target) || this.message === null || !getSelection().isCollapsed) return;
     event.clipboardData.setData('text/plain', this.asText(state.line, this.message));
     event.preventDefault();
     this.view.say('Copied the line');

@@ -77,7 +77,8 @@ export class Timeline {
   }
 
   onKey(event) {
-    if (event.target !== event.currentTarget || event.ctrlKey || event.altKey) return;
+    if (event.altKey || event.ctrlKey || event.metaKey) return;
+    if (event.target !== event.currentTarget) return;
     const [from, to] = this.range();
     const action = {
       '+': () => this.zoom(0.5),
