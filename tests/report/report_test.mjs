@@ -100,13 +100,13 @@ const copiedLine = () => browser.run(() => {
   return event.clipboardData.getData('text/plain');
 });
 
-// The pixels of a level in the timeline: the last row of each column that has some, from above.
-const bars = (level) => browser.run((letter) => {
+// The pixels of a colour in the timeline: the last row of each column that has some, from above.
+const drawn = (name) => browser.run((variable) => {
   const canvas = document.getElementById('timeline');
   const copy =
       new OffscreenCanvas(canvas.width, canvas.height).getContext('2d', {willReadFrequently: true});
   const probe = document.getElementById('probe');
-  probe.style.color = `var(--level-${letter})`;
+  probe.style.color = `var(--${variable})`;
   copy.fillStyle = getComputedStyle(probe).color;
   copy.fillRect(0, 0, 1, 1);
   const pixels = () => {
@@ -121,7 +121,7 @@ const bars = (level) => browser.run((letter) => {
     if (pixel === color) last[i % canvas.width] = Math.floor(i / canvas.width);
   });
   return last;
-}, level);
+}, name);
 
 before(async () => {
   for (const each of [dumps, good]) mkdirSync(each);
@@ -173,16 +173,16 @@ check('sums up, draws and lists the log', async () => {
   });
   assert.ok(colors > 8, `${colors} colours`);
   // The worst level stands at the bottom.
-  const debug = await bars('D');
-  const both = Object.entries(await bars('E')).filter(([column]) => column in debug);
+  const debug = await drawn('level-D');
+  const both = Object.entries(await drawn('level-E')).filter(([column]) => column in debug);
   assert.ok(both.length > 9);
   for (const [column, row] of both) assert.ok(row > debug[column], `${row}, ${debug[column]}`);
   const media = (value) => browser.cdp(
       'Emulation.setEmulatedMedia', {features: [{name: 'prefers-color-scheme', value}]});
-  const of_light = await bars('E');
+  const of_light = await drawn('level-E');
   await media('dark');
   await browser.settled();
-  assert.deepEqual(await bars('E'), of_light, 'in the colours of the night');
+  assert.deepEqual(await drawn('level-E'), of_light, 'in the colours of the night');
   await media('light');
   // Elsewhere the log is of two days, in UTC of one.
   await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: 'Asia/Tokyo'});
@@ -199,7 +199,10 @@ check('sums up, draws and lists the log', async () => {
   assert.equal(await browser.run(() => document.querySelectorAll('.tile.bad').length), 1);
   const error = lines.findIndex(isError) + 1;
   await browser.open(page, `#span=${error}-${error}`);
-  assert.equal(Object.keys(await bars('E')).length > 0, true, 'of one moment');
+  assert.equal(Object.keys(await drawn('level-E')).length > 0, true, 'of one moment');
+  // The name of the gap that comes next.
+  await browser.open(page, `#span=1-${0.4 * LINES}`);
+  assert.ok(Object.keys(await drawn('mark-line')).length > 0);
 });
 
 check('shows what decode gives under the same filters', async () => {
@@ -600,15 +603,12 @@ check('scrolls to any line', async () => {
     assert.ok((await rows()).some(({place}) => place === String(line + 1)));
   }
   const chosen = '#lines [aria-selected=true]';
-  const expectInView = async () => {
-    const [list, row] = await browser.run(
-        (css) => ['#lines', css].map(
-            (each) => document.querySelector(each).getBoundingClientRect().bottom),
-        chosen);
-    assert.ok(row <= list + 1, `${row} is below ${list}`);
-  };
   await browser.keys('\uE015'.repeat(60));  // down
-  await expectInView();
+  const [list, row] = await browser.run(
+      (...places) =>
+          places.map((css) => document.querySelector(css).getBoundingClientRect().bottom),
+      '#lines', chosen);
+  assert.ok(row <= list + 1, `${row} is below ${list}`);
   // A filter keeps the place, whether a line is selected elsewhere, was so, or none passes.
   await scroll(0.5);
   let before = await rows();
@@ -625,9 +625,6 @@ check('scrolls to any line', async () => {
   assert.deepEqual(await rows(), before);
   await browser.keys('/\uE00C\uE013');  // to the list, one up from its first line
   assert.equal(await selected(), before[0].place - 2);
-  await browser.open(page);
-  await browser.keys('G');  // and the line in full takes room
-  await expectInView();
 });
 
 check('is usable on a small screen, by name and on paper', async () => {
