@@ -58,7 +58,7 @@ export class Workers {
   // Messages of lines, in their order; unless told otherwise they are kept for the next one who
   // asks.
   async messages(lines, keep = true) {
-    if (this.cache.size > CACHED_MESSAGES) this.cache.clear();
+    if (keep && this.cache.size > CACHED_MESSAGES) this.cache.clear();
     const messages = lines.map((line) => this.cache.get(line));
     const byWorker = this.workers.map(() => []);
     lines.forEach((line, i) => {
