@@ -66,7 +66,12 @@ TEST(ApplicationTest, FirstLaunchConfiguresAndLaterOnesDump) {
         EXPECT_EQ(CUtility::Instance()->GetPolicyMode(), INT_MIN);
         EXPECT_EQ(Platform().power_callback, CTREventManager::t_OnPoweroff);
         EXPECT_EQ(Launch("A", "I", "1", "0"), kLater);
-        Platform().launch_arguments["DUMP"] = "/tmp";
+        Platform().launch_arguments = {{"DUMP", "/tmp"}, {"DUMPFORM", "gzip"}};
+        Platform().Take();
+        app_control(nullptr, nullptr);
+        EXPECT_THAT(Platform().Take(true),
+                    testing::EndsWith("E DUMPFORM must be plain or zstd, not [gzip]"));
+        Platform().launch_arguments["DUMPFORM"] = "plain";
         app_control(nullptr, nullptr);
         EXPECT_TRUE(
             Platform().WaitFor("I Trigger received to dump data on request at path [/tmp]"));

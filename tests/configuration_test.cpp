@@ -106,6 +106,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
         {"[recorder]\ntags=:I; a:I\n", {"[recorder] tags: holds an empty"}},
         {"[dump]\ngroup=no such\n", {"[dump] group: 'no such' is not a group"}},
         {"[dump]\ntriggers=match\nmatch=*:F; a:E:x & y\n", {"[dump] match: holds a '&'"}},
+        {"[dump]\nsize=1 MiB\n", {"[dump] size: unknown key"}},
         {"size=1 MiB\n", {"Key file does not start with a group"}},
     };
     for (const auto& [text, faults] : rows) {
@@ -123,7 +124,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
     // Every key that stands there as a comment is right, too.
     const std::string all =
         RunProgram(
-            {"sed", "-E", "s/^#([a-z-]+ = )/\\1/; s/^(triggers = ).*/\\1timer; match/", installed})
+            {"sed", "-E", "s/^#([a-z-]+ = )/\\1/; s/^(triggers = ).*/\\1timer; match;/", installed})
             .out;
     EXPECT_THAT(all, HasSubstr("\nmatch-rest = 60\n"));
     WriteFile("/tmp/all.conf", all + "[recorder]\ntags = a:b:I;\n");

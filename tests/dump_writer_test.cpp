@@ -199,7 +199,8 @@ TEST(DumpWriterTest, AFailedStepLeavesNoFileAndSaysWhy) {
             {"link", "rename", 1, EINVAL, "Completed", 1},
             {"no such call", "rename", 1, ENOSYS, "Completed", 2},
             {"sync not known", "fsync", 2, EINVAL, "Completed", 3},
-            {"sync of the name", "fsync", 2, EIO, "Could not copy file: error code: Input", 4},
+            {"folder not to be read", "fsync", 2, EBADF, "Completed", 4},
+            {"sync of the name", "fsync", 2, EIO, "Could not copy file: error code: Input", 5},
         };
         std::string whole;
         for (const auto& row : rows) {

@@ -67,6 +67,10 @@ TEST(LogLineTest, SingleFieldsHaveTheirOwnRulesAndLogWhatTheyFind) {
                        line),
               std::string::npos);
     EXPECT_NE(log.find("I Log Tag: MY_TAG  ; "), std::string::npos);
+    const std::string odd = "1.5 W/a),b/c (P 7, T 8): a/b.c: f(1) > x/(P 9, T 9)";
+    EXPECT_EQ(utility.m_GetLogLevel(odd) + "/" + utility.m_GetLogTag(odd), "W/a),b/c ");
+    EXPECT_EQ(utility.m_GetPID(odd), 7);
+    EXPECT_EQ(utility.m_GetTID(odd), 8);
 }
 
 TEST(RecordEncodingTest, IntegersAreLeb128) {
