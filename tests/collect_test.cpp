@@ -185,7 +185,7 @@ TEST_F(Collect, NamesSortByMachineAndTimeAndTellTheBoot) {
     for (const char* name : {"trelvo_1.dump.zst", "trelvo_2.dump", "trelvo_4.dump.zst"}) {
         SetTime(from_ / name, 1764000000);
     }
-    WriteFile(from_ / "trelvo_3.dump", Dump("../../etc\x1B" + std::string(80, 'x'), "third"));
+    WriteFile(from_ / "trelvo_3.dump", Dump("../.._etc\x1B" + std::string(80, 'x'), "third"));
     WriteFile(from_ / "trelvo_10.dump", Dump("pi", "last"));
     WriteFile(from_ / "other.dump", "");
     SetTime(from_ / "trelvo_3.dump", -1);

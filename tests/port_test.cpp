@@ -266,6 +266,7 @@ TEST(Dlog, WithoutAJournalMessagesGoToStandardError) {
     unsetenv("TRELVO_LOG_LEVEL");
     port::SetLogThreshold('E');
     EXPECT_EQ(__dlog_print(LOG_ID_MAIN, DLOG_WARN, "tag", "below it"), 0);
+    EXPECT_EQ(__dlog_print(LOG_ID_MAIN, 99, "tag", "unknown, so information"), 0);
     port::SetLogThreshold('W');
     setenv("TRELVO_LOG_LEVEL", level.c_str(), 1);
     port::SetLogThreshold('S');  // the environment's goes first

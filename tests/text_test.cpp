@@ -286,10 +286,13 @@ TEST(Progress, IsABarOnATerminalThatGoesAway) {
         Progress progress(200, false, {});
         progress.Advance(50);
     }
+    Progress(200, false, {}).Advance(300);
     dup2(before.Get(), STDERR_FILENO);
     std::string shown(200, '\0');
     shown.resize(static_cast<size_t>(read(master, shown.data(), shown.size())));
-    EXPECT_EQ(shown, "\r[##########..............................]  25 %\r\x1B[K");
+    EXPECT_EQ(shown,
+              "\r[##########..............................]  25 %\r\x1B[K"
+              "\r[########################################] 100 %\r\x1B[K");
 }
 
 }  // namespace

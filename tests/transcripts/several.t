@@ -288,3 +288,8 @@ A service that was started again records lines once more; they are shown once, i
   11.000 W/B (P 2): two
   12.000 I/A (P 1): three
   13.000 I/A (P 1): new
+
+A folder may be called as a command is.
+
+  $ mkdir stat; cp 4.dump stat; trelvoctl decode stat
+  3.000 I/A (P 1): of another boot
