@@ -33,6 +33,7 @@ TEST(Rates, ChanceOfRates) {
         {"as many", 500, 500, 1, 1, 1, 1},
         {"a quarter more is not a change", 10000, 12500, 1, 1, 1, 1},
         {"more, but not by the other measure", 100, 200, 1, 2, 1, 1},
+        {"fewer, but not by the other measure", 200, 100, 0.5, 1, 1, 1},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.situation);

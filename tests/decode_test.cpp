@@ -880,7 +880,7 @@ TEST_F(Decode, FollowsAFolder) {
     Dump("unfinished", kKeptLater);
     fs::rename(folder_ / "unfinished", folder_ / "trelvo_1.dump");
     EXPECT_TRUE(shown("a\nb\nc\n"));
-    std::ofstream(folder_ / "trelvo.dump", std::ios::app);  // is not changed
+    Run(": >> trelvo.dump");  // is not changed
     half << FromHex(kDropped);
     half.close();
     EXPECT_TRUE(shown("a\nb\nc\nd\n"));

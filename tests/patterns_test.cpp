@@ -58,6 +58,7 @@ TEST(Patterns, ValuesAreToldByTheirLook) {
          "say '<*>' or \"no such file\", don't \"\""},
         {"blk_-12 blk_3456 done", "blk_<*> done"},
         {"wait....1 a...b", "wait....<*> a...b"},
+        {"took .25 of /12/34 now", "took <*> of <*> now"},
         {"open /sdcard/M\u00FCller/a now", "open <*> now"},
         {"x=[" + std::string(300, 'a') + " b] end", "x=<*> b] end"},
         {"a::b::c abc12 abcd12 ab1c2de3x src/a.c u@h b@", "a::b::c abc<*> <*> b@"},
@@ -76,6 +77,13 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
         std::vector<std::string> messages;
         std::vector<std::string> texts;
     };
+    const auto various = [](const std::string& start, int count) {
+        std::vector<std::string> messages;
+        for (int i = 0; i < count; ++i) {
+            messages.push_back(start + std::string(4, static_cast<char>('a' + i)));
+        }
+        return messages;
+    };
     const std::string who = "session opened for user ";
     const Row rows[] = {
         {"two are not enough",
@@ -84,9 +92,11 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
         {"three with four words around",
          {who + "ann", who + "bob", who + "cy", who + "dan"},
          {who + "<*>"}},
-        {"the more words they share, the fewer it takes",
-         {"start ann", "start bob", "start cy"},
-         {"start ann", "start bob", "start cy"}},
+        {"eleven with one word around are not enough", various("start ", 11),
+         various("start ", 11)},
+        {"twelve are", various("start ", 12), {"start <*>"}},
+        {"five with two are not", various("go to ", 5), various("go to ", 5)},
+        {"six are", various("go to ", 6), {"go to <*>"}},
         {"a word before its place is known to be a value", {who + "ann", who + "7"}, {who + "<*>"}},
         {"and after it", {who + "7", who + "ann"}, {who + "<*>"}},
         {"one word left to tell it by", {"error 7", "error again"}, {"error <*>", "error again"}},

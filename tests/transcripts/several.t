@@ -293,3 +293,11 @@ A folder may be called as a command is.
 
   $ mkdir stat; cp 4.dump stat; trelvoctl decode stat
   3.000 I/A (P 1): of another boot
+
+A machine that was given its name after its start.
+
+  $ for host in localhost till; do
+  >   echo "8.000 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000002 host=$host wall=1764000012.700000 monotonic=8.000000"
+  > done | make_dump named.dump
+  $ trelvoctl stat -o json named.dump | grep -o '"host":"[a-z]*"'
+  "host":"till"

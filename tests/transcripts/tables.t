@@ -280,3 +280,19 @@ From captured text, a journal and dumps; what they are for other lines.
   in the service about 0 bytes of memory (estimate)
   lines          57; 0 coded (0.0 %)
   message bytes  507 as text, 507 with tables (0.0 % saved)
+
+What stands in the way of a policy stays, also what comes while it is trained.
+
+  $ ln -s nowhere dangling; trelvoctl train -o dangling --force --policy-version 1 counts.tsv
+  trelvoctl: dangling: not a folder; left unchanged
+  [2]
+  $ trelvoctl train -o other --policy-version 1 counts.tsv >/dev/null
+  $ (seq -f $'A\t%.0f\t1' 20000; touch other/notes) |
+  >     trelvoctl train -o other --force --policy-version 1 --format counts -
+  trelvoctl: other: holds more than a policy (notes) and is kept
+  [5]
+  $ ls other
+  1-A.db
+  2-B.db
+  notes
+  policy_version.xml
