@@ -282,7 +282,6 @@ void CDataProvider::m_WaitForEmptyBuffer() {
     CTREventManager::GetInstance()->RequestDumpOnFullBuffer();
     for (;;) {
         static_cast<void>(usleep(kFullBufferPoll));
-        const bool isPending = CUtility::Instance()->isSelfInitiatePending();
         {
             const std::lock_guard<std::mutex> lock(m_BufferMutex);
             if (m_ByteTotal == 0) {
@@ -290,9 +289,6 @@ void CDataProvider::m_WaitForEmptyBuffer() {
             }
         }
         TR_LOGI("conditional wait timeout on Full Buffer");
-        if (!isPending) {  // memory ran out before the dump took the buffer
-            CTREventManager::GetInstance()->RequestDumpOnFullBuffer();
-        }
     }
     m_FullDumpRequested = false;
 }

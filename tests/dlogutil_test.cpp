@@ -893,19 +893,6 @@ TEST_F(CaptureTest, KilledAtAnyMomentItLosesAndRepeatsNothing) {
     capture_.reset();
 }
 
-TEST_F(CaptureTest, GoesOnByItselfOnceItsReaderHasComeToTheEnd) {
-    Keep();
-    Start({"COUNTED:V"}, "4");
-    LogNumbers(100);
-    const auto holds = [](const std::string& text) {
-        return ReadFile(kFile).find(text) != std::string::npos;
-    };
-    EXPECT_TRUE(test_support::WaitForChange(
-        "/tmp/capture", [&] { return holds("> 99.") || (fs::remove(kFile + ".1"), false); }));
-    Log("COUNTED", "woken by this");
-    EXPECT_TRUE(test_support::WaitForChange("/tmp/capture", [&] { return holds("woken"); }));
-}
-
 TEST_F(CaptureTest, WithoutAServiceFullFilesAreReplacedAndNobodyIsWaitedFor) {
     Start({"COUNTED:V"}, "4");
     LogNumbers(300);
