@@ -39,10 +39,11 @@ std::vector<std::string> Prepare(const std::string& settings) {
 
 Journal::Journal(const std::string& settings)
     : process_(Prepare(settings), {}, "/run/journald.err") {
-    // It is the last one. What comes to another between its making and its set-up has no _PID.
     const bool listens =
         WaitForChange(kFolder, [] { return fs::exists(kFolder / "io.systemd.journal"); });
-    if (!listens) {
+    // It answers once all is set up: what comes to a socket before has no _PID, and no file is
+    // there.
+    if (!listens || RunProgram({"journalctl", "--sync"}).status != 0) {
         throw std::runtime_error("no journal: " + ReadFile("/run/journald.err"));
     }
 }
