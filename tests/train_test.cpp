@@ -338,6 +338,8 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
                 testing::ElementsAre("unknown 0/0 h 0", "0 0"));
     EXPECT_THAT(ReadLog("__A=\nMESSAGE=x\nMESSAGE=y\n\n\nMESSAGE\n\5\0\0\0\0\0\0\0abcd\n"s),
                 testing::ElementsAre("unknown 0/0 x 0", "0 0 entry 2: a field is cut off"));
+    EXPECT_THAT(ReadLog("__A=\nMESSAGE=cut of"),
+                testing::ElementsAre("0 0 entry 1: a field is cut off"));
 }
 
 TEST(Estimates, OfMemoryAreWithinATenth) {

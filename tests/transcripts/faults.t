@@ -182,6 +182,9 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   $ trelvoctl report whole.dump -o nowhere/page.html
   trelvoctl: nowhere/page.html.part: No such file or directory
   [5]
+  $ ln -s loop loop; trelvoctl report whole.dump -o loop/page.html
+  trelvoctl: loop/page.html.part: Too many levels of symbolic links
+  [5]
   $ trelvoctl report none -o page.html
   trelvoctl: no dumps in none (*.dump, *.dump.zst)
   [3]

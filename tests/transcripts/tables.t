@@ -126,15 +126,17 @@ A dump with these codes, as the recorder writes them.
   2.000 I/A (P 1): as text
   3.000 W/B (P 2): \x01
   4.000 W/B (P 2): \x0E
-  $ mkdir policies; mv tables few policies/
+  $ mkdir policies; mv tables few policies/; ln -s loop policies/loop
   $ trelvoctl decode --policies policies coded.dump plain.dump
+  trelvoctl: policies/loop: Too many levels of symbolic links; its codes are shown as they are
   1.000 I/A (P 1): stopped
   2.000 I/A (P 1): as text
   3.000 W/B (P 2): rare, "quoted"
   4.000 W/B (P 2): \x0E
   --------- fresh start after 4.000: a dump emptied the recorder, or the service was started
   5.000 I/A (P 1): no tables
-  $ rm policies/tables/1-A.db
+  [4]
+  $ rm policies/tables/1-A.db policies/loop
   $ trelvoctl decode --policies policies coded.dump ./coded.dump
   trelvoctl: policies/tables/1-A.db: unable to open database file; its codes are shown as they are
   1.000 I/A (P 1): \x01

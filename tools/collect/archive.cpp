@@ -200,7 +200,11 @@ std::vector<ArchivedDump> Archive::List() const {
 void Archive::MarkSent(const ArchivedDump& dump) const {
     const std::string name = fs::path(dump.path).filename().string();
     if (renameat(folder_.Get(), name.c_str(), sent_.Get(), name.c_str()) != 0) {
-        folder_.Throw();
+        const int error = errno;
+        if (faccessat(folder_.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) {
+            return;
+        }
+        throw std::system_error(error, std::generic_category(), dump.path);
     }
     sent_.Sync();
     folder_.Sync();

@@ -38,7 +38,7 @@ public:
     // Oldest first.
     [[nodiscard]] std::vector<ArchivedDump> List() const;
 
-    // The dump was handed over. Returns once the disk knows it.
+    // The dump was handed over, if not moved away by who took it. Returns once the disk knows it.
     void MarkSent(const ArchivedDump& dump) const;
 
     // Removes the dumps that have been here, or sent, for longer than that, since the time of a

@@ -175,7 +175,11 @@ private:
     void HandOver(const ArchivedDump& dump) {
         const int status = RunCommand(dump.path);
         if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-            archive_->MarkSent(dump);
+            try {
+                archive_->MarkSent(dump);
+            } catch (const std::system_error& error) {
+                Fail(error.what());  // the next run hands it over again
+            }
         } else {
             Fail(dump.path + ": the command ended " +
                  (WIFEXITED(status) ? "with exit code " + std::to_string(WEXITSTATUS(status))

@@ -50,9 +50,10 @@ std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle s
 
 }  // namespace
 
-Decoder::Decoder(DecodeOptions options, FormatMaker make_format)
+Decoder::Decoder(DecodeOptions options, FormatMaker make_format, unsigned passes)
     : options_(std::move(options)),
       make_format_(std::move(make_format)),
+      passes_(passes),
       files_([this](size_t size) {
           if (progress_) {
               progress_->Advance(size);
@@ -126,7 +127,7 @@ ExitCode Decoder::Run() {
         watch ? DumpsIn(inputs_.front()) : ExpandInputs(inputs_, faults_);
 
     // A survey, then the lines.
-    progress_.emplace(2 * TotalSize(files), true);
+    progress_.emplace((1 + passes_) * TotalSize(files), !make_format_);
     timeline_.emplace(options_.follow || files.size() > 1, options_.one_boot);
     for (const DumpFile& dump : InOrder(files)) {
         Add(dump);

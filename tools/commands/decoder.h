@@ -50,8 +50,8 @@ public:
     using FormatMaker = std::function<std::unique_ptr<LineFormat>(TimeStyle)>;
 
     // `make_format` makes the format in the place of that of the options. Throws FilterError when
-    // an option's value cannot be used.
-    explicit Decoder(DecodeOptions options, FormatMaker make_format = {});
+    // an option's value cannot be used. `passes`: how often the format takes all lines.
+    explicit Decoder(DecodeOptions options, FormatMaker make_format = {}, unsigned passes = 1);
 
     // Whether a word is TAG:LEVEL and not an input.
     [[nodiscard]] static bool IsFilter(const std::string& word);
@@ -89,6 +89,7 @@ private:
 
     DecodeOptions options_;
     FormatMaker make_format_;
+    unsigned passes_;
     DumpFiles files_;
     Columns columns_;  // of what is shown in columns
     std::unique_ptr<LineFormat> format_;

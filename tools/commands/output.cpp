@@ -70,6 +70,9 @@ std::string Format(const char* format, ...) {
 
 void FlushOutput() {
     std::string& buffer = Buffer();
+    if (!buffer.empty() && IsTerminal()) {
+        Progress::Hide();
+    }
     for (std::string_view rest = buffer; !rest.empty();) {
         const ssize_t count = write(STDOUT_FILENO, rest.data(), rest.size());
         if (count < 0 && errno != EINTR) {

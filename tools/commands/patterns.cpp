@@ -153,11 +153,14 @@ ExitCode Patterns(const PatternsOptions& options) {
     auto result = ExitCode::kSuccess;
     faults.Try("patterns", [&] {
         PatternFormat* format = nullptr;  // the decoder's
-        Decoder decoder(options.decode, [&](TimeStyle style) {
-            auto made = std::make_unique<PatternFormat>(style, options.lines);
-            format = made.get();
-            return made;
-        });
+        Decoder decoder(
+            options.decode,
+            [&](TimeStyle style) {
+                auto made = std::make_unique<PatternFormat>(style, options.lines);
+                format = made.get();
+                return made;
+            },
+            options.lines ? 2 : 1);
         result = decoder.Run();
         if (format == nullptr) {
             return;

@@ -143,7 +143,9 @@ private:
 class NewFile {
 public:
     explicit NewFile(fs::path path) : path_(std::move(path)), part_(path_.string() + ".part") {
-        if (fs::exists(path_) && !fs::is_regular_file(path_)) {
+        std::error_code error;
+        const fs::file_status status = fs::status(path_, error);
+        if (fs::exists(status) && !fs::is_regular_file(status)) {
             throw OutputError(path_.string() + ": not a regular file; the page needs one");
         }
         stream_.open(part_);
@@ -198,12 +200,13 @@ ExitCode Report(const ReportOptions& options) {
         ReportFormat* format = nullptr;  // the decoder's
         std::optional<NewFile> file;
         std::optional<PageWriter> page;
-        Decoder decoder(options.decode, [&](TimeStyle style) {
+        const auto make_format = [&](TimeStyle style) {
             page.emplace(file.emplace(options.output).Stream());
             auto made = std::make_unique<ReportFormat>(style, *page, changes ? &*changes : nullptr);
             format = made.get();
             return made;
-        });
+        };
+        Decoder decoder(options.decode, make_format, 2);
         if (options.good) {
             Comparison& sides = changes.emplace().Sides();
             result = ReadSide(sides, Comparison::kGood, FiltersOf(options.decode), *options.good,

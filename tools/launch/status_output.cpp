@@ -69,7 +69,8 @@ std::string Shown(const Number& number) {
 }
 
 std::string WallTime(const Number& seconds) {
-    if (!seconds || *seconds < 0 || *seconds > INT32_MAX) {
+    constexpr int64_t kLatest = 253402300799;  // the end of the year 9999
+    if (!seconds || *seconds < 0 || *seconds > kLatest) {
         return kUnknown;
     }
     std::string text;

@@ -29,7 +29,11 @@ void Policies::ReadFolders(const std::string& parent) {
     for (fs::directory_iterator entry(parent, error), end; !error && entry != end;
          entry.increment(error)) {
         const std::string path = entry->path().string();
-        if (!fs::exists(path + "/policy_version.xml")) {
+        std::error_code refused;
+        if (!fs::exists(path + "/policy_version.xml", refused)) {
+            if (refused) {
+                faults_.push_back(path + ": " + refused.message());
+            }
             continue;
         }
         const std::string version = ReadPolicyFile(path + "/policy_version.xml").version;

@@ -56,20 +56,21 @@ std::optional<int64_t> UnitMs(std::string_view unit) {
 
 // NUMBER[UNIT]; the unit is seconds where there is none, and may stand behind a blank.
 std::optional<int64_t> ParseDuration(std::string_view text) {
-    constexpr double kMost = 1e12;
+    constexpr double kMostMs = 1e15;  // 30,000 years: what is added to it does not overflow
     double number = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
-    if (error != std::errc() || !(std::abs(number) < kMost)) {
+    if (error != std::errc()) {
         return std::nullopt;
     }
     std::string_view unit(stop, static_cast<size_t>(end - stop));
     unit.remove_prefix(std::min(unit.find_first_not_of(' '), unit.size()));
     const auto unit_ms = UnitMs(unit);
-    if (!unit_ms) {
+    const double ms = number * static_cast<double>(unit_ms.value_or(0));
+    if (!unit_ms || !(std::abs(ms) < kMostMs)) {
         return std::nullopt;
     }
-    return std::llround(number * static_cast<double>(*unit_ms));
+    return std::llround(ms);
 }
 
 // Midnight of a day so many days before today.

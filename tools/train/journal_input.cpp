@@ -227,13 +227,13 @@ void ReadJournalExport(Input& input, InputSummary& summary, const Sink& sink) {
         }
         const size_t equals = line.find('=');
         std::string* const place = entry.Place(line.substr(0, equals));
-        if (equals != std::string_view::npos) {
+        if (equals != std::string_view::npos && lines.IsWhole()) {
             if (place != nullptr) {
                 *place = line.substr(equals + 1);
             }
             continue;
         }
-        // Its length in eight bytes, the lowest first, then the value and a line feed.
+        // Otherwise its length in eight bytes, the lowest first, then the value and a line feed.
         uint64_t size = 0;
         bool whole = lines.Take(sizeof size, sizeof size, value);
         for (size_t i = 0; whole && i < value.size(); ++i) {

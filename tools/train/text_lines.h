@@ -25,16 +25,21 @@ public:
             if (feed != std::string_view::npos) {
                 line = rest.substr(0, feed);
                 begin_ += feed + 1;
+                is_whole_ = true;
                 return true;
             }
             searched = rest.size();
             if (rest.size() >= kLongest || !Fill()) {
                 line = {buffer_.data() + begin_, end_ - begin_};
                 begin_ = end_;
+                is_whole_ = false;
                 return !line.empty();
             }
         }
     }
+
+    // Whether the last line ended with a line feed.
+    [[nodiscard]] bool IsWhole() const { return is_whole_; }
 
     // Takes so many bytes, whatever they are, and keeps the first ones. False where there are
     // fewer.
@@ -73,6 +78,7 @@ private:
     std::vector<char> buffer_;
     size_t begin_ = 0;  // of what was not handed out yet
     size_t end_ = 0;
+    bool is_whole_ = false;
 };
 
 }  // namespace trelvo
