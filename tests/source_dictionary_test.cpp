@@ -111,7 +111,7 @@ size_t ImageSize() {
 
 // Feeds a line of each of many sources, and looks at memory and at what can be decoded.
 void ExpectSourcesComeAndGo(bool count_memory) {
-    constexpr int kSources = 150000;
+    constexpr int kSources = 120000;
     constexpr size_t kLimit = 512 << 10U;
     CDataProvider& provider = *CDataProvider::Instance();
     provider.SetHistorySize(kLimit >> 10U);
