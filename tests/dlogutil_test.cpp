@@ -65,9 +65,9 @@ Options Parse(const std::string& arguments) {
 }
 
 TEST(Options, CaptureCommandIsReadAndWrongOnesAreRefused) {
-    const Options options = Parse("-r 512k -n 3 -f /tmp/f -v kerneltime A:D :W");
+    const Options options = Parse("-r 512k -n 99 -f /tmp/f -v kerneltime A:D :W");
     EXPECT_EQ(options.limit_bytes, 512U * 1024);
-    EXPECT_EQ(options.rotated_count, 3);
+    EXPECT_EQ(options.rotated_count, 99);
     EXPECT_EQ(options.file, "/tmp/f");
     for (const char* wrong : {"-r 0", "-r k", "-r -4", "-r", "-n 100", "-n 1x", "-n -1", "-v time",
                               "-x", "A", "A:", "A:X", "A:WW", "A:W B"}) {
@@ -970,9 +970,15 @@ TEST_F(CaptureTest, HoldsNoHugeEntry) {
                 ElementsAre(HasSubstr("an entry left out, it cannot be read: "), "hi", "after"));
     const std::string status = ReadFile("/proc/" + std::to_string(capture_->Pid()) + "/status");
     EXPECT_LT(std::stol(status.substr(status.find("VmData:") + 7)), 24576);
-    EXPECT_TRUE(IsTold("Salive=1\nreason=\nlost_unreadable=1\n"));
+    const std::string told = "Salive=1\nreason=\nlost_unreadable=1\n";
+    EXPECT_TRUE(IsTold(told));
+    for (const size_t size : {70000, 80000}) {  // each is cut
+        test_support::Journal::Send(
+            {"SYSLOG_IDENTIFIER=HUGE", "MESSAGE=" + std::string(size, 'x')});
+    }
+    EXPECT_TRUE(IsTold(told + "lost_left_out=2\n"));
     Start({"HUGE:V"});
-    EXPECT_TRUE(IsTold("Salive=1\nreason=\nlost_unreadable=1\n")) << "its successor";
+    EXPECT_TRUE(IsTold(told + "lost_left_out=2\n")) << "its successor";
 }
 
 }  // namespace

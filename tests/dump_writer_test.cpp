@@ -535,6 +535,8 @@ TEST(DumpFolderTest, HelpersAnswerForOddFolders) {
     for (const char* name : {"a.db", "b.DB", "c.db.bak", "db"}) {
         MakeFile(std::string("/tmp/f/") + name, 10);
     }
+    EXPECT_TRUE(utility.GenerateUniqueName("/tmp/f", "c.db.bak", free));
+    EXPECT_EQ(free.string(), "/tmp/f/c.db_1.bak");
     unsigned long long size = 7;
     utility.GetFoldersize("/tmp/f", size);
     EXPECT_EQ(size, 40U);

@@ -301,6 +301,9 @@ TEST(Vconf, AFullCollectingFolderIsToldWhateverLiesInIt) {
     EXPECT_EQ(vconf_set_int(kKey, 0), 0);
     EXPECT_FALSE(told()) << "no folder";
     fs::create_directories(folder / "lost+found");
+    fs::create_symlink("/tmp/large", folder / "link");
+    WriteFile("/tmp/large", "");
+    fs::resize_file("/tmp/large", 2 * limit);
     for (const uintmax_t size : {limit, limit + 1}) {
         for (const char* name : {"a", "b"}) {  // before and behind the subfolder
             WriteFile(folder / name, "");
@@ -308,6 +311,12 @@ TEST(Vconf, AFullCollectingFolderIsToldWhateverLiesInIt) {
             ++finished;
             EXPECT_EQ(told(), size > limit) << name;
             EXPECT_FALSE(told()) << "no dump has ended since";
+            EXPECT_EQ(vconf_set_int(kKey, 7), 0);
+            Publish(++finished, false);
+            int pending = 0;
+            EXPECT_EQ(vconf_get_int(kKey, &pending), 0);
+            EXPECT_EQ(pending, 7) << "told already";
+            EXPECT_EQ(vconf_set_int(kKey, 0), 0);
             fs::remove(folder / name);
         }
     }

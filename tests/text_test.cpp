@@ -285,8 +285,8 @@ TEST(Progress, IsABarOnATerminalThatGoesAway) {
     const port::UniqueFd before(dup(STDERR_FILENO));
     dup2(slave, STDERR_FILENO);
     {
-        Progress progress(200, false, {});
-        progress.Advance(50);
+        Progress progress(uint64_t{200} << 40U, false, {});
+        progress.Advance(uint64_t{50} << 40U);
     }
     Progress(200, false, {}).Advance(300);
     dup2(before.Get(), STDERR_FILENO);
