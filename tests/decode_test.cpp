@@ -415,6 +415,7 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
     Dump("odd", kOdd);
     Dump("bare", kPlain + kAt1000 + "00 21 01 80");
     Dump("cut", kPlain + kAt1000 + "00 21 01 61  05 42 09 62");
+    Dump("both", kVersioned + kAt1000 + "00 21 02 68 69  05 42 09 62");
     Run("mkdir -p all/1 lost/1 old twice; for i in 1 2; do mkdir twice/$i;"
         "echo '<policy version=\"1\"/>' > twice/$i/policy_version.xml; done; echo '<policy "
         "version=\"0.9\"/>' > old/policy_version.xml; echo '<x><policy version=\"1.0\"/><db "
@@ -435,6 +436,10 @@ TEST_F(Decode, CodesAreTranslatedByTheTablesOfTheirPolicyOnly) {
          "coded: 1 messages are a code of their tag's table and could be text as well\n"
          "trelvoctl: odd: fresh start after 1.000: a dump emptied the recorder, or the service was "
          "started"},
+        {"decode --policy all/1 -o raw both", "3", "bye\n",
+         "both: 1 messages are a code of their tag's table and could be text as well\ntrelvoctl: "
+         "both: offset 30: message of 9 bytes but only 1 are left; the times shown are the latest "
+         "possible"},
         {"decode -o raw coded", "0", "<code 80>\nhi\n<code 80>\n",
          "2 of 3 messages are codes of policy 1.0: --policy DIR"},
         {"decode -o raw -g h coded", "4", "hi\n",
@@ -462,6 +467,7 @@ TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
     Dump("controls", kPlain + kAt1000 + "00 21 0B 1B C2 9B 7F E2 80 AE E6 97 A5 00");
     Dump("nul", kPlain + kAt1000 + "00 21 02 61 00");
     fs::last_write_time(folder_ / "whole", fs::file_time_type(std::chrono::seconds(0)));
+    EXPECT_THAT(Run("trelvoctl patterns -o json odd").out, HasSubstr("\"example\":\"\uFFFD,"));
     ExpectRuns({
         {"decode -o threadtime whole", "0",
          "01-01 00:00:00.995    10    11 I A       : a\n"
@@ -645,6 +651,10 @@ TEST_F(Decode, SearchesGoOnBehindALineThatCostsTooMuch) {
     EXPECT_EQ(deep.out, "x\ne\n");
     EXPECT_EQ(deep.err, "");
     log(std::string(60000, 'a'));
+    EXPECT_THAT(
+        Run("trelvoctl decode --boot-time 2026-01-31T12:00:00Z --utc -g '^(a+)+$b|(a+)+c' long")
+            .err,
+        HasSubstr(": line at 2026-01-31 12:00:01.000Z: "));
     for (const std::string command : {"decode -o raw", "patterns --lines -o json"}) {
         const Output hopeless = Run("trelvoctl " + command + " -g '^(a+)+$b|(a+)+c|e' long");
         EXPECT_EQ(std::count(hopeless.out.begin(), hopeless.out.end(), '\n'), 1);
