@@ -302,6 +302,7 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
          {"a_P b_ 7/9 x 1000", "a_P b_ 7/9  y 0", "a_P b_ 7/9 f > z 0"}},
         {{{"_COMM", "T"}, {"MESSAGE", "x"}, {time, "5000000"}}, {"T 0/0 x -1000"}},
         {{{"_COMM", "T"}, {"_PID", "8"}}, {}},
+        {{{"SYSLOG_IDENTIFIER", "a > b, T"}, {"MESSAGE", "x"}}, {"a _ b_ T 0/0 x -6000"}},
         {{{"_COMM", "T"}, {"DLOG_LEVEL", "E"}, {"MESSAGE", "no prefix"}},
          {"T 0/0 no prefix -6000"}},
         {{{"_PID", "7x"}, {"SYSLOG_PID", "8"}, {"MESSAGE", "x\n" + std::string(300000, 'm')}},

@@ -49,7 +49,10 @@ Training code tables, from every kind of input, and reading what a recorder wrot
   5
   ls: cannot access 'other*': No such file or directory
   [2]
-  $ trelvoctl train -o other --policy-version 9 unordered.tsv >/dev/null
+  $ (umask 027; trelvoctl train -o other --policy-version 9 unordered.tsv >/dev/null); stat -c %a other other/*
+  750
+  640
+  640
   $ trelvoctl train -o other --policy-version 9 --force unordered.tsv >/dev/null; ls -d other*
   other
   $ sqlite3 other/1-A.db 'select log from HuffmanCode'
