@@ -59,7 +59,7 @@ struct Phase {
     int requested_dumps;
 };
 // When it drops, the fastest phase fills this several times between two dumps.
-constexpr const char* kHistoryKib = "256";
+constexpr const char* kHistoryKib = "64";
 // Fast enough to fill the buffer before the timer fires; with requests; then the timer alone.
 constexpr Phase kCycle[] = {{20000, 6s, 1}, {5000, 5s, 4}, {1000, 8s, 0}};
 
