@@ -972,7 +972,7 @@ TEST_F(CaptureTest, HoldsNoHugeEntry) {
     EXPECT_LT(std::stol(status.substr(status.find("VmData:") + 7)), 24576);
     const std::string told = "Salive=1\nreason=\nlost_unreadable=1\n";
     EXPECT_TRUE(IsTold(told));
-    for (const size_t size : {70000, 80000}) {  // each is cut
+    for (const size_t size : {70000U, 80000U}) {  // each is cut
         test_support::Journal::Send(
             {"SYSLOG_IDENTIFIER=HUGE", "MESSAGE=" + std::string(size, 'x')});
     }
