@@ -280,6 +280,11 @@ check('counts follow the filters', async () => {
   await browser.click('#regex');
   await search(['a', 'a(']);
   assert.match(await textOf('#text-error'), /nterminated group/);
+  // Of an address that cannot be searched for, all lines are shown, not those of the one before.
+  await search(['giving up']);
+  await browser.run(() => (location.hash = 'text=a(&regex=1'));
+  await browser.settled();
+  assert.equal(await count(), LINES);
 });
 
 check('zooms into a part of the time', async () => {
@@ -327,12 +332,62 @@ check('zooms into a part of the time', async () => {
   await browser.click('#overview');
   await expectSpan(0.25, 0.75);
   await browser.click('#zoom-out');
-  await expectSpan(0, 1);
+  assert.equal(await count(), LINES);
+  await browser.click('#zoom-in');
+  await browser.run(() => document.getElementById('time').focus());
   await browser.keys('0');
   assert.equal(await count(), LINES);
   await browser.open(page, `#line=${last}`);
   await browser.click('#zoom-in');
   await expectSpan(0.05, 0.55);
+});
+
+check('moves over breaks, and has what all sources of a process log', async () => {
+  // Seven lines in a tenth of a second, one a minute later, and after another minute seven of other
+  // processes: their number is found by the tag, the tag by the sum of all threads and levels.
+  const early = [...'DDIIWWW'].map((level, i) => {
+    const [tag, tid] = level === 'W' ? ['few', 0] : ['many', i];
+    return {
+      time_ms: 1000 + i,
+      level,
+      tag,
+      pid: 1,
+      tid,
+      message: i ? 'early' : '\ufefflong '.repeat(999)
+    };
+  });
+  const late =
+      early.map((line, i) => ({...line, time_ms: 121000 + i, tag: 'late', pid: 20 + 2 * i}));
+  const lines = [...early, {...early[0], time_ms: 61000}, ...late];
+  const file = join(folder, 'breaks.html');
+  const dump = join(folder, 'breaks.dump');
+  writeFileSync(
+      dump, buildDump(lines, {boot: 'd'.repeat(32), host: 'h', booted_ms: 86400000 - 90000}));
+  run('report', dump, '-o', file);
+  await browser.open(file, '#span=1-7&utc=1');
+  assert.equal(
+      await copied('#copy'), run('decode', '--utc', dump).split(/(?<=\n)/).slice(0, 7).join(''));
+  await browser.run(() => document.getElementById('time').focus());
+  for (const [key, tag] of [['\uE014', 'late'], ['\uE012', 'many']]) {  // right, left
+    await browser.keys(key.repeat(20));
+    assert.equal((await rows())[0].tag, tag);
+  }
+  for (let i = 0; i < 20 && await count() < lines.length; i++) await browser.click('#zoom-out');
+  assert.equal(await count(), lines.length);
+  assert.equal(await contentOf('.entry .first'), 'from 01-01 23:58:31');
+  const processes = () => browser.run((words) => {
+    const field = document.querySelector('[aria-label="Find processes"]');
+    field.value = words;
+    field.dispatchEvent(new Event('input'));
+    return [...document.querySelectorAll('#facet-pid .name')].map((name) => name.textContent);
+  }, 'MANY');
+  assert.deepEqual(await processes(), ['1  many']);
+  // A page whose lines are damaged says so.
+  const source = readFileSync(file, 'utf8');
+  writeFileSync(file, source.replace(/(id="text-0"[^>]*>)\s*..../, '$1AAAA'));
+  await browser.open(file);
+  assert.match(await textOf('#loading'), /^The log could not be unpacked: ./);
+  assert.ok((await browser.console()).length > 0);
 });
 
 check('jumps to a time, to matches and to both ends', async () => {
@@ -603,12 +658,18 @@ check('scrolls to any line', async () => {
     assert.ok((await rows()).some(({place}) => place === String(line + 1)));
   }
   const chosen = '#lines [aria-selected=true]';
+  const places = () => browser.run(
+      (...all) => all.map((css) => document.querySelector(css).getBoundingClientRect()), '#lines',
+      chosen);
   await browser.keys('\uE015'.repeat(60));  // down
-  const [list, row] = await browser.run(
-      (...places) =>
-          places.map((css) => document.querySelector(css).getBoundingClientRect().bottom),
-      '#lines', chosen);
-  assert.ok(row <= list + 1, `${row} is below ${list}`);
+  const [list, row] = await places();
+  assert.ok(row.bottom <= list.bottom + 1, `${row.bottom} is below ${list.bottom}`);
+  // Where a pixel of the scroll bar is 14 of the lines, too.
+  await scroll(0.3, '3000px');
+  await browser.keys('\uE015');
+  const [view, far] = await places();
+  assert.ok(Math.abs(far.bottom - view.bottom) < 2, `${far.bottom} is not at ${view.bottom}`);
+  await scroll(0);
   // A filter keeps the place, whether a line is selected elsewhere, was so, or none passes.
   await scroll(0.5);
   let before = await rows();

@@ -91,11 +91,11 @@ export class Facets {
     const {values} = this.view.log.facets[facet];
     const words = this.words[facet] ?? '';
     const isSet = (value) => state.only[facet].has(value) || state.not[facet].has(value);
-    const shown =
-        values.map((value, i) => ({value, count: counts[i], set: isSet(value)}))
-            .filter(
-                ({value, count, set}) => (count > 0 || set) && value.toLowerCase().includes(words))
-            .sort((a, b) => b.count - a.count);
+    const shown = values.map((value, i) => ({value, count: counts[i], set: isSet(value)}))
+                      .filter(
+                          ({value, count, set}) => (count > 0 || set) &&
+                              this.label(facet, value).toLowerCase().includes(words))
+                      .sort((a, b) => b.count - a.count);
     const limit = this.more.has(facet) ? MANY : FEW;
     const most = shown[0]?.count ?? 1;
     refill(

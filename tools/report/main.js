@@ -43,21 +43,28 @@ class View {
     const {log} = this;
     const lines = new Uint32Array(log.sourceCount);
     for (const source of log.sourceOf) lines[source]++;
-    const most = new Map();
-    for (let source = 0; source < log.sourceCount; source++) {
+    const counts = new Map();  // process -> tag -> lines
+    lines.forEach((count, source) => {
       const pid = log.valueOf('pid', source);
-      if (lines[source] > (most.get(pid)?.[0] ?? 0)) {
-        most.set(pid, [lines[source], log.valueOf('tag', source)]);
-      }
-    }
-    return new Map([...most].map(([pid, [, tag]]) => [pid, tag]));
+      const tag = log.valueOf('tag', source);
+      if (!counts.has(pid)) counts.set(pid, new Map());
+      counts.get(pid).set(tag, (counts.get(pid).get(tag) ?? 0) + count);
+    });
+    const most = (tags) => [...tags].reduce((a, b) => b[1] > a[1] ? b : a)[0];
+    return new Map([...counts].map(([pid, tags]) => [pid, most(tags)]));
   }
 
   // Whether the lines are of more than one day, in the zone that is shown.
   hasDays() {
     const {log} = this;
-    const day = (line) => timeText(log.times[line], log.isWall(line), state.utc, 'day');
-    return log.lines > 0 && log.isWall(0) && day(0) !== day(log.lines - 1);
+    let [low, high] = [Infinity, -Infinity];
+    log.times.forEach((ms, line) => {
+      if (!log.isWall(line)) return;
+      low = Math.min(low, ms);
+      high = Math.max(high, ms);
+    });
+    const day = (ms) => timeText(ms, true, state.utc, 'day');
+    return low < high && day(low) !== day(high);
   }
 
   // A value of a filter, for people.
@@ -139,7 +146,10 @@ class View {
   // Nothing for the changes: all is drawn.
   async redraw(changes) {
     const changed = (keys) => !changes || keys.some((key) => key in changes);
-    if (changed(TEXT_STATE) && !(await this.search()) && changes) return;
+    if (changed(TEXT_STATE) && !(await this.search())) {
+      if (changes) return;
+      this.expression = this.mask = null;  // of an address before
+    }
     if (changed(['utc'])) this.log.days = this.hasDays();
     if (changed(FILTER_STATE)) {
       this.filter.apply(state, this.mask);
@@ -197,9 +207,9 @@ function listenToControls(view) {
   });
   for (const tab of tabs) {
     element(`tab-${tab}`).addEventListener('click', () => choose(tab));
-    element(`tab-${tab}`).addEventListener('keydown', ({key}) => {
-      const step = {ArrowLeft: tabs.length - 1, ArrowRight: 1}[key];
-      if (!step) return;
+    element(`tab-${tab}`).addEventListener('keydown', (event) => {
+      const step = {ArrowLeft: tabs.length - 1, ArrowRight: 1}[event.key];
+      if (!step || event.altKey || event.ctrlKey || event.metaKey) return;
       const other = tabs[(tabs.indexOf(tab) + step) % tabs.length];
       choose(other);
       element(`tab-${other}`).focus();

@@ -6,7 +6,7 @@ import {SPARK_PARTS} from './filter.js';
 import {LEVEL_NAMES, LEVELS} from './log.js';
 import {SORTS, state, toggle, update} from './state.js';
 import {VirtualList} from './virtual_list.js';
-import {countText, timeText} from './words.js';
+import {countText} from './words.js';
 
 const SVG = 'http://www.w3.org/2000/svg';
 const SPARK_HEIGHT = 10;
@@ -61,7 +61,7 @@ export class PatternList {
   }
 
   fillRow(row, index) {
-    const {log, filter, patternNumber} = this.view;
+    const {log, filter, lines, patternNumber} = this.view;
     const pattern = this.shown[index];
     const {count, level, first, text, path, hide} = row.parts;
     const number = patternNumber(pattern);
@@ -75,7 +75,7 @@ export class PatternList {
     level.textContent = LEVELS[worst];
     level.title = LEVEL_NAMES[worst];
     const line = log.firstOf[pattern];
-    const time = timeText(log.times[line], log.isWall(line), state.utc, 'time');
+    const time = lines.timeOf(line, log.days ? 'short' : 'time').trim();
     first.textContent = `from ${time.replace(/\.\d+$/, '')}`;
     path.setAttribute('d', this.spark(pattern));
     text.replaceChildren();

@@ -47,6 +47,7 @@ export class Timeline {
   range() {
     const {at} = this.view.log;
     if (!state.span) return this.whole();
+    if (state.span === this.asked?.span) return this.asked.range;
     const [first, last] = state.span;
     return [at[first], Math.max(at[first] + 1, at[last - 1])];
   }
@@ -55,10 +56,11 @@ export class Timeline {
   show(from, to) {
     const {log, say} = this.view;
     const span = [log.lineAt(from), log.lineAt(to + 0.5)];
-    if (span[0] >= span[1])
-      say('No lines there');
-    else
-      update({span: span[0] === 0 && span[1] === log.lines ? null : span});
+    if (span[0] >= span[1]) return say('No lines there');
+    const all = span[0] === 0 && span[1] === log.lines;
+    // The part may be wider than its lines: from there one zooms and moves on.
+    this.asked = {span, range: [from, to]};
+    update({span: all ? null : span});
   }
 
   zoom(factor) {
@@ -66,14 +68,24 @@ export class Timeline {
     const {log} = this.view;
     const selected = state.line === null ? -1 : log.at[state.line];
     const middle = selected >= from && selected <= to ? selected : (from + to) / 2;
-    const half = Math.max(1, ((to - from) * factor) / 2);
-    this.show(Math.max(0, middle - half), Math.min(log.end, middle + half));
+    this.center(middle, Math.max(2, (to - from) * factor));
   }
 
-  center(place) {
+  // Shows as much as now, or of another size, around a place.
+  center(place, size = this.range()[1] - this.range()[0]) {
+    const {end} = this.view.log;
+    const start = Math.max(0, Math.min(end - size, place - size / 2));
+    this.show(start, Math.min(end, start + size));
+  }
+
+  // Along the axis; where no lines are, to the next that are.
+  move(step) {
     const [from, to] = this.range();
-    const start = Math.max(0, Math.min(this.view.log.end - (to - from), place - (to - from) / 2));
-    this.show(start, start + to - from);
+    const {log} = this.view;
+    const next = step < 0 ? log.lineAt(to + step + 0.5) - 1 : log.lineAt(from + step);
+    const place = log.at[next];
+    const isIn = place >= from + step && place <= to + step;
+    this.center(isIn ? (from + to) / 2 + step : place);
   }
 
   onKey(event) {
@@ -84,8 +96,8 @@ export class Timeline {
       '+': () => this.zoom(0.5),
       '-': () => this.zoom(2),
       '0': () => update({span: null}),
-      'ArrowLeft': () => this.center((from + to) / 2 - (to - from) / 4),
-      'ArrowRight': () => this.center((from + to) / 2 + (to - from) / 4),
+      'ArrowLeft': () => this.move(-(to - from) / 4),
+      'ArrowRight': () => this.move((to - from) / 4),
     }[event.key];
     if (!action) return;
     event.preventDefault();

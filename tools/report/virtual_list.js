@@ -69,6 +69,7 @@ export class VirtualList {
   get top() {
     const {scrollTop} = this.root;
     if (this.total < MAX_HEIGHT) return scrollTop / this.row;
+    if (scrollTop === this.placed?.scrollTop) return this.placed.top;
     return (scrollTop / (this.total - this.height)) * (this.count - this.fitting);
   }
 
@@ -77,6 +78,7 @@ export class VirtualList {
     const top = Math.max(0, Math.min(most, rows));
     this.root.scrollTop =
         this.total < MAX_HEIGHT ? top * this.row : (top / most) * (this.total - this.height);
+    this.placed = {scrollTop: this.root.scrollTop, top};  // a pixel may be many rows
   }
 
   draw() {

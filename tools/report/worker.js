@@ -7,6 +7,7 @@ const SLICE_MS = 8;  // until other requests get their turn
 let forms;                 // {pattern, pieces} each
 const blocks = new Map();  // number -> {lines, chunks: [{text, starts}]}
 let searchId = 0;
+const decoder = new TextDecoder('utf-8', {ignoreBOM: true});  // a message may begin with one
 
 async function unpack(base64) {
   const binary = atob(base64);
@@ -96,7 +97,7 @@ async function load({block, lines, columns, text}) {
     patterns[line] = forms[form].pattern;
     sources[line] = byForm[starts[form]++];
   }
-  blocks.set(block, {lines, chunks: fillForms(lineForms, new TextDecoder().decode(textBytes))});
+  blocks.set(block, {lines, chunks: fillForms(lineForms, decoder.decode(textBytes))});
   const buffers = [times.buffer, patterns.buffer, sources.buffer];
   postMessage({loaded: block, times, patterns, sources}, buffers);
 }
@@ -148,6 +149,7 @@ onmessage = async ({data}) => {
     forms = data.forms;
   } else if (data.columns) {
     loaded = loaded.then(() => load(data));
+    loaded.catch(reportError);
   } else if (data.source !== undefined) {
     await loaded;
     search(data);
