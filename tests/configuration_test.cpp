@@ -46,8 +46,8 @@ TEST(Launch, WhatCannotBeBelievedGetsALineForEachFault) {
     };
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
     const std::vector<std::pair<Lines, Lines>> rows = {
-        {{"A=1", "word", "A=2", "--hlep"},
-         {"'word': not KEY=VALUE", "'A': given twice",
+        {{"A=1", "word", "", "A=2", "--hlep"},
+         {"'word': not KEY=VALUE", "'': not KEY=VALUE", "'A': given twice",
           "'--hlep': unknown option, did you mean '--help'?"}},
         {{"LOGTAG=a"}, {"LOGLEVEL: missing;", "RQBBUFFER: missing;", "POLICYMODE: missing;"}},
         {{"DUMP=/tmp"}, {"DUMP: nothing is recorded yet;"}},

@@ -110,10 +110,14 @@ TEST_F(Waiting, WhatIsStillWrittenIsWaitedFor) {
     EXPECT_EQ(Wait({[&] {
                   service = std::thread([this] {
                       // Read once to see who was asked, and then to see what came of it.
-                      for (int i = 0; i < 2; ++i) {
-                          Publish(4, Written("trelvo.dump", "timer") + "pending=1\n", true);
-                      }
-                      Publish(5, Written("trelvo_1.dump"));
+                      const std::string others = Written("trelvo.dump", "timer") + "pending=1\n";
+                      Publish(4, others, true);
+                      Publish(4, others, true);
+                      Publish(5,
+                              "last_dump_trigger=request\nlast_dump_path=\n"
+                              "last_dump_result=No such file or directory\npending=1\n",
+                              true);
+                      Publish(6, Written("trelvo_1.dump"));
                   });
               }}),
               "/tmp/waited/trelvo_1.dump");
@@ -138,20 +142,26 @@ TEST_F(Waiting, AServiceThatIsStartedAgainCountsItsDumpsAnew) {
 }
 
 TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
-    std::ofstream half;
+    std::ofstream half[3];
     EXPECT_EQ(Wait({[&] {
                   WriteFile("/tmp/waited/other.dump", "");
                   WriteFile("/tmp/waited/trelvo.dump.zst", "");
+                  WriteFile("/tmp/waited/.trelvo-gone", "");
+                  fs::rename("/tmp/waited/.trelvo-gone", "/tmp/waited/elsewhere");
+                  half[0].open("/tmp/waited/trelvo_5.dump");
                   WriteFile("/tmp/waited/.trelvo-x", "");
+                  half[1].open("/tmp/waited/trelvo_6.dump");
                   fs::create_hard_link("/tmp/waited/.trelvo-x", "/tmp/waited/trelvo_2.dump");
               }}),
               "/tmp/waited/trelvo_2.dump");
     EXPECT_EQ(Wait({[&] {
                   WriteFile("/tmp/waited/trelvo_4.dump", "");
-                  half.open("/tmp/waited/trelvo_3.dump");
+                  half[2].open("/tmp/waited/trelvo_3.dump");
               }}),
               "/tmp/waited/trelvo_4.dump");
-    half.close();
+    for (std::ofstream& file : half) {
+        file.close();
+    }
     EXPECT_THAT(Wait({[] { fs::remove_all(kFolder); }}), HasSubstr("was moved or removed"));
 }
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -27,7 +28,9 @@ FolderWatch::FolderWatch(std::string folder)
 }
 
 void FolderWatch::WakeFor(const std::string& other_folder) {
-    static_cast<void>(inotify_add_watch(fd_.Get(), other_folder.c_str(), IN_MOVED_TO));
+    // It may be the watched one, of which all is still told.
+    static_cast<void>(
+        inotify_add_watch(fd_.Get(), other_folder.c_str(), IN_MOVED_TO | IN_MASK_ADD));
 }
 
 void FolderWatch::Wait(std::optional<TimePoint> until) const {
@@ -39,6 +42,18 @@ void FolderWatch::Wait(std::optional<TimePoint> until) const {
     }
     pollfd events{fd_.Get(), POLLIN, 0};
     static_cast<void>(poll(&events, 1, left_ms));
+}
+
+// Where a file cannot be renamed without replacing another, the dump is a link to the hidden one,
+// which is removed then.
+bool FolderWatch::IsDump(const std::string& name) const {
+    if (hidden_.empty()) {
+        return false;
+    }
+    const std::filesystem::path folder(folder_);
+    std::error_code error;
+    return !std::filesystem::exists(folder / hidden_, error) ||
+           std::filesystem::equivalent(folder / hidden_, folder / name, error);
 }
 
 std::optional<FolderWatch::Event> FolderWatch::Take() {
@@ -58,11 +73,13 @@ std::optional<FolderWatch::Event> FolderWatch::Take() {
                 continue;
             }
             if ((head.mask & IN_CREATE) != 0) {
-                const bool is_hidden = event.name.substr(0, kHiddenStart.size()) == kHiddenStart;
-                // Where a file cannot be renamed without replacing another, the dump is a link to
-                // the hidden one.
-                event.complete = !is_hidden && !hidden_.empty();
-                hidden_ = is_hidden ? event.name : "";
+                event.complete = false;
+                if (event.name.substr(0, kHiddenStart.size()) == kHiddenStart) {
+                    hidden_ = event.name;
+                } else if (IsDump(event.name)) {
+                    event.complete = true;
+                    hidden_.clear();
+                }
             }
             if (head.wd == watch_ || event.lost) {
                 return event;

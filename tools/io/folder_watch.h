@@ -38,6 +38,8 @@ public:
     [[nodiscard]] std::optional<Event> Take();
 
 private:
+    [[nodiscard]] bool IsDump(const std::string& name) const;
+
     std::string folder_;
     port::UniqueFd fd_;
     int watch_ = -1;

@@ -171,17 +171,20 @@ DumpWaiter::Step DumpWaiter::LookAtStatus(const ServiceStatus& status, int64_t d
     if (dumps == dumps_) {
         return dumps == 0 ? Step::kWaitOrAsk : Step::kWait;
     }
-    if (TakeEnd(status.service)) {
+    // What has ended while another one is asked for need not be what was asked for here, and a dump
+    // that failed does not tell its folder.
+    const bool is_pending = status.service.Number("pending") == 1;
+    if (TakeEnd(status.service, is_pending)) {
         return Step::kDone;
     }
-    if (status.service.Number("pending") == 1) {
+    if (is_pending) {
         return Step::kWait;
     }
     dumps_ = dumps;
     return Step::kAsk;
 }
 
-bool DumpWaiter::TakeEnd(const Fields& service) {
+bool DumpWaiter::TakeEnd(const Fields& service, bool is_pending) {
     if (service.Text("last_dump_trigger") != "request") {
         return false;
     }
@@ -189,6 +192,9 @@ bool DumpWaiter::TakeEnd(const Fields& service) {
     const std::string name = path.substr(path.rfind('/') + 1);
     const std::string expected = (folder_ == "/" ? "" : folder_) + "/" + name;
     const std::string result = service.Text("last_dump_result").value_or("");
+    if (path.empty() && is_pending) {
+        return false;
+    }
     if (path.empty() || result != "written") {
         throw DumpWaitError(folder_ + ": the dump could not be written: " + result);
     }

@@ -66,8 +66,9 @@ private:
     [[nodiscard]] Step Look();
     // The same, by what the service has published: `dumps` have ended.
     [[nodiscard]] Step LookAtStatus(const ServiceStatus& status, int64_t dumps);
-    // Whether the dump that ended last is the one that was asked for. Throws when it failed.
-    [[nodiscard]] bool TakeEnd(const Fields& service);
+    // Whether the dump that ended last is the one that was asked for, while another one is pending
+    // or not. Throws when it failed.
+    [[nodiscard]] bool TakeEnd(const Fields& service, bool is_pending);
     // Which service has taken the request.
     void NoteService();
     void TakeEvents();
