@@ -486,6 +486,7 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
         expect_next(name);
     }
     send();
+    (void)test_support::RunProgram({"journalctl", "--rotate"});
     send();
     EXPECT_NE(NextLine(follower, "counted"), "");
     JournalPlace place = follower.Place();
@@ -494,6 +495,10 @@ TEST(JournalFollower, GivesEachEntryOnceWhateverHappensToTheJournal) {
     EXPECT_THAT(NextLine(successor, "counted"), HasSubstr("> <" + std::to_string(sent) + ">\n"));
     EXPECT_EQ(successor.Place().counts.last_usec, UINT64_MAX / 2) << "no time runs backwards";
     EXPECT_EQ(successor.Lost() + successor.UncountedGaps(), 15U);
+    (void)test_support::RunProgram({"journalctl", "--vacuum-files=1"});
+    JournalFollower bereft(place);
+    EXPECT_THAT(NextLine(bereft, "systemd-journald"), HasSubstr("Runtime Journal"))
+        << "the first entry that is left";
 }
 
 TEST(ClockLines, OneIsDueWhereALineWouldNotTellItsWallClock) {

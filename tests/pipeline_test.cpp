@@ -202,6 +202,8 @@ TEST_F(PipelineTest, TheSameLimitOnMemoryKeepsMore) {
             kept[count_memory] = provider_.GetRecordCount();
             CDataProvider::Statistics statistics;
             ASSERT_TRUE(provider_.ReadStatistics(statistics));
+            EXPECT_EQ(statistics.recordBytes,
+                      Snapshot(false).size() - provider_.TakeSnapshot().head.size());
             const auto oldest = static_cast<int>((fed - kept[count_memory]) / 4 * 1000);
             EXPECT_LE(statistics.oldestMs, oldest) << "within a page";
             EXPECT_TRUE(!count_memory || statistics.oldestMs == oldest) << "whole pages go";
