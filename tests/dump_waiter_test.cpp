@@ -26,7 +26,7 @@ using testing::HasSubstr;
 
 class Waiting : public testing::Test {
 protected:
-    static constexpr const char* kFolder = "/tmp/waited";
+    static constexpr const char* kFolder = "/tmp/=waited";
     static constexpr const char* kStatus = "/run/trelvo/vconf/memory/trelvo";
 
     Waiting() {
@@ -81,12 +81,12 @@ TEST_F(Waiting, ARequestThatWasLostIsRepeated) {
                         fs::create_directories(kStatus);
                         Publish(1, Written("trelvo.dump"));
                     }}),
-              "/tmp/waited/trelvo.dump");
+              "/tmp/=waited/trelvo.dump");
     EXPECT_EQ(asked_, 2U);
 }
 
 TEST_F(Waiting, AnotherDumpInItsPlaceIsNoAnswer) {
-    const std::string path = "/tmp/waited/trelvo_1.dump";
+    const std::string path = "/tmp/=waited/trelvo_1.dump";
     Publish(3, Written("trelvo.dump"));
     EXPECT_EQ(Wait({[&] { Publish(4, Written("trelvo.dump", "timer")); },
                     [&] { Publish(5, Written("../other/trelvo.dump")); },
@@ -95,10 +95,10 @@ TEST_F(Waiting, AnotherDumpInItsPlaceIsNoAnswer) {
               path);
     EXPECT_EQ(asked_, 4U);
     EXPECT_EQ(Wait({[&] { Publish(8, Written("trelvo.dump.zst")); }}, true),
-              "/tmp/waited/trelvo.dump.zst");
+              "/tmp/=waited/trelvo.dump.zst");
     EXPECT_THAT(Wait({[&] {
                     Publish(9,
-                            "last_dump_trigger=request\nlast_dump_path=/tmp/waited/trelvo.dump\n"
+                            "last_dump_trigger=request\nlast_dump_path=/tmp/=waited/trelvo.dump\n"
                             "last_dump_result=No space left on device\n");
                 }}),
                 HasSubstr("could not be written: No space left on device"));
@@ -120,7 +120,7 @@ TEST_F(Waiting, WhatIsStillWrittenIsWaitedFor) {
                       Publish(6, Written("trelvo_1.dump"));
                   });
               }}),
-              "/tmp/waited/trelvo_1.dump");
+              "/tmp/=waited/trelvo_1.dump");
     service.join();
 }
 
@@ -137,28 +137,28 @@ TEST_F(Waiting, AServiceThatIsStartedAgainCountsItsDumpsAnew) {
             }
             Publish(1, Written("trelvo.dump"));
         }}),
-        "/tmp/waited/trelvo.dump");
+        "/tmp/=waited/trelvo.dump");
     lock_ = -1;
 }
 
 TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
     std::ofstream half[3];
     EXPECT_EQ(Wait({[&] {
-                  WriteFile("/tmp/waited/other.dump", "");
-                  WriteFile("/tmp/waited/trelvo.dump.zst", "");
-                  WriteFile("/tmp/waited/.trelvo-gone", "");
-                  fs::rename("/tmp/waited/.trelvo-gone", "/tmp/waited/elsewhere");
-                  half[0].open("/tmp/waited/trelvo_5.dump");
-                  WriteFile("/tmp/waited/.trelvo-x", "");
-                  half[1].open("/tmp/waited/trelvo_6.dump");
-                  fs::create_hard_link("/tmp/waited/.trelvo-x", "/tmp/waited/trelvo_2.dump");
+                  WriteFile("/tmp/=waited/other.dump", "");
+                  WriteFile("/tmp/=waited/trelvo.dump.zst", "");
+                  WriteFile("/tmp/=waited/.trelvo-gone", "");
+                  fs::rename("/tmp/=waited/.trelvo-gone", "/tmp/=waited/elsewhere");
+                  half[0].open("/tmp/=waited/trelvo_5.dump");
+                  WriteFile("/tmp/=waited/.trelvo-x", "");
+                  half[1].open("/tmp/=waited/trelvo_6.dump");
+                  fs::create_hard_link("/tmp/=waited/.trelvo-x", "/tmp/=waited/trelvo_2.dump");
               }}),
-              "/tmp/waited/trelvo_2.dump");
+              "/tmp/=waited/trelvo_2.dump");
     EXPECT_EQ(Wait({[&] {
-                  WriteFile("/tmp/waited/trelvo_4.dump", "");
-                  half[2].open("/tmp/waited/trelvo_3.dump");
+                  WriteFile("/tmp/=waited/trelvo_4.dump", "");
+                  half[2].open("/tmp/=waited/trelvo_3.dump");
               }}),
-              "/tmp/waited/trelvo_4.dump");
+              "/tmp/=waited/trelvo_4.dump");
     for (std::ofstream& file : half) {
         file.close();
     }
@@ -186,8 +186,9 @@ TEST(ServiceStatus, OnlyAServiceThatHasJustStartedIsGivenTimeToRead) {
 
 TEST_F(Waiting, AFullFileSystemIsTheReasonWhyNothingComes) {
     ASSERT_EQ(mount("none", kFolder, "tmpfs", 0, "size=64k"), 0);
-    const auto fill = [] { WriteFile("/tmp/waited/else", std::string(64 << 10U, 'x')); };
-    EXPECT_EQ(Wait({fill}, false, std::chrono::seconds(1)), "/tmp/waited: the file system is full");
+    const auto fill = [] { WriteFile("/tmp/=waited/else", std::string(64 << 10U, 'x')); };
+    EXPECT_EQ(Wait({fill}, false, std::chrono::seconds(1)),
+              "/tmp/=waited: the file system is full");
     EXPECT_EQ(umount(kFolder), 0);
 }
 

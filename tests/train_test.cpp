@@ -273,6 +273,9 @@ TEST(LogInput, LinesOfEveryFormat) {
                                  .Line(7, "hi", "T,1")
                                  .Image(9);
     EXPECT_THAT(ReadLog(dump), testing::ElementsAre("T 1/11 hi 7", "0 2"));
+    EXPECT_THAT(ReadLog(DumpBuilder("").Line(0, "\x80", "T,1").Image(9)),
+                testing::ElementsAre("T 1/11 \\x80 0", "0 0"))
+        << "recorded without tables";
     fs::create_directories("/tmp/policy");
     WriteFile("/tmp/policy/policy_version.xml",
               "<p><policy version='1'/><db logtag='T' name='t'/></p>");

@@ -92,6 +92,7 @@ const copied = async (button) => {
   });
 };
 
+const isHidden = (css) => browser.run((wanted) => document.querySelector(wanted).hidden, css);
 const hasFocus = (css) => browser.run((wanted) => document.activeElement.matches(wanted), css);
 // What Ctrl+C copies.
 const copiedLine = () => browser.run(() => {
@@ -259,6 +260,10 @@ check('counts follow the filters', async () => {
   assert.match(await textOf('#facet-pid'), /\b1204\s+web\b/);  // and cache, less often
   await browser.open(page, '#tag=sensor&level=F');
   assert.equal(await textOf('#facet-tag [aria-pressed=true] .count'), '0');
+  assert.ok(await browser.find('#facet-tag .value[aria-pressed=false]'));
+  await browser.open(page, '#level=F&boot=1&not-tag=sensor');
+  assert.ok(await browser.find('#facet-tag .hide[aria-pressed=true]'));
+  assert.match(await textOf('#chips'), /level F[^]*boot 1[^]*not tag sensor/);
   await browser.open(page);
   await browser.type('#text', 'no space');
   const full = lines.filter((line) => line.message.includes('no space')).length;
@@ -281,10 +286,12 @@ check('counts follow the filters', async () => {
   await search(['a', 'a(']);
   assert.match(await textOf('#text-error'), /nterminated group/);
   // Of an address that cannot be searched for, all lines are shown, not those of the one before.
-  await search(['giving up']);
-  await browser.run(() => (location.hash = 'text=a(&regex=1'));
-  await browser.settled();
-  assert.equal(await count(), LINES);
+  for (const hash of ['text=no space&span=40000-60000&line=1', 'text=a(&regex=1']) {
+    assert.ok(await count() > 0);
+    await browser.run((next) => (location.hash = next), hash);
+    await browser.settled();
+  }
+  assert.deepEqual([await count(), await isHidden('#detail')], [LINES, true]);
 });
 
 check('zooms into a part of the time', async () => {
@@ -335,8 +342,9 @@ check('zooms into a part of the time', async () => {
   assert.equal(await count(), LINES);
   await browser.click('#zoom-in');
   await browser.run(() => document.getElementById('time').focus());
-  await browser.keys('0');
+  await browser.keys('0\uE004');  // and with Tab away
   assert.equal(await count(), LINES);
+  assert.ok(!await hasFocus('#time'));
   await browser.open(page, `#line=${last}`);
   await browser.click('#zoom-in');
   await expectSpan(0.05, 0.55);
@@ -407,6 +415,7 @@ check('jumps to a time, to matches and to both ends', async () => {
   assert.equal(await selected(), LINES - 1);
   assert.equal((await rows()).at(-1).place, String(LINES));
   await browser.keys('g');
+  await address('line=1');
   assert.equal(await selected(), 0);
   assert.equal(await textOf('#detail-message'), lines[0].message);
   assert.equal(await textOf('#detail-title'), `Line 1, ${timeOf(lines[0])}, boot 1`);
@@ -517,6 +526,7 @@ check('lists patterns, and filters by one', async () => {
             text: row.querySelector('.text').textContent,
             count: Number(row.querySelector('.count').textContent.replaceAll(',', '')),
             bars: row.querySelector('path').getAttribute('d').split('z').length - 1,
+            levels: row.className.match(/level-./g).join(),
           })));
   await browser.open(page);
   (await shown()).forEach(({text, count, bars}, i) => {
@@ -524,7 +534,10 @@ check('lists patterns, and filters by one', async () => {
     assert.ok(bars > 20, text);
   });
   await browser.click('#sorts [value=level]');
-  assert.equal((await shown())[0].text, patterns.find(({level}) => level === 'F').text);
+  const worst = await shown();
+  assert.equal(worst[0].text, patterns.find(({level}) => level === 'F').text);
+  assert.equal(worst[0].levels, 'level-F');
+  for (const {levels} of worst) assert.match(levels, /^level-.$/);
   await browser.click('#sorts [value=new]');
   const newest = patterns.reduce((a, b) => {
     const time = ({first}) => Date.parse(first.time);
@@ -599,6 +612,7 @@ check('lists what changed as compare does, and filters by it', async () => {
     const labels = text.slice(3).map((row) => row.slice(0, 6).trim());
     await browser.open(path);
     assert.equal(await textOf('#changes-summary'), text.slice(0, 2).join('\n').split(': "')[0]);
+    assert.match(await textOf('[role=tab][aria-selected=true]'), /^changes/i);
     assert.equal(await textOf('#change-count'), String(changes.length));
     assert.match(await textOf('#tiles'), new RegExp(`Changes\\s+${changes.length}\\s`));
     const all = [...changes, ...doubtful];
@@ -682,6 +696,9 @@ check('scrolls to any line', async () => {
   await browser.click('#exact');
   assert.deepEqual(await rows(), before);
   await browser.type('#text', 'no such words');
+  await browser.run(() => document.getElementById('lines').focus());
+  await browser.keys('\uE011');  // Home
+  assert.ok(await isHidden('#detail'));
   await browser.click('#clear');
   assert.deepEqual(await rows(), before);
   await browser.keys('/\uE00C\uE013');  // to the list, one up from its first line
@@ -742,9 +759,12 @@ check('never takes a log for markup or script', async () => {
       () => [...document.querySelectorAll('#facet-tag .name')].map((name) => name.textContent));
   assert.equal((await tags()).length, 10);
   await browser.click('#facet-tag-more');
-  assert.ok((await tags()).includes('(empty)') && (await tags()).length === 11);
+  const all = await tags();
+  assert.ok(all.includes('(empty)') && all.includes('l\\x0Af') && all.length === 11, all.join());
   await browser.type('[aria-label="Find tags"]', 'WORDS');
   assert.deepEqual(await tags(), ['two words']);
+  await browser.keys('n');  // which leads to an error elsewhere
+  assert.deepEqual([await tags(), await isHidden('#detail')], [[], true]);
   await browser.open(file, `#${new URLSearchParams({tag: '<img src=x onerror=alert(1)>'})}`);
   assert.ok(await count() > 0);
   assert.ok((await textOf('#chips')).includes('<img src=x onerror=alert(1)>'));

@@ -74,7 +74,7 @@ export function writeSample(folder, count, {healthy = false} = {}) {
         level,
         tag,
         pid,
-        tid: pid + random(3),
+        tid: pid + 1 + random(3),
         message: message(random)
       };
     });
