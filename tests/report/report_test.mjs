@@ -154,6 +154,7 @@ check('sums up, draws and lists the log', async () => {
       'Lines 70,000 3 dumps Span 10 h 16 min Hosts 1 altair Boots 2 1 reboot ' +
           'Gaps 1 15 min 1 s in no dump Restarts 0 0 fresh starts');
   assert.equal(await textOf('#when'), `${timeOf(lines[0])} to ${timeOf(lines.at(-1))}`);
+  assert.equal(await browser.run(() => document.title), 'altair: log report');
   assert.equal(await count(), LINES);
   const shown = await rows();
   shown.forEach((row, i) => {
@@ -228,6 +229,15 @@ check('shows what decode gives under the same filters', async () => {
     await browser.open(page, `#${hash}`);
     assert.equal(await count(), given.length, hash);
     assert.equal((await rows())[0].message, given[0].message, hash);
+    assert.deepEqual(
+        await browser.run(
+            () =>
+                [document.getElementById('text').value,
+                 ...['regex', 'exact'].map((id) => document.getElementById(id).checked)]),
+        [
+          new URLSearchParams(hash).get('text') ?? '', hash.includes('regex'),
+          hash.includes('exact')
+        ]);
     await browser.click('#lines');
     await browser.keys('G');
     assert.equal((await rows()).at(-1).message, given.at(-1).message, hash);
@@ -245,6 +255,7 @@ check('counts follow the filters', async () => {
   // Other levels count as if no level was chosen; tags only within the level.
   const info = lines.filter((line) => line.level === 'I').length.toLocaleString('en-US');
   assert.equal(await textOf('.chip.level-I .count'), info);
+  assert.match(await textOf('#levels [aria-pressed=true]'), /^Error/);
   await browser.click('#tab-filters');
   const tags = await browser.run(
       () => [...document.querySelectorAll('#facet-tag .value')].map(
@@ -279,6 +290,15 @@ check('counts follow the filters', async () => {
     await browser.click(css);
     assert.ok(await hasFocus(css), css);
   }
+  // A value is either all that is shown or hidden.
+  await browser.open(page, `#line=${match}`);
+  const isMatch = ({level}) => level === lines[match - 1].level;
+  for (const [nth, wanted] of [[1, isMatch], [2, (line) => !isMatch(line)], [2, () => true]]) {
+    await browser.click(`.pair:nth-child(1) button:nth-of-type(${nth})`);
+    assert.equal(await count(), lines.filter(wanted).length);
+  }
+  await browser.click('#detail-close');
+  assert.ok(await isHidden('#detail'));
   await browser.open(page, `#level=E&text=no space&all=1&line=${match}`);
   for (const {other, message} of await rows()) assert.equal(other, !message.includes('no space'));
   await browser.open(page, '#text=no space');
@@ -336,8 +356,16 @@ check('zooms into a part of the time', async () => {
   await expectSpan(0.375, 0.875);
   await browser.keys('\uE012');
   await expectSpan(0.25, 0.75);
+  await browser.drag('#overview', 0.6, 1);
+  await expectSpan(0.6, 1);
   await browser.click('#overview');
-  await expectSpan(0.25, 0.75);
+  await expectSpan(0.3, 0.7);
+  await browser.run(() => document.getElementById('timeline').dispatchEvent(new Event('dblclick')));
+  assert.equal(await count(), LINES);
+  assert.deepEqual(
+      await browser.run(() => [...document.querySelectorAll('button:disabled')].map(({id}) => id)),
+      ['zoom-out', 'zoom-all']);
+  await browser.click('#zoom-in');
   await browser.click('#zoom-out');
   assert.equal(await count(), LINES);
   await browser.click('#zoom-in');
@@ -382,6 +410,8 @@ check('moves over breaks, and has what all sources of a process log', async () =
   }
   for (let i = 0; i < 20 && await count() < lines.length; i++) await browser.click('#zoom-out');
   assert.equal(await count(), lines.length);
+  await browser.drag('#timeline', 0.2, 0.4);
+  assert.deepEqual([await count(), await textOf('#said')], [lines.length, 'No lines there']);
   assert.equal(await contentOf('.entry .first'), 'from 01-01 23:58:31');
   const processes = () => browser.run((words) => {
     const field = document.querySelector('[aria-label="Find processes"]');
@@ -429,9 +459,9 @@ check('jumps to a time, to matches and to both ends', async () => {
   await browser.keys('\uE00C?');  // Escape
   assert.ok(await browser.run(() => document.getElementById('help').open));
   await browser.open(page, '#level=E');
-  await browser.keys('N');
+  await browser.click('#previous');
   assert.equal(await textOf('#said'), 'No error above');
-  await browser.keys('n');
+  await browser.click('#next');
   assert.equal(await selected(), lines.findIndex(({level}) => level === 'E'));
   await browser.type('#text', 'no space');
   await browser.keys('\uE007');  // Enter
@@ -462,6 +492,12 @@ check('follows a link to what was seen', async () => {
   const link = await copied('#link');
   assert.equal(link.replace(/.*#/, '#'), await address('sort=new'));
   const seen = [await count(), await selected(), await rows(), await textOf('#chips')];
+  // All that an address may say is kept in it.
+  const full = 'text=a&regex=1&exact=1&all=1&level=D&tag=sensor&not-tid=3&span=1-100&line=3&utc=1';
+  const here = await browser.run(() => location.hash);
+  await browser.open(page, `#${full}`);
+  assert.equal((await copied('#link')).replace(/.*#/, ''), full);
+  await browser.open(page, here);
   // Back to the filter before, not to each line that was selected.
   await browser.run(async () => {
     history.back();
@@ -671,6 +707,11 @@ check('scrolls to any line', async () => {
     assert.equal(await selected(), line);
     assert.ok((await rows()).some(({place}) => place === String(line + 1)));
   }
+  await browser.keys('\uE00F\uE00F\uE00E');  // twice a page down, one up
+  const page_size = await selected();
+  assert.ok(page_size > 1 && page_size < (await rows()).length, `${page_size} lines`);
+  await browser.keys('\uE00E');
+  assert.equal(await selected(), 0);
   const chosen = '#lines [aria-selected=true]';
   const places = () => browser.run(
       (...all) => all.map((css) => document.querySelector(css).getBoundingClientRect()), '#lines',
@@ -757,8 +798,13 @@ check('never takes a log for markup or script', async () => {
   }
   const tags = () => browser.run(
       () => [...document.querySelectorAll('#facet-tag .name')].map((name) => name.textContent));
-  assert.equal((await tags()).length, 10);
+  assert.deepEqual([(await tags()).length, await textOf('#facet-tag-more')], [10, '1 more']);
+  const counts = await browser.run(
+      () => [...document.querySelectorAll('#facet-tag .count')].map(
+          (each) => Number(each.innerText)));
+  assert.deepEqual(counts, [...counts].sort((a, b) => b - a));
   await browser.click('#facet-tag-more');
+  assert.equal(await textOf('#facet-tag-more'), 'fewer');
   const all = await tags();
   assert.ok(all.includes('(empty)') && all.includes('l\\x0Af') && all.length === 11, all.join());
   await browser.type('[aria-label="Find tags"]', 'WORDS');
@@ -807,6 +853,7 @@ check('tells what is damaged, and times without a clock', async () => {
   assert.match(await textOf('#damage'), /damaged\.dump: offset \d+: /);
   assert.deepEqual((await rows()).map((row) => row.message), ['one', 'two']);
   assert.match(await textOf('#when'), /to \d+\.\d{3} s since boot/);
+  assert.ok(await isHidden('#utc'));
   assert.equal(await copied('#copy'), given('decode', damaged).stdout);
   // The same beside what is whole and has a clock, which was set back for the next boot: only its
   // own times are marked.
@@ -860,4 +907,36 @@ check('tells what is damaged, and times without a clock', async () => {
   run('report', dumps, 'none:F', '-o', file);
   await browser.open(file);
   assert.equal(await textOf('#when'), 'no lines');
+  assert.ok(!await isHidden('#nothing'));
+});
+
+check('tells hosts and starts apart', async () => {
+  const dumpsOf = [['near', 4000, 0], ['far', 8000, 60000], ['far', 8000, 50000]];
+  const files = dumpsOf.map(([host, time_ms, booted_ms], i) => {
+    const made = [0, 1].map((step) => ({
+                              time_ms: time_ms + step,
+                              level: 'I',
+                              tag: 'a',
+                              pid: 7,
+                              tid: 7 + step,
+                              message: `${host} ${i}`
+                            }));
+    const path = join(folder, `host${i}.dump`);
+    writeFileSync(path, buildDump(made, {boot: String(i).repeat(32), host, booted_ms}));
+    return path;
+  });
+  const file = join(folder, 'hosts.html');
+  run('report', '--utc', ...files, '-o', file);
+  await browser.open(file);
+  assert.equal(await textOf('#title'), '2 hosts');
+  assert.match((await textOf('#tiles')).replace(/\s+/g, ' '), /Hosts 2 near, far Boots 3 1 reboot/);
+  assert.equal(await copied('#copy'), run('decode', '--utc', ...files).replace(/^---.*\n/gm, ''));
+  await browser.click('#tab-filters');
+  assert.match(
+      (await textOf('#facets')).replace(/\s+/g, ' '), /Hosts 2 far 4 .*near 2 .*Boots 3 boot 1 2/);
+  await browser.click('#facet-host li:nth-child(2) .value');
+  assert.match(await textOf('#chips'), /^host near/);
+  await browser.keys('G');
+  assert.match((await textOf('#detail-filters')).replace(/\s+/g, ' '), /host near only hide/);
+  assert.equal((await rows()).map(({message}) => message).join(), 'near 0,near 0');
 });
