@@ -505,7 +505,7 @@ TEST_F(Decode, FormsKeepOddBytesApartFromTheirOwn) {
 
 TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
     Dump("whole", kWhole);
-    Run("mkdir -p none/folder.dump; echo some words > text; : > nothing;"
+    Run("mkdir -p none/folder.dump d\xFF; echo some words > text; : > nothing; mkfifo pipe;"
         "echo '1.0 I/A(P 1, T 2): f.c: g(3) > hi' > capture");
     ExpectRuns({
         {"decode -o export --monotonic whole", "2", "",
@@ -528,6 +528,9 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
         {"stat capture", "3", "",
          "capture: not a dump: this is capture text; `trelvoctl train` reads it"},
         {"decode nothing", "3", "", "nothing: empty, not a dump"},
+        {"stat pipe", "3", "", "pipe: not a regular file; a pipe is read as standard input, '-'"},
+        {"patterns --lines whole", "2", "", "patterns: --lines needs -o json"},
+        {"dump $PWD/d\xFF", "2", "", "dump: /tmp/test/d\\xFF: the path is not UTF-8"},
         {"decode none whole -o raw", "3", "a\nb\n", "no dumps in none (*.dump, *.dump.zst)"},
         {"decode whole --boot-time soon", "2", "",
          "decode: 'soon' is not a time of boot: expected 2026-01-31T12:00:00Z or '2026-01-31 "
@@ -537,6 +540,7 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
         {"help decode | sed q", "0", "Print dumps as one log\n", ""},
         {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
         {"launch =x", "2", "", "launch: '=x' has no key before its '='; expected KEY=VALUE"},
+        {"launch A=\xFF", "2", "", "launch: 'A=\\xFF' is not UTF-8; expected KEY=VALUE"},
         {"launch A=1 A=2", "2", "",
          "launch: 'A=2' gives its key a second time; expected KEY=VALUE"},
     });

@@ -190,6 +190,9 @@ TEST_F(Waiting, AFullFileSystemIsTheReasonWhyNothingComes) {
     EXPECT_EQ(Wait({fill}, false, std::chrono::seconds(1)),
               "/tmp/=waited: the file system is full");
     EXPECT_EQ(umount(kFolder), 0);
+    EXPECT_THAT(Wait({[] {}}, false, std::chrono::seconds(1)),
+                HasSubstr("no dump came into /tmp/=waited within 1 s; "));
+    EXPECT_THROW(DumpWaiter("/run/trelvo", "/tmp/=none", false), DumpWaitError);
 }
 
 }  // namespace

@@ -253,6 +253,11 @@ TEST_F(EndToEnd, DumpWaitsForAServiceThatStarts) {
 
 TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyThereIsNone) {
     StartCapture("DUMPED", "V", "64");
+    const auto empty = Dump("/tmp/dumps");
+    EXPECT_EQ(empty.status, 3);
+    EXPECT_EQ(empty.err,
+              "trelvoctl: /tmp/dumps/trelvo.dump: empty: the service has recorded nothing yet\n");
+    fs::remove("/tmp/dumps/trelvo.dump");
     Log("DUMPED", "first");
     Log("DUMPED", "last");
 
@@ -267,7 +272,8 @@ TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyThereIsNone) {
         "trelvo_7.dump) & ";
     for (const auto& [arguments, status, out, err] :
          std::vector<std::tuple<std::string, int, std::string, std::string>>{
-             {"/tmp/link & " + intruder + "wait $!; wait %1", 0, "/tmp/dumps/trelvo.dump\n",
+             {"/tmp/link & dump=$!; " + intruder + "wait $!; wait $dump", 0,
+              "/tmp/dumps/trelvo.dump\n",
               "trelvoctl: 3 lines, " + time + " to " + time + "; the newest is [0-9.]+ s old\n"},
              {"--zstd /tmp/dumps 2>/dev/null", 0, "/tmp/dumps/trelvo.dump.zst\n", ""},
              {"/run/full", 1, "",
@@ -302,6 +308,9 @@ TEST_F(EndToEnd, DumpOfAServiceThatDoesNotRecordIsCalledStale) {
     EXPECT_EQ(stale.status, 3);
     EXPECT_THAT(stale.out, MatchesRegex("/tmp/dumps/trelvo[_0-9]*.dump\n"));
     EXPECT_THAT(stale.err, HasSubstr("stale: the service does not record: it\\x1B died\n"));
+    WriteFile(kUploadKey.parent_path() / "capture", "alive=0\n");
+    EXPECT_THAT(Dump("/tmp/dumps").err,
+                HasSubstr("stale: the service does not record: its capture is dead\n"));
 }
 
 // By `kind`, "native", "logger" or "systemd-cat"; returns when the program that logs has.

@@ -112,9 +112,9 @@ TEST_F(Stat, LinesCountOnceAndProcessesByTheirProgram) {
 
 TEST_F(Stat, WhatItPrintsAndHowItEnds) {
     const std::vector<std::tuple<std::string, int, std::string, std::string>> rows{
-        {"whole.dump", 0, "1 lines, 33.3 %: those that cannot be", ""},
+        {"whole.dump", 0, "1 line, 33.3 %: those that cannot be", ""},
         {"--top 1 - < whole.dump", 0, "as text         at least 80 B,", ""},
-        {"--policy policy whole.dump", 0, "1 lines, 33.3 %\n", ""},
+        {"--policy policy whole.dump", 0, "1 line, 33.3 %\n", ""},
         {"-v whole.dump", 0, "5.00 = delta 1.67 + header 1.00 + length 1.00 + message 1.33\n", ""},
         {"x 2>&-; zstd -q whole.dump -o z.zst; trelvoctl stat -o json z.zst | "
          "grep -o \"compressed_bytes\\\":$(stat -c %s z.zst),\"",
@@ -239,6 +239,8 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
         EXPECT_EQ(result.err, "") << status;
     }
     EXPECT_THAT(Run("text").out, HasSubstr("\ncollector       unknown\n"));
+    WriteFile(kFolder + "/dlog_dump"s, "0\n");
+    EXPECT_THAT(Run("text").out, HasSubstr("upload key      0: dumps are written by themselves\n"));
     PublishAll();
     EXPECT_EQ(std::regex_replace(Run("text").out, std::regex("[0-9.]+ s ago"), "x s ago"),
               "state           recording\nservice         process " + pid +

@@ -222,7 +222,7 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
            1   25.0       95 B   74.8  trelvo.clock,7
            1   25.0        7 B    5.5  B,2
   $ zstd -q 4.dump; trelvoctl stat --top 1 4.dump.zst
-  4.dump.zst: 1 lines in 0.000 s, - a second
+  4.dump.zst: 1 line in 0.000 s, - a second
     time            3.000 to 3.000 seconds after the start of the machine
     size            29 B, 18.00 bytes a line, compressed 42 B
     as text         37 B, 37.00 a line, 1.28 times the dump

@@ -191,6 +191,10 @@ A dump with these codes, as the recorder writes them.
        lines      %       size      %  program
            2   50.0       15 B   60.0  A
            2   50.0       10 B   40.0  B
+  $ cp -r again broken; echo x >broken/1-A.db; trelvoctl stat --policy broken coded.dump | grep coded
+  trelvoctl: broken/1-A.db: file is not a database; its codes are not recognised
+  coded.dump: 4 lines in 3.000 s, 1.3 a second
+    coded           1 line, 25.0 %
   $ trelvoctl stat -o json --policy again coded.dump
   {"file":"coded.dump","policy_version":"7","bytes":44,"compressed_bytes":null,"dictionary_bytes":14,"first_ms":1000,"last_ms":4000,"span_ms":3000,"host":null,"first_time":null,"last_time":null,"records":4,"shared_records":0,"records_per_second":1.3333333333333333,"bytes_per_second":8.333333333333334,"levels":{"I":2,"W":2},"coded_by":"tables","coded_records":2,"coded_bytes":9,"record_bytes":{"delta":7,"header":4,"length":4,"message":10,"total":25},"text_bytes":117,"timeline":[1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1],"tags":[{"tag":"A","records":2,"bytes":15},{"tag":"B","records":2,"bytes":10}],"programs":[{"program":"A","records":2,"bytes":15},{"program":"B","records":2,"bytes":10}],"processes":[{"process":"A,1","records":2,"bytes":15},{"process":"B,2","records":2,"bytes":10}],"damage":null}
   $ trelvoctl patterns --policy again coded.dump
@@ -243,6 +247,8 @@ From captured text, a journal and dumps; what they are for other lines.
   lines          1; 1 coded (100.0 %)
   message bytes  8 as text, 2 with tables (75.0 % saved)
   [4]
+  $ trelvoctl train -o dumps --force --policy-version 1 --policy capture coded.dump 2>&1 | head -1
+  trelvoctl: coded.dump: 3 messages may be codes of policy version '7' and are left out; the tables are of version '1'
   $ printf '{"__REALTIME_TIMESTAMP":"1","__MONOTONIC_TIMESTAMP":"2000","_BOOT_ID":"1","PRIORITY":"6","SYSLOG_IDENTIFIER":"A","_PID":"1","MESSAGE":"hello"}\n' >one.json
   $ cat one.json one.json | trelvoctl train -o journal --policy-version 1 -
   policy         1 in journal

@@ -146,7 +146,7 @@ void TellFolds(const PatternTable& table) {
 
 ExitCode Patterns(const PatternsOptions& options) {
     if (options.lines && options.output != "json") {
-        Complain("--lines needs -o json");
+        Complain("patterns: --lines needs -o json");
         return ExitCode::kUsage;
     }
     Faults faults;

@@ -140,9 +140,13 @@ void PrintTop(const char* title, const std::vector<Named>& named, const Share& a
     }
 }
 
+std::string LinesText(uint64_t lines) {
+    return std::to_string(lines) + (lines == 1 ? " line" : " lines");
+}
+
 void PrintHead(const std::string& name, uint64_t lines, int64_t span_ms) {
-    Print(Escape(name) + Format(": %ju lines in %s, %s a second\n", uintmax_t{lines},
-                                SpanText(span_ms).c_str(), RateText(lines, span_ms).c_str()));
+    Print(Escape(name) + ": " + LinesText(lines) + " in " + SpanText(span_ms) + ", " +
+          RateText(lines, span_ms) + " a second\n");
 }
 
 void PrintFields(const DumpStatistics& s) {
@@ -170,8 +174,7 @@ void PrintTableRow(const std::string& name, uint64_t lines, int64_t span_ms, con
 void PrintTotal(size_t dumps, const Total& total, size_t top) {
     PrintHead(Format("%zu dumps", dumps), total.lines, total.span_ms);
     if (total.shared > 0) {
-        PrintRow("repeated", Format("%ju lines that several dumps hold, counted once",
-                                    uintmax_t{total.shared}));
+        PrintRow("repeated", LinesText(total.shared) + " that several dumps hold, counted once");
     }
     PrintRow("levels", LevelsText(total.levels));
     const Share all{total.lines, 0};
@@ -210,8 +213,8 @@ void PrintDump(const std::string& name, const Measured& dump, size_t top, bool v
                             Format(", %.2f a line, %.2f times the dump",
                                    Ratio(s.text_bytes, records), Ratio(s.text_bytes, s.bytes)));
     PrintRow("levels", LevelsText(s.levels));
-    PrintRow("coded", Format("%ju lines, %.1f %%", uintmax_t{s.coded.records},
-                             Percent(s.coded.records, records)) +
+    PrintRow("coded", LinesText(s.coded.records) +
+                          Format(", %.1f %%", Percent(s.coded.records, records)) +
                           (guessed ? ": those that cannot be text, seen without code tables" : ""));
     if (verbose) {
         PrintFields(s);
