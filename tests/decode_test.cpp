@@ -199,6 +199,11 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
          {kept, Clocked() + kAt9000 + Clock("00", 'b', "vega", kNow + 100, 9) + "00 21 01 78"},
          "",
          "16:00:01.250 A a,--------- reboot: time starts over,16:01:40.250 A x"},
+        {"boots in turns",
+         {kept, Clocked() + kAt9000 + Clock("00", 'b', "vega", kNow + 100, 9) + "00 21 01 78",
+          later},
+         "",
+         "16:00:01.250 A a,16:00:01.314 A b,--------- reboot: time starts over,16:01:40.250 A x"},
         {"boots by the latest time of each, though the first one's clock was set back",
          {Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 3601, 1) + "00 21 01 61",
           Clocked() + kAt1064 + "C0 00 21 01 62" + Clock("00", 'a', "vega", kNow + 1.064, 1.064) +

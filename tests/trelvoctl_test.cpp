@@ -224,6 +224,7 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
         {"", "", 3, "state           not recording\n"},
         {"", "alive=0\nreason=the journal\x1B[2J\nlost_rotation=7\nrestarts=2\n", 3,
          "capture         dead: the journal\\x1B[2J, restarted 2 times, lost 7 by rotation\n"},
+        {"dumps=0\nlast_dump_time=9\n", alive, 0, "last dump       none\n"},
         {"pid=1\naccepted=5\n", alive, 0, "lines           unknown accepted"},  // left behind
         {"accepted=5\nrefused=x\nnewest_at=99999999999999\n", alive, 0,
          "newest line     0.000 s ago\nlines           5 accepted, unknown refused"},

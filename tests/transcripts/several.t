@@ -221,6 +221,12 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
            2   50.0       25 B   19.7  A,1
            1   25.0       95 B   74.8  trelvo.clock,7
            1   25.0        7 B    5.5  B,2
+  $ trelvoctl stat -v 1.dump 2.dump | grep 'lines in\|bytes a record'
+  2 dumps: 5 lines in 2.000 s, 2.5 a second
+  1.dump: 4 lines in 1.000 s, 4.0 a second
+    bytes a record  31.75 = delta 1.50 + header 1.00 + length 1.25 + message 28.00
+  2.dump: 5 lines in 2.000 s, 2.5 a second
+    bytes a record  27.20 = delta 1.60 + header 1.00 + length 1.20 + message 23.40
   $ zstd -q 4.dump; trelvoctl stat --top 1 4.dump.zst
   4.dump.zst: 1 line in 0.000 s, - a second
     time            3.000 to 3.000 seconds after the start of the machine

@@ -249,6 +249,13 @@ From captured text, a journal and dumps; what they are for other lines.
   [4]
   $ trelvoctl train -o dumps --force --policy-version 1 --policy capture coded.dump 2>&1 | head -1
   trelvoctl: coded.dump: 3 messages may be codes of policy version '7' and are left out; the tables are of version '1'
+  $ trelvoctl train -o dumps --force --policy-version 1 --policy broken coded.dump | grep lines
+  trelvoctl: broken/1-A.db: file is not a database
+  lines          4; 0 coded (0.0 %)
+  $ trelvoctl train -o none --policy-version 1 /proc/self/mem
+  trelvoctl: /proc/self/mem: Input/output error
+  trelvoctl: nothing was written
+  [3]
   $ printf '{"__REALTIME_TIMESTAMP":"1","__MONOTONIC_TIMESTAMP":"2000","_BOOT_ID":"1","PRIORITY":"6","SYSLOG_IDENTIFIER":"A","_PID":"1","MESSAGE":"hello"}\n' >one.json
   $ cat one.json one.json | trelvoctl train -o journal --policy-version 1 -
   policy         1 in journal
