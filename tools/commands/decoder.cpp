@@ -364,6 +364,9 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
         last_line_->marker = MarkerText(before, line, part);
         last_line_->before = before;
     }
+    if (before == Break::kGap) {
+        last_line_->gap_ms += std::max<int64_t>(line.time_ms - last_line_->time_ms, 0);
+    }
     last_line_->time_ms = line.time_ms;
     last_line_->boot_time_ms = boot_time_ms;
     if (!again_) {
@@ -394,6 +397,7 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     context.latest = part.latest;
     context.boot_place = part.boot;
     context.before = std::exchange(last_line_->before, Break::kNone);
+    context.gap_ms = std::exchange(last_line_->gap_ms, 0);
     text_.clear();
     format_->Append(line, context, text_);
     if (context.before != Break::kNone) {

@@ -68,6 +68,7 @@ private:
         std::optional<int64_t> boot_time_ms;
         Break before = Break::kNone;  // the next one that is shown
         std::string marker;           // of it
+        int64_t gap_ms = 0;           // of gaps before it
     };
 
     [[nodiscard]] std::vector<DumpFile> InOrder(const std::vector<std::string>& paths);

@@ -13,7 +13,7 @@ export class Filter {
     this.byPattern = new Uint32Array(log.patterns.length);  // and but for their pattern
     this.sparks = new Uint32Array(log.patterns.length * SPARK_PARTS);
     this.places = new Uint32Array(log.lines);
-    this.lines = this.places;  // the numbers of those that pass
+    this.lines = this.places.subarray(0, 0);  // the numbers of those that pass
     this.matches = 0;
   }
 

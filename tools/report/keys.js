@@ -21,10 +21,10 @@ export function listenToKeys(view) {
     if (event.ctrlKey || event.altKey || event.metaKey || help.open) return;
     const target = /** @type {HTMLElement} */ (event.target);
     if (isField(target)) {
-      if (event.key === 'Enter' && target === field)
-        view.lines.next(event.shiftKey ? -1 : 1);
-      else if (event.key === 'Escape')
-        list.focus();
+      if (event.key === 'Enter' && target === field) view.lines.next(event.shiftKey ? -1 : 1);
+      if (event.key !== 'Escape') return;
+      event.preventDefault();  // else the browser empties the field, without an event
+      list.focus();
       return;
     }
     const action = actions[event.key];

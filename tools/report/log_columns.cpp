@@ -166,7 +166,7 @@ void LogColumns::Add(const Line& line, const LineContext& context, std::optional
         AppendUtf8(line.message, message_);
     }
     if (context.before != Break::kNone) {
-        marks_.push_back({lines_, NameOf(context.before)});
+        marks_.push_back({lines_, NameOf(context.before), context.gap_ms});
     }
     const int64_t ms = context.boot_time_ms.value_or(0) + line.time_ms;
     AppendTime(ms - last_ms_, times_);

@@ -20,8 +20,7 @@ export function fillSummary({log, head, changes}) {
   const count = (kind) => log.marks.filter((mark) => mark[1] === kind).length;
   const sum = (files, field) => files.reduce((total, file) => total + file[field], 0);
   const gaps = count('gap');
-  const lost = log.marks.filter((mark) => mark[1] === 'gap')
-                   .reduce((total, [line]) => total + Math.max(0, log.step(line)), 0);
+  const lost = log.marks.reduce((total, [, , gap]) => total + gap, 0);
   const repeated = sum(head.files, 'repeated');
   const damaged = head.files.filter((file) => file.damage);
   const tiles = [

@@ -306,7 +306,7 @@ export class Timeline {
     context.textAlign = 'left';
     const cuts = new Map(log.cuts);
     let free = context.measureText(plural(this.bins.most, 'line')).width + 12;
-    for (const [line, kind] of log.marks) {
+    for (const [line, kind, gap] of log.marks) {
       const x = xOf(log.at[line]);
       const start = line && cuts.has(line) ? xOf(log.at[line - 1]) : x;
       if (x < 0 || start > width) continue;
@@ -319,7 +319,7 @@ export class Timeline {
       context.lineTo(x, bottom);
       context.stroke();
       context.setLineDash([]);
-      const text = cuts.has(line) ? `${kind}, ${durationText(cuts.get(line))}` : kind;
+      const text = cuts.has(line) ? `${kind}, ${durationText(gap || cuts.get(line))}` : kind;
       const long = context.measureText(text).width;
       const at = Math.min(Math.max(start, 0) + 1, width - long - 2);
       if (at >= free) {

@@ -28,6 +28,7 @@ struct LineContext {
     size_t boot_place = 0;        // of that boot in the timeline
     Break before = Break::kNone;  // between this line and the one before that passed the filters
     bool latest = false;          // the time is the latest possible: the end of the dump is lost
+    int64_t gap_ms = 0;           // what gaps there have left out; 0 also where nothing tells it
 };
 
 // Turns lines into the text of one output format, a line with its line feed at a time.
