@@ -302,6 +302,8 @@ check('counts follow the filters', async () => {
   await browser.open(page, `#level=E&text=no space&all=1&line=${match}`);
   for (const {other, message} of await rows()) assert.equal(other, !message.includes('no space'));
   await browser.open(page, '#text=no space');
+  await search(['frame', '']);
+  assert.equal(await count(), LINES);
   await browser.click('#regex');
   await search(['a', 'a(']);
   assert.match(await textOf('#text-error'), /nterminated group/);
@@ -420,6 +422,11 @@ check('moves over breaks, and has what all sources of a process log', async () =
     return [...document.querySelectorAll('#facet-pid .name')].map((name) => name.textContent);
   }, 'MANY');
   assert.deepEqual(await processes(), ['1  many']);
+  // The clock of a zone as it was then: half an hour less than it is now.
+  await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: 'Asia/Singapore'});
+  await browser.open(file);
+  assert.equal(await contentOf('.entry .first'), 'from 07:28:31');
+  await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: ''});
   // A page whose lines are damaged says so.
   const source = readFileSync(file, 'utf8');
   writeFileSync(file, source.replace(/(id="text-0"[^>]*>)\s*..../, '$1AAAA'));
@@ -458,7 +465,7 @@ check('jumps to a time, to matches and to both ends', async () => {
   assert.equal(await browser.run(() => document.activeElement.id), 'text');
   await browser.keys('\uE00C?');  // Escape
   assert.ok(await browser.run(() => document.getElementById('help').open));
-  await browser.open(page, '#level=E');
+  await browser.open(page, '#level=E&line=1');  // which the filter hides
   await browser.click('#previous');
   assert.equal(await textOf('#said'), 'No error above');
   await browser.click('#next');
@@ -484,7 +491,7 @@ check('follows a link to what was seen', async () => {
   await browser.open(page);
   await browser.click('.chip.level-W');
   await browser.type('#text', 'retry');
-  await browser.drag('#overview', 0.1, 1);
+  await browser.drag('#overview', 0.05, 1);
   await browser.keys('n');
   await address('span=');
   await browser.click('#sorts [value=new]');
@@ -586,6 +593,8 @@ check('lists patterns, and filters by one', async () => {
   assert.ok(first.bars < 20);
   await browser.click('.pattern .text');
   assert.equal(await count(), newest.count);
+  const levels = (await textOf('#levels')).match(/\d+/g).map(Number);
+  assert.equal(levels.reduce((sum, lines) => sum + lines), newest.count);
   await browser.click('.pattern .hide');
   assert.equal(await count(), LINES - newest.count);
   // Their counts follow the other filters, not the choice of one of them.
