@@ -51,7 +51,9 @@ CommandLine ReadLaunch(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view word = argv[i];
         const size_t equals = word.find('=');
-        if (word.substr(0, 1) == "-") {
+        if (word == "--check" || word == "--help" || word == "--version") {
+            faults.push_back({Quoted(word), "goes with no other words, --check with one FILE"});
+        } else if (word.substr(0, 1) == "-") {
             faults.push_back(
                 {Quoted(word),
                  "unknown option" + DidYouMean(word, {"--check", "--help", "--version"})});

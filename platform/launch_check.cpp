@@ -106,8 +106,9 @@ public:
             return;
         }
         int value = 0;
-        const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
-        if (error != std::errc() || end != text->data() + text->size() || value < least ||
+        const auto error = std::from_chars(text->data(), text->data() + text->size(), value).ec;
+        // The service takes neither a sign nor more digits than are needed.
+        if (error != std::errc() || std::to_string(value) != *text || value < least ||
             value > most) {
             Report(key, Quoted(*text) + " is not a number of " + unit + ", from " +
                             std::to_string(least) + " to " + std::to_string(most));

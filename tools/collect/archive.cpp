@@ -231,10 +231,11 @@ std::vector<ArchivedDump> Archive::Prune(uint64_t max_bytes, time_t max_seconds)
             }
             bytes -= dump.bytes;
         }
-        if (unlink(dump.path.c_str()) != 0) {
+        if (unlink(dump.path.c_str()) == 0) {
+            removed.push_back(dump);
+        } else if (errno != ENOENT) {  // whoever took it may have moved it away
             throw std::system_error(errno, std::generic_category(), dump.path);
         }
-        removed.push_back(dump);
     }
     return removed;
 }

@@ -127,20 +127,20 @@ ServiceStatus ReadServiceStatus(const std::string& runtime_folder) {
     std::string pid = ReadText(lock);
     pid.erase(std::find(pid.begin(), pid.end(), '\n'), pid.end());
     const auto number = ToNumber(pid);
-    if (!number || *number <= 0 || !HoldsLock(static_cast<pid_t>(*number), lock)) {
-        return status;
+    if (number && *number > 0 && HoldsLock(static_cast<pid_t>(*number), lock)) {
+        status.pid = static_cast<pid_t>(*number);
+        status.service = Fields(ReadText(folder + launch_interface::kStatusFile));
+        status.capture = Fields(ReadText(folder + launch_interface::kCaptureFile));
+        // Another service's, which has not been replaced yet.
+        const auto publisher = status.service.Number("pid");
+        if (publisher && *publisher != *number) {
+            status.service = Fields();
+        }
     }
-    status.pid = static_cast<pid_t>(*number);
-    status.service = Fields(ReadText(folder + launch_interface::kStatusFile));
-    status.capture = Fields(ReadText(folder + launch_interface::kCaptureFile));
     // After the texts, so that no age is negative.
     status.now_ms = std::chrono::duration_cast<Milliseconds>(
                         std::chrono::steady_clock::now().time_since_epoch())
                         .count();
-    // Another service's, which has not been replaced yet.
-    if (const auto publisher = status.service.Number("pid"); publisher && *publisher != *number) {
-        status.service = Fields();
-    }
     return status;
 }
 
