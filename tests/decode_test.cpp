@@ -179,6 +179,10 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
          {Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 0.99, 0.99) + "00 21 01 61"},
          "--monotonic",
          "1.000 A a"},
+        {"as the user knows it better",
+         {kept},
+         "--boot-time 2025-11-24T10:00:00Z",
+         "10:00:01.000 A a"},
         {"asked for", {kept}, "trelvo.clock:V", "16:00:01.250 trelvo.clock boot"},
         {"not counted", {later}, "-n 3", "16:00:01.250 A a,16:00:01.314 A b"},
         {"beyond what a dump can tell",
@@ -642,6 +646,8 @@ TEST_F(Decode, ColumnsFitWhatIsThereAndLinesGoOnUnderTheirMessage) {
              {terminal + "trelvoctl decode --no-pager threads' /dev/null",
               on + head + off + on + indent + wide + off + on + indent + "wwww" + off + other +
                   "\n"},
+             {terminal + "PAGER=false TRELVO_PAGER= trelvoctl decode -n 1 threads' /dev/null",
+              other + "\n"},
              {terminal + "NO_COLOR=1 PAGER=false TRELVO_PAGER=\"sed s/^/:/\" trelvoctl decode none "
                          "threads' /dev/null; echo $?",
               ":trelvoctl: none: No such file or directory\n:" + head + "\n:" + indent + wide +
