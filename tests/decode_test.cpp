@@ -402,7 +402,7 @@ TEST_F(Decode, WhatOthersLaidIntoAFolderIsNotWaitedFor) {
     EXPECT_EQ(mixed.out, kA + kB);
     EXPECT_THAT(mixed.err, HasSubstr("./b\\x1B.dump: not a regular file"));
     const Output piped =
-        Run("trelvoctl decode <(cat a.dump); cat a.dump | trelvoctl decode /dev/stdin");
+        Run("trelvoctl decode <(sleep 0.1; cat a.dump); cat a.dump | trelvoctl decode /dev/stdin");
     EXPECT_EQ(piped.err, "");
     EXPECT_EQ(piped.out, kA + kB + kA + kB);
 }
