@@ -107,6 +107,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
          {"[policy] rows: 'many' is not a number of rows",
           "[policy] seconds: '0' is not a number"}},
         {"[recorder]\ntags=:I; a:I\n", {"[recorder] tags: holds an empty"}},
+        {"[recorder]\nsize=\n", {"[recorder] size: '' is not a size"}},
         {"[dump]\ngroup=no such\n", {"[dump] group: 'no such' is not a group"}},
         {"[dump]\ntriggers=match\nmatch=*:F; a:E:x & y\n", {"[dump] match: holds a '&'"}},
         {"[dump]\nsize=1 MiB\n", {"[dump] size: unknown key"}},

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/fsuid.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -397,6 +398,19 @@ TEST(DumpWriterTest, APowerCutAtAnyMomentLeavesWholeDumpsAndAllThatWereAnnounced
             EXPECT_EQ(ReadFile(name), std::string(image.begin(), image.end()));
         }
     });
+}
+
+TEST(DumpWriterTest, AFolderThatTakesFilesButIsNotListedHoldsTheDump) {
+    MakeFolder("/tmp/out");
+    fs::permissions("/tmp/out", fs::perms(0333));
+    fs::permissions("/tmp", fs::perms::all);
+    InFreshProcess([] {
+        (void)setfsuid(kStranger);  // root may list all
+        Start();
+        Fill();
+        EXPECT_THAT(DumpTo("/tmp/out"), testing::HasSubstr("Completed"));
+    });
+    EXPECT_TRUE(fs::exists("/tmp/out/trelvo.dump"));
 }
 
 // Changes names in its folder, as another user, until the test ends.

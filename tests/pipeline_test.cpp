@@ -359,6 +359,20 @@ TEST_F(PipelineTest, FollowsTheCurrentFileAndDrainsTheRotatedOne) {
     EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nrecords=")) << "told after a pass";
 }
 
+TEST_F(PipelineTest, ADumpThatWaitedInVainIsNotCurrent) {
+    CatchUp& catch_up = CatchUp::Instance();
+    catch_up.SetFollowing(true);
+    std::thread dump([&] { catch_up.Wait(boost::chrono::milliseconds(50)); });
+    // A reader that has not read all when the time is over.
+    for (int pass = 0; pass < 20; ++pass) {
+        catch_up.Pause(boost::chrono::milliseconds(10), false);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    dump.join();
+    EXPECT_FALSE(catch_up.HasCaughtUp());
+    catch_up.SetFollowing(false);
+}
+
 TEST_F(PipelineTest, WhatRotatesUnseenIsMistaken) {
     WriteLines(kCurrent, "a", 2);
     Follow({[] { WriteLines(kCurrent, "b", 4); }, [] { WriteLines(kRotated, "a", 6); }, [] {}});

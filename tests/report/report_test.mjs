@@ -485,6 +485,14 @@ check('marks where lines are missing', async () => {
   const fatal = lines.filter((line) => line.level === 'F');
   assert.equal(await count(), fatal.length);
   assert.equal((await rows())[0].mark, 'gap');
+  // Beyond the first block.
+  const [later, longer] = ['later.dump', 'longer.html'].map((name) => join(folder, name));
+  const line = {time_ms: 1, level: 'I', tag: 'T', pid: 1, tid: 2, message: 'back'};
+  const booted_ms = lines.at(-1).wall_ms + 60000;
+  writeFileSync(later, buildDump([line], {host: 'altair', boot: 'c'.repeat(32), booted_ms}));
+  run('report', dumps, later, '-o', longer);
+  await browser.open(longer, `#line=${LINES + 1}`);
+  assert.deepEqual((await rows()).map((row) => row.mark).filter(Boolean), ['reboot']);
 });
 
 check('follows a link to what was seen', async () => {
