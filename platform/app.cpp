@@ -36,7 +36,8 @@ namespace {
 // An atomic instead of a GMainLoop: an exit asked for before the loop runs counts as well.
 std::atomic<bool> exit_requested{false};
 
-// How long the end of the service waits for the dumps that were announced or asked for.
+// How long the end of the service waits for the dumps that are announced, asked for or being
+// written.
 constexpr gint64 kLastDumpMilliseconds = 5000;
 
 // Carries out the launches, and the end: nothing that was acknowledged is dropped.
@@ -83,8 +84,9 @@ public:
         const bool second = last_dump_.has_value();
         if (!second && port::AnnouncePowerDown()) {
             last_dump_.emplace(before, kLastDumpMilliseconds, ui_app_exit);
-        } else if (!second && before.known && before_request_) {
-            last_dump_.emplace(*before_request_, kLastDumpMilliseconds, ui_app_exit);
+        } else if (!second && before.known && (before_request_ || before.pending)) {
+            last_dump_.emplace(before_request_.value_or(before), kLastDumpMilliseconds,
+                               ui_app_exit);
         } else {
             ui_app_exit();
         }
@@ -105,7 +107,9 @@ private:
     // Whether the folder lies in the one that the unit has covered by the service's own.
     static bool IsPrivate(const std::string& folder) {
         const char* const covered = std::getenv("TRELVO_PRIVATE_FOLDER");
-        const std::string path = std::filesystem::path(folder).lexically_normal().string() + "/";
+        std::error_code error;  // an odd folder is told of when the dump is to be written
+        const std::string path =
+            weakly_canonical(std::filesystem::absolute(folder, error), error).string() + "/";
         return covered != nullptr && path.rfind(std::string(covered) + "/", 0) == 0;
     }
 
@@ -201,7 +205,10 @@ int ui_app_main(int argc, char** argv, ui_app_lifecycle_callback_s* callback, vo
             port::Complain(faults);
             return port::kExitUsage;
         }
-        port::SetModes(line.group);
+        if (const auto faults = port::SetModes(line.group); !faults.empty()) {
+            port::Complain(faults);
+            return port::kExitUsage;
+        }
         return Run(line.first, *callback, user_data);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "trelvo: %s\n", error.what());

@@ -20,13 +20,14 @@ constexpr const char* kLifelineVariable = "TRELVO_LIFELINE_FD";
 
 }  // namespace
 
-void SetModes(const std::optional<gid_t>& readers) {
+std::vector<Fault> SetModes(const std::optional<gid_t>& readers) {
     umask(readers ? S_IWGRP | S_IRWXO : S_IRWXG | S_IRWXO);
     if (readers && getegid() != *readers && setgid(*readers) != 0) {
-        throw std::runtime_error(
-            "[dump] group: this user cannot take that group; start the service with it, under "
-            "systemd by Group= in a drop-in");
+        return {{"[dump] group",
+                 "this user cannot take that group; start the service with it, under systemd by "
+                 "Group= in a drop-in"}};
     }
+    return {};
 }
 
 void PutOwnProgramsFirstOnPath() {

@@ -4,8 +4,10 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "handles.h"
+#include "launch_check.h"
 
 // What the process and the machine need before the service can run. Whatever fails throws
 // std::runtime_error, which names the file or the variable.
@@ -13,7 +15,8 @@ namespace port {
 
 // Whatever the launcher's umask: what this service writes is the machine's log. What others may not
 // read at all is in folders of mode 0700.
-void SetModes(const std::optional<gid_t>& readers);
+// Returns a fault where this user cannot take the group of the readers.
+[[nodiscard]] std::vector<Fault> SetModes(const std::optional<gid_t>& readers);
 
 // So that the programs that were built with the service are found before any others: in lib/trelvo
 // beside the folder of an installed service, in its own folder otherwise.

@@ -133,6 +133,11 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
     EXPECT_THAT(all, HasSubstr("\nmatch-rest = 60\n"));
     WriteFile("/tmp/all.conf", all + "[recorder]\ntags = a:b:I;\n");
     EXPECT_EQ(RunProgram({kTrelvo, "--check", "/tmp/all.conf"}).status, 0);
+    // The manager starts it again and again after any other code.
+    WriteFile(kFile, "[dump]\ngroup=adm\n");
+    const auto refused = RunProgram({"setpriv", "--bounding-set=-setgid", kTrelvo});
+    EXPECT_THAT(refused.err, HasSubstr("[dump] group: this user cannot take that group; "));
+    EXPECT_EQ(refused.status, 2);
     std::filesystem::remove(kFile);
 }
 

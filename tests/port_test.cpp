@@ -396,7 +396,9 @@ TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
     constexpr const char* kCapture = "/tmp/trelvo/RQB_Buffer";
     umask(S_IRWXG | S_IRWXO);
     fs::create_directory("/tmp/trelvo");
-    for (const bool second_signal : {false, true}) {
+    // The last dump's end, a second signal, or the end of a dump that nobody has asked for.
+    for (const std::string_view end : {"asked for", "second signal", "own"}) {
+        const bool second_signal = end == "second signal";
         setenv("TRELVO_PRIVATE_FOLDER", "/tmp", 1);
         WriteFile(kCapture, "of another boot");
         EXPECT_EQ(vconf_set_str("memory/trelvo/capture", "of an earlier one"), 0);
@@ -418,10 +420,16 @@ TEST(App, EndsWhenTheRequestedDumpIsWrittenOrAtTheSecondSignal) {
         first.erase("DLOGDUMPMODE");
         EXPECT_EQ(Launch(first), "");
         Publish(7, false);
-        EXPECT_THAT(Launch({{"DUMP", "/var/../tmp"}}), HasSubstr("seen by the service alone"));
-        EXPECT_EQ(Launch({{"DUMP", "/tmp_of_all"}}), "");
-        Publish(8, false);
-        EXPECT_EQ(Launch({{"DUMP", "/var/tmp"}, {"DUMPFORM", "zstd"}}), "");
+        for (const char* folder : {"/var/../tmp", "/proc/self/root/tmp"}) {
+            EXPECT_THAT(Launch({{"DUMP", folder}}), HasSubstr("seen by the service alone"));
+        }
+        if (end == "own") {
+            Publish(8, true);
+        } else {
+            EXPECT_EQ(Launch({{"DUMP", "/tmp_of_all"}}), "");
+            Publish(8, false);
+            EXPECT_EQ(Launch({{"DUMP", "/var/tmp"}, {"DUMPFORM", "zstd"}}), "");
+        }
         const auto start = std::chrono::steady_clock::now();
         kill(getpid(), SIGTERM);
         EXPECT_EQ(result.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
