@@ -210,10 +210,11 @@ void Archive::MarkSent(const ArchivedDump& dump) const {
     folder_.Sync();
 }
 
-std::vector<ArchivedDump> Archive::Prune(uint64_t max_bytes, time_t max_seconds) const {
+void Archive::Prune(uint64_t max_bytes, time_t max_seconds,
+                    const std::function<void(const ArchivedDump&)>& on_removed) const {
     std::vector<ArchivedDump> dumps = List();
     if (dumps.empty()) {
-        return {};
+        return;
     }
     const time_t oldest = time(nullptr) - max_seconds;
     const std::string newest = dumps.back().path;
@@ -223,7 +224,6 @@ std::vector<ArchivedDump> Archive::Prune(uint64_t max_bytes, time_t max_seconds)
     }
     std::stable_partition(dumps.begin(), dumps.end(),
                           [](const ArchivedDump& dump) { return dump.sent; });
-    std::vector<ArchivedDump> removed;
     for (const ArchivedDump& dump : dumps) {
         if (dump.since >= oldest) {
             if (bytes <= max_bytes || dump.path == newest) {
@@ -232,12 +232,11 @@ std::vector<ArchivedDump> Archive::Prune(uint64_t max_bytes, time_t max_seconds)
             bytes -= dump.bytes;
         }
         if (unlink(dump.path.c_str()) == 0) {
-            removed.push_back(dump);
+            on_removed(dump);
         } else if (errno != ENOENT) {  // whoever took it may have moved it away
             throw std::system_error(errno, std::generic_category(), dump.path);
         }
     }
-    return removed;
 }
 
 }  // namespace trelvo

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,8 +45,9 @@ public:
     // Removes the dumps that have been here, or sent, for longer than that, since the time of a
     // dump is wrong where the machine's clock was; then further ones while all together are larger
     // than that: those that were sent before the others, the oldest first. The newest stays,
-    // however large it is. Returns what it removed.
-    [[nodiscard]] std::vector<ArchivedDump> Prune(uint64_t max_bytes, time_t max_seconds) const;
+    // however large it is. Tells of each that it has removed.
+    void Prune(uint64_t max_bytes, time_t max_seconds,
+               const std::function<void(const ArchivedDump&)>& on_removed) const;
 
 private:
     std::string path_;

@@ -164,12 +164,12 @@ private:
     }
 
     void Prune() {
-        for (const ArchivedDump& dump : archive_->Prune(options_.max_size, options_.max_age)) {
+        archive_->Prune(options_.max_size, options_.max_age, [this](const ArchivedDump& dump) {
             if (!dump.sent && !options_.command.empty()) {
                 Complain(dump.path +
                          ": removed, by max-size or max-age, before the command took it");
             }
-        }
+        });
     }
 
     void HandOver(const ArchivedDump& dump) {
@@ -218,20 +218,23 @@ private:
 
     // For `trelvoctl status`; best effort, as the state is in the folders.
     void Publish(const std::string& result) const {
-        uint64_t bytes = 0;
-        size_t waiting = 0;
-        std::vector<ArchivedDump> dumps;
         try {
-            dumps = archive_ ? archive_->List() : dumps;
-            for (const ArchivedDump& dump : dumps) {
-                bytes += dump.bytes;
-                waiting += dump.sent || options_.command.empty() ? 0 : 1;
+            std::string text = "time=" + std::to_string(time(nullptr)) +
+                               "\nresult=" + Escape(result) +
+                               "\nfailed=" + (fault_.empty() ? "0" : "1") + "\n";
+            if (archive_) {  // of one that could not be looked at nothing is known
+                const std::vector<ArchivedDump> dumps = archive_->List();
+                uint64_t bytes = 0;
+                size_t waiting = 0;
+                for (const ArchivedDump& dump : dumps) {
+                    bytes += dump.bytes;
+                    waiting += dump.sent || options_.command.empty() ? 0 : 1;
+                }
+                text += "dumps=" + std::to_string(dumps.size()) +
+                        "\nbytes=" + std::to_string(bytes) +
+                        "\nwaiting=" + std::to_string(waiting) + "\n";
             }
-            ReplaceFile(RuntimeFolder() + "/" + launch_interface::kCollectorFile,
-                        "time=" + std::to_string(time(nullptr)) + "\nresult=" + Escape(result) +
-                            "\nfailed=" + (fault_.empty() ? "0" : "1") + "\ndumps=" +
-                            std::to_string(dumps.size()) + "\nbytes=" + std::to_string(bytes) +
-                            "\nwaiting=" + std::to_string(waiting) + "\n");
+            ReplaceFile(RuntimeFolder() + "/" + launch_interface::kCollectorFile, text);
         } catch (const std::exception& error) {
             Complain(error.what());
         }
