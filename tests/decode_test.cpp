@@ -163,6 +163,11 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
     const std::string kept = Clocked() + kAt1000 + first + "00 21 01 61";
     const std::string later = Clocked() + kAt1064 + first + "00 21 01 61  C0 00 21 01 62";
     const std::string forged = Clock("00", 'b', "mira", kNow + 5000, 1);
+    const std::vector<std::string> set_back{
+        Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 3601, 1) + "00 21 01 61",
+        Clocked() + kAt1064 + "C0 00 21 01 62" + Clock("00", 'a', "vega", kNow + 1.064, 1.064) +
+            "00 21 01 63",
+        Clocked() + kAt1000 + Clock("00", 'b', "vega", kNow + 100, 1) + "00 21 01 78"};
     struct Row {
         const char* situation;
         std::vector<std::string> dumps;
@@ -208,14 +213,12 @@ TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
           later},
          "",
          "16:00:01.250 A a,16:00:01.314 A b,--------- reboot: time starts over,16:01:40.250 A x"},
-        {"boots by the latest time of each, though the first one's clock was set back",
-         {Clocked() + kAt1000 + Clock("00", 'a', "vega", kNow + 3601, 1) + "00 21 01 61",
-          Clocked() + kAt1064 + "C0 00 21 01 62" + Clock("00", 'a', "vega", kNow + 1.064, 1.064) +
-              "00 21 01 63",
-          Clocked() + kAt1000 + Clock("00", 'b', "vega", kNow + 100, 1) + "00 21 01 78"},
+        {"boots by the latest time of each, though the first one's clock was set back", set_back,
          "",
          "16:01:40.250 A x,--------- reboot: time starts over,17:00:01.250 A a,17:00:01.314 A b,"
          "16:00:01.314 A c"},
+        {"the last of these boots", set_back, "--monotonic --since -1h",
+         "--------- reboot: time starts over,1.000 A a,1.064 A b,1.064 A c"},
         {"one boot, the later dump's file first",
          {Clocked() + kAt1069 + "C0 00 21 01 62" + Clock("05", 'a', "vega", kNow + 1.069, 1.069),
           later},
@@ -413,6 +416,7 @@ TEST_F(Decode, LinesAreChosenByTagLevelProcessTextAndTime) {
         {"decode -r -n 1 whole", "0", kB, ""},
         {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", kB, ""},
         {"decode whole -g c", "6", "", ""},
+        {"decode whole " + std::string(300, 'x') + ":E", "0", "", ""},
         {"decode whole --until -0.005s", "0", kA, ""},
     });
 }

@@ -92,6 +92,11 @@ TEST(TimePoint, IsReadAsPeopleWriteIt) {
     }
     EXPECT_EQ(ParseTimePoint("today", true).ms % kDayMs, 0);
     EXPECT_EQ(ParseTimePoint("yesterday", false).ms % kDayMs, kDayMs - 19800000);
+    for (const char* zone : {"XXX-12", "XXX+12"}) {
+        SetZone(zone);
+        EXPECT_EQ(ParseTimePoint("22:30Z", false).ms, ParseTimePoint("today", true).ms + 81000000)
+            << "of the day there";
+    }
     for (const char* wrong :
          {"", "-", "5x", "1e3", "1970-13-01", "24:00", "-5 min ago", "1e99", "900000000000d"}) {
         EXPECT_THROW((void)ParseTimePoint(wrong, true), FilterError) << wrong;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include "commands/input_files.h"
@@ -25,6 +26,17 @@ bool WantsColor(const std::string& mode) {
     }
     const char* const no_color = std::getenv("NO_COLOR");
     return IsShown() && (no_color == nullptr || *no_color == '\0');
+}
+
+// What cannot be looked up is neither.
+bool Exists(const std::string& path) {
+    std::error_code error;
+    return fs::exists(path, error);
+}
+
+bool IsFolder(const std::string& path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
 }
 
 std::unique_ptr<LineFormat> MakeFormat(const DecodeOptions& options, TimeStyle style,
@@ -61,7 +73,7 @@ Decoder::Decoder(DecodeOptions options, FormatMaker make_format, unsigned passes
       }),
       sink_(options_.last, options_.reversed) {
     for (const std::string& word : options_.words) {
-        if (LineFilter::IsTagAndWord(word) && !LineFilter::IsTagLevel(word) && !fs::exists(word)) {
+        if (LineFilter::IsTagAndWord(word) && !LineFilter::IsTagLevel(word) && !Exists(word)) {
             throw FilterError("'" + word +
                               "' is neither a file nor TAG:LEVEL: levels are V, D, I, "
                               "W, E, F and S");
@@ -104,7 +116,7 @@ Decoder::Decoder(DecodeOptions options, FormatMaker make_format, unsigned passes
 }
 
 bool Decoder::IsFilter(const std::string& word) {
-    return LineFilter::IsTagLevel(word) && !fs::exists(word);
+    return LineFilter::IsTagLevel(word) && !Exists(word);
 }
 
 ExitCode Decoder::Run() {
@@ -112,7 +124,7 @@ ExitCode Decoder::Run() {
         Complain("FILE is required");
         return ExitCode::kUsage;
     }
-    if (options_.follow && (inputs_.size() != 1 || !fs::is_directory(inputs_.front()))) {
+    if (options_.follow && (inputs_.size() != 1 || !IsFolder(inputs_.front()))) {
         Complain("decode: --follow takes one folder");
         return ExitCode::kUsage;
     }
@@ -286,13 +298,14 @@ void Decoder::ShowFrom(size_t first_part) {
         guessed_.push_back(timeline_->BootTime(boot));
         boot_ids_.push_back(timeline_->BootId(boot));
     }
+    const size_t last_boot = parts.empty() ? 0 : timeline_->LastBoot();
     int64_t end_ms = 0;
     std::optional<int64_t> wall_end_ms;
     for (const Part& part : parts) {
         if (part.records == 0) {
             continue;
         }
-        if (part.boot + 1 == timeline_->Boots()) {
+        if (part.boot == last_boot) {
             end_ms = std::max(end_ms, part.EndMs());
         }
         Line last;
@@ -304,7 +317,7 @@ void Decoder::ShowFrom(size_t first_part) {
             wall_end_ms = std::max(wall_end_ms.value_or(INT64_MIN), *boot_time_ms + last.time_ms);
         }
     }
-    filter_.SetEnd(parts.empty() ? 0 : timeline_->Boots() - 1, end_ms);
+    filter_.SetEnd(last_boot, end_ms);
     if (wall_end_ms) {
         filter_.SetWallEnd(*wall_end_ms);
     }

@@ -87,6 +87,7 @@ struct Contents {
     uint64_t lines = 0;
     Line first;
     Line last;
+    int64_t newest_ms = 0;  // also of the capture's own lines, which decode does not show
 };
 
 Contents ReadContents(const ServiceFile& file) {
@@ -98,6 +99,7 @@ Contents ReadContents(const ServiceFile& file) {
     }
     Contents contents;
     const auto visit = [&contents](const Line& line, Break /*before*/) {
+        contents.newest_ms = line.time_ms;
         if (!line.clock) {
             contents.last.time_ms = line.time_ms;
             contents.last.boot_time_ms = line.boot_time_ms;
@@ -144,7 +146,7 @@ std::string Fault(const Contents& contents, const ServiceStatus& before,
                    ? "empty: the service has recorded nothing yet"
                    : "empty: what was recorded went into earlier dumps by the service itself";
     }
-    if (contents.last.time_ms < before.service.Number("newest_ms").value_or(0)) {
+    if (contents.newest_ms < before.service.Number("newest_ms").value_or(0)) {
         return "stale: the service had recorded newer lines before";
     }
     return {};

@@ -86,6 +86,8 @@ public:
     // the same each time: 32 hexadecimal digits.
     [[nodiscard]] std::string BootId(size_t boot) const;
     [[nodiscard]] const std::string& Host(size_t boot) const { return boots_[boot].host; }
+    // The one whose lines are visited last. REQUIRES: there is one.
+    [[nodiscard]] size_t LastBoot() const;
     // Whether clock lines tell the wall-clock time of a boot's lines.
     [[nodiscard]] bool HasClock(size_t boot) const { return boots_[boot].clock.has_value(); }
     // The earliest boot time that its dumps' own times allow: milliseconds since 1970.
@@ -125,6 +127,9 @@ private:
     static void GoOn(Part& part, const Part& before);
     // Wall-clock time of the last line of a boot with clock lines.
     [[nodiscard]] int64_t EndOf(size_t boot) const;
+    // By their ends, when a clock that was wrong at the start has been set. Without clock lines as
+    // they were added.
+    void PutInOrder(std::vector<size_t>& boots) const;
 
     bool several_;
     bool one_boot_;

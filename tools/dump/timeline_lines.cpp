@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <queue>
 #include <string>
@@ -325,6 +326,20 @@ private:
     Break before_ = Break::kNone;
 };
 
+void Timeline::PutInOrder(std::vector<size_t>& boots) const {
+    if (std::all_of(boots.begin(), boots.end(), [this](size_t boot) { return HasClock(boot); })) {
+        std::stable_sort(boots.begin(), boots.end(),
+                         [this](size_t a, size_t b) { return EndOf(a) < EndOf(b); });
+    }
+}
+
+size_t Timeline::LastBoot() const {
+    std::vector<size_t> boots(boots_.size());
+    std::iota(boots.begin(), boots.end(), size_t{0});
+    PutInOrder(boots);
+    return boots.back();
+}
+
 void Timeline::Visit(size_t first_part, const Visitor& visitor, const Done& done) {
     std::vector<std::vector<size_t>> places(boots_.size());
     for (size_t place = first_part; place < parts_.size(); ++place) {
@@ -338,13 +353,7 @@ void Timeline::Visit(size_t first_part, const Visitor& visitor, const Done& done
     }
     std::vector<std::unique_ptr<HostLines>> hosts;  // each at a line
     for (auto& [host, of_host] : boots) {
-        // By their ends, when a clock that was wrong at the start has been set. Without clock lines
-        // as they were added.
-        if (std::all_of(of_host.begin(), of_host.end(),
-                        [this](size_t boot) { return HasClock(boot); })) {
-            std::stable_sort(of_host.begin(), of_host.end(),
-                             [this](size_t a, size_t b) { return EndOf(a) < EndOf(b); });
-        }
+        PutInOrder(of_host);
         std::vector<std::vector<size_t>> in_order;
         for (const size_t boot : of_host) {
             in_order.push_back(places[boot]);

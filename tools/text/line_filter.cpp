@@ -140,7 +140,7 @@ bool LineFilter::IsBefore(const Line& line, size_t boot, std::optional<int64_t> 
     if (!from_end) {
         return line.time_ms < time.ms + later_ms;
     }
-    return boot < end_boot_ || (boot == end_boot_ && line.time_ms < end_ms_ + time.ms + later_ms);
+    return boot != end_boot_ || line.time_ms < end_ms_ + time.ms + later_ms;
 }
 
 bool LineFilter::Passes(const Line& line, size_t boot, std::optional<int64_t> boot_time_ms) const {

@@ -92,7 +92,12 @@ std::optional<int64_t> ParseWallTime(const std::string& text, bool utc) {
     constexpr size_t kDateSize = 10;  // 2026-11-25
     std::string iso = text;
     if (iso.size() > 2 && iso[2] == ':') {
-        const Time now(g_date_time_new_now(zone.get()), g_date_time_unref);
+        // Of the zone that the text names itself, if it does.
+        const size_t own = std::min(iso.find_first_of("Z+-"), iso.size());
+        const Zone named(g_time_zone_new_identifier(own < iso.size() ? &iso[own] : nullptr),
+                         g_time_zone_unref);
+        const Time now(g_date_time_new_now(own < iso.size() && named ? named.get() : zone.get()),
+                       g_date_time_unref);
         const std::unique_ptr<char, decltype(&g_free)> today(
             g_date_time_format(now.get(), "%Y-%m-%d "), g_free);
         iso.insert(0, today.get());
