@@ -199,7 +199,7 @@ TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
     MessageCounts all(0);
     const auto add = [&numbers](MessageCounts& counts) {
         for (const int number : numbers) {
-            counts.Add(number % 2 == 0 ? "A" : "B", std::to_string(number), 1);
+            counts.Add(number % 3 == 0 ? "A" : "B", std::to_string(number), 1);
         }
     };
     add(all);
@@ -207,15 +207,23 @@ TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
     add(counts);
     const std::map<std::string, MessageCounts::Texts> kept(counts.Tags().begin(),
                                                            counts.Tags().end());
-    EXPECT_EQ(counts.Dropped(), 51U);  // half, and one for the tag
+    EXPECT_EQ(counts.Dropped(), 50U);
     EXPECT_EQ(kept.count("A"), 0U);
-    EXPECT_EQ(kept.at("B").count("101"), 0U);
-    EXPECT_EQ(kept.at("B").size(), 49U);
+    EXPECT_EQ(kept.at("B").count("124"), 0U);
+    EXPECT_EQ(kept.at("B").count("125"), 1U);
     MessageCounts same(0);
     for (const auto& [text, count] : kept.at("B")) {
         same.Add("B", text, count);
     }
     EXPECT_EQ(counts.Memory(), same.Memory());
+}
+
+TEST(MessageCounts, TagsOfOneTextGoAsFarAsHalfOfTheBound) {
+    MessageCounts counts(20000);
+    for (int tag = 0; tag < 300; ++tag) {
+        counts.Add(std::string(200, 't') + std::to_string(tag), "once", 1);
+        EXPECT_GE(counts.Memory(), std::min(tag + 1, 23) * 410U);
+    }
 }
 
 TEST(Evaluation, CountsWhatARecorderWouldTake) {
@@ -267,6 +275,7 @@ TEST(LogInput, LinesOfEveryFormat) {
     EXPECT_THAT(ReadLog("T\ta\tb\t3\r\nT\tx\t2\nT\ty\tz\nT\ty\n"),
                 testing::ElementsAre("T 0/0 a\\x09b 0 x3", "T 0/0 x 0 x2",
                                      "2 0 line 3: is not TAG, message and count"));
+    EXPECT_THAT(ReadLog("__T\ta\t1\n"), testing::ElementsAre("__T 0/0 a 0", "0 0"));
     const std::string dump = DumpBuilder("1")
                                  .Line(0, "\x80", "T,1")
                                  .Line(5, "\x81", "T,1")
@@ -335,8 +344,8 @@ TEST(LogInput, EntriesOfAJournalAreTheLinesThatTheCaptureMakesOfThem) {
     expected.emplace_back("1 0");
     EXPECT_EQ(ReadLog(json), expected);
     EXPECT_EQ(ReadLog(exported.substr(0, exported.size() - 1)), expected);
-    EXPECT_THAT(ReadLog("{\"MESSAGE\":[104,105,null],\"_COMM\":[\"T\",\"U\"]}\n[1]\nno\n"),
-                testing::ElementsAre("T 0/0 hi? 0", "2 0 line 2: not an entry of a journal"));
+    EXPECT_THAT(ReadLog("{\"MESSAGE\":[104,105,null,1e300,-1],\"_COMM\":[\"T\",\"U\"]}\n[1]\nno\n"),
+                testing::ElementsAre("T 0/0 hi??? 0", "2 0 line 2: not an entry of a journal"));
     EXPECT_THAT(ReadLog("{\"MESSAGE\":" + std::string(300000, '[') + "104" +
                         std::string(300000, ']') + "}"),
                 testing::ElementsAre("unknown 0/0 h 0", "0 0"));

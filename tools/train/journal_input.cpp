@@ -174,7 +174,8 @@ std::optional<std::string> BytesOf(const Json& values) {
     }
     std::string bytes;
     for (const Json& byte : *value) {
-        bytes += byte.is_number() ? static_cast<char>(byte.get<int>()) : '?';
+        const bool is_byte = byte.is_number_unsigned() && byte.get<uint64_t>() <= UINT8_MAX;
+        bytes += is_byte ? static_cast<char>(byte.get<uint64_t>()) : '?';
     }
     return bytes;
 }

@@ -46,11 +46,14 @@ InputFormat Recognise(std::string_view start) {
     if (start.empty()) {
         return InputFormat::kCapture;
     }
+    const std::string_view line = start.substr(0, start.find('\n'));
+    TrainingLine ignored;
+    const bool is_count = ReadCount(line, ignored) && !ParseCaptureLine(line);
     // As a length, with which a dump begins, both would be negative.
     if (start.front() == '{') {
         return InputFormat::kJournalJson;
     }
-    if (start.substr(0, 2) == "__") {
+    if (start.substr(0, 2) == "__" && !is_count) {
         return InputFormat::kJournalExport;
     }
     const auto first_byte = static_cast<uint8_t>(start.front());
@@ -59,10 +62,7 @@ InputFormat Recognise(std::string_view start) {
     if (control || start.find('\0') != std::string_view::npos) {
         return InputFormat::kDump;
     }
-    const std::string_view line = start.substr(0, start.find('\n'));
-    TrainingLine ignored;
-    return ReadCount(line, ignored) && !ParseCaptureLine(line) ? InputFormat::kCounts
-                                                               : InputFormat::kCapture;
+    return is_count ? InputFormat::kCounts : InputFormat::kCapture;
 }
 
 // Leaves the input where it was.

@@ -42,11 +42,11 @@ struct InputSummary {
 };
 
 // Reads a file, or standard input under the name "-", to its end and hands over every line; memory
-// does not grow with them. zstd files are read as what they hold. An input that begins with a
-// control character or has a zero byte within its first 64 KiB is a dump; otherwise one whose first
-// line ends in a TAB and a number, and is not a capture line, is counts; one that begins with "{"
-// or
-// "__" is entries of a journal; all else is capture text.
+// does not grow with them. zstd files are read as what they hold. An input that begins with "{" is
+// entries of a journal, as is one that begins with "__", unless its first line is a count; one that
+// begins with a control character or has a zero byte within its first 64 KiB is a dump; one whose
+// first line ends in a TAB and a number, and is not a capture line, is counts; all else is capture
+// text.
 //
 // Messages of a dump are translated by the tables where these are of the dump's policy version.
 // Without them a message that is not text is left out, unless the dump knows of no policy.

@@ -18,6 +18,12 @@ uint64_t EntryMemory(std::string_view text) {
     return kEntryBytes + text.size();
 }
 
+// With a share of what its tag takes, which goes with the last of its texts.
+uint64_t TextMemory(std::string_view tag, const MessageCounts::Texts& texts,
+                    std::string_view text) {
+    return EntryMemory(text) + (EntryMemory(tag) + texts.size() - 1) / texts.size();
+}
+
 }  // namespace
 
 void MessageCounts::Add(std::string_view tag, std::string_view message, uint64_t count) {
@@ -39,7 +45,7 @@ void MessageCounts::DropRarest() {
     std::map<uint64_t, uint64_t> memory_of;  // by count
     for (const auto& [tag, texts] : tags_) {
         for (const auto& [text, count] : texts) {
-            memory_of[count] += EntryMemory(text);
+            memory_of[count] += TextMemory(tag, texts, text);
         }
     }
     // All below the limit goes, and of those at the limit as many as it takes.
@@ -81,11 +87,11 @@ void MessageCounts::DropRarest() {
 
 std::pair<std::string, std::string> MessageCounts::LastOfFirst(uint64_t count,
                                                                uint64_t memory) const {
-    std::vector<TagAndText> found;
+    std::vector<std::pair<TagAndText, uint64_t>> found;  // and the memory of each
     for (const auto& [tag, texts] : tags_) {
         for (const auto& [text, number] : texts) {
             if (number == count) {
-                found.emplace_back(tag, text);
+                found.emplace_back(TagAndText(tag, text), TextMemory(tag, texts, text));
             }
         }
     }
@@ -96,8 +102,7 @@ std::pair<std::string, std::string> MessageCounts::LastOfFirst(uint64_t count,
         const auto middle = begin + (end - begin) / 2;
         std::nth_element(begin, middle, end);
         uint64_t lower = 0;
-        std::for_each(begin, middle,
-                      [&](const TagAndText& text) { lower += EntryMemory(text.second); });
+        std::for_each(begin, middle, [&](const auto& text) { lower += text.second; });
         if (lower < memory) {
             memory -= lower;
             begin = middle;
@@ -105,7 +110,7 @@ std::pair<std::string, std::string> MessageCounts::LastOfFirst(uint64_t count,
             end = middle;
         }
     }
-    return {std::string(begin->first), std::string(begin->second)};
+    return {std::string(begin->first.first), std::string(begin->first.second)};
 }
 
 }  // namespace trelvo
