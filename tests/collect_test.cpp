@@ -12,9 +12,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <future>
 #include <iterator>
 #include <regex>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -284,6 +286,17 @@ TEST_F(Collect, ADumpThatComesDuringTheCommandIsTakenToo) {
     EXPECT_EQ(ReadFile("/tmp/order").substr(0, 2), "3\n") << "the oldest first";
     EXPECT_THAT(Names(from_), IsEmpty());
     EXPECT_THAT(Names(sent_), SizeIs(4));
+}
+
+TEST_F(Collect, OneRunWaitsForTheOther) {
+    const auto slow = std::async(
+        std::launch::async, [this] { EXPECT_EQ(Run("touch /tmp/busy; sleep 0.3").status, 0); });
+    while (!fs::exists("/tmp/busy")) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    const auto result = Run(kStored);
+    EXPECT_EQ(result.status, 0) << result.err;
+    slow.wait();
 }
 
 TEST_F(Collect, TheArchiveIsBoundedBySizeAndAge) {

@@ -264,6 +264,7 @@ collector       1970-01-01 00:00:07: no\\room; archive of unknown dumps, unknown
         << "it runs, and may answer yet";
     flock(lock_.Get(), LOCK_UN);
     EXPECT_EQ(Run("text").out, "state           not running\n");
+    EXPECT_THAT(Run("prometheus").out, HasSubstr("\ntrelvo_archive_waiting 5\n"));
     flock(lock_.Get(), LOCK_EX);
     WriteFile("/run/trelvo/lock", "1\n");
     EXPECT_EQ(Run("text").out, "state           not running\n") << "somebody else has the lock";

@@ -299,6 +299,21 @@ From captured text, a journal and dumps; what they are for other lines.
   lines          57; 0 coded (0.0 %)
   message bytes  507 as text, 507 with tables (0.0 % saved)
 
+A capture whose compressed file is cut off gives the lines before that.
+
+  $ printf '1.000 I/A (P 1, T 1): f: g(1) > %s\n' a b | zstd -qo whole.zst
+  $ (cat whole.zst; head -c 20 whole.zst) > cut.zst
+  $ trelvoctl train -o shorter --policy-version 1 cut.zst
+  trelvoctl: cut.zst: offset 57: the zstd frame that begins here is cut off
+  policy         1 in shorter
+  tags           0 with a table, of 1
+  entries        0
+  on disk        43 bytes
+  in the service about 0 bytes of memory (estimate)
+  lines          2; 0 coded (0.0 %)
+  message bytes  4 as text, 4 with tables (0.0 % saved)
+  [3]
+
 What stands in the way of a policy stays, also what comes while it is trained.
 
   $ ln -s nowhere dangling; trelvoctl train -o dangling --force --policy-version 1 counts.tsv
