@@ -54,6 +54,8 @@ TEST(Patterns, ValuesAreToldByTheirLook) {
          "load/store of a.b by <*> and <*>"},
         {"user=root, mode=\"rw now\" at=Rect(0, 1 - 2) x = y, empty= a==b",
          "user=<*>, mode=\"<*>\" at=<*> x = <*>, empty= a==<*>"},
+        {"user=\"\",host=\"\",port=\"7\" to = \"Living room\"",
+         "user=\"<*>\",host=\"<*>\",port=\"<*>\" to = \"<*>\""},
         {"say 'hello' or \"no such file\", don't \"\"",
          "say '<*>' or \"no such file\", don't \"\""},
         {"blk_-12 blk_3456 done", "blk_<*> done"},
@@ -193,7 +195,7 @@ TEST(Patterns, NoLineIsLostWhereRowsAreGatheredIntoANewPattern) {
         line.level = 'I';
         const auto add = [&](const std::string& message) {
             line.message = message;
-            static_cast<void>(table.Add(line, {}));
+            static_cast<void>(table.Add(line, {}, 0));
         };
         for (int i = 0; i < patterns; ++i) {
             add('a' + word(i) + " b" + word(i) + " c" + word(i) + " d" + word(i));

@@ -202,6 +202,7 @@ check('sums up, draws and lists the log', async () => {
   const error = lines.findIndex(isError) + 1;
   await browser.open(page, `#span=${error}-${error}`);
   assert.equal(Object.keys(await drawn('level-E')).length > 0, true, 'of one moment');
+  assert.ok(!await isHidden('#clear'));
   // The name of the gap that comes next.
   await browser.open(page, `#span=1-${0.4 * LINES}`);
   assert.ok(Object.keys(await drawn('mark-line')).length > 0);
@@ -464,7 +465,10 @@ check('jumps to a time, to matches and to both ends', async () => {
   await browser.keys('/');
   assert.equal(await browser.run(() => document.activeElement.id), 'text');
   await browser.keys('\uE00C?');  // Escape
-  assert.ok(await browser.run(() => document.getElementById('help').open));
+  const is_help_open = () => browser.run(() => document.getElementById('help').open);
+  assert.ok(await is_help_open());
+  await browser.click('#help button');
+  assert.ok(!await is_help_open());
   await browser.open(page, '#level=E&line=1');  // which the filter hides
   await browser.click('#previous');
   assert.equal(await textOf('#said'), 'No error above');
@@ -485,6 +489,8 @@ check('marks where lines are missing', async () => {
   const fatal = lines.filter((line) => line.level === 'F');
   assert.equal(await count(), fatal.length);
   assert.equal((await rows())[0].mark, 'gap');
+  await browser.open(page, '#not-tag=');
+  assert.match(await textOf('#chips'), /^not tag \(empty\)/);
   // Beyond the first block.
   const [later, longer] = ['later.dump', 'longer.html'].map((name) => join(folder, name));
   const line = {time_ms: 1, level: 'I', tag: 'T', pid: 1, tid: 2, message: 'back'};
@@ -899,6 +905,9 @@ check('tells what is damaged, and times without a clock', async () => {
   assert.match(await textOf('#tiles'), /Span\s+20781 d 6 h/);
   assert.match(await textOf('#span'), /^1970-01-01 .* to 2026-/);
   assert.equal(await copied('#copy'), told.replace(/^---.*\n/gm, ''));
+  await browser.click('#utc');
+  assert.equal(
+      await copied('#copy'), given('decode', ...words.slice(1)).stdout.replace(/^---.*\n/gm, ''));
   // A gap that the clock tells no length of, behind what two dumps have (and a clock line).
   const [back, twice, gap] = ['back', 'twice', 'gap'].map((name) => join(damaged, `${name}.dump`));
   writeFileSync(twice, readFileSync(back));
@@ -908,6 +917,16 @@ check('tells what is damaged, and times without a clock', async () => {
   assert.match(
       (await textOf('#tiles')).replace(/\s+/g, ' '),
       /Gaps 1 of unknown length .* Left out 3 repeated/);
+  // A clock that is set, of which the axis and the span have nothing.
+  const set = join(damaged, 'set.dump');
+  const words_of_clock = `boot=${clock.boot} host=altair wall=1764000002.000000 monotonic=2.000000`;
+  const setting = {...line(2000, words_of_clock), level: 'I', tag: 'trelvo.clock'};
+  const made = [line(1000, 'early'), setting, line(3000, 'late'), line(4000, 'later')];
+  writeFileSync(set, buildDump(made, clock));
+  run('report', set, '-o', file);
+  await browser.open(file);
+  assert.deepEqual((await rows()).map(({mark}) => mark), ['', 'clock set', '']);
+  assert.match(await textOf('#tiles'), /Span\s+1\.0 s/);
   // Time that starts over.
   const boots = [9, 4].map((seconds, i) => {
     const path = join(folder, `${seconds}.dump`);
@@ -959,4 +978,17 @@ check('tells hosts and starts apart', async () => {
   await browser.keys('G');
   assert.match((await textOf('#detail-filters')).replace(/\s+/g, ' '), /host near only hide/);
   assert.equal((await rows()).map(({message}) => message).join(), 'near,near');
+  // A gap behind which no line passes before the next boot.
+  const hidden = [['x', 1000, 'a', 0], ['y', 9000, 'a', 5], ['x', 1000, 'c', 0]].map(
+      ([tag, time_ms, boot, delta_ms], i) => {
+        const path = join(folder, `hidden${i}.dump`);
+        const made = [{time_ms, level: 'I', tag, pid: 7, tid: 7, message: tag}];
+        const settings = {boot: boot.repeat(32), host: 'near', booted_ms: 60000 * i};
+        if (i === 1) settings.booted_ms = 0;
+        writeFileSync(path, buildDump(made, {...settings, delta_ms}));
+        return path;
+      });
+  run('report', ...hidden, 'x:V', '-o', file);
+  await browser.open(file);
+  assert.match((await textOf('#tiles')).replace(/\s+/g, ' '), /1 reboot Gaps 1 8\.0 s in no dump/);
 });

@@ -264,6 +264,20 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
   {"pattern":4,"text":"three","count":1,"level":"I","levels":{"I":1},"first":{"time_ms":12000,"time":"2025-11-24T16:00:12.000+00:00"},"last":{"time_ms":12000,"time":"2025-11-24T16:00:12.000+00:00"},"part_ms":4096,"timeline":[1,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0],"tag":"A","example":"three","folded":false}
   {"pattern":5,"text":"and its end","count":1,"level":"E","levels":{"E":1},"first":{"time_ms":5000,"time":"2025-11-24T16:01:45.000+00:00"},"last":{"time_ms":5000,"time":"2025-11-24T16:01:45.000+00:00"},"part_ms":4096,"timeline":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,1],"tag":"A","example":"and its end","folded":false}
 
+A clock that is set within a boot leaves the pattern's timeline as it is.
+
+  $ make_dump ../set.dump <<'END'
+  > 1.000 I/trelvo.clock (P 7, T 7): boot=0123456789abcdef0123456789abcdef host=till wall=1.000000 monotonic=1.000000
+  > 1.000 I/A (P 1, T 1): up
+  > 2.000 I/A (P 1, T 1): up
+  > 3.000 I/trelvo.clock (P 7, T 7): boot=0123456789abcdef0123456789abcdef host=till wall=1764000003.000000 monotonic=3.000000
+  > 3.000 I/A (P 1, T 1): up
+  > END
+  $ trelvoctl patterns ../set.dump
+      COUNT L              FIRST               LAST TIMELINE                         PATTERN
+          3 I 01-01 00:00:01.000 11-24 16:00:03.000 █              █               █ up
+  $ rm ../set.dump
+
 A service that was started again records lines once more; they are shown once, in order.
 
   $ make_dump again.dump <<'END'

@@ -44,8 +44,8 @@ public:
 
     void Append(const Line& line, const LineContext& context, std::string& out) override {
         if (!finished_) {
-            const uint32_t number =
-                table_.Add(line, style_.wall ? context.boot_time_ms : std::nullopt);
+            const uint32_t number = table_.Add(
+                line, style_.wall ? context.boot_time_ms : std::nullopt, context.boot_place);
             if (with_lines_) {
                 numbers_.push_back(number);
             }

@@ -59,7 +59,7 @@ public:
             shown.boot_time_ms.reset();
         }
         if (!columns_) {
-            numbers_.push_back(table_.Add(line, shown.boot_time_ms));
+            numbers_.push_back(table_.Add(line, shown.boot_time_ms, context.boot_place));
             if (changes_ != nullptr) {
                 changes_->Add(line, shown.boot_time_ms);
             }

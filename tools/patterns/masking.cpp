@@ -289,11 +289,12 @@ void MaskedMessage::AppendWord(std::string_view& rest) {
         const char c = rest.front();
         const bool in_name = text_.size() > begin && Is(text_.back(), kLetter);
         if (c == '"' || (c == '\'' && !in_name)) {
-            const bool assigned = text_.size() > begin && text_.back() == '=';
+            const bool assigned =
+                text_.size() > begin ? text_.back() == '=' : size_ > 0 && Word(size_ - 1) == "=";
             const size_t close = rest.substr(0, kMaxEnclosed).find(c, 1);
             // Several words within quotation marks are text, of which parts are values.
             const bool closed =
-                close != std::string_view::npos && close > 1 &&
+                close != std::string_view::npos && (assigned || close > 1) &&
                 (assigned || rest.find(' ') > close) &&
                 (close + 1 == rest.size() || !Is(rest[close + 1], kLetter | kDigit));
             text_ += c;
@@ -302,6 +303,9 @@ void MaskedMessage::AppendWord(std::string_view& rest) {
                 text_ += kWildcard;
                 text_ += c;
                 rest.remove_prefix(close);
+            } else if (close == 1) {
+                text_ += c;  // which opens nothing
+                rest.remove_prefix(1);
             }
         } else if (Is(c, kLetter | kDigit | kJoin)) {
             AppendRun(rest);

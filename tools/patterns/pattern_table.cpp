@@ -24,10 +24,18 @@ char PatternRow::WorstLevel() const {
     return 'D';
 }
 
-size_t PatternTable::PartOf(int64_t ms) {
-    // Where the clock runs back, as at a reboot, the log goes on from where it was.
-    at_ms_ += last_ms_ ? std::max<int64_t>(0, ms - *last_ms_) : 0;
-    last_ms_ = ms;
+size_t PatternTable::PartOf(const PatternTime& time, size_t boot) {
+    // Within a boot its clock may be set. Where time runs back, as at a reboot, or is of another
+    // kind than before, the log goes on from where it was.
+    int64_t step = 0;
+    if (last_ && boot == last_boot_) {
+        step = time.time_ms - last_->time_ms;
+    } else if (last_ && last_->boot_time_ms.has_value() == time.boot_time_ms.has_value()) {
+        step = time.Ms() - last_->Ms();
+    }
+    at_ms_ += std::max<int64_t>(0, step);
+    last_ = time;
+    last_boot_ = boot;
     while (at_ms_ / part_ms_ >= static_cast<int64_t>(PatternRow::kParts)) {
         part_ms_ *= 2;
         for (const auto& row : rows_) {
@@ -43,7 +51,7 @@ size_t PatternTable::PartOf(int64_t ms) {
     return part_;
 }
 
-uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms) {
+uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms, size_t boot) {
     std::string room;
     const std::string_view message = MessageText(line, room);
     const uint32_t number = finder_.Take(message);
@@ -53,7 +61,7 @@ uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms
         gather_at_ = finder_.Numbers() + 4096;
     }
     const PatternTime time{line.time_ms, boot_time_ms};
-    const size_t part = PartOf(time.Ms());
+    const size_t part = PartOf(time, boot);
     if (!rows_[number]) {
         rows_[number] = std::make_unique<PatternRow>();
         PatternRow& row = *rows_[number];

@@ -54,8 +54,8 @@ class PatternTable {
 public:
     static constexpr size_t kMaxExample = 512;
 
-    // The line's number, for Place().
-    [[nodiscard]] uint32_t Add(const Line& line, std::optional<int64_t> boot_time_ms);
+    // `boot` is the place of the line's boot in the log. Returns the line's number, for Place().
+    [[nodiscard]] uint32_t Add(const Line& line, std::optional<int64_t> boot_time_ms, size_t boot);
     // To be called once, after the last line. Orders the patterns by their count, those with as
     // many lines by their first line.
     void Finish();
@@ -70,7 +70,7 @@ public:
 
 private:
     // The part of the timeline that a line belongs to; doubles the parts where they end too early.
-    [[nodiscard]] size_t PartOf(int64_t ms);
+    [[nodiscard]] size_t PartOf(const PatternTime& time, size_t boot);
     // Adds the rows of patterns that were merged to those that they were merged into.
     void Gather();
 
@@ -80,8 +80,9 @@ private:
     size_t gather_at_ = 4096;                        // numbers
     int64_t part_ms_ = 1;
     size_t part_ = 0;
-    int64_t at_ms_ = 0;               // since the first line
-    std::optional<int64_t> last_ms_;  // of the line before
+    int64_t at_ms_ = 0;                // since the first line
+    std::optional<PatternTime> last_;  // of the line before
+    size_t last_boot_ = 0;
     uint64_t lines_ = 0;
 };
 

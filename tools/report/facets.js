@@ -1,7 +1,7 @@
 // Filters by what the lines have in common, with the number of lines of each value.
 
 import {element, make, refill} from './dom.js';
-import {appendText, plainText} from './escape.js';
+import {appendText} from './escape.js';
 import {LEVEL_NAMES, LEVELS} from './log.js';
 import {clearFilters, hasFilters, setFilters, state, toggle, update} from './state.js';
 import {countText} from './words.js';
@@ -125,7 +125,7 @@ export class Facets {
           type: 'button',
           className: 'hide',
           title: 'Hide these lines',
-          'aria-label': `Hide ${NAMES[facet]} ${plainText(value)}`,
+          'aria-label': `Hide ${NAMES[facet]} ${this.view.nameOf(facet, value)}`,
           'aria-pressed': state.not[facet].has(value),
           onclick: () => toggle(facet, value, 'not'),
         },

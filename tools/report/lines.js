@@ -192,7 +192,7 @@ export class LineList {
 
   filterButtons(facet, value, label = '') {
     const name = make('span', {className: 'name'}, label);
-    if (!label) appendText(name, `${facet} ${value}`);
+    if (!label) appendText(name, `${facet} ${value || '(empty)'}`);
     const button = (kind, text) => {
       const pressed = state[kind][facet].has(value);
       return make(
@@ -220,7 +220,8 @@ export class LineList {
     const idWidth = widths.pid + (widths.tid ? ', T '.length + widths.tid : 0);
     const blanks = Math.max(0, widths.tag - log.tagWidths[log.sources.tag[source]]) +
         Math.max(0, idWidth - ids.length);
-    return `${this.markOf(line)}${time.padStart(widths.time)}${host} ${of('level')}/` +
+    return `${this.markOf(line)}${wall ? time : time.padStart(widths.time)}${host} ${
+               of('level')}/` +
         `${escapeText(of('tag'))}${' '.repeat(blanks)} (P ${ids}): ${escapeText(message)}\n`;
   }
 
@@ -257,8 +258,10 @@ export class LineList {
     const {workers, filter, changes} = this.view;
     const lines = this.printed();
     const from = this.list.first + 1;
-    element('print-title').textContent = `Lines ${countText(from)} to ${
-        countText(from + lines.length - 1)} of ${countText(filter.lines.length)}`;
+    element('print-title').textContent = lines.length === 0 ?
+        'No lines' :
+        `Lines ${countText(from)} to ${countText(from + lines.length - 1)} of ${
+            countText(filter.lines.length)}`;
     element('print-changes').textContent = changes?.asText() ?? '';
     element('print-lines').textContent =
         lines.map((line) => this.asText(line, workers.cache.get(line) ?? '…')).join('');

@@ -17,6 +17,7 @@ export class Log {
     this.lines = head.lines;
     this.marks = head.marks;
     this.boots = head.boots;
+    this.mixed = new Set(head.boots.map((boot) => boot.wall)).size > 1;
     this.hosts = new Set(head.boots.map((boot) => boot.host));
     this.tags = head.tags;
     this.tagWidths = head.tag_widths;
@@ -104,8 +105,10 @@ export class Log {
     }
   }
 
+  // Nothing where one of the times is of a clock and the other one since boot.
   step(line) {
-    return line === 0 ? 0 : this.times[line] - this.times[line - 1];
+    if (line === 0 || (this.mixed && this.isWall(line) !== this.isWall(line - 1))) return 0;
+    return this.times[line] - this.times[line - 1];
   }
 
   // The first line at or behind a place on the axis; the number of lines where none is.

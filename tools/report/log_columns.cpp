@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <utility>
 
 #include "patterns/masking.h"
@@ -13,6 +14,9 @@ namespace trelvo {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+// A clock that is off by more than this was set; less is a correction.
+constexpr int64_t kClockSet = 60000;  // milliseconds
 
 constexpr size_t kNone = std::string_view::npos;
 
@@ -168,6 +172,13 @@ void LogColumns::Add(const Line& line, const LineContext& context, std::optional
     if (context.before != Break::kNone) {
         marks_.push_back({lines_, NameOf(context.before), context.gap_ms});
     }
+    boot_times_.resize(std::max(boot_times_.size(), context.boot_place + 1));
+    auto& boot_time_ms = boot_times_[context.boot_place];
+    if (boot_time_ms &&
+        std::abs(context.boot_time_ms.value_or(*boot_time_ms) - *boot_time_ms) > kClockSet) {
+        marks_.push_back({lines_, "clock set", 0});
+    }
+    boot_time_ms = context.boot_time_ms;
     const int64_t ms = context.boot_time_ms.value_or(0) + line.time_ms;
     AppendTime(ms - last_ms_, times_);
     last_ms_ = ms;

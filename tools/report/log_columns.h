@@ -51,7 +51,8 @@ public:
     // Hands over the lines that are left.
     void Finish();
 
-    // What the columns refer to: tags, sources, patterns, forms; and the breaks between lines.
+    // What the columns refer to: tags, sources, patterns, forms; and the breaks between lines,
+    // among them "clock set".
     [[nodiscard]] nlohmann::ordered_json Tables() const;
     [[nodiscard]] uint64_t Lines() const { return lines_; }
 
@@ -89,6 +90,7 @@ private:
     nlohmann::ordered_json marks_ = nlohmann::ordered_json::array();
     std::vector<std::string_view> values_;
     std::string message_;
+    std::vector<std::optional<int64_t>> boot_times_;  // by boot, as of its last line
     uint64_t lines_ = 0;
     int64_t last_ms_ = 0;
     std::string times_;

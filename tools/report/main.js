@@ -71,7 +71,7 @@ class View {
   nameOf(facet, value) {
     if (facet === 'pattern') return this.log.patternTexts[Number(value) - 1] ?? value;
     if (facet === 'change') return this.changes?.label(value) ?? value;
-    return plainText(value);
+    return plainText(value) || '(empty)';
   }
 
   spanText() {

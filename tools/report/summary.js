@@ -13,13 +13,14 @@ export function fillSummary({log, head, changes}) {
   element('program').textContent = head.program;
   const last = log.lines - 1;
   const time = (line) => timeText(log.times[line], log.isWall(line), state.utc);
+  const unit = (line) => log.isWall(line) ? (state.utc ? ' UTC' : '') : ' s since boot';
   element('when').textContent = log.lines === 0 ?
       'no lines' :
-      `${time(0)} to ${time(last)}${log.isWall(0) ? (state.utc ? ' UTC' : '') : ' s since boot'}`;
+      `${time(0)}${unit(0) === unit(last) ? '' : unit(0)} to ${time(last)}${unit(last)}`;
 
   const count = (kind) => log.marks.filter((mark) => mark[1] === kind).length;
   const sum = (files, field) => files.reduce((total, file) => total + file[field], 0);
-  const gaps = count('gap');
+  const gaps = log.marks.filter(([, kind, gap]) => kind === 'gap' || gap > 0).length;
   const lost = log.marks.reduce((total, [, , gap]) => total + gap, 0);
   const repeated = sum(head.files, 'repeated');
   const damaged = head.files.filter((file) => file.damage);
@@ -48,9 +49,11 @@ export function fillSummary({log, head, changes}) {
       ({name, damage}) => make('li', {}, `${plainText(name)}: ${plainText(damage)}`)));
 }
 
-// Without what the axis leaves out.
+// Without what clocks were set back or on by.
 function spanOf(log) {
+  const set = new Set(log.marks.filter((mark) => mark[1] === 'clock set').map(([line]) => line));
   let span = 0;
-  for (let line = 1; line < log.lines; line++) span += Math.max(0, log.step(line));
+  for (let line = 1; line < log.lines; line++)
+    if (!set.has(line)) span += Math.max(0, log.step(line));
   return span;
 }

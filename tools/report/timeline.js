@@ -319,7 +319,8 @@ export class Timeline {
       context.lineTo(x, bottom);
       context.stroke();
       context.setLineDash([]);
-      const text = cuts.has(line) ? `${kind}, ${durationText(gap || cuts.get(line))}` : kind;
+      const missed = kind === 'gap' ? gap : 0;
+      const text = cuts.has(line) ? `${kind}, ${durationText(missed || cuts.get(line))}` : kind;
       const long = context.measureText(text).width;
       const at = Math.min(Math.max(start, 0) + 1, width - long - 2);
       if (at >= free) {
