@@ -138,6 +138,14 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
     const auto refused = RunProgram({"setpriv", "--bounding-set=-setgid", kTrelvo});
     EXPECT_THAT(refused.err, HasSubstr("[dump] group: this user cannot take that group; "));
     EXPECT_EQ(refused.status, 2);
+    // A file that may not be read is not one that is missing.
+    const auto folder = std::filesystem::path(kFile).parent_path();
+    std::filesystem::permissions(folder, std::filesystem::perms::none);
+    const auto unread =
+        RunProgram({"setpriv", "--bounding-set=-dac_override,-dac_read_search", kTrelvo});
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
+    EXPECT_THAT(unread.err, HasSubstr(kFile + ": Permission denied"s));
+    EXPECT_EQ(unread.status, 2);
     std::filesystem::remove(kFile);
 }
 

@@ -965,8 +965,12 @@ TEST_F(CaptureTest, AFullFileSystemLosesNothing) {
     fs::rename("/run/log/journal", "/run/log/away");
     fs::rename("/run/log/away", "/run/log/journal");
     EXPECT_TRUE(IsTold("Salive=0\nreason="));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2200));  // in which it tries twice
     ASSERT_EQ(prlimit(capture_->Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
     EXPECT_TRUE(IsTold("Salive=1\nreason=\n"));
+    EXPECT_EQ(
+        test_support::RunProgram({"sh", "-c", "journalctl -o cat | grep -c '^will try again'"}).out,
+        "1\n");
     capture_.reset();
     (void)umount2("/tmp/capture", MNT_DETACH);
 }

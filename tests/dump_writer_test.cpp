@@ -495,6 +495,8 @@ TEST(DumpWriterTest, WhatIsAskedForMeanwhileIsOneDumpUnderTheMutex) {
         manager.RequestDumpOnFile("");
         Dump(Signal);
         EXPECT_TRUE(fs::exists("/tmp/out/trelvo.dump")) << "its path is kept";
+        Dump([](CTREventManager& events) { events.RequestDumpOnMatch(); });
+        EXPECT_THAT(Platform().Status(), testing::HasSubstr("\nlast_dump_trigger=match\n"));
     });
 }
 

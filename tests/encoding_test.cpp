@@ -101,6 +101,19 @@ TEST(RecordEncodingTest, HeadersGrowWithTheIndex) {
     }
 }
 
+TEST(RecordEncodingTest, ARecordIsAsLongAsItsHeaderMakesIt) {
+    for (const int index : {15, 16, 2047, 2048, 262143, 262144, 33554432}) {
+        Bytes record;
+        packing::AppendLeb128(300, record);
+        packing::AppendHeader('I', index, record);
+        packing::AppendLeb128(2, record);
+        record.insert(record.end(), {0x80, 0x81});
+        const size_t size = record.size();
+        record.resize(size + 9, 0xFF);  // of the next one
+        EXPECT_EQ(packing::RecordLength(record.data(), record.size()), size) << index;
+    }
+}
+
 TEST(RecordEncodingTest, DictionaryNumbersItsEntriesAndSerialisesThemInKeyOrder) {
     Snapshot(true);
     Platform().Take();

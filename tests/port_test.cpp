@@ -385,6 +385,22 @@ TEST(Power, ShutdownSleepAndTheServicesOwnEndWaitForTheDump) {
     EXPECT_EQ(device_power_unsubscribe_state_changed_event(PowerListener::OnChange), 0);
     EXPECT_LT(device_power_unsubscribe_state_changed_event(PowerListener::OnChange), 0);
     EXPECT_TRUE(logind.WaitForRelease());
+
+    Service again(kFirst, [&](const std::string& /*start*/) {
+        EXPECT_EQ(device_power_subscribe_state_changed_event(PowerListener::OnChange, &listener),
+                  0);
+    });
+    logind.RefuseOnce();
+    result = again.Start();
+    ASSERT_TRUE(logind.WaitForInhibitor()) << "asked for again";
+    Publish(++finished, true);
+    kill(getpid(), SIGTERM);
+    listener.Wait();
+    const auto second_signal = Clock::now();
+    kill(getpid(), SIGTERM);
+    EXPECT_EQ(result.get(), APP_ERROR_NONE);
+    EXPECT_LT(Clock::now() - second_signal, kBeforeAnyLimit);
+    EXPECT_EQ(device_power_unsubscribe_state_changed_event(PowerListener::OnChange), 0);
 }
 
 TEST(App, FailsWhereTheRecordingCannotStart) {

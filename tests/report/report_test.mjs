@@ -348,6 +348,11 @@ check('zooms into a part of the time', async () => {
   await address(`span=${first}-`);
   await browser.settled();
   await expectSpan(0.1, 0.3);
+  // Around the line that is selected only where it is shown.
+  await browser.open(page, `#span=${first}-${last}&line=1`);
+  await browser.click('#zoom-in');
+  await expectSpan(0.15, 0.25);
+  await browser.open(page, `#span=${first}-${last}`);
   await browser.click('#zoom-all');
   assert.equal(await count(), LINES);
   await browser.click('#zoom-in');
@@ -464,6 +469,7 @@ check('jumps to a time, to matches and to both ends', async () => {
   assert.equal(await copiedLine(), run('decode', dumps).split('\n', 1)[0] + '\n');
   await browser.keys('/');
   assert.equal(await browser.run(() => document.activeElement.id), 'text');
+  assert.equal(await copiedLine(), '', 'but what is marked in the field');
   await browser.keys('\uE00C?');  // Escape
   const is_help_open = () => browser.run(() => document.getElementById('help').open);
   assert.ok(await is_help_open());
@@ -491,14 +497,16 @@ check('marks where lines are missing', async () => {
   assert.equal((await rows())[0].mark, 'gap');
   await browser.open(page, '#not-tag=');
   assert.match(await textOf('#chips'), /^not tag \(empty\)/);
-  // Beyond the first block.
+  // Beyond the first block, and times beyond the second.
   const [later, longer] = ['later.dump', 'longer.html'].map((name) => join(folder, name));
-  const line = {time_ms: 1, level: 'I', tag: 'T', pid: 1, tid: 2, message: 'back'};
+  const made = lines.map((line, i) => ({...line, time_ms: i + 1}));
   const booted_ms = lines.at(-1).wall_ms + 60000;
-  writeFileSync(later, buildDump([line], {host: 'altair', boot: 'c'.repeat(32), booted_ms}));
+  writeFileSync(later, buildDump(made, {host: 'altair', boot: 'c'.repeat(32), booted_ms}));
   run('report', dumps, later, '-o', longer);
   await browser.open(longer, `#line=${LINES + 1}`);
   assert.deepEqual((await rows()).map((row) => row.mark).filter(Boolean), ['reboot']);
+  await browser.open(longer, `#line=${2 * LINES}`);
+  assert.equal((await rows()).at(-1).time, timeOf({wall_ms: booted_ms + LINES}).slice(11));
 });
 
 check('follows a link to what was seen', async () => {

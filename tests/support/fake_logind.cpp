@@ -79,6 +79,14 @@ void FakeLogind::Inhibit(GDBusMessage* call) {
     if (std::strcmp(what, "shutdown:sleep") != 0) {
         return;  // and the test waits in vain
     }
+    if (refuses_.exchange(false)) {
+        g_autoptr(GDBusMessage) refusal = g_dbus_message_new_method_error_literal(
+            call, "org.freedesktop.DBus.Error.AccessDenied", "not yet");
+        g_dbus_connection_send_message(connection_.get(), refusal, G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+                                       nullptr, nullptr);
+        Emit("PrepareForSleep", false);
+        return;
+    }
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         ThrowErrno("pipe");

@@ -2,6 +2,7 @@
 
 #include <gio/gio.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -22,6 +23,8 @@ public:
     // Waits until somebody holds an inhibitor, which also means that the signal subscriptions that
     // it made before are in force. False at the limit.
     [[nodiscard]] bool WaitForInhibitor();
+    // Refuses the next inhibitor, as a machine that starts may, and tells of the end of a sleep.
+    void RefuseOnce() { refuses_ = true; }
     // Waits until the last inhibitor is released. False at the limit.
     [[nodiscard]] bool WaitForRelease();
     // Sends PrepareForShutdown or PrepareForSleep.
@@ -34,6 +37,7 @@ private:
 
     Process daemon_;
     std::unique_ptr<GDBusConnection, decltype(&g_object_unref)> connection_;
+    std::atomic<bool> refuses_{false};
     std::mutex mutex_;
     std::condition_variable changed_;
     port::UniqueFd inhibitor_;  // read end of a pipe whose write end the holder has; under mutex_

@@ -299,6 +299,12 @@ From captured text, a journal and dumps; what they are for other lines.
   lines          57; 0 coded (0.0 %)
   message bytes  507 as text, 507 with tables (0.0 % saved)
 
+The same log gives the same policy, also where many texts come equally often.
+
+  $ seq -f $'A\ttext number %.0f\t3' 300 >even.tsv
+  $ for copy in even odd; do trelvoctl train -o $copy --policy-version 1 even.tsv >/dev/null; done
+  $ diff -r even odd
+
 A capture whose compressed file is cut off gives the lines before that.
 
   $ printf '1.000 I/A (P 1, T 1): f: g(1) > %s\n' a b | zstd -qo whole.zst
