@@ -275,6 +275,8 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
     WriteFile(from_ / "trelvo.dump", "");
     EXPECT_EQ(Run().status, 0);
     EXPECT_FALSE(fs::exists(key_));
+    EXPECT_THAT(ReadFile(key_.parent_path() / "collector"), EndsWith("\nwaiting=0\n"))
+        << "without a command for none";
 }
 
 TEST_F(Collect, ADumpThatComesDuringTheCommandIsTakenToo) {

@@ -86,6 +86,8 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
         }
         return messages;
     };
+    auto later = various("start ", 14);
+    later.insert(later.begin(), "start 7");
     const std::string who = "session opened for user ";
     const Row rows[] = {
         {"two are not enough",
@@ -97,6 +99,7 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
         {"eleven with one word around are not enough", various("start ", 11),
          various("start ", 11)},
         {"twelve are", various("start ", 12), {"start <*>"}},
+        {"then all others, also where a number came first", later, {"start <*>"}},
         {"five with two are not", various("go to ", 5), various("go to ", 5)},
         {"six are", various("go to ", 6), {"go to <*>"}},
         {"a word before its place is known to be a value", {who + "ann", who + "7"}, {who + "<*>"}},

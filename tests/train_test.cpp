@@ -220,9 +220,9 @@ TEST(MessageCounts, OfEquallyRareTextsTheFirstInByteOrderGo) {
 
 TEST(MessageCounts, TagsOfOneTextGoAsFarAsHalfOfTheBound) {
     MessageCounts counts(20000);
-    for (int tag = 0; tag < 300; ++tag) {
+    for (uint64_t tag = 0; tag < 300; ++tag) {
         counts.Add(std::string(200, 't') + std::to_string(tag), "once", 1);
-        EXPECT_GE(counts.Memory(), std::min(tag + 1, 23) * 410U);
+        EXPECT_GE(counts.Memory(), std::min<uint64_t>(tag + 1, 23) * 410);
     }
 }
 

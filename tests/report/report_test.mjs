@@ -8,6 +8,7 @@ import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
 
+import {durationText} from '../../tools/report/words.js';
 import {buildDump} from '../formats/dump.mjs';
 import {hostileDump} from '../formats/hostile.mjs';
 
@@ -317,6 +318,14 @@ check('counts follow the filters', async () => {
   assert.deepEqual([await count(), await isHidden('#detail')], [LINES, true]);
 });
 
+test('tells how long something took', () => {
+  const rows = [
+    [999, '0.999 s'], [9949, '9.9 s'], [9950, '10 s'], [59499, '59 s'], [59700, '1 min'],
+    [119700, '2 min'], [3661000, '1 h 1 min'], [3600000 * 24 - 400, '1 d'], [90000000, '1 d 1 h']
+  ];
+  for (const [ms, text] of rows) assert.equal(durationText(ms), text);
+});
+
 check('zooms into a part of the time', async () => {
   // The axis, on which a gap and a reboot take 3 % of the rest each.
   const steps = lines.map(({wall_ms}, i) => i && wall_ms - lines[i - 1].wall_ms);
@@ -495,6 +504,10 @@ check('marks where lines are missing', async () => {
   const fatal = lines.filter((line) => line.level === 'F');
   assert.equal(await count(), fatal.length);
   assert.equal((await rows())[0].mark, 'gap');
+  // The last one of several takes the focus to the one before.
+  await browser.open(page, '#level=E&not-tag=net');
+  await browser.click('#chips button:last-of-type');
+  assert.ok(await hasFocus('#chips button'));
   await browser.open(page, '#not-tag=');
   assert.match(await textOf('#chips'), /^not tag \(empty\)/);
   // Beyond the first block, and times beyond the second.
