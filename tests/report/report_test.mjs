@@ -441,6 +441,8 @@ check('moves over breaks, and has what all sources of a process log', async () =
   await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: 'Asia/Singapore'});
   await browser.open(file);
   assert.equal(await contentOf('.entry .first'), 'from 07:28:31');
+  await browser.click('#utc');
+  assert.equal(await contentOf('.entry .first'), 'from 01-01 23:58:31');
   await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: ''});
   // A page whose lines are damaged says so.
   const source = readFileSync(file, 'utf8');
@@ -645,6 +647,9 @@ check('lists patterns, and filters by one', async () => {
     const counts = (await shown()).filter(({count}) => count > 0);
     assert.deepEqual(Object.fromEntries(counts.map(({text, count}) => [text, count])), ofStore);
   }
+  const chosen = await contentOf('.pattern.focused .text');
+  await browser.click('#sorts [value=level]');
+  assert.equal(await contentOf('.pattern.focused .text'), chosen, 'wherever it is now');
   await browser.open(page, '#span=45001-70000');
   assert.ok((await shown())[0].bars > 28);
   await browser.open(page, '#span=1-2');  // the last moment has its bar, too
