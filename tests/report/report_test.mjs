@@ -793,6 +793,14 @@ check('scrolls to any line', async () => {
   assert.deepEqual(await rows(), before);
   await browser.keys('/\uE00C\uE013');  // to the list, one up from its first line
   assert.equal(await selected(), before[0].place - 2);
+  // As does a line that is selected in view.
+  await scroll(0.5);
+  await browser.click('.line:nth-child(5) .message');
+  const top = () => browser.run(
+      (css) => Math.round(document.querySelector(css).getBoundingClientRect().top), chosen);
+  const at = await top();
+  await browser.click('#detail-filters .pair:nth-child(2) button');
+  assert.ok(Math.abs(await top() - at) < 20, 'within a row');
 });
 
 check('is usable on a small screen, by name and on paper', async () => {
