@@ -362,13 +362,12 @@ TEST_F(PipelineTest, FollowsTheCurrentFileAndDrainsTheRotatedOne) {
 TEST_F(PipelineTest, ADumpThatWaitedInVainIsNotCurrent) {
     CatchUp& catch_up = CatchUp::Instance();
     catch_up.SetFollowing(true);
-    std::thread dump([&] { catch_up.Wait(boost::chrono::milliseconds(50)); });
+    const auto dump =
+        std::async(std::launch::async, [&] { catch_up.Wait(boost::chrono::milliseconds(50)); });
     // A reader that has not read all when the time is over.
-    for (int pass = 0; pass < 20; ++pass) {
-        catch_up.Pause(boost::chrono::milliseconds(10), false);
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    while (dump.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        catch_up.Pause(boost::chrono::milliseconds(1), false);
     }
-    dump.join();
     EXPECT_FALSE(catch_up.HasCaughtUp());
     catch_up.SetFollowing(false);
 }
