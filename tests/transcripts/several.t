@@ -321,3 +321,28 @@ A machine that was given its name after its start.
   > done | make_dump named.dump
   $ trelvoctl stat -o json named.dump | grep -o '"host":"[a-z]*"'
   "host":"till"
+
+A machine that has been up for 60 days, where lines have times of clock lines only; the second dump
+holds the first one's last lines.
+
+  $ lines() {
+  >   for i in $(seq $1 $2); do
+  >     clock="wall=$((1764000000 + i)).000000 monotonic=$((5184000 + i)).000000"
+  >     echo "2147483.647 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000003 host=old $clock"
+  >     echo "2147483.647 I/A (P 1, T 1): line $i"
+  >   done
+  > }
+  $ lines 0 100 | make_dump up1.dump; lines 40 120 | make_dump up2.dump
+  $ trelvoctl stat up2.dump | head -1
+  up2.dump: 162 lines in 1 min 20 s, 2.0 a second
+  $ trelvoctl stat up1.dump up2.dump | sed -n '1p;/file$/,$p'
+  2 dumps: 242 lines in 2 min 0 s, 2.0 a second
+       lines       size           span a second bytes/line coded% text/dump  file
+         202   10.6 KiB     1 min 40 s      2.0      53.96    0.0      1.55  up1.dump
+         162    8.5 KiB     1 min 20 s      2.0      54.13    0.0      1.55  up2.dump
+         242   19.2 KiB      2 min 0 s      2.0      54.03    0.0      1.55  total, each line once
+  $ for at in 5184000.500000 5184000.000000; do
+  >   echo "2147483.647 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000003 host=old wall=1764000012.700000 monotonic=$at"
+  > done | make_dump back.dump
+  $ trelvoctl stat back.dump | head -1
+  back.dump: 2 lines in 0.000 s, - a second

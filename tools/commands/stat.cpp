@@ -125,7 +125,7 @@ private:
             total_->coded += s.coded.records;
             total_->bytes += s.bytes;
             total_->text_bytes += s.text_bytes;
-            spans[part.boot].emplace(part.start_ms, part.EndMs());
+            spans[part.boot].emplace(s.first_ms, s.last_ms);
         }
         for (const auto& [boot, dumps] : spans) {
             int64_t reached = dumps.begin()->first;

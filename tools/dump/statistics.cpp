@@ -66,11 +66,14 @@ DumpStatistics MeasureDump(DumpReader& reader, const Part& part, const CodeTable
     result.damage = part.damage;
     result.first_ms = part.start_ms;
     result.last_ms = part.EndMs();
-    if (part.clock) {
-        result.first_boot_time_ms = part.clock->boot_time_ms;
+    // What the dump before ends with may be later than the records that both hold.
+    if (const auto& clock = part.skipped > 0 && part.own_clock ? part.own_clock : part.clock) {
+        result.first_boot_time_ms = clock->boot_time_ms;
         result.last_boot_time_ms = part.last_clock->boot_time_ms;
         if (part.start_ms >= kTimesEndMs) {
-            result.first_ms = std::max(part.start_ms, part.clock->monotonic_ms);
+            result.first_ms = std::max(part.start_ms, clock->monotonic_ms);
+            result.last_ms =
+                std::max(result.first_ms, result.last_ms);  // of clock lines out of order
         }
     }
 

@@ -29,6 +29,7 @@ void Timeline::Add(std::string name, const Opener& open, const CodeTables* table
     part.latest = survey.damage && !survey.first_clock;
     part.damage = survey.damage;
     part.clock = survey.first_clock;
+    part.own_clock = survey.first_clock;
     part.last_clock = survey.clocks.Last();
     if (part.start_ms >= kTimesEndMs && part.clock) {
         part.from_ms = std::max(part.from_ms, part.clock->monotonic_ms);

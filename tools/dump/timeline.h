@@ -30,7 +30,8 @@ struct Part {
     int64_t silence_ms = 0;           // the longest between two of its lines
     std::optional<ClockPoint> clock;  // before its first line, or of the first clock line behind
     std::optional<ClockPoint> last_clock;
-    bool exact = true;    // false: records are missing at the end
+    std::optional<ClockPoint> own_clock;  // of the first clock line that it holds
+    bool exact = true;                    // false: records are missing at the end
     bool latest = false;  // nothing tells since when, so times are the latest possible
     bool fresh = false;   // begins as a recorder does that has just started or been emptied
     int32_t first_delta_ms = 0;
