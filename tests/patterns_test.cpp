@@ -183,6 +183,21 @@ TEST(Patterns, HostileMessagesAreFoldedWithinTheBound) {
     EXPECT_EQ(run(), run()) << "the same messages give the same patterns";
 }
 
+TEST(Patterns, AllCodesAreOnePattern) {
+    PatternTable table;
+    Line line;
+    line.level = 'I';
+    line.kind = Line::Message::kCode;
+    for (const char* code : {"\xAA", "\x10", "\xFE\xFF"}) {
+        line.message = code;
+        static_cast<void>(table.Add(line, {}, 0));
+    }
+    table.Finish();
+    ASSERT_EQ(table.Rows().size(), 1U);
+    EXPECT_EQ(table.Rows()[0]->text, "<code <*>>");
+    EXPECT_EQ(table.Rows()[0]->example, "<code AA>");
+}
+
 TEST(Patterns, NoLineIsLostWhereRowsAreGatheredIntoANewPattern) {
     const auto word = [](int number) {
         std::string letters;

@@ -3,7 +3,7 @@
 //   node report_test.mjs TRELVOCTL
 import assert from 'node:assert/strict';
 import {execFileSync, spawnSync} from 'node:child_process';
-import {mkdirSync, mkdtempSync, readFileSync, rmSync, utimesSync, writeFileSync} from 'node:fs';
+import {mkdirSync, mkdtempSync, readFileSync, renameSync, rmSync, utimesSync, writeFileSync} from 'node:fs';
 import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
@@ -70,7 +70,7 @@ const address = (part) => browser.run(async (wanted) => {
   while (!location.hash.includes(wanted)) await new Promise((resolve) => setTimeout(resolve, 20));
   return location.hash;
 }, part);
-// Types one text after the other, faster than any is searched, and a key elsewhere.
+// Types one text after the other, faster than any is searched, and Enter or a key elsewhere.
 const search = async (texts, key) => {
   await browser.run((typed, pressed) => {
     const field = document.getElementById('text');
@@ -78,7 +78,8 @@ const search = async (texts, key) => {
       field.value = text;
       field.dispatchEvent(new Event('input'));
     }
-    document.body.dispatchEvent(new KeyboardEvent('keydown', {key: pressed, bubbles: true}));
+    const target = pressed === 'Enter' ? field : document.body;
+    target.dispatchEvent(new KeyboardEvent('keydown', {key: pressed, bubbles: true}));
   }, texts, key);
   await browser.settled();
 };
@@ -304,6 +305,8 @@ check('counts follow the filters', async () => {
   await browser.open(page, `#level=E&text=no space&all=1&line=${match}`);
   for (const {other, message} of await rows()) assert.equal(other, !message.includes('no space'));
   await browser.open(page, '#text=no space');
+  await search(['frame'], 'Enter');
+  assert.match(lines[await selected()].message, /frame/);
   await search(['frame', '']);
   assert.equal(await count(), LINES);
   await browser.click('#regex');
@@ -666,7 +669,7 @@ check('lists what changed as compare does, and filters by it', async () => {
   // whose words turn out to be values become one change late.
   const words = ['alpha', 'beta', 'gamma', 'delta', 'epsilon'];
   const workers = words.map((word) => `worker ${word} started again after a pause`);
-  const [once, often] =
+  const [once, tock] =
       [['tick', ...words], ['tock', 'new one', ...workers]].map(([steady, ...messages]) => {
         const file = join(folder, `${steady}.dump`);
         const made = Array.from({length: 200}, () => steady)
@@ -681,6 +684,12 @@ check('lists what changed as compare does, and filters by it', async () => {
             file, buildDump([...made, ...beats, ...burst].sort((a, b) => a.time_ms - b.time_ms)));
         return file;
       });
+  // A boot before, in which the time of the burst comes as well.
+  const often = join(folder, 'often');
+  mkdirSync(often);
+  const beat = {time_ms: 20000, level: 'I', tag: 'a', pid: 1, tid: 1, message: 'beat'};
+  writeFileSync(join(often, '1.dump'), buildDump([beat]));
+  renameSync(tock, join(often, '2.dump'));
   const file = join(folder, 'often.html');
   run('report', often, '--good', once, '-o', file);
   const shown = () => browser.run(

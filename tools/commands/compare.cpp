@@ -83,13 +83,15 @@ void PrintText(const Comparison& comparison, const Differences& found, bool utc)
     // As far as the first screen has room: no more of them than of changes, but some errors.
     std::vector<Change> rows = found.changes;
     size_t doubtful = 0;
+    size_t doubtful_errors = 0;
     for (const Change& change : found.doubtful) {
         const bool is_error =
             !change.Falls() && Novelty::Severity(change.level) >= Novelty::Severity('E');
         if (rows.size() < kScreenRows &&
-            (doubtful < found.changes.size() || (is_error && doubtful < kDoubtfulErrors))) {
+            (doubtful < found.changes.size() || (is_error && doubtful_errors < kDoubtfulErrors))) {
             rows.push_back(change);
             ++doubtful;
+            doubtful_errors += is_error ? 1 : 0;
         }
     }
     Print(ComparisonText(comparison, found));

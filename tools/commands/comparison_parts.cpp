@@ -30,6 +30,10 @@ std::string SideText(const ComparedSide& side) {
     return std::to_string(side.lines) + " lines in " + SpanText(side.span_ms);
 }
 
+std::string RatioText(double ratio) {
+    return Format(ratio < 9.95 ? "x%.2g" : "x%.0f", ratio);
+}
+
 }  // namespace
 
 ExitCode ReadSide(Comparison& comparison, Comparison::Side side, DecodeOptions options,
@@ -46,10 +50,11 @@ ExitCode ReadSide(Comparison& comparison, Comparison::Side side, DecodeOptions o
 }
 
 std::string ComparisonText(const Comparison& comparison, const Differences& found) {
-    std::string text = "good: " + SideText(comparison.Of(Comparison::kGood)) +
-                       "; bad: " + SideText(comparison.Of(Comparison::kBad)) +
-                       Format(", most patterns x%.2g\n%zu of %zu patterns changed",
-                              comparison.UsualRatio(), found.changes.size(), comparison.Rows());
+    std::string text =
+        "good: " + SideText(comparison.Of(Comparison::kGood)) +
+        "; bad: " + SideText(comparison.Of(Comparison::kBad)) + ", most patterns " +
+        RatioText(comparison.UsualRatio()) +
+        Format("\n%zu of %zu patterns changed", found.changes.size(), comparison.Rows());
     if (!found.doubtful.empty()) {
         text += Format("; %zu more may be chance", found.doubtful.size());
     }
@@ -78,7 +83,7 @@ std::string ChangeText(const Change& change) {
     switch (change.kind) {
         case Change::Kind::kMore:
         case Change::Kind::kLess:
-            return Format(change.ratio < 9.95 ? "x%.2g" : "x%.0f", change.ratio);
+            return RatioText(change.ratio);
         case Change::Kind::kLevel:
             return Format("was %c", change.old_level);
         default:

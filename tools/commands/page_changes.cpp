@@ -50,6 +50,7 @@ Json PageChanges::ToJson() const {
                             {"good", change.good.count},
                             {"bad", change.bad.count},
                             {"ms", change.time.Ms()},
+                            {"line", change.time.line},
                             {"wall", change.time.boot_time_ms.has_value()}});
         }
     }

@@ -56,10 +56,10 @@ void Merge(const SideCount& from, SideCount& into) {
     if (from.count == 0) {
         return;
     }
-    if (into.count == 0 || from.first.Ms() < into.first.Ms()) {
+    if (into.count == 0 || from.first.line < into.first.line) {
         into.first = from.first;
     }
-    if (into.count == 0 || from.last.Ms() > into.last.Ms()) {
+    if (into.count == 0 || from.last.line > into.last.line) {
         into.last = from.last;
     }
     into.count += from.count;
@@ -131,12 +131,12 @@ size_t Comparison::SliceOf(Side side, const Line& line, const PatternTime& time)
 uint32_t Comparison::Add(Side side, const Line& line, std::optional<int64_t> boot_time_ms) {
     std::string room;
     const std::string_view message = MessageText(line, room);
-    const uint32_t number = finder_.Take(message);
+    const uint32_t number = finder_.Take(FinderText(line));
     if (finder_.Numbers() >= gather_at_) {
         Gather();
         gather_at_ = finder_.Numbers() + 4096;
     }
-    const PatternTime time{line.time_ms, boot_time_ms};
+    const PatternTime time{line.time_ms, boot_time_ms, sides_.at(side).all.lines++};
     const size_t slice = SliceOf(side, line, time);
     Row& row = RowOf(number, std::string(line.source.tag), line.level);
     SideCount& counts = row.sides.at(side);
@@ -149,7 +149,6 @@ uint32_t Comparison::Add(Side side, const Line& line, std::optional<int64_t> boo
     ++counts.count;
     ++counts.slices.at(slice);
     counts.last = time;
-    ++sides_.at(side).all.lines;
     return row.line_numbers.front();
 }
 
@@ -170,8 +169,8 @@ void Comparison::Gather() {
             into = std::move(from);
             continue;
         }
-        if (std::tuple(!from->example_of_bad, from->sides[from->example_of_bad].first.Ms()) <
-            std::tuple(!into->example_of_bad, into->sides[into->example_of_bad].first.Ms())) {
+        if (std::tuple(!from->example_of_bad, from->sides[from->example_of_bad].first.line) <
+            std::tuple(!into->example_of_bad, into->sides[into->example_of_bad].first.line)) {
             into->example = std::move(from->example);
             into->cut = from->cut;
             into->example_of_bad = from->example_of_bad;
@@ -316,7 +315,7 @@ Differences Comparison::Finish() {
         }
     }
     const auto by_chance = [](const Change& change) {
-        return std::tuple(change.chance, Rank(change.level), change.time.Ms(),
+        return std::tuple(change.chance, Rank(change.level), change.time.line,
                           std::tie(change.tag, change.text));
     };
     std::sort(found.doubtful.begin(), found.doubtful.end(),

@@ -15,6 +15,10 @@ std::string_view MessageText(const Line& line, std::string& room) {
     return room;
 }
 
+std::string_view FinderText(const Line& line) {
+    return line.kind == Line::Message::kCode ? "<code 00>" : line.message;
+}
+
 char PatternRow::WorstLevel() const {
     for (const char level : {'F', 'E', 'W', 'I'}) {
         if (levels.count(level) > 0) {
@@ -54,19 +58,18 @@ size_t PatternTable::PartOf(const PatternTime& time, size_t boot) {
 uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms, size_t boot) {
     std::string room;
     const std::string_view message = MessageText(line, room);
-    const uint32_t number = finder_.Take(message);
+    const uint32_t number = finder_.Take(FinderText(line));
     rows_.resize(finder_.Numbers());  // what is gathered may go to a new number
     if (finder_.Numbers() >= gather_at_) {
         Gather();
         gather_at_ = finder_.Numbers() + 4096;
     }
-    const PatternTime time{line.time_ms, boot_time_ms};
+    const PatternTime time{line.time_ms, boot_time_ms, lines_++};
     const size_t part = PartOf(time, boot);
     if (!rows_[number]) {
         rows_[number] = std::make_unique<PatternRow>();
         PatternRow& row = *rows_[number];
         row.first = time;
-        row.first_line = lines_;
         row.tag = std::string(line.source.tag);
         row.example = std::string(message.substr(0, kMaxExample));
         row.cut = message.size() > kMaxExample;
@@ -76,7 +79,6 @@ uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms
     ++row.levels[line.level];
     ++row.timeline[part];
     row.last = time;
-    row.last_line = lines_++;
     return number;
 }
 
@@ -92,7 +94,7 @@ void PatternTable::Gather() {
             into = std::move(from);
             continue;
         }
-        if (from->first_line < into->first_line) {
+        if (from->first.line < into->first.line) {
             std::swap(from, into);
         }
         into->count += from->count;
@@ -102,8 +104,7 @@ void PatternTable::Gather() {
         for (size_t i = 0; i < into->timeline.size(); ++i) {
             into->timeline[i] += from->timeline[i];
         }
-        if (from->last_line > into->last_line) {
-            into->last_line = from->last_line;
+        if (from->last.line > into->last.line) {
             into->last = from->last;
         }
     }
@@ -123,7 +124,7 @@ void PatternTable::Finish() {
     }
     std::sort(order.begin(), order.end(), [this](uint32_t a, uint32_t b) {
         return rows_[a]->count != rows_[b]->count ? rows_[a]->count > rows_[b]->count
-                                                  : rows_[a]->first_line < rows_[b]->first_line;
+                                                  : rows_[a]->first.line < rows_[b]->first.line;
     });
     places_.resize(rows_.size());
     std::vector<std::unique_ptr<PatternRow>> rows;

@@ -16,15 +16,20 @@
 namespace trelvo {
 
 // When a line was logged: milliseconds since boot, and the boot's own time since 1970 if known.
+// What came first is told by the line's place in the log, as each boot may begin at 0.
 struct PatternTime {
     int64_t time_ms = 0;
     std::optional<int64_t> boot_time_ms;
+    uint64_t line = 0;  // from 0
 
     [[nodiscard]] int64_t Ms() const { return boot_time_ms.value_or(0) + time_ms; }
 };
 
-// The message that patterns are made of: a code that cannot be translated as <code HEX>, in `room`.
+// The message that patterns are shown with: a code that cannot be translated as <code HEX>, in
+// `room`.
 [[nodiscard]] std::string_view MessageText(const Line& line, std::string& room);
+// The message as a PatternFinder is to take it: all codes are one pattern, those in letters too.
+[[nodiscard]] std::string_view FinderText(const Line& line);
 
 // What the lines of one pattern have in common.
 struct PatternRow {
@@ -34,8 +39,6 @@ struct PatternRow {
     std::map<char, uint64_t> levels;  // lines
     PatternTime first;
     PatternTime last;
-    uint64_t first_line = 0;  // their places in the log, from 0
-    uint64_t last_line = 0;
     std::string tag;      // of the first line, as the example
     std::string example;  // up to kMaxExample bytes
     bool cut = false;     // the example is longer

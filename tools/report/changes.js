@@ -75,14 +75,9 @@ export class ChangeList {
 
   // The first line of a change, of a burst the first one in it; -1 where there is none.
   lineOf(index) {
-    const {sourceOf, sources: {change}, times} = this.view.log;
-    let first = -1;
-    for (let line = 0; line < sourceOf.length; line++) {
-      if (change[sourceOf[line]] !== index + 1) continue;
-      if (times[line] >= this.rows[index].ms) return line;
-      if (first < 0) first = line;
-    }
-    return first;
+    const {sourceOf, sources: {change}} = this.view.log;
+    const from = this.rows[index].line;
+    return sourceOf.findIndex((source, line) => line >= from && change[source] === index + 1);
   }
 
   label(number) {

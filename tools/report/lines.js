@@ -143,7 +143,8 @@ export class LineList {
   }
 
   // Selects the next line, or the one before, that matches; where nothing is searched, an error.
-  next(step) {
+  async next(step) {
+    await this.view.searched;  // what was typed a moment ago
     const {log, filter: {lines, mask}, say} = this.view;
     const wanted = mask ? (line) => mask[line] : (line) => log.level(line) >= ONE_LEVEL_WORSE;
     const from = lowerBound(lines, lines.length, state.line ?? this.topLine);

@@ -27,7 +27,8 @@ class View {
     this.filter = new Filter(log);
     this.expression = null;  // what is searched
     this.mask = null;
-    this.busy = 0;  // redrawings under way
+    this.busy = 0;         // redrawings under way
+    this.searched = null;  // the last search: ends once its matches are known
     this.patternNumber = (pattern) => String(pattern + 1);
     this.tagOfProcess = this.findTags();
     this.say = this.say.bind(this);
@@ -146,9 +147,12 @@ class View {
   // Nothing for the changes: all is drawn.
   async redraw(changes) {
     const changed = (keys) => !changes || keys.some((key) => key in changes);
-    if (changed(TEXT_STATE) && !(await this.search())) {
-      if (changes) return;
-      this.expression = this.mask = null;  // of an address before
+    if (changed(TEXT_STATE)) {
+      this.searched = this.search();
+      if (!(await this.searched)) {
+        if (changes) return;
+        this.expression = this.mask = null;  // of an address before
+      }
     }
     if (changed(['utc'])) this.log.days = this.hasDays();
     if (changed(FILTER_STATE)) {
