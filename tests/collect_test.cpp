@@ -279,6 +279,22 @@ TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
         << "without a command for none";
 }
 
+TEST_F(Collect, ACommandThatHangsKeepsNoOtherDumpWaiting) {
+    WriteFile("/tmp/timeout",
+              "#!/bin/sh\n"
+              "test \"$2\" = 15m && shift 2 || exit\n"
+              "case $DUMP in */pi*) limit=0.1s ;; *) limit=60s ;; esac\n"
+              "exec /usr/bin/timeout --kill-after=10s $limit \"$@\"\n");
+    fs::permissions("/tmp/timeout", fs::perms::owner_all);
+    setenv("PATH", ("/tmp:" + std::string(getenv("PATH"))).c_str(), 1);
+    const auto result = Run("case $DUMP in */pi*) sleep 60; esac");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err,
+                MatchesRegex("[^\n]*/pi[^\n]*: the command took too long and was ended\n"));
+    EXPECT_THAT(Names(archive_), SizeIs(1));
+    EXPECT_THAT(Names(sent_), SizeIs(2));
+}
+
 TEST_F(Collect, ADumpThatComesDuringTheCommandIsTakenToo) {
     SetTime(from_ / "trelvo.dump", 3);
     const std::string later =

@@ -43,13 +43,14 @@ namespace fs = std::filesystem;
 
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
+constexpr int kTimedOut = 124;                   // the exit code of timeout(1)
 constexpr int64_t kDay = int64_t{24} * 60 * 60;  // seconds
 
 constexpr const char* kHelp =
     R"(The configuration file sets options by their long names, such as max-age = 7d. The command is
-run by /bin/sh for each dump that it has not taken yet, with the dump's path in $DUMP. Exit
-code 0 says that the dump is safe elsewhere; after any other the dump stays in the archive and
-is handed over again by the next run.
+run by /bin/sh for each dump that it has not taken yet, with the dump's path in $DUMP, for up to
+15 minutes. Exit code 0 says that the dump is safe elsewhere; after any other the dump stays in
+the archive and is handed over again by the next run.
 
 Exit codes:
   0  every dump is in the archive, and the command, if any, has taken it
@@ -174,26 +175,31 @@ private:
 
     void HandOver(const ArchivedDump& dump) {
         const int status = RunCommand(dump.path);
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+        const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        if (code == 0) {
             try {
                 archive_->MarkSent(dump);
             } catch (const std::system_error& error) {
                 Fail(error.what());  // the next run hands it over again
             }
         } else {
-            Fail(dump.path + ": the command ended " +
-                 (WIFEXITED(status) ? "with exit code " + std::to_string(WEXITSTATUS(status))
-                                    : "by signal " + std::to_string(WTERMSIG(status))));
+            Fail(dump.path + ": the command " +
+                 (code == kTimedOut ? "took too long and was ended"
+                  : code >= 0       ? "ended with exit code " + std::to_string(code)
+                                    : "ended by signal " + std::to_string(WTERMSIG(status))));
         }
     }
 
-    // Returns how it ended, as waitpid gives it.
+    // Returns how it ended, as waitpid gives it. One that hangs must not keep the other dumps
+    // waiting.
     [[nodiscard]] int RunCommand(const std::string& dump) const {
         constexpr std::string_view kVariable = "DUMP=";
         std::string path = std::string(kVariable) + dump;
         std::string command = options_.command;
-        std::array<std::string, 2> words{"sh", "-c"};
-        const std::array<char*, 4> argv{words[0].data(), words[1].data(), command.data(), nullptr};
+        std::array<std::string, 5> words{"timeout", "--kill-after=10s", "15m", "/bin/sh", "-c"};
+        const std::array<char*, 7> argv{words[0].data(), words[1].data(), words[2].data(),
+                                        words[3].data(), words[4].data(), command.data(),
+                                        nullptr};
         std::vector<char*> variables{path.data()};
         for (char** variable = environ; *variable != nullptr; ++variable) {
             if (std::string_view(*variable).substr(0, kVariable.size()) != kVariable) {
@@ -203,14 +209,14 @@ private:
         variables.push_back(nullptr);
         pid_t child = 0;
         const int error =
-            posix_spawn(&child, "/bin/sh", nullptr, nullptr, argv.data(), variables.data());
+            posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), variables.data());
         if (error != 0) {
-            throw std::system_error(error, std::generic_category(), "/bin/sh");
+            throw std::system_error(error, std::generic_category(), argv[0]);
         }
         int status = 0;
         while (waitpid(child, &status, 0) < 0) {
             if (errno != EINTR) {
-                throw std::system_error(errno, std::generic_category(), "/bin/sh");
+                throw std::system_error(errno, std::generic_category(), argv[0]);
             }
         }
         return status;
