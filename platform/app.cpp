@@ -160,7 +160,7 @@ int Run(const port::LaunchArguments& first, const ui_app_lifecycle_callback_s& c
         }
     }
     port::ClearCaptureFiles(paths::kCaptureFile, paths::kRotatedCaptureFiles);
-    port::PrepareDumpFolder(paths::kTemporaryFolder);
+    const port::UniqueFd dump_folder = port::PrepareDumpFolder(paths::kTemporaryFolder);
     if (setenv("TRELVO_SERVICE_TAG", "LOG_COMPRESSOR", 1) != 0) {  // read by the capture
         port::ThrowErrno("TRELVO_SERVICE_TAG");
     }

@@ -67,7 +67,7 @@ void ClearCaptureFiles(const std::string& file, int rotated_count) {
     dlogutil::RotatingFile::Clear(file, rotated_count);
 }
 
-void PrepareDumpFolder(const std::string& folder) {
+UniqueFd PrepareDumpFolder(const std::string& folder) {
     struct stat info {};
     if ((mkdir(folder.c_str(), S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH) != 0 &&
          errno != EEXIST) ||
@@ -79,6 +79,11 @@ void PrepareDumpFolder(const std::string& folder) {
         throw std::runtime_error(folder +
                                  ": not a folder that only this user writes to; remove it");
     }
+    UniqueFd lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!lock || flock(lock.Get(), LOCK_SH | LOCK_NB) != 0) {
+        ThrowErrno(folder);
+    }
+    return lock;
 }
 
 Lifeline::Lifeline() {

@@ -33,8 +33,9 @@ void PutOwnProgramsFirstOnPath();
 void ClearCaptureFiles(const std::string& file, int rotated_count);
 
 // The service writes every dump to a fixed name in this folder first. In another user's folder that
-// user could make the name a link to any file.
-void PrepareDumpFolder(const std::string& folder);
+// user could make the name a link to any file. As long as the lock is held, what cleans /tmp of old
+// files leaves the folder, which is empty between two dumps.
+[[nodiscard]] UniqueFd PrepareDumpFolder(const std::string& folder);
 
 // Tells the children of the service that it is gone, however it ended: the only write end of a pipe
 // ends with the process, and children find the number of the read end in their environment.

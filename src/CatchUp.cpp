@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "FixedPaths.h"
@@ -59,9 +60,17 @@ void CatchUp::Pause(boost::chrono::milliseconds pause, bool isComplete) {
         changed_.wait_for(lock, pause, [this] { return state_ == State::kAsked; });
     }
     if (state_ == State::kAsked) {
-        connection_ = {};
-        Ask();
-        state_ = connection_ ? State::kCatching : State::kReading;
+        switch (Ask()) {
+            case Capture::kAsked:
+                state_ = State::kCatching;
+                break;
+            case Capture::kCannot:
+                state_ = State::kReading;
+                break;
+            case Capture::kDown:
+                changed_.wait_for(lock, boost::chrono::milliseconds(kPoll));
+                break;
+        }
         return;
     }
     if (state_ != State::kCatching) {
@@ -69,21 +78,26 @@ void CatchUp::Pause(boost::chrono::milliseconds pause, bool isComplete) {
     }
     lock.unlock();
     pollfd answer{connection_.Get(), POLLIN, 0};
-    const bool isAnswered = poll(&answer, 1, kPoll) > 0;
+    const bool isOver = poll(&answer, 1, kPoll) > 0;
+    char byte = 0;
+    const bool isAnswered = isOver && recv(connection_.Get(), &byte, sizeof byte, 0) == 1;
     lock.lock();
-    if (isAnswered && state_ == State::kCatching) {
-        connection_ = {};
-        state_ = State::kReading;
+    if (isOver && state_ == State::kCatching) {
+        state_ = isAnswered ? State::kReading : State::kAsked;
     }
 }
 
-void CatchUp::Ask() {
+CatchUp::Capture CatchUp::Ask() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, paths::kCaptureSocket, sizeof address.sun_path - 1);
     connection_ = FileDescriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (connection_ && connect(connection_.Get(), reinterpret_cast<const sockaddr*>(&address),
-                               sizeof address) != 0) {
-        connection_ = {};
+    if (!connection_) {
+        return Capture::kDown;
     }
+    if (connect(connection_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+        0) {
+        return Capture::kAsked;
+    }
+    return errno == ENOENT ? Capture::kCannot : Capture::kDown;
 }

@@ -13,8 +13,9 @@
 // reader has the capture catch up, if that one can, and hands on what there is.
 //
 // A capture that can catch up listens at a socket beside its file. It ends a connection, after a
-// byte, when all that was logged before the connection was made is in the file. No socket, no
-// waiting for it: the reader then hands on what the capture has written so far.
+// byte, when all that was logged before the connection was made is in the file. One that ends
+// without the byte has died, and is asked again once it is back. No socket, no waiting for it: the
+// reader then hands on what the capture has written so far.
 class CatchUp {
 public:
     static CatchUp& Instance();
@@ -58,7 +59,12 @@ private:
     ~CatchUp() = delete;
 
     void SetBusy(bool isBusy);
-    void Ask();
+    enum class Capture {
+        kAsked,   // over connection_
+        kCannot,  // catch up: it has no socket
+        kDown     // between two starts of it
+    };
+    Capture Ask();
 
     boost::mutex mutex_;
     boost::condition_variable changed_;

@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <boost/thread/exceptions.hpp>
@@ -369,6 +371,47 @@ TEST_F(PipelineTest, ADumpThatWaitedInVainIsNotCurrent) {
         catch_up.Pause(boost::chrono::milliseconds(1), false);
     }
     EXPECT_FALSE(catch_up.HasCaughtUp());
+    catch_up.SetFollowing(false);
+}
+
+TEST_F(PipelineTest, ACaptureThatDiesHasNotCaughtUp) {
+    const std::string path = kCurrent + ".sync";
+    const auto start = [&path] {
+        fs::remove(path);
+        FileDescriptor capture(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        sockaddr_un address{AF_UNIX, {}};
+        path.copy(address.sun_path, path.size());
+        EXPECT_EQ(bind(capture.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(capture.Get(), 1), 0);
+        return capture;
+    };
+    CatchUp& catch_up = CatchUp::Instance();
+    catch_up.SetFollowing(true);
+    FileDescriptor capture = start();
+    const auto dump =
+        std::async(std::launch::async, [&] { catch_up.Wait(boost::chrono::seconds(60)); });
+    const auto is_asked = [&] {
+        FileDescriptor client;
+        while (!client && dump.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+            catch_up.Pause(boost::chrono::milliseconds(1), true);
+            client = FileDescriptor(accept(capture.Get(), nullptr, nullptr));
+        }
+        return client;
+    };
+    EXPECT_TRUE(is_asked());
+    capture = start();
+    EXPECT_TRUE(is_asked()) << "again, by a dump that still waits";
+    capture = FileDescriptor();  // its socket is still there
+    for (int pass = 0; pass < 3; ++pass) {
+        catch_up.Pause(boost::chrono::milliseconds(1), true);
+    }
+    capture = start();
+    const FileDescriptor client = is_asked();
+    EXPECT_EQ(send(client.Get(), "k", 1, MSG_NOSIGNAL), 1);
+    while (dump.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        catch_up.Pause(boost::chrono::milliseconds(1), true);
+    }
+    EXPECT_TRUE(catch_up.HasCaughtUp());
     catch_up.SetFollowing(false);
 }
 

@@ -23,6 +23,7 @@ namespace dlogutil {
 //
 // Root asks the journal itself, as `journalctl --sync` does. Others send it two entries of their
 // own, one over each socket that keeps the order of what was sent, and wait until both come back.
+// At the level of information: a journal may be told to store no debug messages.
 class SyncServer {
 public:
     // Takes a listening socket that does not block.
@@ -71,11 +72,11 @@ private:
     std::string reply_;
     std::array<Marker, 2> markers_{
         {{"/run/systemd/journal/socket",
-          "PRIORITY=7\nSYSLOG_IDENTIFIER=trelvo.sync\nMESSAGE=",
+          "PRIORITY=6\nSYSLOG_IDENTIFIER=trelvo.sync\nMESSAGE=",
           "\n",
           {},
           {}},
-         {"/run/systemd/journal/dev-log", "<15>trelvo.sync: ", "", {}, {}}}};
+         {"/run/systemd/journal/dev-log", "<14>trelvo.sync: ", "", {}, {}}}};
     Clock::time_point marked_;
 };
 
