@@ -114,7 +114,7 @@ public:
         for (int i = 0; i < 40; ++i) {  // at random, often and seldom
             const int lines = 8 << (i % 8);
             for (int k = 0; k < lines; ++k) {
-                Log(At(), "IIIIDDWE"[i / 5], "T" + std::to_string(i % 5), Words(i));
+                LogWords("IIIIDDWE"[i / 5], "T" + std::to_string(i % 5), i);
             }
         }
         for (int64_t i = 0; i < 10; ++i) {  // heartbeats
@@ -134,11 +134,11 @@ public:
         }
         for (int i = 0; i < 30; ++i) {  // once, or not
             if (random_() % 2 == 0) {
-                Log(At(), i < 3 ? 'E' : 'I', "ONCE", Words(300 + i));
+                LogWords(i < 3 ? 'E' : 'I', "ONCE", 300 + i);
             }
         }
         for (int i = 0; i < 25000; ++i) {
-            Log(At(), 'D', "T1", Words(400 + i % 2));
+            LogWords('D', "T1", 400 + i % 2);
         }
     }
     // A text of its own for each number, and a value.
@@ -153,6 +153,11 @@ public:
     int64_t At() { return static_cast<int64_t>(random_() % kEndMs); }
     void Log(int64_t ms, char level, const std::string& tag, const std::string& text) {
         entries_.push_back({ms, level, tag + ",10", text});
+    }
+    // At any time.
+    void LogWords(char level, const std::string& tag, int number) {
+        const std::string text = Words(number);
+        Log(At(), level, tag, text);
     }
     std::vector<Entry>& Entries() { return entries_; }
     void Write(const std::string& path) {
@@ -320,6 +325,7 @@ TEST_F(Compare, FormsAndFaults) {
     WriteFile(Path("bad/1.dump"), bad.Image(21000).substr(0, 900));
     const Output cut = Run("good.dump bad");
     EXPECT_EQ(cut.status, 3);
+    EXPECT_EQ(Run("bad good.dump").status, 3);
     EXPECT_THAT(cut.out, HasSubstr("gone   I  200"));
     EXPECT_THAT(cut.out, Not(HasSubstr("broken")));
 }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "configuration.h"
 #include "support/process.h"
 
 namespace test_support {
@@ -86,6 +87,31 @@ TEST(Launch, WhatCannotBeBelievedGetsALineForEachFault) {
         ExpectRefusal(words, faults);
     }
     unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+}
+
+TEST(Configuration, EachKeyBecomesALaunchArgument) {
+    WriteFile("/tmp/all.conf",
+              "[recorder]\ntags=a:E; *:i\nsize=1 GiB\nsize-counts=memory\ncapture=2 MiB\n"
+              "tables=server\n[policy]\nrows=3\nmemory=4 KiB\nseconds=5\n[dump]\n"
+              "triggers=timer; match; bufferfull\ntimer=6\nmatch=*:F; b:W:x\nmatch-delay=7\n"
+              "match-rest=8\nform=zstd\n[log]\nthreshold=error\n");
+    const port::Configuration read = port::ReadConfiguration("/tmp/all.conf");
+    EXPECT_EQ(read.log_threshold, 'E');
+    EXPECT_EQ(read.launch, port::LaunchArguments({{"LOGTAG", "a/*"},
+                                                  {"LOGLEVEL", "E/i"},
+                                                  {"RQBBUFFER", "2048"},
+                                                  {"RQBCOUNT", "memory"},
+                                                  {"RQBHISTORY", "1048576"},
+                                                  {"POLICYMODE", "1"},
+                                                  {"POLICYROWS", "3"},
+                                                  {"POLICYKIB", "4"},
+                                                  {"POLICYSECONDS", "5"},
+                                                  {"DLOGDUMPMODE", "timer&match&bufferfull"},
+                                                  {"DLOGDUMPVALUE", "6"},
+                                                  {"DLOGDUMPMATCH", "*:F&b:W:x"},
+                                                  {"DLOGDUMPDELAY", "7"},
+                                                  {"DLOGDUMPREST", "8"},
+                                                  {"DUMPFORM", "zstd"}}));
 }
 
 TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {

@@ -249,6 +249,13 @@ TEST_F(EndToEnd, DumpWaitsForAServiceThatStarts) {
         "bash"s, "-c"s,
         "sleep 0.5; exec " + kBin + "trelvo LOGTAG=DUMPED LOGLEVEL=V RQBBUFFER=64 POLICYMODE=0"});
     EXPECT_THAT(Dump("/tmp/dumps").err, HasSubstr("/tmp/dumps/trelvo.dump: empty: "));
+    service_->Signal(SIGTERM);
+    EXPECT_EQ(service_->Wait(), 0);
+    service_.emplace(std::vector{kBin + "trelvo"});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THAT(Dump("/tmp/dumps").err, HasSubstr("DUMP: nothing is recorded yet"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10))
+        << "one that refuses is not asked again";
 }
 
 TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyThereIsNone) {

@@ -124,6 +124,9 @@ TEST(App, CommandLineComesFirstThenTheSocketAndTheLastReplyIsSent) {
                 HasSubstr("LOGTAG: cannot be changed, the recording has started; stop the service "
                           "and start it with the new value\nDUMP: names no folder\n"
                           "DUMPFORM: 'gzip' is not one of plain, zstd"));
+    for (int peer = 0; peer < 20; ++peer) {
+        EXPECT_THAT(Launch({{"", "x"}}), HasSubstr("empty")) << "those that are gone do not count";
+    }
     EXPECT_EQ(Launch({{"DUMP", std::string(65532, 'y')}}), "");
     EXPECT_EQ(Launch({{"DUMP", "last"}}), "");
     EXPECT_EQ(result.get(), APP_ERROR_NONE);

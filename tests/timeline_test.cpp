@@ -76,6 +76,25 @@ TEST(Timeline, DamagedDumpsGetTheTimesThatOthersTell) {
     }
 }
 
+// More than what is kept of one millisecond.
+TEST(Timeline, HoweverMuchWasRecordedOnceMoreIsShownOnce) {
+    const auto lines = [](int count) {
+        DumpBuilder dump;
+        for (int i = 0; i < count; ++i) {
+            dump.Line(i == 0 ? 0 : 5, std::to_string(i) + std::string(1000, 'x'));
+        }
+        return dump.Image(int64_t{5} * count);
+    };
+    const std::string early = DumpBuilder().Line(0, "early").Image(1);
+    // The second one begins before the first one, so that it is another run of the service.
+    DumpBuilder later;
+    later.Line(0, "early");
+    for (int i = 0; i < 10001; ++i) {
+        later.Line(i == 0 ? 4 : 5, std::to_string(i) + std::string(1000, 'x'));
+    }
+    EXPECT_EQ(Show({lines(10000), later.Image(int64_t{5} * 10001)}).size(), 10002U);
+}
+
 Survey SurveyOf(const std::string& text, bool cut) {
     DumpBuilder dump;
     for (const char c : text) {

@@ -288,6 +288,11 @@ TEST_F(Status, JsonHoldsEveryFieldAndNullForTheUnknown) {
 }
 
 TEST_F(Status, MetricsAreAsACollectorReadsThem) {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    Publish("newest_at=" + std::to_string((now.tv_sec - 60) * 1000) + "\n", "");
+    EXPECT_THAT(Run("prometheus").out,
+                testing::ContainsRegex("\ntrelvo_newest_line_age_seconds 6[0-9]\\.[0-9]{3}\n"));
     PublishAll();
     const std::string metrics = Run("prometheus").out;
     EXPECT_THAT(metrics,

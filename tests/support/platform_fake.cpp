@@ -18,6 +18,7 @@
 
 #include "support/failing_memory.h"
 #include "support/process.h"
+#include "support/sanitizers.h"
 
 namespace test_support {
 
