@@ -78,21 +78,17 @@ TEST(Timeline, DamagedDumpsGetTheTimesThatOthersTell) {
 
 // More than what is kept of one millisecond.
 TEST(Timeline, HoweverMuchWasRecordedOnceMoreIsShownOnce) {
-    const auto lines = [](int count) {
-        DumpBuilder dump;
+    constexpr int kLines = 10000;
+    const auto append = [](DumpBuilder& dump, int count, int first_delta) {
         for (int i = 0; i < count; ++i) {
-            dump.Line(i == 0 ? 0 : 5, std::to_string(i) + std::string(1000, 'x'));
+            dump.Line(i == 0 ? first_delta : 5, std::to_string(i) + std::string(1000, 'x'));
         }
         return dump.Image(int64_t{5} * count);
     };
-    const std::string early = DumpBuilder().Line(0, "early").Image(1);
-    // The second one begins before the first one, so that it is another run of the service.
-    DumpBuilder later;
+    DumpBuilder earlier;
+    DumpBuilder later;  // begins before the other one: of another run of the service
     later.Line(0, "early");
-    for (int i = 0; i < 10001; ++i) {
-        later.Line(i == 0 ? 4 : 5, std::to_string(i) + std::string(1000, 'x'));
-    }
-    EXPECT_EQ(Show({lines(10000), later.Image(int64_t{5} * 10001)}).size(), 10002U);
+    EXPECT_EQ(Show({append(earlier, kLines, 0), append(later, kLines + 1, 4)}).size(), kLines + 2U);
 }
 
 Survey SurveyOf(const std::string& text, bool cut) {
