@@ -364,7 +364,8 @@ TEST_F(Collect, TheArchiveIsBoundedBySizeAndAge) {
 
 TEST_F(Collect, TheConfigurationIsCheckedBeforeAnythingIsDone) {
     for (const auto& [text, status, error] : std::vector<std::tuple<std::string, int, std::string>>{
-             {"# none\nmax-age = 1d\ncommand = 'cp \"$DUMP\" /tmp/store/'\n", 0, ""},
+             {"# none\nmax-age = 1d\ncommand = ': \" # \"; cp \"$DUMP\" /tmp/store/'\n", 0, ""},
+             {"max-age = 1d # a day\n", 2, "--max-age: "},
              {"max-ag = 1d\n", 2, "/tmp/collect.conf: INI was not able to parse max-ag\n"},
              {"max-age = 30\n", 2, "--max-age: "},
              {"max-size = big\n", 2, "--max-size: "},

@@ -72,6 +72,9 @@ Messages that differ in values are one pattern; what changed from a healthy log 
   "change":"less"
   $ touch A:I; trelvoctl compare good.dump bad.dump A:I; rm A:I
   trelvoctl: compare: 'A:I' is a file; several dumps of one side go into a folder
+  $ trelvoctl compare good.dump A:I
+  trelvoctl: compare: 'A:I' is TAG:LEVEL, where GOOD and BAD stand: two dumps
+  [2]
   $ trelvoctl compare good.dump bad.dump '*:E'
   trelvoctl: good.dump: has no lines to compare
   [6]

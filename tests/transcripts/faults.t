@@ -116,6 +116,9 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   $ trelvoctl decdoe whole.dump
   trelvoctl: unknown command or option 'decdoe', did you mean decode?
   [2]
+  $ trelvoctl help decdoe
+  trelvoctl: unknown command or option 'decdoe', did you mean decode?
+  [2]
   $ trelvoctl
   trelvoctl: a command is required
   Reads the dumps of the trelvo flight recorder and talks to its service.

@@ -266,6 +266,9 @@ int Main(int argc, char** argv) {
     app.formatter(std::make_shared<HelpFormatter>());
     app.set_config("--config", "/etc/trelvo/collect.conf", "Configuration file")->type_name("FILE");
     app.allow_config_extras(CLI::config_extras_mode::error);
+    // Otherwise a '#' within a quoted command would cut it; lines that begin with one stay
+    // comments.
+    app.get_config_formatter_base()->comment('\n');
     app.add_option("--from", options.from, "Where the recorder's own dumps are")
         ->type_name("DIR")
         ->capture_default_str();

@@ -152,6 +152,12 @@ ExitCode Compare(const CompareOptions& options) {
             return ExitCode::kUsage;
         }
     }
+    for (const std::string& side : {options.good, options.bad}) {
+        if (Decoder::IsFilter(side)) {
+            Complain("compare: '" + side + "' is TAG:LEVEL, where GOOD and BAD stand: two dumps");
+            return ExitCode::kUsage;
+        }
+    }
     Faults faults;
     auto result = ExitCode::kSuccess;
     faults.Try("compare", [&] {

@@ -72,6 +72,11 @@ ExitCode Run(std::vector<std::string> words) {
         std::reverse(words.begin(), words.end());  // as the parser takes them
         app.parse(std::move(words));
     } catch (const CLI::CallForHelp&) {
+        const auto rest = app.remaining();
+        if (app.get_subcommands().empty() && !rest.empty()) {
+            Complain(UnknownCommand(app, rest.front()));
+            return ExitCode::kUsage;
+        }
         Print(app.help());
         return ExitCode::kSuccess;
     } catch (const CLI::CallForVersion& version) {

@@ -260,8 +260,11 @@ std::string StatusMetrics(const ServiceStatus& status) {
 }
 
 std::string StatusText(const ServiceStatus& status) {
+    const std::string collector = "collector       " + CollectorText(status.collector) + "\n";
     if (!status.pid) {
-        return "state           not running\n";
+        // The collector works on what a service has left.
+        return "state           not running\n" +
+               (status.collector.Number("time") ? collector : std::string());
     }
     const Fields& service = status.service;
     const auto number = [&](const char* name) { return Shown(service.Number(name)); };
@@ -281,8 +284,7 @@ std::string StatusText(const ServiceStatus& status) {
            number("tables") + " code tables\ndumps           " + number("dumps") + " ended, " +
            number("pending") + " pending, " + number("suppressed") +
            " matches suppressed\nlast dump       " + LastDumpText(service) + "\nupload key      " +
-           UploadText(status.upload) + "\ncollector       " + CollectorText(status.collector) +
-           "\n";
+           UploadText(status.upload) + "\n" + collector;
 }
 
 }  // namespace trelvo
