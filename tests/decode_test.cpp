@@ -570,7 +570,7 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
     const std::string cut =
         "cut: offset 29: message of 9 bytes but only 1 are left; the times shown are the latest "
         "possible";
-    const std::array<std::array<std::string, 4>, 13> rows{{
+    const std::array<std::array<std::string, 4>, 14> rows{{
         // Arguments, status, error, and whether there is a page now.
         {"report whole -o page", "0", "", "page"},
         {"report whole C:V -o page", "0", "", "page"},
@@ -582,6 +582,7 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
         {"report whole --good none -o page", "3", "no dumps in none (*.dump, *.dump.zst)", ""},
         {"report whole B:V --good cut -o page", "3", cut, ""},
         {"report whole --since 1 --good boot -o page", "0", "", "page"},
+        {"report boot --until 0.5 --good whole -o page", "0", "", "page"},
         {"report other B:V --good whole -o page", "6", "no lines to compare with whole", ""},
         {"report whole A:X --good whole -o page", "2",
          "report: 'A:X' is neither a file nor TAG:LEVEL: levels are V, D, I, W, E, F and S", ""},
@@ -593,12 +594,15 @@ TEST_F(Decode, ReportsAreWholeOrNotWritten) {
         EXPECT_EQ(Run("ls | grep page; rm -f page").out, page.empty() ? "" : "page\n") << arguments;
     }
     // What the page is told of the dumps.
-    const Output head =
-        Run("trelvoctl report --utc cut other later boot -o page 2>/dev/null; (printf "
-            "'\\037\\213\\010\\0\\0\\0\\0\\0\\0\\0'; sed -n 's/.*\"head\">\\(.*\\)<.*/\\1/p' page |"
-            "base64 -d) | gzip -dcq");
+    const auto data_of = [this](const std::string& id, const std::string& arguments) {
+        return Run("trelvoctl report -o page " + arguments +
+                   " 2>/dev/null; (printf '\\037\\213\\010\\0\\0\\0\\0\\0\\0\\0'; sed -n 's/.*\"" +
+                   id + "\">\\(.*\\)<.*/\\1/p' page | base64 -d) | gzip -dcq")
+            .out;
+    };
+    EXPECT_EQ(data_of("text-0", "coded"), "80\n");  // of "<code 80>", the rest is its pattern
     EXPECT_THAT(
-        head.out,
+        data_of("head", "--utc cut other later boot"),
         HasSubstr(
             R"("wall":false,"utc":true,"blocks":[4],"widths":{"time":5,"latest":false,"tag":1,)"
             R"("pid":2,"tid":2},"boots":[{"host":"","wall":false},{"host":"","wall":false}],)"

@@ -8,7 +8,7 @@ import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
 
-import {durationText} from '../../tools/report/words.js';
+import {durationText, timeText} from '../../tools/report/words.js';
 import {buildDump} from '../formats/dump.mjs';
 import {hostileDump} from '../formats/hostile.mjs';
 
@@ -126,6 +126,19 @@ const drawn = (name) => browser.run((variable) => {
   return last;
 }, name);
 
+// What is written into the timeline, and the frame below it, with places as shares of the width.
+const written = () => browser.run(() => {
+  const {prototype} = CanvasRenderingContext2D;
+  const {fillText, strokeRect} = prototype;
+  const found = [];
+  prototype.fillText = (text, x) => found.push([text, x]);
+  prototype.strokeRect = (x, y, width) => found.push(['frame', x, x + width]);
+  const canvas = document.getElementById('timeline');
+  canvas.dispatchEvent(new Event('pointercancel'));  // draws
+  Object.assign(prototype, {fillText, strokeRect});
+  return found.map(([text, ...places]) => [text, ...places.map((x) => x / canvas.clientWidth)]);
+});
+
 before(async () => {
   for (const each of [dumps, good]) mkdirSync(each);
   lines = writeSample(dumps, LINES);
@@ -197,6 +210,7 @@ check('sums up, draws and lists the log', async () => {
   };
   await expectTimes(/^2026-11-24 15:12:04.* to 2026-11-25 01:2/, /^11-24 15:12:04/);
   await browser.click('#utc');
+  assert.ok(await browser.find('#utc[aria-pressed=true]'));
   await expectTimes(/^2026-11-24 06:12:04.* to 16:2/, /^06:12:04/);
   await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: ''});
   assert.equal(await textOf('#when'), `${timeOf(lines[0])} to ${timeOf(lines.at(-1))} UTC`);
@@ -312,21 +326,38 @@ check('counts follow the filters', async () => {
   await browser.click('#regex');
   await search(['a', 'a(']);
   assert.match(await textOf('#text-error'), /nterminated group/);
+  await search(['']);
+  assert.equal(await textOf('#text-error'), '');
   // Of an address that cannot be searched for, all lines are shown, not those of the one before.
   for (const hash of ['text=no space&span=40000-60000&line=1', 'text=a(&regex=1']) {
     assert.ok(await count() > 0);
     await browser.run((next) => (location.hash = next), hash);
     await browser.settled();
   }
-  assert.deepEqual([await count(), await isHidden('#detail')], [LINES, true]);
+  // What cannot be is left out of it.
+  const wrong =
+      ['span=0-9', 'span=9-3', `span=1-${LINES + 1}`, 'line=0', `line=${LINES + 1}`, 'sort=x'];
+  for (const hash of ['text=a(&regex=1', ...wrong]) {
+    await browser.run((next) => (location.hash = next), hash);
+    await browser.settled();
+    const sort = await textOf('#sorts [aria-pressed=true]');
+    assert.deepEqual(
+        [await count(), await isHidden('#detail'), sort], [LINES, true, 'most frequent'], hash);
+  }
 });
 
-test('tells how long something took', () => {
+test('tells times, and how long something took', () => {
   const rows = [
     [999, '0.999 s'], [9949, '9.9 s'], [9950, '10 s'], [59499, '59 s'], [59700, '1 min'],
     [119700, '2 min'], [3661000, '1 h 1 min'], [3600000 * 24 - 400, '1 d'], [90000000, '1 d 1 h']
   ];
   for (const [ms, text] of rows) assert.equal(durationText(ms), text);
+  // On the axis, as short as it can be.
+  const ticks =
+      [[36000000, '10:00'], [36010000, '10:00:10'], [36060000, '10:01'], [500, '00:00:00.5']];
+  for (const [ms, text] of ticks) assert.equal(timeText(ms, true, true, 'tick'), text);
+  assert.deepEqual(
+      [2000, 2500].map((ms) => timeText(ms, false, false, 'tick')), ['2', '2.500'], 'since boot');
 });
 
 check('zooms into a part of the time', async () => {
@@ -347,6 +378,8 @@ check('zooms into a part of the time', async () => {
     return span;
   };
   await browser.open(page);
+  const marks = (await written()).map(([text]) => text).filter((text) => /gap|reboot/.test(text));
+  assert.deepEqual(marks, ['gap, 15 min 1 s', `reboot, ${durationText(steps[cuts[1]])}`]);
   await browser.drag('#timeline', 0.1, 0.3);
   const [first, last] = await expectSpan(0.1, 0.3);
   assert.equal((await rows())[0].message, lines[first - 1].message);
@@ -355,11 +388,21 @@ check('zooms into a part of the time', async () => {
   await address('span=');
   await browser.drag('#overview', 0.8, 1);
   await expectSpan(0.8, 1);
+  assert.ok(await isHidden('#hint'));
   await address(`-${LINES}`);
   await browser.run(() => history.back());
   await address(`span=${first}-`);
   await browser.settled();
   await expectSpan(0.1, 0.3);
+  const near = (places, ...shares) => shares.forEach(
+      (share, i) => assert.ok(Math.abs(places[i] - share) < 0.003, `${places} are not ${shares}`));
+  const [from, to] = [first, last].map((line) => lines[line - 1].wall_ms);
+  const labels = await written();
+  near(labels.find(([text]) => text === 'frame').slice(1), 0.1, 0.3);
+  const ticks = labels.filter(([text]) => /^\d+:\d+$/.test(text));
+  assert.ok(ticks.length > 3);
+  for (const [text, x] of ticks)
+    near([x], (Date.parse(`2026-11-24 ${text}Z`) - from) / (to - from));
   // Around the line that is selected only where it is shown.
   await browser.open(page, `#span=${first}-${last}&line=1`);
   await browser.click('#zoom-in');
@@ -376,6 +419,10 @@ check('zooms into a part of the time', async () => {
   await expectSpan(0.375, 0.875);
   await browser.keys('\uE012');
   await expectSpan(0.25, 0.75);
+  await browser.keys('+');
+  await expectSpan(0.375, 0.625);
+  await browser.keys('-');
+  await expectSpan(0.25, 0.75);
   await browser.drag('#overview', 0.6, 1);
   await expectSpan(0.6, 1);
   await browser.click('#overview');
@@ -385,15 +432,19 @@ check('zooms into a part of the time', async () => {
   assert.deepEqual(
       await browser.run(() => [...document.querySelectorAll('button:disabled')].map(({id}) => id)),
       ['zoom-out', 'zoom-all']);
-  await browser.click('#zoom-in');
-  await browser.click('#zoom-out');
-  assert.equal(await count(), LINES);
+  for (const css of ['#zoom-out', '#chips button', '#clear']) {
+    await browser.click('#zoom-in');
+    await browser.click(css);
+    assert.equal(await count(), LINES, css);
+  }
   await browser.click('#zoom-in');
   await browser.run(() => document.getElementById('time').focus());
   await browser.keys('0\uE004');  // and with Tab away
   assert.equal(await count(), LINES);
   assert.ok(!await hasFocus('#time'));
   await browser.open(page, `#line=${last}`);
+  const width = await browser.run(() => document.getElementById('timeline').width);
+  near(Object.keys(await drawn('accent')).map((column) => column / width), 0.3);
   await browser.click('#zoom-in');
   await expectSpan(0.05, 0.55);
 });
@@ -481,14 +532,20 @@ check('jumps to a time, to matches and to both ends', async () => {
       (await textOf('#detail-filters')).replace(/\s+/g, ' '),
       new RegExp(`Debug .*tag ${tag} .*process ${pid} .*thread ${tid} .*pattern \\d+ only hide$`));
   assert.equal(await copiedLine(), run('decode', dumps).split('\n', 1)[0] + '\n');
+  await browser.run(
+      () => getSelection().selectAllChildren(document.getElementById('detail-message')));
+  assert.equal(await copiedLine(), '', 'but what is marked');
   await browser.keys('/');
   assert.equal(await browser.run(() => document.activeElement.id), 'text');
   assert.equal(await copiedLine(), '', 'but what is marked in the field');
-  await browser.keys('\uE00C?');  // Escape
+  await browser.keys('\uE00C');  // Escape
   const is_help_open = () => browser.run(() => document.getElementById('help').open);
-  assert.ok(await is_help_open());
-  await browser.click('#help button');
-  assert.ok(!await is_help_open());
+  for (const ask of [() => browser.keys('?'), () => browser.click('#help-open')]) {
+    await ask();
+    assert.ok(await is_help_open());
+    await browser.click('#help button');
+    assert.ok(!await is_help_open());
+  }
   await browser.open(page, '#level=E&line=1');  // which the filter hides
   await browser.click('#previous');
   assert.equal(await textOf('#said'), 'No error above');
@@ -497,6 +554,8 @@ check('jumps to a time, to matches and to both ends', async () => {
   await browser.type('#text', 'no space');
   await browser.keys('\uE007');  // Enter
   assert.equal(await selected(), lines.findIndex(({message}) => message.includes('no space')));
+  await browser.type('#text', '\uE008\uE007');  // Shift and Enter
+  assert.equal(await textOf('#said'), 'No match above');
   await browser.keys('\uE00C');  // Escape leaves the field as it is
   assert.equal(await browser.run(() => document.getElementById('text').value), 'no space');
 });
@@ -525,6 +584,7 @@ check('marks where lines are missing', async () => {
   assert.deepEqual((await rows()).map((row) => row.mark).filter(Boolean), ['reboot']);
   await browser.open(longer, `#line=${2 * LINES}`);
   assert.equal((await rows()).at(-1).time, timeOf({wall_ms: booted_ms + LINES}).slice(11));
+  assert.equal((await copied('#copy')).match(/\n/g).length, 100000, 'the most that is copied');
 });
 
 check('follows a link to what was seen', async () => {
@@ -580,6 +640,14 @@ check('has each message, whatever else is asked for', async () => {
   });
   assert.ok(paper.startsWith(decoded.slice(0, 9).join('')), paper);
   assert.match(title, /^Lines 1 to 500 of /);
+  await browser.open(page, `#line=${LINES}`);
+  const [{place}] = await rows();
+  const end = await browser.run(() => {
+    dispatchEvent(new Event('beforeprint'));
+    return ['title', 'lines'].map((name) => document.getElementById(`print-${name}`).textContent);
+  });
+  const number = Number(place).toLocaleString('en-US');
+  assert.deepEqual(end, [`Lines ${number} to 70,000 of 70,000`, decoded.slice(place - 1).join('')]);
   // The workers are stuck in an expression and make room for new ones, which search for the next.
   const cases =
       [[[], /too long/], [['('], /nterminated/], [['frame'], /^$/, /lines, \d+,\d+ matches/]];
@@ -616,6 +684,11 @@ check('lists patterns, and filters by one', async () => {
     assert.deepEqual([text, count], [patterns[i].text, patterns[i].count]);
     assert.ok(bars > 20, text);
   });
+  await browser.run(() => document.getElementById('patterns').focus());
+  for (const [keys, passed] of [['\uE015\uE007', patterns[0].count], ['\uE007', LINES]]) {
+    await browser.keys(keys);  // down, Enter; once more
+    assert.equal(await count(), passed);
+  }
   await browser.click('#sorts [value=level]');
   const worst = await shown();
   assert.equal(worst[0].text, patterns.find(({level}) => level === 'F').text);
@@ -634,6 +707,7 @@ check('lists patterns, and filters by one', async () => {
   const levels = (await textOf('#levels')).match(/\d+/g).map(Number);
   assert.equal(levels.reduce((sum, lines) => sum + lines), newest.count);
   await browser.click('.pattern .hide');
+  assert.ok(await browser.find('.pattern.hidden .hide[aria-pressed=true]'));
   assert.equal(await count(), LINES - newest.count);
   // Their counts follow the other filters, not the choice of one of them.
   const ofStore = {};
@@ -647,6 +721,7 @@ check('lists patterns, and filters by one', async () => {
     await action();
     const counts = (await shown()).filter(({count}) => count > 0);
     assert.deepEqual(Object.fromEntries(counts.map(({text, count}) => [text, count])), ofStore);
+    assert.equal(await textOf('#pattern-count'), String(counts.length));
   }
   const chosen = await contentOf('.pattern.focused .text');
   await browser.click('#sorts [value=level]');
@@ -731,6 +806,9 @@ check('lists what changed as compare does, and filters by it', async () => {
       }
       if (labels[i] === 'burst') assert.match(await textOf('#detail-title'), / 6\.4/);
       assert.equal(await textOf('#detail-message'), example);
+      assert.ok(await browser.find(`[aria-label="only change ${i + 1}"][aria-pressed=true]`));
+      assert.equal(
+          await textOf('#chips .name'), `change ${labels[i]}: ${all[i].tag}: ${all[i].text}`);
       await browser.click(row);
     }
   }
@@ -739,6 +817,11 @@ check('lists what changed as compare does, and filters by it', async () => {
   await browser.open(compared, await address('change=2&change=3'));
   const [, second, third] = (await shown()).map((row) => Number(row[2].split('→ ')[1]));
   assert.equal(await count(), second + third);
+  await browser.run(() => document.getElementById('tab-changes').focus());
+  for (const [key, tab] of [['\uE012', /^filters/i], ['\uE014', /^changes/i]]) {  // left, right
+    await browser.keys(key);
+    assert.match(await textOf('[role=tab][aria-selected=true]'), tab);
+  }
 });
 
 check('scrolls to any line', async () => {
@@ -835,6 +918,14 @@ check('is usable on a small screen, by name and on paper', async () => {
   assert.equal(
       await contentOf('#print-title'), `Lines 1 to ${printed.length - 1} of ${fatal.length}`);
   assert.match(await contentOf('#print-changes'), /^good: .*\n.* changed\nnew +E 0 → /);
+  const visible = async (media) => {
+    await browser.cdp('Emulation.setEmulatedMedia', {media});
+    return browser.run(
+        () => ['tiles', 'timeline', 'print', 'lines'].map(
+            (id) => document.getElementById(id).checkVisibility()));
+  };
+  assert.deepEqual(await visible('print'), [true, true, true, false]);
+  assert.deepEqual(await visible(''), [true, true, false, true]);
   await browser.screenshot(join(folder, 'wide.png'));
 });
 
@@ -891,6 +982,9 @@ check('never takes a log for markup or script', async () => {
   assert.match(await contentOf('.line mark'), /^\\x09w$/);
   // Were something of a log a script nevertheless, the browser would not run it.
   assert.deepEqual(await browser.console(), []);
+  const fetched = () => fetch('data:,x').then(() => true, () => false);
+  assert.equal(await browser.run(fetched), false);
+  assert.ok((await browser.console()).length > 0);
   const ran = await browser.run(() => {
     const script = document.createElement('script');
     script.textContent = 'globalThis.ran = true';
@@ -944,11 +1038,13 @@ check('tells what is damaged, and times without a clock', async () => {
       shown.map(({mark}) => mark).filter(Boolean),
       told.match(/^-+ \w+/gm).map((text) => text.replace(/^-+ /, '')));
   assert.match(await textOf('#tiles'), /Span\s+20781 d 6 h/);
+  assert.match(await textOf('#tiles'), /Restarts\s+2\s+0 fresh starts/);
   assert.match(await textOf('#span'), /^1970-01-01 .* to 2026-/);
   assert.equal(await copied('#copy'), told.replace(/^---.*\n/gm, ''));
   await browser.click('#utc');
   assert.equal(
       await copied('#copy'), given('decode', ...words.slice(1)).stdout.replace(/^---.*\n/gm, ''));
+  assert.match(await copied('#link'), /#utc=0$/);
   // A gap that the clock tells no length of, behind what two dumps have (and a clock line).
   const [back, twice, gap] = ['back', 'twice', 'gap'].map((name) => join(damaged, `${name}.dump`));
   writeFileSync(twice, readFileSync(back));
@@ -960,14 +1056,24 @@ check('tells what is damaged, and times without a clock', async () => {
       /Gaps 1 of unknown length .* Left out 3 repeated/);
   // A clock that is set, of which the axis and the span have nothing.
   const set = join(damaged, 'set.dump');
-  const words_of_clock = `boot=${clock.boot} host=altair wall=1764000002.000000 monotonic=2.000000`;
-  const setting = {...line(2000, words_of_clock), level: 'I', tag: 'trelvo.clock'};
-  const made = [line(1000, 'early'), setting, line(3000, 'late'), line(4000, 'later')];
+  const setting = (monotonic, wall) => {
+    const words =
+        `boot=${clock.boot} host=altair wall=${wall}.000000 monotonic=${monotonic}.000000`;
+    return {...line(1000 * monotonic, words), level: 'I', tag: 'trelvo.clock'};
+  };
+  const signs = '/\\^$.*+?()[]{}|';  // which are themselves where no expression is searched
+  const made = [
+    line(1000, 'early'), setting(2, 1764000002), line(3000, signs), setting(4, 1764000024),
+    line(5000, 'later'), setting(6, 1763990006), line(7000, 'last')
+  ];
   writeFileSync(set, buildDump(made, clock));
   run('report', set, '-o', file);
   await browser.open(file);
-  assert.deepEqual((await rows()).map(({mark}) => mark), ['', 'clock set', '']);
-  assert.match(await textOf('#tiles'), /Span\s+1\.0 s/);
+  // Corrected by 20 s in between, it was not set.
+  assert.deepEqual((await rows()).map(({mark}) => mark), ['', 'clock set', '', 'clock set']);
+  assert.match(await textOf('#tiles'), /Span\s+22 s/);
+  await search([signs]);
+  assert.deepEqual([await textOf('#text-error'), await count()], ['', 1]);
   // Time that starts over.
   const boots = [9, 4].map((seconds, i) => {
     const path = join(folder, `${seconds}.dump`);
