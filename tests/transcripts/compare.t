@@ -89,7 +89,7 @@ A log of two boots without clock lines: what came first is told by the place, no
   $ for i in $(seq 20); do echo "$i.000 I/A (P 1, T 1): steady"; done | tee steady | make_dump one.dump
   $ session() { echo "$1.000 E/A (P 1, T 1): cannot open session for $2"; }
   $ (cat steady; session 600 alice; session 700 dave) | make_dump boots/1.dump
-  $ (session 7 bob; session 8 carol) | make_dump boots/2.dump
+  $ (session 7 bob; session 8 carol) | make_dump boots/2.dump; touch -d 2025-11-24 boots/1.dump
   $ trelvoctl compare one.dump boots 2>/dev/null | grep session
   new    E    0   4 600.000 A: cannot open session for alice
   $ trelvoctl compare -o json one.dump boots 2>/dev/null | grep -o '"bad":{"count":4[^}]*}[^}]*}'
