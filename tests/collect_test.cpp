@@ -74,6 +74,7 @@ protected:
 
     Collect() {
         setenv("DUMP", "/tmp/of the caller", 1);  // the command gets its own
+        setenv("OTHER", "kept", 1);
         Reset();
     }
 
@@ -86,7 +87,7 @@ protected:
         }
         WriteFile(from_ / "trelvo.dump", Dump("pi", "first"));
         WriteFile(from_ / "trelvo_1.dump.zst", RunProgram({"sh", "-c", "echo second | zstd"}).out);
-        WriteFile(from_ / "trelvo_2.dump", RunProgram({"seq", "20000"}).out);
+        WriteFile(from_ / "trelvo_2.dump", RunProgram({"seq", "20045"}).out);  // checksum 08bd9232
         WriteFile(key_, "1\n");
     }
 
@@ -210,6 +211,11 @@ TEST_F(Collect, NamesSortByMachineAndTimeAndTellTheBoot) {
     const auto decoded =
         RunProgram({"sh", "-c", TRELVO_BIN_DIR "/trelvoctl decode -o raw /tmp/archive/pi*"});
     EXPECT_EQ(decoded.out, "first\nlast\n");
+    // For no other user to read, and damage is seen.
+    const auto kept =
+        RunProgram({"sh", "-c",
+                    "cd /tmp/archive; stat -c %a ./* | sort -u; zstd -lv ./*.zst | grep -c XXH64"});
+    EXPECT_EQ(kept.out, "600\n700\n6\n");
 }
 
 TEST_F(Collect, WhatFailsIsToldKeptAndTriedAgain) {
@@ -298,10 +304,12 @@ TEST_F(Collect, ACommandThatHangsKeepsNoOtherDumpWaiting) {
 TEST_F(Collect, ADumpThatComesDuringTheCommandIsTakenToo) {
     SetTime(from_ / "trelvo.dump", 3);
     const std::string later =
-        "stat -c %Y \"$DUMP\" >> /tmp/order; test -e /tmp/later || echo x "
-        ">/tmp/from/trelvo_9.dump; touch /tmp/later";
+        "stat -c \"%Y $OTHER\" \"$DUMP\" >> /tmp/order; test -e /tmp/later || echo x "
+        ">/tmp/from/trelvo_9.dump; touch /tmp/later; "
+        "grep -o 'result.*/' /run/trelvo/vconf/memory/trelvo/collector > /tmp/said";
     EXPECT_EQ(Run(later).status, 0);
-    EXPECT_EQ(ReadFile("/tmp/order").substr(0, 2), "3\n") << "the oldest first";
+    EXPECT_EQ(ReadFile("/tmp/order").substr(0, 7), "3 kept\n") << "the oldest first";
+    EXPECT_EQ(ReadFile("/tmp/said"), "result=handing over /tmp/archive/\n");
     EXPECT_THAT(Names(from_), IsEmpty());
     EXPECT_THAT(Names(sent_), SizeIs(4));
 }
@@ -326,6 +334,7 @@ TEST_F(Collect, TheArchiveIsBoundedBySizeAndAge) {
              {"30d", "5999", "exit 1", "1 2 3 4 5 ", 0},
              {"30d", "3000", "exit 1", "1 3 5 ", 0},
              {"30d", "1000", "exit 1", "5 ", 2},
+             {"30d", "1000", kStored, "5 ", 2},  // which does not get them any more
              {"30d", "1", "", "5 ", 0},
              {"1s", "6000", "exit 1", "", 3},
              {"1s", "6000", "", "", 0},

@@ -60,7 +60,7 @@ protected:
     std::string Wait(const std::vector<std::function<void()>>& steps, bool compressed = false,
                      std::chrono::seconds timeout = std::chrono::seconds(20)) {
         asked_ = 0;
-        DumpWaiter waiter("/run/trelvo", kFolder, compressed);
+        DumpWaiter waiter("/run/trelvo", folder_, compressed);
         try {
             return waiter.Wait([&](auto) { steps.at(asked_++)(); }, timeout);
         } catch (const DumpWaitError& error) {
@@ -69,6 +69,7 @@ protected:
     }
 
     int lock_;
+    std::string folder_ = kFolder;
     pid_t service_ = getpid();
     size_t asked_ = 0;
 };
@@ -102,6 +103,13 @@ TEST_F(Waiting, AnotherDumpInItsPlaceIsNoAnswer) {
                             "last_dump_result=No space left on device\n");
                 }}),
                 HasSubstr("could not be written: No space left on device"));
+    folder_ = "/";
+    EXPECT_EQ(Wait({[&] {
+                  Publish(10,
+                          "last_dump_trigger=request\nlast_dump_path=/trelvo.dump\n"
+                          "last_dump_result=written\n");
+              }}),
+              "/trelvo.dump");
 }
 
 TEST_F(Waiting, WhatIsStillWrittenIsWaitedFor) {
@@ -163,6 +171,19 @@ TEST_F(Waiting, WhereNothingIsPublishedTheFolderTells) {
         file.close();
     }
     EXPECT_THAT(Wait({[] { fs::remove_all(kFolder); }}), HasSubstr("was moved or removed"));
+}
+
+TEST_F(Waiting, OnlyADumpOfTheServicesUserIsItsOwn) {
+    const std::string path = "/tmp/=waited/trelvo.dump";
+    WriteFile(path, "");
+    fs::create_symlink(path, "/tmp/=waited/trelvo_1.dump");
+    EXPECT_THROW(ServiceFile("/tmp/=waited/trelvo_1.dump", "/run/trelvo"), DumpWaitError);
+    EXPECT_NO_THROW(ServiceFile(path, "/run/trelvo"));
+    if (chown(path.c_str(), 1, 1) == 0) {  // as root, who may ask another user's service
+        EXPECT_THROW(ServiceFile(path, "/run/trelvo"), DumpWaitError);
+        ASSERT_EQ(chown("/run/trelvo", 1, 1), 0);
+        EXPECT_NO_THROW(ServiceFile(path, "/run/trelvo"));
+    }
 }
 
 TEST(ServiceStatus, OnlyAServiceThatHasJustStartedIsGivenTimeToRead) {

@@ -273,6 +273,9 @@ TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyThereIsNone) {
     ASSERT_EQ(mount("tmpfs", "/run/full", "tmpfs", 0, "size=4k"), 0);
     Log("DUMPED", std::string(8000, '.'));
     const std::string time = "[0-9-]{10} [0-9:.]{12}";
+    constexpr size_t time_size = 23;
+    std::string told;
+    setenv("TZ", "UTC-9", 1);
     // Another user's, in a folder that both may write to, while the command waits.
     const std::string intruder =
         "(cd /tmp/dumps; mkfifo trelvo_9.dump; echo x >trelvo_8.dump; mv trelvo_8.dump "
@@ -293,7 +296,10 @@ TEST_F(EndToEnd, DumpSaysWhatItHoldsOrWhyThereIsNone) {
         EXPECT_EQ(result.status, status) << arguments;
         EXPECT_EQ(result.out, out) << arguments;
         EXPECT_THAT(result.err, MatchesRegex(err)) << arguments;
+        told += result.err;
     }
+    const auto lines = RunProgram({kBin + "trelvoctl", "decode", "/tmp/dumps/trelvo.dump"}).out;
+    EXPECT_THAT(told, HasSubstr("3 lines, " + lines.substr(0, time_size) + " to "));
     EXPECT_THAT(Decode("/tmp/dumps/trelvo.dump"),
                 ElementsAre(Printed("I/DUMPED", "first"), Printed("I/DUMPED", "last"),
                             Printed("I/DUMPED", std::string(8000, '.'))));

@@ -102,6 +102,8 @@ TEST(Patterns, WordsAreValuesWhereTheyVary) {
         {"then all others, also where a number came first", later, {"start <*>"}},
         {"five with two are not", various("go to ", 5), various("go to ", 5)},
         {"six are", various("go to ", 6), {"go to <*>"}},
+        {"three with three are not", various("come back to ", 3), various("come back to ", 3)},
+        {"four are", various("come back to ", 4), {"come back to <*>"}},
         {"a word before its place is known to be a value", {who + "ann", who + "7"}, {who + "<*>"}},
         {"and after it", {who + "7", who + "ann"}, {who + "<*>"}},
         {"one word left to tell it by", {"error 7", "error again"}, {"error <*>", "error again"}},

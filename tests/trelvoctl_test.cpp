@@ -200,7 +200,9 @@ protected:
     // Each count is another one; words hold what has to be escaped.
     static void PublishAll() {
         std::string text =
-            "version=1\"\nlast_dump_time=7\nlast_dump_result=a\\b\nlast_dump_current=0\n";
+            "version=1\"\npolicy_version=9\ncount=memory\nlast_dump_time=7\n"
+            "last_dump_trigger=timer\nlast_dump_path=/a\nlast_dump_result=a\\b\n"
+            "last_dump_current=0\n";
         int count = 11;
         for (const char* field : {"started", "accepted", "dropped", "records", "record_bytes",
                                   "memory_bytes", "limit_bytes", "tables", "dumps", "pending",
@@ -209,11 +211,13 @@ protected:
         }
         Publish(text, "alive=1\nrestarts=8\nlost_rotation=7\n");
         WriteFile(kFolder + "/dlog_dump"s, "1\n");
-        WriteFile(kFolder + "/collector"s, "time=7\nresult=no\\room\nfailed=1\nwaiting=5\n");
+        WriteFile(kFolder + "/collector"s,
+                  "time=7\nresult=no\\room\nfailed=1\n"
+                  "dumps=3\nbytes=4\nwaiting=5\n");
     }
     static Output Run(const std::string& form) {
         return RunProgram(
-            {"env", "TZ=UTC", std::string(TRELVO_BIN_DIR) + "/trelvoctl", "status", "-o", form});
+            {"env", "TZ=UTC-9", std::string(TRELVO_BIN_DIR) + "/trelvoctl", "status", "-o", form});
     }
 
     port::UniqueFd lock_;
@@ -247,18 +251,18 @@ TEST_F(Status, SaysWhetherItRecordsAndWhatNobodySaidIsUnknown) {
     PublishAll();
     EXPECT_EQ(std::regex_replace(Run("text").out, std::regex("[0-9.]+ s ago"), "x s ago"),
               "state           recording\nservice         process " + pid +
-                  ", version 1\", since 1970-01-01 00:00:11\n"
+                  ", version 1\", since 1970-01-01 09:00:11\n"
                   R"(capture         alive, restarted 8 times, lost 7 by rotation
 newest line     x s ago
 lines           12 accepted, unknown refused, 13 dropped
-buffer          14 records of 15 bytes in 16 bytes of memory; limit 17 bytes of unknown
+buffer          14 records of 15 bytes in 16 bytes of memory; limit 17 bytes of memory
 times           0.023 to 0.024 s
-policy          version 'unknown', 18 code tables
+policy          version '9', 18 code tables
 dumps           19 ended, 20 pending, 21 matches suppressed
-last dump       1970-01-01 00:00:07 by unknown, unknown: a\\b
+last dump       1970-01-01 09:00:07 by timer, /a: a\\b
 upload key      1: dumps wait to be fetched, no other one is written by itself
-collector       1970-01-01 00:00:07: no\\room; archive of unknown dumps, unknown bytes, 5 to be )"
-                  "handed over\n");
+collector       1970-01-01 09:00:07: no\\room; archive of 3 dumps, 4 bytes, 5 to be handed over
+)");
     const auto start = std::chrono::steady_clock::now();
     const std::string program = TRELVO_BIN_DIR "/trelvoctl";
     EXPECT_EQ(RunProgram({program, "dump", "--timeout", "3", "/tmp"}).status, 1);
@@ -268,7 +272,9 @@ collector       1970-01-01 00:00:07: no\\room; archive of unknown dumps, unknown
     EXPECT_THAT(Run("text").out,
                 AllOf(StartsWith("state           not running\ncollector       1970-01-01 "),
                       EndsWith(" 5 to be handed over\n")));
-    EXPECT_THAT(Run("prometheus").out, HasSubstr("\ntrelvo_archive_waiting 5\n"));
+    EXPECT_THAT(Run("prometheus").out,
+                AllOf(HasSubstr("\ntrelvo_up 0\n"), HasSubstr("\ntrelvo_recording 0\n"),
+                      HasSubstr("\ntrelvo_archive_waiting 5\n")));
     flock(lock_.Get(), LOCK_EX);
     WriteFile("/run/trelvo/lock", "1\n");
     EXPECT_THAT(Run("text").out, StartsWith("state           not running\n"))
@@ -284,12 +290,15 @@ TEST_F(Status, JsonHoldsEveryFieldAndNullForTheUnknown) {
         R"({"running":true,"recording":true,"pid":)" + std::to_string(getpid()) +
             R"(,"version":"1\"","started":11,"accepted":12,"refused":null,"dropped":13,"records":14,)"
             R"("record_bytes":15,"memory_bytes":16,"limit_bytes":17,"tables":18,"dumps":19,)"
-            R"("pending":20,"suppressed":21,"count":null,"oldest_ms":23,"newest_ms":24,)"
-            R"("newest_age_ms":age,"policy_version":null,"last_dump":{"time":7,"trigger":null,)"
-            R"("path":null,"result":"a\\\\b","current":false},"capture":{"alive":true,)"
+            R"("pending":20,"suppressed":21,"count":"memory","oldest_ms":23,"newest_ms":24,)"
+            R"("newest_age_ms":age,"policy_version":"9","last_dump":{"time":7,"trigger":"timer",)"
+            R"("path":"/a","result":"a\\\\b","current":false},"capture":{"alive":true,)"
             R"("reason":null,"restarts":8,"lost":{"rotation":7}},"upload_key":1,"collector":)"
-            R"({"result":"no\\\\room","time":7,"failed":1,"dumps":null,"bytes":null,"waiting":5}})"
+            R"({"result":"no\\\\room","time":7,"failed":1,"dumps":3,"bytes":4,"waiting":5}})"
             "\n");
+    Publish("", "");
+    EXPECT_THAT(Run("json").out,
+                HasSubstr(R"("current":null},"capture":{"alive":null,"reason":null,)"));
 }
 
 TEST_F(Status, MetricsAreAsACollectorReadsThem) {
@@ -300,14 +309,15 @@ TEST_F(Status, MetricsAreAsACollectorReadsThem) {
                 testing::ContainsRegex("\ntrelvo_newest_line_age_seconds 6[0-9]\\.[0-9]{3}\n"));
     PublishAll();
     const std::string metrics = Run("prometheus").out;
-    EXPECT_THAT(metrics,
-                AllOf(HasSubstr("\ntrelvo_info{version=\"1\\\"\",policy_version=\"\"} 1\n"),
-                      HasSubstr("\n# TYPE trelvo_lines_accepted_total counter\n"
-                                "trelvo_lines_accepted_total 12\n"),
-                      HasSubstr("result=\"a\\\\\\\\b\"} 7\n"),
-                      HasSubstr("\ntrelvo_capture_lost_total{cause=\"rotation\"} 7\n"),
-                      HasSubstr("\ntrelvo_capture_restarts_total 8\n"),
-                      HasSubstr("\ntrelvo_collect_failed 1\n")));
+    EXPECT_THAT(
+        metrics,
+        AllOf(HasSubstr("\ntrelvo_info{version=\"1\\\"\",policy_version=\"9\"} 1\n"),
+              HasSubstr("\n# TYPE trelvo_lines_accepted_total counter\n"
+                        "trelvo_lines_accepted_total 12\n"),
+              HasSubstr("{trigger=\"timer\",result=\"a\\\\\\\\b\"} 7\n"),
+              HasSubstr("\ntrelvo_capture_lost_total{cause=\"rotation\"} 7\n"),
+              HasSubstr("\ntrelvo_capture_restarts_total 8\n"),
+              HasSubstr("\ntrelvo_upload_pending 1\n"), HasSubstr("\ntrelvo_collect_failed 1\n")));
     const std::regex sample(R"(trelvo_[a-z_]+(\{([a-z_]+="([^"\\]|\\["\\])*",?)+\})? -?[0-9.]+)");
     std::istringstream lines(metrics);
     for (std::string line; std::getline(lines, line);) {

@@ -100,3 +100,69 @@ Usual patterns that are many times as frequent.
   $ for i in $(seq 2000); do echo "$i.000 I/A (P 1, T 1): steady"; done | make_dump long.dump
   $ trelvoctl compare one.dump long.dump | head -1
   good: 20 lines in 19.000 s; bad: 2000 lines in 33 min 19 s, most patterns x105
+
+The time of several dumps is that which they cover; a busier log changes nothing by itself, nor does
+a longer one of which most is as before.
+
+  $ mkdir gap; cp one.dump gap; for i in $(seq 2001 2020); do echo "$i.000 I/A (P 1, T 1): steady"; done | make_dump gap/later.dump
+  $ trelvoctl compare one.dump gap 2>/dev/null
+  good: 20 lines in 19.000 s; bad: 40 lines in 38.000 s, most patterns x2
+  0 of 1 patterns changed
+  $ busy() { awk -v n=$1 -v ticks=$2 'BEGIN {
+  >     for (i = 1; i <= ticks; ++i) {
+  >         printf "%d.000 I/A (P 1, T 1): tick\n", i
+  >         for (k = 0; i % (ticks / 60) == 0 && k < 12 * n; ++k) printf "%d.000 I/A (P 1, T 1): %c%c\n", i, 97 + k % 12, 97 + k % 12
+  >     }
+  > }'; }
+  $ busy 2 60 | make_dump usual.dump; busy 4 60 | make_dump busy.dump; busy 2 180 | make_dump longer.dump
+  $ trelvoctl compare usual.dump busy.dump
+  good: 1500 lines in 59.000 s; bad: 2940 lines in 59.000 s, most patterns x2
+  0 of 13 patterns changed
+  $ trelvoctl compare usual.dump longer.dump
+  good: 1500 lines in 59.000 s; bad: 1620 lines in 2 min 59 s, most patterns x1
+  0 of 13 patterns changed
+
+A new error is a change, not a doubt, where little came once.
+
+  $ (busy 2 60; echo '61.000 I/A (P 1, T 1): once') | make_dump once.dump
+  $ (busy 2 60; echo '61.000 E/A (P 1, T 1): broken') | make_dump broken.dump
+  $ trelvoctl compare once.dump broken.dump | sed 1d
+  1 of 15 patterns changed
+  CHANGE L GOOD BAD   TIME TAG: EXAMPLE
+  new    E    0   1 61.000 A: broken
+
+What stands first: errors, but no vanished ones; of each tag and kind no more than three before others.
+
+  $ lines() { for i in $(seq $1); do echo "$i.000 $2 (P 1, T 1): $3"; done; }
+  $ (lines 60 E/A 'disk is full'; lines 90 I/B 'door opened'; lines 9 W/B 'door opened') | sort -n | make_dump before.dump
+  $ (lines 60 W/A 'fan stopped'; lines 30 E/B 'door opened'; lines 20 E/A 'no room'
+  >     for text in one two three four; do lines 50 I/C $text; done
+  >     lines 40 I/D 'seldom') | sort -n | make_dump after.dump
+  $ trelvoctl compare before.dump after.dump
+  good: 159 lines in 1 min 29 s; bad: 350 lines in 59.000 s, most patterns x0.66
+  9 of 11 patterns changed
+  CHANGE L GOOD BAD   TIME TAG: EXAMPLE
+  was I  E    0  30  1.000 B: door opened
+  new    E    0  20  1.000 A: no room
+  new    W    0  60  1.000 A: fan stopped
+  new    I    0  50  1.000 C: four
+  new    I    0  50  1.000 C: one
+  new    I    0  50  1.000 C: three
+  new    I    0  40  1.000 D: seldom
+  gone   E   60   0 60.000 A: disk is full
+  new    I    0  50  1.000 C: two
+
+On a terminal a row each, in its width.
+
+  $ script -qec 'stty cols 40; trelvoctl compare good.dump bad.dump' /dev/null </dev/null | tail -1
+  gone   I  300   0 600.200 dog: watchdog \r (esc)
+
+Times are local, unless --utc.
+
+  $ clock='boot=0123456789abcdef0123456789abcdef host=till wall=1764000001.000000 monotonic=1.000000'
+  $ (echo "1.000 I/trelvo.clock (P 7, T 7): $clock"; cat steady; echo '30.000 E/A (P 1, T 1): new') | make_dump wall.dump
+  $ for utc in '' --utc; do TZ=Asia/Kolkata trelvoctl compare $utc one.dump wall.dump | tail -1; done
+  new    E    0   1 11-24 21:30:30.000 A: new
+  new    E    0   1 11-24 16:00:30.000 A: new
+  $ TZ=Asia/Kolkata trelvoctl compare -o json --utc one.dump wall.dump | grep -o '"at":[^}]*'
+  "at":{"time_ms":30000,"time":"2025-11-24T16:00:30.000Z"

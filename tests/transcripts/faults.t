@@ -68,6 +68,8 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
        lines      %       size      %  program
            2  100.0       13 B  100.0  A
   [3]
+  $ trelvoctl stat -o json cut.dump 2>/dev/null | grep -o '"damage".*'
+  "damage":{"offset":35,"cause":"message is cut off"}}
   $ trelvoctl decode whole.dump missing.dump cut.dump -o raw
   trelvoctl: missing.dump: No such file or directory
   one

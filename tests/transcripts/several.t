@@ -221,6 +221,10 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
            2   50.0       25 B   19.7  A,1
            1   25.0       95 B   74.8  trelvo.clock,7
            1   25.0        7 B    5.5  B,2
+  $ TZ=Asia/Kolkata trelvoctl stat 1.dump | grep '^  time'
+    time            2025-11-24 21:30:10.000 to 2025-11-24 21:30:11.000, on till
+  $ TZ=Asia/Kolkata trelvoctl stat -o json 1.dump | grep -o '"first_time.*"last_time[^,]*'
+  "first_time":"2025-11-24T21:30:10.000+05:30","last_time":"2025-11-24T21:30:11.000+05:30"
   $ trelvoctl stat -v 1.dump 2.dump | grep 'lines in\|bytes a record'
   2 dumps: 5 lines in 2.000 s, 2.5 a second
   1.dump: 4 lines in 1.000 s, 4.0 a second
@@ -341,6 +345,9 @@ holds the first one's last lines.
          202   10.6 KiB     1 min 40 s      2.0      53.96    0.0      1.55  up1.dump
          162    8.5 KiB     1 min 20 s      2.0      54.13    0.0      1.55  up2.dump
          242   19.2 KiB      2 min 0 s      2.0      54.03    0.0      1.55  total, each line once
+  $ touch -d 2025-11-24 up2.dump; trelvoctl stat up1.dump up2.dump | grep -o 'up[12].*'
+  up1.dump
+  up2.dump
   $ for at in 5184000.500000 5184000.000000; do
   >   echo "2147483.647 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000003 host=old wall=1764000012.700000 monotonic=$at"
   > done | make_dump back.dump
