@@ -83,15 +83,19 @@ const search = async (texts, key) => {
   }, texts, key);
   await browser.settled();
 };
-// What the page says it copied.
+// What the page copies, and says of it.
+let said;
 const copied = async (button) => {
   await browser.click(button);
-  return browser.run(async () => {
-    const said = document.getElementById('said');
-    while (!said.textContent.startsWith('Copied')) await new Promise(requestAnimationFrame);
-    said.textContent = '';
-    return navigator.clipboard.readText();
+  const [words, text] = await browser.run(async () => {
+    const output = document.getElementById('said');
+    while (!output.textContent.startsWith('Copied')) await new Promise(requestAnimationFrame);
+    const told = output.textContent;
+    output.textContent = '';
+    return [told, await navigator.clipboard.readText()];
   });
+  said = words;
+  return text;
 };
 
 const isHidden = (css) => browser.run((wanted) => document.querySelector(wanted).hidden, css);
@@ -126,17 +130,24 @@ const drawn = (name) => browser.run((variable) => {
   return last;
 }, name);
 
-// What is written into the timeline, and the frame below it, with places as shares of the width.
+// What is written into the timeline, the frame below it, and the height of its parts above the
+// axis, with places as shares of the width.
 const written = () => browser.run(() => {
   const {prototype} = CanvasRenderingContext2D;
-  const {fillText, strokeRect} = prototype;
+  const {fillText, strokeRect, fillRect} = prototype;
   const found = [];
   prototype.fillText = (text, x) => found.push([text, x]);
   prototype.strokeRect = (x, y, width) => found.push(['frame', x, x + width]);
   const canvas = document.getElementById('timeline');
+  const bars = {};
+  prototype.fillRect = function(x, y, width, height) {
+    if (this.canvas === canvas && y < canvas.clientHeight - 18) bars[x] = (bars[x] ?? 0) + height;
+  };
   canvas.dispatchEvent(new Event('pointercancel'));  // draws
-  Object.assign(prototype, {fillText, strokeRect});
-  return found.map(([text, ...places]) => [text, ...places.map((x) => x / canvas.clientWidth)]);
+  Object.assign(prototype, {fillText, strokeRect, fillRect});
+  const texts =
+      found.map(([text, ...places]) => [text, ...places.map((x) => x / canvas.clientWidth)]);
+  return [...texts, ['bars', ...Object.values(bars)]];
 });
 
 before(async () => {
@@ -201,17 +212,23 @@ check('sums up, draws and lists the log', async () => {
   await browser.settled();
   assert.deepEqual(await drawn('level-E'), of_light, 'in the colours of the night');
   await media('light');
-  // Elsewhere the log is of two days, in UTC of one.
-  await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: 'Asia/Tokyo'});
-  await browser.open(page, `#span=1-${LINES}`);
-  const expectTimes = async (span, first) => {
+  // Elsewhere the log is of two days, in UTC of one; hours begin at another time.
+  await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: 'Australia/Adelaide'});
+  await browser.open(compared, `#span=1-${LINES}&line=1`);
+  const expectTimes = async (span, first, tick) => {
     for (const place of ['#chips', '#span']) assert.match(await textOf(place), span);
     assert.match((await rows())[0].time, first);
+    const has_day = /-\d+ /.test(await textOf('.change .first'));
+    assert.equal(has_day, first.source.includes('-'));
+    const title = new RegExp(`^Line 1, ${span.source.slice(1, 20)}`);
+    assert.match(await textOf('#detail-title'), title);
+    const ticks = (await written()).map(([text]) => text).filter((text) => /^\d/.test(text));
+    assert.match(ticks.slice(0, 2).join(), tick);
   };
-  await expectTimes(/^2026-11-24 15:12:04.* to 2026-11-25 01:2/, /^11-24 15:12:04/);
+  await expectTimes(/^2026-11-24 16:42:04.* to 2026-11-25 02:5/, /^11-24 16:42:04/, /^17:00,18:00/);
   await browser.click('#utc');
   assert.ok(await browser.find('#utc[aria-pressed=true]'));
-  await expectTimes(/^2026-11-24 06:12:04.* to 16:2/, /^06:12:04/);
+  await expectTimes(/^2026-11-24 06:12:04.* to 16:2/, /^06:12:04/, /^07:00,08:00/);
   await browser.cdp('Emulation.setTimezoneOverride', {timezoneId: ''});
   assert.equal(await textOf('#when'), `${timeOf(lines[0])} to ${timeOf(lines.at(-1))} UTC`);
   assert.equal(await browser.run(() => document.querySelectorAll('.tile.bad').length), 1);
@@ -303,6 +320,7 @@ check('counts follow the filters', async () => {
   await browser.keys('n');
   assert.equal(await selected(), match - 1);
   assert.match(await copiedLine(), /no space/);
+  assert.equal(await textOf('#detail-message mark'), 'no space');
   for (const css of ['.pair:nth-child(2) button', '.pair:nth-child(3) button', '#chips button']) {
     await browser.click(css);
     assert.ok(await hasFocus(css), css);
@@ -318,6 +336,11 @@ check('counts follow the filters', async () => {
   assert.ok(await isHidden('#detail'));
   await browser.open(page, `#level=E&text=no space&all=1&line=${match}`);
   for (const {other, message} of await rows()) assert.equal(other, !message.includes('no space'));
+  const hits = errors.filter(({message}) => message.includes('no space')).length;
+  const [of_errors, of_hits] = [errors.length, hits].map((each) => each.toLocaleString('en-US'));
+  assert.equal(await textOf('#counts'), `${of_errors} of 70,000 lines, ${of_hits} matches`);
+  await browser.open(page, '#text=no space&all=1&pattern=1');
+  assert.match(await textOf('#counts'), /, 0 matches$/);
   await browser.open(page, '#text=no space');
   await search(['frame'], 'Enter');
   assert.match(lines[await selected()].message, /frame/);
@@ -427,6 +450,16 @@ check('zooms into a part of the time', async () => {
   await expectSpan(0.6, 1);
   await browser.click('#overview');
   await expectSpan(0.3, 0.7);
+  await browser.drag('#overview', 0.9, 0.6);
+  await expectSpan(0.6, 0.9);
+  await browser.keys('\uE012'.repeat(9));
+  await expectSpan(0, 0.3);
+  await browser.run(() => {  // the right button does something else
+    for (const type of ['pointerdown', 'pointerup']) {
+      document.getElementById('timeline').dispatchEvent(new PointerEvent(type, {button: 2}));
+    }
+  });
+  assert.ok(await isHidden('#detail'));
   await browser.run(() => document.getElementById('timeline').dispatchEvent(new Event('dblclick')));
   assert.equal(await count(), LINES);
   assert.deepEqual(
@@ -481,6 +514,18 @@ check('moves over breaks, and has what all sources of a process log', async () =
   }
   for (let i = 0; i < 20 && await count() < lines.length; i++) await browser.click('#zoom-out');
   assert.equal(await count(), lines.length);
+  const drawing = await written();
+  const [most, ...others] = drawing.at(-1).slice(1);
+  assert.deepEqual(others.map((height) => Math.round(most / height)), [7, 1]);
+  // A pause in which nothing is missing has its room.
+  for (const words of ['7 lines', '23:59']) assert.ok(drawing.some(([text]) => text === words));
+  const hint = await browser.run(() => {
+    const canvas = document.getElementById('timeline');
+    const clientX = canvas.getBoundingClientRect().left + 1;
+    canvas.dispatchEvent(new PointerEvent('pointermove', {clientX}));
+    return document.getElementById('hint').textContent;
+  });
+  assert.match(hint, /^1970-01-01 23:58:31\.\d+  W 3  I 2  D 2$/);
   await browser.drag('#timeline', 0.2, 0.4);
   assert.deepEqual([await count(), await textOf('#said')], [lines.length, 'No lines there']);
   assert.equal(await contentOf('.entry .first'), 'from 01-01 23:58:31');
@@ -508,6 +553,24 @@ check('moves over breaks, and has what all sources of a process log', async () =
 
 check('jumps to a time, to matches and to both ends', async () => {
   await browser.open(page);
+  // Keys of the browser, and of an open help, are not the page's.
+  await browser.run(() => {
+    for (const other of ['ctrlKey', 'altKey', 'metaKey'])
+      document.body.dispatchEvent(
+          new KeyboardEvent('keydown', {key: 'G', [other]: true, bubbles: true}));
+  });
+  await browser.keys('?G');
+  assert.match(await textOf('#program'), /^trelvoctl \d/);
+  assert.ok(await isHidden('#detail'));
+  await browser.click('#help button');
+  assert.equal(await copiedLine(), '', 'as no line is selected');
+  // From what is in view.
+  await browser.run(() => (document.getElementById('lines').scrollTop = 9e5));
+  await browser.settled();
+  const place = (await rows())[0].place - 1;
+  assert.ok(place > 9999);
+  await browser.keys('n');
+  assert.equal(await selected(), lines.findIndex((line, i) => i >= place && isError(line)));
   await browser.click('#timeline');
   const middle = await selected();
   assert.ok(middle > LINES * 0.4 && middle < LINES * 0.6, `line ${middle}`);
@@ -558,6 +621,11 @@ check('jumps to a time, to matches and to both ends', async () => {
   assert.equal(await textOf('#said'), 'No match above');
   await browser.keys('\uE00C');  // Escape leaves the field as it is
   assert.equal(await browser.run(() => document.getElementById('text').value), 'no space');
+  await browser.keys('/x');  // instead of it
+  assert.equal(await browser.run(() => document.getElementById('text').value), 'x');
+  await browser.run(() => (navigator.clipboard.writeText = () => Promise.reject()));
+  await browser.click('#link');
+  assert.match(await textOf('#said'), /not let this page copy/);
 });
 
 check('marks where lines are missing', async () => {
@@ -585,12 +653,15 @@ check('marks where lines are missing', async () => {
   await browser.open(longer, `#line=${2 * LINES}`);
   assert.equal((await rows()).at(-1).time, timeOf({wall_ms: booted_ms + LINES}).slice(11));
   assert.equal((await copied('#copy')).match(/\n/g).length, 100000, 'the most that is copied');
+  assert.equal(said, 'Copied 100,000 lines of 140,000: the most that is copied');
 });
 
 check('follows a link to what was seen', async () => {
   await browser.open(page);
   await browser.click('.chip.level-W');
+  await address('level=W');
   await browser.type('#text', 'retry');
+  await address('text=retry');
   await browser.drag('#overview', 0.05, 1);
   await browser.keys('n');
   await address('span=');
@@ -601,11 +672,17 @@ check('follows a link to what was seen', async () => {
   const link = await copied('#link');
   assert.equal(link.replace(/.*#/, '#'), await address('sort=new'));
   const seen = [await count(), await selected(), await rows(), await textOf('#chips')];
-  // Back to the filter before, not to each line that was selected.
+  // Back to the filter before, not to each line that was selected or each text that was typed.
   await browser.run(async () => {
     history.back();
     while (location.hash.includes('span=')) await new Promise((resolve) => setTimeout(resolve, 20));
   });
+  const before_all = await browser.run(
+      () => new Promise((resolve) => {
+        addEventListener('hashchange', () => resolve(location.hash), {once: true});
+        history.back();
+      }));
+  assert.equal(before_all, '');
   // All that an address may say is kept in it.
   const full = 'text=a&regex=1&exact=1&all=1&level=D&tag=sensor&not-tid=3&span=1-100&line=3&utc=1';
   await browser.open(page, `#${full}`);
@@ -629,6 +706,7 @@ check('has each message, whatever else is asked for', async () => {
   const decoded = run('decode', dumps).split(/(?<=\n)/).filter((line) => !line.startsWith('-'));
   assert.equal(await copied('#copy'), decoded.join(''));
   assert.equal(await copiedLine(), decoded[1]);
+  assert.equal(said, 'Copied 70,000 lines');
   const [paper, title] = await browser.run(() => {
     const printed = (name) => {
       dispatchEvent(new Event('beforeprint'));
@@ -677,11 +755,13 @@ check('lists patterns, and filters by one', async () => {
             text: row.querySelector('.text').textContent,
             count: Number(row.querySelector('.count').textContent.replaceAll(',', '')),
             bars: row.querySelector('path').getAttribute('d').split('z').length - 1,
+            tall: Math.max(
+                ...row.querySelector('path').getAttribute('d').match(/(?<=0\.8v)[\d.]+/g) ?? []),
             levels: row.className.match(/level-./g).join(),
           })));
   await browser.open(page);
-  (await shown()).forEach(({text, count, bars}, i) => {
-    assert.deepEqual([text, count], [patterns[i].text, patterns[i].count]);
+  (await shown()).forEach(({text, count, bars, tall}, i) => {
+    assert.deepEqual([text, count, tall], [patterns[i].text, patterns[i].count, 10]);
     assert.ok(bars > 20, text);
   });
   await browser.run(() => document.getElementById('patterns').focus());
@@ -783,6 +863,9 @@ check('lists what changed as compare does, and filters by it', async () => {
     assert.equal(await textOf('#changes-summary'), text.slice(0, 2).join('\n').split(': "')[0]);
     assert.match(await textOf('[role=tab][aria-selected=true]'), /^changes/i);
     assert.equal(await textOf('#change-count'), String(changes.length));
+    await browser.run(() => dispatchEvent(new Event('beforeprint')));
+    const on_paper = (await contentOf('#print-changes')).match(/^.+ → .+$/gm).length;
+    assert.equal(on_paper, changes.length, 'none that is doubtful');
     assert.match(await textOf('#tiles'), new RegExp(`Changes\\s+${changes.length}\\s`));
     const all = [...changes, ...doubtful];
     assert.deepEqual(await shown(), all.map((change, i) => {
@@ -821,6 +904,7 @@ check('lists what changed as compare does, and filters by it', async () => {
   for (const [key, tab] of [['\uE012', /^filters/i], ['\uE014', /^changes/i]]) {  // left, right
     await browser.keys(key);
     assert.match(await textOf('[role=tab][aria-selected=true]'), tab);
+    assert.ok(await hasFocus('[aria-selected=true][tabindex="0"]'));
   }
 });
 
@@ -847,6 +931,9 @@ check('scrolls to any line', async () => {
     await browser.keys(key);  // End, up, Home
     assert.equal(await selected(), line);
     assert.ok((await rows()).some(({place}) => place === String(line + 1)));
+    assert.ok(await browser.run(
+        () => document.getElementById(document.activeElement.getAttribute('aria-activedescendant'))
+                  .matches('[aria-selected=true]')));
   }
   await browser.keys('\uE00F\uE00F\uE00E');  // twice a page down, one up
   const page_size = await selected();
@@ -899,6 +986,7 @@ check('is usable on a small screen, by name and on paper', async () => {
   await browser.open(compared, '#level=F&line=40000');
   await browser.screenshot(join(folder, 'narrow.png'), {width: 400});
   assert.ok(await browser.run(() => document.documentElement.scrollWidth <= 400));
+  assert.ok(await browser.run(() => document.getElementById('timeline').width < 400));
   const nameless = await browser.run(
       () => [...document.querySelectorAll('button, input, canvas, [tabindex]')]
                 .filter((item) => !(item.ariaLabel || item.innerText || item.labels?.length))
@@ -964,6 +1052,8 @@ check('never takes a log for markup or script', async () => {
   assert.equal(await textOf('#facet-tag-more'), 'fewer');
   const all = await tags();
   assert.ok(all.includes('(empty)') && all.includes('l\\x0Af') && all.length === 11, all.join());
+  await browser.click('#facet-tag-more');
+  assert.equal((await tags()).length, 10);
   await browser.type('[aria-label="Find tags"]', 'WORDS');
   assert.deepEqual(await tags(), ['two words']);
   await browser.keys('n');  // which leads to an error elsewhere
@@ -1009,7 +1099,8 @@ check('tells what is damaged, and times without a clock', async () => {
   const given = (...args) => spawnSync(trelvoctl, args, {encoding: 'utf8'});
   assert.equal(given('report', damaged, '-o', file).status, 3);
   await browser.open(file);
-  assert.match(await textOf('#tiles'), /Damaged\s+1/);
+  assert.equal(await textOf('#title'), 'Log');
+  assert.match(await textOf('.tile.bad'), /^Damaged\s+1/);
   assert.match(await textOf('#damage'), /damaged\.dump: offset \d+: /);
   assert.deepEqual((await rows()).map((row) => row.message), ['one', 'two']);
   assert.match(await textOf('#when'), /to \d+\.\d{3} s since boot/);
@@ -1054,6 +1145,7 @@ check('tells what is damaged, and times without a clock', async () => {
   assert.match(
       (await textOf('#tiles')).replace(/\s+/g, ' '),
       /Gaps 1 of unknown length .* Left out 3 repeated/);
+  assert.match(await textOf('.tile.bad'), /^Gaps/);
   // A clock that is set, of which the axis and the span have nothing.
   const set = join(damaged, 'set.dump');
   const setting = (monotonic, wall) => {
