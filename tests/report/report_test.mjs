@@ -1163,7 +1163,7 @@ check('tells what is damaged, and times without a clock', async () => {
   await browser.open(file);
   // Corrected by 20 s in between, it was not set.
   assert.deepEqual((await rows()).map(({mark}) => mark), ['', 'clock set', '', 'clock set']);
-  assert.match(await textOf('#tiles'), /Span\s+22 s/);
+  assert.match(await textOf('#tiles'), /Span\s+26 s/);
   await search([signs]);
   assert.deepEqual([await textOf('#text-error'), await count()], ['', 1]);
   // Time that starts over.

@@ -16,6 +16,7 @@ export class Log {
     const {sources} = head;
     this.lines = head.lines;
     this.marks = head.marks;
+    this.setBy = new Map(head.clocks_set);
     this.boots = head.boots;
     this.mixed = new Set(head.boots.map((boot) => boot.wall)).size > 1;
     this.hosts = new Set(head.boots.map((boot) => boot.host));
@@ -105,10 +106,14 @@ export class Log {
     }
   }
 
-  // Nothing where one of the times is of a clock and the other one since boot.
+  // Milliseconds since the line before, without what the clock was set by; nothing where one of the
+  // times is of a clock and the other one since boot.
   step(line) {
     if (line === 0 || (this.mixed && this.isWall(line) !== this.isWall(line - 1))) return 0;
-    return this.times[line] - this.times[line - 1];
+    const step = this.times[line] - this.times[line - 1];
+    return this.setBy.has(line) && this.bootOf(line) === this.bootOf(line - 1) ?
+        step - this.setBy.get(line) :
+        step;
   }
 
   // The first line at or behind a place on the axis; the number of lines where none is.
@@ -122,8 +127,12 @@ export class Log {
     return {ms: this.times[line] + place - this.at[line], wall: this.isWall(line)};
   }
 
+  bootOf(line) {
+    return this.boots[this.sources.boot[this.sourceOf[line]]];
+  }
+
   isWall(line) {
-    return this.boots[this.sources.boot[this.sourceOf[line]]].wall;
+    return this.bootOf(line).wall;
   }
 
   // Whether the time of a line is the latest possible: what tells the right one is lost.

@@ -174,9 +174,11 @@ void LogColumns::Add(const Line& line, const LineContext& context, std::optional
     }
     boot_times_.resize(std::max(boot_times_.size(), context.boot_place + 1));
     auto& boot_time_ms = boot_times_[context.boot_place];
-    if (boot_time_ms &&
-        std::abs(context.boot_time_ms.value_or(*boot_time_ms) - *boot_time_ms) > kClockSet) {
+    const int64_t set_by =
+        boot_time_ms ? context.boot_time_ms.value_or(*boot_time_ms) - *boot_time_ms : 0;
+    if (std::abs(set_by) > kClockSet) {
         marks_.push_back({lines_, "clock set", 0});
+        clocks_set_.push_back({lines_, set_by});
     }
     boot_time_ms = context.boot_time_ms;
     const int64_t ms = context.boot_time_ms.value_or(0) + line.time_ms;
@@ -286,7 +288,7 @@ Json LogColumns::Tables() const {
         {"lines", lines_},          {"tags", tags},
         {"tag_widths", tag_widths}, {"sources", sources},
         {"patterns", patterns_},    {"forms", {{"pattern", form_patterns}, {"pieces", form_texts}}},
-        {"marks", marks_}};
+        {"marks", marks_},          {"clocks_set", clocks_set_}};
 }
 
 }  // namespace trelvo

@@ -52,7 +52,7 @@ public:
     void Finish();
 
     // What the columns refer to: tags, sources, patterns, forms; and the breaks between lines,
-    // among them "clock set".
+    // among them "clock set", with what the clocks were set by.
     [[nodiscard]] nlohmann::ordered_json Tables() const;
     [[nodiscard]] uint64_t Lines() const { return lines_; }
 
@@ -88,6 +88,7 @@ private:
     std::map<std::string, size_t, std::less<>> tags_;
     std::map<Source, uint32_t> sources_;
     nlohmann::ordered_json marks_ = nlohmann::ordered_json::array();
+    nlohmann::ordered_json clocks_set_ = nlohmann::ordered_json::array();  // lines, by milliseconds
     std::vector<std::string_view> values_;
     std::string message_;
     std::vector<std::optional<int64_t>> boot_times_;  // by boot, as of its last line

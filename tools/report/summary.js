@@ -49,11 +49,8 @@ export function fillSummary({log, head, changes}) {
       ({name, damage}) => make('li', {}, `${plainText(name)}: ${plainText(damage)}`)));
 }
 
-// Without what clocks were set back or on by.
 function spanOf(log) {
-  const set = new Set(log.marks.filter((mark) => mark[1] === 'clock set').map(([line]) => line));
   let span = 0;
-  for (let line = 1; line < log.lines; line++)
-    if (!set.has(line)) span += Math.max(0, log.step(line));
+  for (let line = 1; line < log.lines; line++) span += Math.max(0, log.step(line));
   return span;
 }
