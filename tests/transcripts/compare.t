@@ -50,9 +50,9 @@ Messages that differ in values are one pattern; what changed from a healthy log 
   gone   I  300   0 600.200 dog: watchdog fed
   $ trelvoctl compare -o json good.dump bad.dump | sed 's/"chance":[^,]*/"chance":0/g'
   {"good":{"lines":1310,"span_ms":599500},"bad":{"lines":681,"span_ms":299400},"usual_ratio":0.49941701515093384,"patterns":7,"changes":[{"change":"level","level":"E","old_level":"I","tag":"app","text":"request took <*>","at":{"time_ms":3400},"good":{"count":0},"bad":{"count":100,"first":{"time_ms":3400},"last":{"time_ms":300400}},"ratio":null,"chance":0,"example":"request took 3.5 s"},{"change":"new","level":"E","tag":"disk","text":"cannot read <*>: error <*>","at":{"time_ms":50300},"good":{"count":0},"bad":{"count":6,"first":{"time_ms":50300},"last":{"time_ms":300300}},"ratio":null,"chance":0,"example":"cannot read /dev/sda: error 50"},{"change":"burst","level":"I","tag":"app","text":"queue flushed","at":{"time_ms":107500},"good":{"count":60,"first":{"time_ms":10500},"last":{"time_ms":600500}},"bad":{"count":200,"first":{"time_ms":101500},"last":{"time_ms":140500}},"ratio":6.674448871802922,"chance":0,"example":"queue flushed"},{"change":"gone","level":"I","tag":"dog","text":"watchdog fed","at":{"time_ms":600200},"good":{"count":300,"first":{"time_ms":2200},"last":{"time_ms":600200}},"bad":{"count":0},"ratio":0.0,"chance":0,"example":"watchdog fed"}],"doubtful":[]}
-  $ for i in 1 2; do printf '1.000 I/A (P 1, T 1): try %d: %0600d.\n' $i 0; done | make_dump long.dump
+  $ for i in 1 2; do printf "1.000 I/A (P 1, T 1): try $i: "; printf 'ä%.0s' $(seq 300); echo; done | make_dump long.dump
   $ trelvoctl patterns long.dump | tail -c 12
-  00000000\xe2\x80\xa6 (esc)
+  \xc3\xa4\xc3\xa4\xc3\xa4\xc3\xa4\xe2\x80\xa6 (esc)
   $ trelvoctl compare good.dump good.dump
   good: 1310 lines in 9 min 59 s; bad: 1310 lines in 9 min 59 s, most patterns x1
   0 of 5 patterns changed

@@ -142,8 +142,8 @@ uint32_t Comparison::Add(Side side, const Line& line, std::optional<int64_t> boo
     SideCount& counts = row.sides.at(side);
     if (counts.count == 0) {
         counts.first = time;
-        row.example = std::string(message.substr(0, PatternTable::kMaxExample));
-        row.cut = message.size() > PatternTable::kMaxExample;
+        row.example = PatternTable::ExampleOf(message);
+        row.cut = message.size() > row.example.size();
         row.example_of_bad = side == kBad;
     }
     ++counts.count;

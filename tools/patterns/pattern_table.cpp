@@ -71,8 +71,8 @@ uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms
         PatternRow& row = *rows_[number];
         row.first = time;
         row.tag = std::string(line.source.tag);
-        row.example = std::string(message.substr(0, kMaxExample));
-        row.cut = message.size() > kMaxExample;
+        row.example = ExampleOf(message);
+        row.cut = message.size() > row.example.size();
     }
     PatternRow& row = *rows_[number];
     ++row.count;
@@ -80,6 +80,18 @@ uint32_t PatternTable::Add(const Line& line, std::optional<int64_t> boot_time_ms
     ++row.timeline[part];
     row.last = time;
     return number;
+}
+
+std::string PatternTable::ExampleOf(std::string_view message) {
+    if (message.size() <= kMaxExample) {
+        return std::string(message);
+    }
+    constexpr size_t kMostFollowing = 3;
+    size_t size = kMaxExample;
+    while (size > kMaxExample - kMostFollowing && (message[size] & 0xC0) == 0x80) {
+        --size;  // not within a character of UTF-8
+    }
+    return std::string(message.substr(0, size));
 }
 
 void PatternTable::Gather() {

@@ -56,6 +56,8 @@ struct PatternRow {
 class PatternTable {
 public:
     static constexpr size_t kMaxExample = 512;
+    // What of a message is kept as an example: whole characters of up to kMaxExample bytes.
+    [[nodiscard]] static std::string ExampleOf(std::string_view message);
 
     // `boot` is the place of the line's boot in the log. Returns the line's number, for Place().
     [[nodiscard]] uint32_t Add(const Line& line, std::optional<int64_t> boot_time_ms, size_t boot);
