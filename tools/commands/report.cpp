@@ -14,6 +14,7 @@
 #include "commands/comparison_parts.h"
 #include "commands/decoder.h"
 #include "commands/faults.h"
+#include "commands/input_files.h"
 #include "commands/log_options.h"
 #include "commands/output.h"
 #include "commands/page_changes.h"
@@ -192,7 +193,26 @@ DecodeOptions FiltersOf(DecodeOptions options) {
     return options;
 }
 
+// As where the page's name was forgotten, so that the first dump stands in its place.
+bool WouldReplaceInput(const ReportOptions& options) {
+    std::vector<std::string> inputs = options.decode.words;
+    if (options.good) {
+        inputs.push_back(*options.good);
+    }
+    return IsDumpName(options.output) ||
+           std::any_of(inputs.begin(), inputs.end(), [&](const std::string& input) {
+               std::error_code error;
+               return fs::equivalent(input, options.output, error);
+           });
+}
+
 ExitCode Report(const ReportOptions& options) {
+    if (WouldReplaceInput(options)) {
+        Complain(
+            "report: " + options.output +
+            ": is read, or named like a dump; -o takes the page to write, such as report.html");
+        return ExitCode::kUsage;
+    }
     Faults faults;
     auto result = ExitCode::kSuccess;
     faults.Try("report", [&] {
