@@ -382,14 +382,17 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
     }
     last_line_->time_ms = line.time_ms;
     last_line_->boot_time_ms = boot_time_ms;
+    if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
+        return;
+    }
     if (!again_) {
-        ++lines_;
+        ++asked_for_;
         if (line.kind == Line::Message::kCode) {
             ++codes_[versions_[line.dump]];
         }
     }
     try {
-        if ((line.clock && !clock_lines_) || !filter_.Passes(line, part.boot, boot_time_ms)) {
+        if (!filter_.Matches(line)) {
             return;
         }
     } catch (const SearchError& error) {
@@ -428,7 +431,7 @@ void Decoder::Show(const Line& line, Break before, const Part& part) {
 
 void Decoder::TellCodes() {
     for (const auto& [version, codes] : codes_) {
-        const std::string text = std::to_string(codes) + " of " + std::to_string(lines_) +
+        const std::string text = std::to_string(codes) + " of " + std::to_string(asked_for_) +
                                  " messages are codes of policy " + version + ": --policy DIR";
         if (options_.grep) {
             faults_.Tell(text + "; codes were not searched", ExitCode::kCodeTables);

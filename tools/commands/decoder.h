@@ -114,7 +114,7 @@ private:
     bool clock_lines_ = false;                     // are shown
     bool again_ = false;                           // all lines once more: their faults were told
     uint64_t shown_ = 0;
-    uint64_t lines_ = 0;                     // shown or not
+    uint64_t asked_for_ = 0;                 // lines that pass all filters but the pattern
     std::vector<std::string> versions_;      // of the policy, for each part
     std::map<std::string, uint64_t> codes_;  // messages shown as codes, by version
     Faults faults_;

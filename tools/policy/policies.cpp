@@ -36,7 +36,13 @@ void Policies::ReadFolders(const std::string& parent) {
             }
             continue;
         }
-        const std::string version = ReadPolicyFile(path + "/policy_version.xml").version;
+        std::string version;
+        try {
+            version = ReadPolicyFile(path + "/policy_version.xml").version;
+        } catch (const PolicyError& fault) {
+            faults_.emplace_back(fault.what());
+            continue;
+        }
         const auto [known, added] = folders_.emplace(version, path);
         if (!added) {
             throw PolicyError(known->second + " and " + path + " are both of policy version '" +

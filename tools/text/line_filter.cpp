@@ -152,8 +152,11 @@ bool LineFilter::Passes(const Line& line, size_t boot, std::optional<int64_t> bo
     }
     return (lowest_.empty() || PassesTags(line)) &&
            (pids_.empty() || pids_.count(line.source.pid) > 0) &&
-           (tids_.empty() || tids_.count(line.source.tid) > 0) &&
-           (!pattern_ || pattern_->IsIn(line.message));
+           (tids_.empty() || tids_.count(line.source.tid) > 0);
+}
+
+bool LineFilter::Matches(const Line& line) const {
+    return !pattern_ || (line.kind != Line::Message::kCode && pattern_->IsIn(line.message));
 }
 
 }  // namespace trelvo

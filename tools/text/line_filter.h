@@ -74,10 +74,14 @@ public:
     // When the last line was by wall clock: since 1970. Lines are then chosen by wall clock.
     void SetWallEnd(int64_t ms);
 
-    // Throws SearchError as the pattern does. `boot_time_ms`: since 1970, where it is known. A line
-    // without is before every wall-clock time.
+    // All filters but the pattern. `boot_time_ms`: since 1970, where it is known. A line without is
+    // before every wall-clock time.
     [[nodiscard]] bool Passes(const Line& line, size_t boot,
                               std::optional<int64_t> boot_time_ms) const;
+
+    // Whether the pattern, if there is one, is in the line's text: a code has none. Throws
+    // SearchError as the pattern does.
+    [[nodiscard]] bool Matches(const Line& line) const;
 
 private:
     [[nodiscard]] bool PassesTags(const Line& line) const;
