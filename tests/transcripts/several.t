@@ -223,6 +223,8 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
            1   25.0        7 B    5.5  B,2
   $ TZ=Asia/Kolkata trelvoctl stat 1.dump | grep '^  time'
     time            2025-11-24 21:30:10.000 to 2025-11-24 21:30:11.000, on till
+  $ TZ=Asia/Kolkata trelvoctl patterns --utc 1.dump | tail -1
+          1 W 11-24 16:00:11.000 11-24 16:00:11.000                                \xe2\x96\x88 two (esc)
   $ TZ=Asia/Kolkata trelvoctl stat -o json 1.dump | grep -o '"first_time.*"last_time[^,]*'
   "first_time":"2025-11-24T21:30:10.000+05:30","last_time":"2025-11-24T21:30:11.000+05:30"
   $ trelvoctl stat -v 1.dump 2.dump | grep 'lines in\|bytes a record'
@@ -345,6 +347,8 @@ holds the first one's last lines.
          202   10.6 KiB     1 min 40 s      2.0      53.96    0.0      1.55  up1.dump
          162    8.5 KiB     1 min 20 s      2.0      54.13    0.0      1.55  up2.dump
          242   19.2 KiB      2 min 0 s      2.0      54.03    0.0      1.55  total, each line once
+  $ lines 40 60 | make_dump within.dump; trelvoctl stat up1.dump within.dump up2.dump | sed 1q
+  3 dumps: 242 lines in 2 min 0 s, 2.0 a second
   $ touch -d 2025-11-24 up2.dump; trelvoctl stat up1.dump up2.dump | grep -o 'up[12].*'
   up1.dump
   up2.dump

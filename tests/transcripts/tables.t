@@ -100,6 +100,11 @@ A dump with these codes, as the recorder writes them.
   2.000 I/A (P 1): as text
   trelvoctl: 3 of 4 messages are codes of policy 7: --policy DIR; codes were not searched
   [4]
+  $ trelvoctl decode -g '\x0e' coded.dump B:V
+  trelvoctl: 2 of 2 messages are codes of policy 7: --policy DIR; codes were not searched
+  [4]
+  $ trelvoctl decode -g x plain.dump coded.dump --until 2.5 --since 2
+  2.000 I/A (P 1): as text
   $ trelvoctl decode --policy tables coded.dump plain.dump
   1.000 I/A (P 1): stopped
   2.000 I/A (P 1): as text
@@ -140,14 +145,16 @@ A dump with these codes, as the recorder writes them.
   5.000 I/A (P 1): no tables
   [4]
   $ rm policies/tables/1-A.db policies/loop
+  $ mkdir policies/broken; echo '<x></y>' >policies/broken/policy_version.xml
   $ trelvoctl decode --policies policies coded.dump ./coded.dump
+  trelvoctl: policies/broken/policy_version.xml: line 1: mismatched tag; its codes are shown as they are
   trelvoctl: policies/tables/1-A.db: unable to open database file; its codes are shown as they are
   1.000 I/A (P 1): \x01
   2.000 I/A (P 1): as text
   3.000 W/B (P 2): rare, "quoted"
   4.000 W/B (P 2): \x0E
   [4]
-  $ rm -r policies/tables
+  $ rm -r policies/tables policies/broken
   $ trelvoctl decode --policies policies coded.dump
   trelvoctl: coded.dump: needs the code tables of policy version '7', which policies lacks
   [4]
