@@ -306,6 +306,12 @@ From captured text, a journal and dumps; what they are for other lines.
   lines          57; 0 coded (0.0 %)
   message bytes  507 as text, 507 with tables (0.0 % saved)
 
+  $ for text in '\x01' one; do printf "A\t$text\t1\nA\tanother\t2\n" >two.tsv
+  >   trelvoctl train -o none --policy-version 1 --max-memory 300 --force two.tsv 2>&1 >/dev/null; done
+  trelvoctl: --max-memory: dropped 2 of the rarest texts, which had been seen 2 times at most; some were not text, and a code may be the same: give more memory
+  trelvoctl: --max-memory: dropped 2 of the rarest texts, which had been seen 2 times at most
+  $ rm -r none
+
 The same log gives the same policy, also where many texts come equally often.
 
   $ seq -f $'A\ttext number %.0f\t3' 300 >even.tsv

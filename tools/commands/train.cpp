@@ -173,7 +173,10 @@ void ReportLosses(const MessageCounts& counts, const Training& training) {
     if (counts.Dropped() != 0) {
         Complain("--max-memory: dropped " + std::to_string(counts.Dropped()) +
                  " of the rarest texts, which had been seen " +
-                 std::to_string(counts.HighestDropped()) + " times at most");
+                 std::to_string(counts.HighestDropped()) + " times at most" +
+                 (counts.DroppedCodes() ? "; some were not text, and a code may be the same: give "
+                                          "more memory"
+                                        : ""));
     }
     for (const std::string& tag : training.unfit_tags) {
         Complain("tag '" + tag + "' cannot stand in a policy file and gets no table");

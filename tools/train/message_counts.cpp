@@ -4,6 +4,7 @@
 #include <map>
 #include <vector>
 
+#include "text/escape.h"
 #include "train/record_cost.h"
 
 namespace trelvo {
@@ -25,6 +26,11 @@ uint64_t TextMemory(std::string_view tag, const MessageCounts::Texts& texts,
 }
 
 }  // namespace
+
+bool CouldBeCode(std::string_view message) {
+    constexpr size_t kLongestCode = 3;
+    return message.size() <= kLongestCode && !IsText(message);
+}
 
 void MessageCounts::Add(std::string_view tag, std::string_view message, uint64_t count) {
     count = std::min(count, kMostCount);
@@ -74,6 +80,7 @@ void MessageCounts::DropRarest() {
             memory_ -= EntryMemory(text->first);
             ++dropped_;
             highest_dropped_ = std::max(highest_dropped_, text->second);
+            dropped_codes_ = dropped_codes_ || CouldBeCode(text->first);
             text = texts.erase(text);
         }
         if (texts.empty()) {

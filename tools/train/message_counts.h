@@ -10,6 +10,9 @@
 
 namespace trelvo {
 
+// Whether a code might have the same bytes as this message: codes are short and are never text.
+[[nodiscard]] bool CouldBeCode(std::string_view message);
+
 // How often each tag logged each text. Memory follows the distinct texts; where a bound is set and
 // they outgrow it, the rarest are dropped until half of it is free again, of equally rare ones
 // those that come first in byte order. A text that comes back is then counted from 0, so the counts
@@ -36,6 +39,8 @@ public:
     // Texts that were dropped, one that came back and was dropped again twice.
     [[nodiscard]] uint64_t Dropped() const { return dropped_; }
     [[nodiscard]] uint64_t HighestDropped() const { return highest_dropped_; }
+    // Whether one of them could be a code, so that nobody knows any more which codes are free.
+    [[nodiscard]] bool DroppedCodes() const { return dropped_codes_; }
     // An estimate, in bytes.
     [[nodiscard]] uint64_t Memory() const { return memory_; }
 
@@ -52,6 +57,7 @@ private:
     uint64_t memory_ = 0;
     uint64_t dropped_ = 0;
     uint64_t highest_dropped_ = 0;
+    bool dropped_codes_ = false;
     double lines_ = 0;
     double message_bytes_ = 0;
     std::unordered_map<std::string, Texts, KeyedHash> tags_;

@@ -4,13 +4,9 @@
 #include <string_view>
 #include <utility>
 
-#include "text/escape.h"
-
 namespace trelvo {
 
 namespace {
-
-constexpr size_t kLongestCode = 3;
 
 // What an entry takes in the service besides text and code: two lengths, its share of the index,
 // and what is lost around both.
@@ -33,7 +29,7 @@ std::vector<CodedText> TrainTag(const MessageCounts::Texts& texts, const Trainin
     std::vector<CountedText> candidates;
     TextSet taken;
     for (const auto& [text, count] : texts) {
-        if (text.size() <= kLongestCode && !IsText(text)) {
+        if (CouldBeCode(text)) {
             taken.insert(text);
         }
         if (count >= limits.least_count && CanBeLookedUp(text)) {
