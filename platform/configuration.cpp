@@ -94,8 +94,8 @@ public:
 
     Configuration Read() {
         g_autoptr(GError) error = nullptr;
-        if (g_key_file_load_from_file(file_.get(), path_.c_str(), G_KEY_FILE_NONE, &error) ==
-            FALSE) {
+        if (g_key_file_load_from_file(file_.get(), path_.c_str(), G_KEY_FILE_KEEP_TRANSLATIONS,
+                                      &error) == FALSE) {
             throw ConfigurationError(path_ + ": " + error->message);
         }
         RefuseUnknown();

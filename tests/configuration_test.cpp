@@ -137,6 +137,7 @@ TEST(Configuration, FaultsNameFileAndKeyAndTheInstalledFilePasses) {
         {"[dump]\ngroup=no such\n", {"[dump] group: 'no such' is not a group"}},
         {"[dump]\ntriggers=match\nmatch=*:F; a:E:x & y\n", {"[dump] match: holds a '&'"}},
         {"[dump]\nsize=1 MiB\n", {"[dump] size: unknown key"}},
+        {"[dump]\nfolder[de]=/tmp\n", {"[dump] folder[de]: unknown key"}},
         {"size=1 MiB\n", {"Key file does not start with a group"}},
     };
     for (const auto& [text, faults] : rows) {
