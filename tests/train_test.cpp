@@ -276,6 +276,9 @@ TEST(LogInput, LinesOfEveryFormat) {
                 testing::ElementsAre("T 0/0 a\\x09b 0 x3", "T 0/0 x 0 x2",
                                      "2 0 line 3: is not TAG, message and count"));
     EXPECT_THAT(ReadLog("__T\ta\t1\n"), testing::ElementsAre("__T 0/0 a 0", "0 0"));
+    EXPECT_THAT(ReadLog("\t5.0 I/T(P 1, T 2): f: g(1) > x\ty\t3\n"),
+                testing::ElementsAre("T 1/2 x\\x09y\\x093 0", "0 0"))
+        << "a capture line that ends like a count";
     const std::string dump = DumpBuilder("1")
                                  .Line(0, "\x80", "T,1")
                                  .Line(5, "\x81", "T,1")
@@ -460,7 +463,9 @@ TEST_F(TrainProgram, WhatCannotBeReadIsToldAndDamageKeepsTheWholeLines) {
         {{Write("counts", "T\tsome text\t3\nT\tx\ty\n")}, 3, "line 2: is not", true},
         {{Write("journal", "{\"_COMM\":\"T\"}\n")}, 3, "none of 1 entries has a MESSAGE", false},
         {{"-", "--evaluate", "-"}, 2, "standard input (-) can be read only once", false},
-        {{Write("once", "T\ttext\t1\n"), "--max-memory", "1"}, 0, "dropped 1 of", true},
+        {{Write("once", "T\ttext\t1\n"), "--max-memory", "1b"}, 0, "dropped 1 of", true},
+        {{Write("wide", std::string(300, 't') + "\ttext\t2\n")}, 0, "", true},
+        {{Write("noxml", "T\uFFFF\ttext\t2\n")}, 0, "' cannot stand in a policy file", true},
         {{dump, "--evaluate", folder_ + "once"}, 4, "once: holds counts, which say", true},
         {{dump, "--policy", folder_}, 4, "policy_version.xml: No such file", false},
         {{dump, "--max-memory", "200"}, 4, "dropped 2 of the rarest texts, which had", true},

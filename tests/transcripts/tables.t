@@ -236,7 +236,7 @@ From captured text, a journal and dumps; what they are for other lines.
     bytes a line 44.50 as text, 10.50 without tables, 4.00 with tables
   trelvoctl: counts.tsv: holds counts, which say nothing about records
   [3]
-  $ trelvoctl train -o dumps --policy-version 1 --min-count 1 --policy again coded.dump plain.dump
+  $ trelvoctl train -o dumps --policy-version 1 --min-count 1 --policy again coded.dump plain.dump --evaluate coded.dump
   policy         1 in dumps
   tags           2 with a table, of 2
   entries        4
@@ -244,6 +244,9 @@ From captured text, a journal and dumps; what they are for other lines.
   in the service about 101 bytes of memory (estimate)
   lines          5; 4 coded (80.0 %)
   message bytes  43 as text, 10 with tables (76.7 % saved)
+  evaluated on   coded.dump
+    lines        4; 3 coded (75.0 %), 0 refused
+    bytes a line 29.25 as text, 11.00 without tables, 4.75 with tables
   $ trelvoctl train -o dumps --force --policy-version 1 --min-count 1 coded.dump
   trelvoctl: coded.dump: 3 messages may be codes of policy version '7' and are left out; --policy gives its tables
   policy         1 in dumps
@@ -264,8 +267,8 @@ From captured text, a journal and dumps; what they are for other lines.
   trelvoctl: nothing was written
   [3]
   $ printf '{"__REALTIME_TIMESTAMP":"1","__MONOTONIC_TIMESTAMP":"2000","_BOOT_ID":"1","PRIORITY":"6","SYSLOG_IDENTIFIER":"A","_PID":"1","MESSAGE":"hello"}\n' >one.json
-  $ cat one.json one.json | trelvoctl train -o journal --policy-version 1 -
-  policy         1 in journal
+  $ cat one.json one.json | trelvoctl train -o journal/ --policy-version 1 -
+  policy         1 in journal/
   tags           1 with a table, of 1
   entries        1
   on disk        8268 bytes
@@ -290,6 +293,13 @@ From captured text, a journal and dumps; what they are for other lines.
   trelvoctl: damaged.dump: offset 18: message is cut off
   trelvoctl: nothing was written
   [4]
+  $ for format in capture dump export json; do
+  >   trelvoctl train -o none --policy-version 1 --format $format counts.tsv 2>&1 | head -1
+  > done
+  trelvoctl: counts.tsv: none of 5 lines is capture text, which looks like this: 12.345 I/MY_TAG (P 1234, T 1240): main.c: run(52) > started
+  trelvoctl: counts.tsv: offset 0: policy version is negative (-63)
+  trelvoctl: counts.tsv: entry 1: a field is cut off
+  trelvoctl: counts.tsv: line 1: not an entry of a journal
   $ ls none
   ls: cannot access 'none': No such file or directory
   [2]
@@ -338,7 +348,9 @@ What stands in the way of a policy stays, also what comes while it is trained.
   $ ln -s nowhere dangling; trelvoctl train -o dangling --force --policy-version 1 counts.tsv
   trelvoctl: dangling: not a folder; left unchanged
   [2]
-  $ trelvoctl train -o other --policy-version 1 counts.tsv >/dev/null
+  $ trelvoctl train -o other --policy-version 1 --format counts --evaluate capture.txt counts.tsv | tail -2
+    lines        4; 4 coded (100.0 %), 1 refused
+    bytes a line 44.50 as text, 10.50 without tables, 4.00 with tables
   $ (seq -f $'A\t%.0f\t1' 20000; touch other/notes) |
   >     trelvoctl train -o other --force --policy-version 1 --format counts -
   trelvoctl: other: holds more than a policy (notes) and is kept
