@@ -156,6 +156,8 @@ TEST_F(Decode, CopiesWithoutTheirTimesAreInOrderByLogTime) {
     Dump("a.dump", kDropped);
     Dump("b.dump", kKept);
     EXPECT_EQ(Run("trelvoctl decode --one-boot -o raw .").out, "a\nb\nc\nd\n");
+    // An archive keeps whole seconds.
+    EXPECT_EQ(Run("touch -d @9 *.dump; trelvoctl decode -o raw .").out, "a\nb\nc\nd\n");
 }
 
 TEST_F(Decode, ClockLinesTellWallClockBootAndHost) {
@@ -414,6 +416,8 @@ TEST_F(Decode, LinesAreChosenByTagLevelProcessTextAndTime) {
     Dump("whole", kWhole);
     ExpectRuns({
         {"decode -r -n 1 whole", "0", kB, ""},
+        {"-V > v; cp whole x:I; trelvoctl decode -n 1 x:I", "0", kB, ""},  // files come first
+        {"-V > v; mv x:I x:Y; trelvoctl decode -n 1 x:Y", "0", kB, ""},
         {"decode whole '*:I' A:S --tid 11 --pid 10 -g '^b$'", "0", kB, ""},
         {"decode whole -g c", "6", "", ""},
         {"decode whole " + std::string(300, 'x') + ":E", "0", "", ""},
@@ -549,6 +553,13 @@ TEST_F(Decode, WrongArgumentsAndInputsAreNamed) {
          "decode: 'soon' is not a time of boot: expected 2026-01-31T12:00:00Z or '2026-01-31 "
          "12:00:00'"},
         {"decode -f whole", "2", "", "decode: --follow takes one folder"},
+        {"decode -f . none", "2", "", "decode: --follow takes one folder"},
+        {"decode -f -r .", "2", "", "--reverse excludes --follow"},
+        {"decode --wall --monotonic whole", "2", "", "--wall excludes --monotonic"},
+        {"decode --wall --boot-time 2026-01-31 whole", "2", "", "--boot-time excludes --wall"},
+        {"decode --policy d --policies d whole", "2", "", "--policy excludes --policies"},
+        {"decode --wall -", "2", "",
+         "decode: --wall needs a file with a time of its own; --boot-time sets one"},
         {"2>&1 | sed q", "0", "trelvoctl: a command is required\n", ""},
         {"help decode | sed q", "0", "Print dumps as one log\n", ""},
         {"launch DUMP", "2", "", "launch: 'DUMP' has no '='; expected KEY=VALUE"},
@@ -659,9 +670,12 @@ TEST_F(Decode, ColumnsFitWhatIsThereAndLinesGoOnUnderTheirMessage) {
              {terminal + "trelvoctl decode --no-pager code 2>/dev/null' /dev/null",
               "1.000 I/A (P 10, T 11): <code 800A0A>\n"},
              {"trelvoctl decode threads", head + "\\x0A" + wide + "wwww\n" + other + "\n"},
-             {terminal + "trelvoctl decode --no-pager threads' /dev/null",
+             {terminal + "NO_COLOR= trelvoctl decode --no-pager threads' /dev/null",
               on + head + off + on + indent + wide + off + on + indent + "wwww" + off + other +
                   "\n"},
+             {terminal + "stty cols 43; trelvoctl decode --color never --no-pager threads' "
+                         "/dev/null",
+              head + "\n" + indent + wide + "wwww\n" + other + "\n"},
              {terminal + "PAGER=false TRELVO_PAGER= trelvoctl decode -n 1 threads' /dev/null",
               other + "\n"},
              {terminal + "NO_COLOR=1 PAGER=false TRELVO_PAGER=\"sed s/^/:/\" trelvoctl decode none "

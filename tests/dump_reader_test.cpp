@@ -181,8 +181,10 @@ TEST(Escape, WhatCouldDriveATerminal) {
         {"plain grün 日本 \U0001F600", "plain grün 日本 \U0001F600"},
         {"\x1B[2J\t\r\n\x7F"s + '\0', R"(\x1B[2J\x09\x0D\x0A\x7F\x00)"},
         {"C:\\x1B", R"(C:\\x1B)"},
+        {"among others \x7F eight at\x1F a time", R"(among others \x7F eight at\x1F a time)"},
         {"\xC2\x9B"s + "31m", R"(\xC2\x9B31m)"},
         {"\u202Eabc\u2069\u061C\u200F\u2028", R"(\u{202E}abc\u{2069}\u{061C}\u{200F}\u{2028})"},
+        {"\u200E\u2066 \u2027\u206A", "\\u{200E}\\u{2066} \u2027\u206A"},
         {"stray \x80 \xFF", R"(stray \x80 \xFF)"},
         {"cut \xE2\x82", R"(cut \xE2\x82)"},
         {"overlong \xC0\x80 \xE0\x80\xAF", R"(overlong \xC0\x80 \xE0\x80\xAF)"},
@@ -251,6 +253,11 @@ TEST_F(Policy, FaultsNameTheFile) {
     EXPECT_NE(tables.Faults()[0].find("absent.db: unable to open"), std::string::npos);
     EXPECT_FALSE(fs::exists(folder_ / "absent.db"));
     EXPECT_EQ(tables.Message("TAG", "hi"), "hello world");
+
+    // Of two whole tables the last counts.
+    WriteXml("<x><db logtag='TAG' name='codes.db'/><db logtag='TAG' name='last.db'/></x>");
+    test_support::MakeCodeTable(folder_ / "last.db", "('bye','0110100001101001')");
+    EXPECT_EQ(CodeTables(folder_.string()).Message("TAG", "hi"), "bye");
 
     WriteXml("<x></y>");
     EXPECT_THROW(CodeTables(folder_.string()), PolicyError);

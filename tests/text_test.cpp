@@ -78,6 +78,10 @@ TEST(TimePoint, IsReadAsPeopleWriteIt) {
         {"-10s", false, Kind::kFromEnd, -10000},
         {"-1.5m", false, Kind::kFromEnd, -90000},
         {"-2h", false, Kind::kFromEnd, -7200000},
+        {"-1d", false, Kind::kFromEnd, -kDayMs},
+        {"3 hours", false, Kind::kSinceBoot, 10800000},
+        {"2 days", false, Kind::kSinceBoot, 2 * kDayMs},
+        {"4 seconds", false, Kind::kSinceBoot, 4000},
         {"1970-01-02", true, Kind::kWall, kDayMs},
         {"1970-01-02", false, Kind::kWall, kDayMs - 19800000},
         {"1970-01-02 00:01", true, Kind::kWall, kDayMs + 60000},
@@ -92,6 +96,7 @@ TEST(TimePoint, IsReadAsPeopleWriteIt) {
     }
     EXPECT_EQ(ParseTimePoint("today", true).ms % kDayMs, 0);
     EXPECT_EQ(ParseTimePoint("yesterday", false).ms % kDayMs, kDayMs - 19800000);
+    EXPECT_EQ(ParseTimePoint("yesterday", true).ms, ParseTimePoint("today", true).ms - kDayMs);
     for (const char* zone : {"XXX-12", "XXX+12"}) {
         SetZone(zone);
         EXPECT_EQ(ParseTimePoint("22:30Z", false).ms, ParseTimePoint("today", true).ms + 81000000)
@@ -239,6 +244,9 @@ TEST(LineFormat, FieldsOfTheWallClockAndTheHostStandWhereTheyBelong) {
     EXPECT_EQ(text(MakeExportFormat(), -9000, true),
               "__REALTIME_TIMESTAMP=1\n__MONOTONIC_TIMESTAMP=1500000\n_BOOT_ID=b0\n_HOSTNAME=vega\n"
               "PRIORITY=3\nSYSLOG_IDENTIFIER=T\n_PID=1\nTID=2\nLATEST=1\nMESSAGE=x\n\n");
+    EXPECT_THAT(text(MakeExportFormat(), 100000000000000),
+                HasSubstr("__REALTIME_TIMESTAMP=36028797018963000\n"))
+        << "the latest that a journal takes";
     for (const auto& [level, priority] : {std::pair('D', "7"), {'I', "6"}, {'W', "4"}}) {
         line.level = level;
         EXPECT_THAT(text(MakeExportFormat(), 0), HasSubstr(std::string("PRIORITY=") + priority));

@@ -52,6 +52,11 @@ What is damaged, missing or wrong: everything that is whole, one line that says 
   $ head -c 20 whole.dump | trelvoctl stat -o json - | grep -o '"records":.*"levels":[^,]*'
   trelvoctl: standard input: offset 20: record header is cut off
   "records":0,"shared_records":0,"records_per_second":null,"bytes_per_second":null,"levels":{}
+  $ head -c 20 whole.dump | trelvoctl decode -n 1 - whole.dump
+  trelvoctl: standard input: offset 20: record header is cut off
+  3.000 W/B (P 2): <code 0102>
+  trelvoctl: 1 of 3 messages are codes of policy 7: --policy DIR
+  [3]
   $ trelvoctl stat cut.dump
   trelvoctl: cut.dump: offset 35: message is cut off
   cut.dump: 2 lines in 1.000 s, 2.0 a second

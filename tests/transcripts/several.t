@@ -82,6 +82,11 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
   11-24 21:30:11.000     2     2 W B       : two
   --------- reboot: time starts over
   01-01 00:00:03.000     1     1 I A       : of another boot
+  $ cat 4.dump | trelvoctl decode -n 1 - 1.dump 2>/dev/null
+  --------- reboot: time starts over
+                    3.000 I/A (P 1): of another boot
+  $ cat 4.dump | trelvoctl decode -n 1 -o json - 1.dump 2>/dev/null | cut -d , -f 1-3
+  {"time_ms":3000,"level":"I","tag":"A"
   $ make_dump odd.dump <<'END'
   > 8.000 I/trelvo.clock (P 9, T 9): boot=00000000000000000000000000000002 host=a\xff"b wall=1764000011.700000 monotonic=8.000000
   > 8.000 F/A (P 1, T 1): odd
@@ -117,11 +122,18 @@ Dumps of two boots, of which one has no clock lines, and of a second machine.
    3.000 I/A (P 1): of another boot
   --------- gap: lines between 3.000 and 5.000 are in none of the dumps
    5.000 E/A (P 1): and its end
+  $ trelvoctl decode --monotonic --since -2s [1-5].dump
+  --------- reboot: time starts over
+   5.000 E/A (P 1): and its end
   $ trelvoctl decode --wall 4.dump
   trelvoctl: wall-clock times of dumps without clock lines are a guess by the files' own times: late by as long as nothing was logged before a dump; the longest silence in them is 0.000 s
   2025-11-24 16:01:43.000 I/A (P 1): of another boot
   $ trelvoctl decode --boot-time 2025-11-24T12:00:00Z 4.dump
   2025-11-24 12:00:03.000 I/A (P 1): of another boot
+  $ TZ=Asia/Kolkata trelvoctl decode --utc --boot-time '2025-11-24 12:00' 4.dump
+  2025-11-24 12:00:03.000Z I/A (P 1): of another boot
+  $ TZ=Asia/Kolkata trelvoctl decode -o json --boot-time '2025-11-24 12:00' 4.dump | cut -d , -f 2
+  "time":"2025-11-24T12:00:03.000+05:30"
   $ trelvoctl decode -o export 4.dump
   trelvoctl: wall-clock times of dumps without clock lines are a guess by the files' own times: late by as long as nothing was logged before a dump; the longest silence in them is 0.000 s
   __REALTIME_TIMESTAMP=1764000103000000
