@@ -359,8 +359,9 @@ holds the first one's last lines.
          202   10.6 KiB     1 min 40 s      2.0      53.96    0.0      1.55  up1.dump
          162    8.5 KiB     1 min 20 s      2.0      54.13    0.0      1.55  up2.dump
          242   19.2 KiB      2 min 0 s      2.0      54.03    0.0      1.55  total, each line once
-  $ lines 40 60 | make_dump within.dump; trelvoctl stat up1.dump within.dump up2.dump | sed 1q
-  3 dumps: 242 lines in 2 min 0 s, 2.0 a second
+  $ lines 40 60 | make_dump within.dump; lines 70 120 | make_dump up3.dump
+  $ trelvoctl stat up1.dump within.dump up3.dump | sed -n '1s/.* in \(.*\),.*/\1/p'
+  2 min 0 s
   $ touch -d 2025-11-24 up2.dump; trelvoctl stat up1.dump up2.dump | grep -o 'up[12].*'
   up1.dump
   up2.dump
